@@ -1,0 +1,49 @@
+# Language, warnings and sanitizers; everything that all targets share.
+option(VELLUMIC_TOOLS "Build the command-line tools" OFF)
+option(VELLUMIC_BENCH "Build the benchmarks" OFF)
+option(VELLUMIC_SHORT_TESTS "Run the short forms of long convergence tests" OFF)
+set(VELLUMIC_SANITIZER "" CACHE STRING "address, thread, realtime or empty")
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+
+add_library(vellumic_options INTERFACE)
+target_include_directories(vellumic_options INTERFACE "${PROJECT_SOURCE_DIR}")
+target_compile_options(vellumic_options INTERFACE
+  -Wall -Wextra -Wconversion -Wshadow
+  # Float results follow the written order of operations on every build.
+  -ffp-contract=off)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+  # Every x64 processor that Windows 10 supports in practice has SSE4.2.
+  target_compile_options(vellumic_options INTERFACE -msse4.2)
+endif()
+if(VELLUMIC_SHORT_TESTS)
+  target_compile_definitions(vellumic_options INTERFACE VELLUMIC_SHORT_TESTS=1)
+endif()
+
+if(VELLUMIC_SANITIZER STREQUAL "address")
+  set(sanitizer_flags -fsanitize=address,undefined -fno-sanitize=alignment
+    -fno-sanitize-recover=all -fno-omit-frame-pointer)
+elseif(VELLUMIC_SANITIZER STREQUAL "thread")
+  set(sanitizer_flags -fsanitize=thread)
+elseif(VELLUMIC_SANITIZER STREQUAL "realtime")
+  set(sanitizer_flags -fsanitize=realtime)
+elseif(VELLUMIC_SANITIZER)
+  message(FATAL_ERROR "VELLUMIC_SANITIZER: unknown '${VELLUMIC_SANITIZER}'")
+endif()
+if(VELLUMIC_SANITIZER)
+  target_compile_options(vellumic_options INTERFACE -O1 -g1 ${sanitizer_flags})
+  target_link_options(vellumic_options INTERFACE ${sanitizer_flags})
+endif()
+
+if(WIN32)
+  # The host process of an APO will not find MinGW's runtime DLLs.
+  target_link_options(vellumic_options INTERFACE -static)
+  target_compile_definitions(vellumic_options INTERFACE UNICODE _UNICODE NOMINMAX
+    WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00)
+endif()

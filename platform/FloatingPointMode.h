@@ -1,0 +1,10 @@
+// The floating-point mode of the audio threads.
+#pragma once
+
+namespace vellumic {
+
+// Sets flush-to-zero (MXCSR bit 15), then denormals-are-zero (bit 6), on the calling thread and
+// leaves them set: the audio engine's thread keeps them after the call. Real-time safe.
+void cutDenormals() noexcept;
+
+}  // namespace vellumic
