@@ -19,6 +19,10 @@ struct EqualizerSettings {
   float master = 0.0F;  // on only at exactly 1; mirrored in the image as stored
   std::array<std::array<EqualizerBandSettings, equalizerBands>, equalizerSides> bands{};
 
+  // Whether no band can be heard: each has a gain of exactly 1 or an enable of exactly 0. What the
+  // image reports, whatever the type of the band; the sections do not go by it.
+  bool allBandsNeutral() const noexcept;
+
   // No range check on frequency, gain and Q: bad values may reach the ears, never memory.
   static EqualizerSettings from(RawView raw) noexcept;
 };
