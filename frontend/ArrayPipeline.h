@@ -1,0 +1,61 @@
+// The microphone front end of one stream, driven sample by sample at the device rate.
+//
+// Each frame goes down to the internal rate (16 kHz), through a delay of 1024 samples and a 150 Hz
+// high-pass into the block under collection. The call that completes a block (1024 samples) runs
+// one echo canceller per microphone on it; while the next block fills, the finished one goes in
+// hops of 128 through the noise processing, sample by sample through the level control, and back
+// to the device rate into the frame.
+//
+// Delay from frame to frame: both converters + 1024 + one block, + 384 internal samples with the
+// noise processing, + half a block with the cancellers.
+//
+// Threads: processFrame, processFrame12 and adopt belong to the real-time thread; startLoopback,
+// stopLoopback, applyParameters and construction to a control thread while no frame runs.
+// applyParameters and adopt need the lock that guards the hand-over.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <span>
+
+#include "array/OutputLevelControl.h"
+#include "filters/BiquadSectionPair.h"
+#include "frontend/EchoStage.h"
+#include "frontend/LoopbackSource.h"
+#include "frontend/PipelineHandover.h"
+#include "frontend/PipelineProbe.h"
+#include "platform/Realtime.h"
+
+namespace vellumic {
+
+class ArrayPipeline {
+ public:
+  // Two microphones, blocks of 1024, equal rates. The opener finds what the loudspeakers play.
+  explicit ArrayPipeline(LoopbackOpener opener);
+  ~ArrayPipeline();
+  ArrayPipeline(const ArrayPipeline&) = delete;
+  ArrayPipeline& operator=(const ArrayPipeline&) = delete;
+
+  // Takes what waits: copies the record, exchanges the parts and carries over what stays. A new
+  // block part starts a fresh stream. Nothing waiting changes nothing.
+  void adopt(PipelineHandover& handover) noexcept VELLUMIC_NONBLOCKING;
+
+  // build() and adopt() in one step, for a stream that stands still.
+  void applyParameters(PipelineHandover& handover, RawView raw, const StreamFacts& stream);
+
+  // One frame in place: microphone c at frame[c]; at least micCount() floats. References of a
+  // stream that does not use the loopback read as zero. Unchanged unless enabled.
+  void processFrame(float* frame) noexcept VELLUMIC_NONBLOCKING;
+
+  // The four-channel form: frame[0..1] microphones, frame[2..3] references, which pass untouched.
+  // Further microphones of the configuration read silence.
+  void processFrame12(float* frame) noexcept VELLUMIC_NONBLOCKING;
+
+  bool startLoopback();  // also again; false if nothing could be started
+  void stopLoopback();
+
+  int micCount() const noexcept;
+  const PipelineProbe& probe() const noexcept { return probe_; }
+};
+
+}  // namespace vellumic

@@ -1,0 +1,79 @@
+// The road of settings from the builders to the array pipeline: the one waiting place for what the
+// real-time thread shall adopt, and the builders' own copy of the latest decoded settings.
+//
+// Builders (worker and control threads) decode over that copy and compare with it, never with live
+// objects. Builds that were not adopted yet merge: the latest record wins, requests stay until they
+// are taken, a replaced part is freed here. Parts that the pipeline gave back are freed by the next
+// build or the destructor.
+//
+// Threads: all members are used while the engine's parameter lock is held; the pipeline adopts
+// under its try-lock. Everything but the pipeline's adoption may allocate.
+#pragma once
+
+#include "filters/BiquadSection.h"
+#include "frontend/PartSlot.h"
+#include "parameters/PipelineSettings.h"
+
+namespace vellumic {
+
+class ArrayNoiseProcessing;
+class NoiseHistory;
+struct BankPair;
+struct BlockPart;
+
+// The small things, copied as a whole.
+struct PipelineRecord {
+  PipelineSettings settings;
+  BiquadCoefficients highPass;    // of each microphone, at the internal rate
+  bool useLoopback = true;        // false: the references come with the frame
+  bool processingEnabled = true;  // false: the noise processing passes the first microphone on
+};
+
+class PipelineHandover {
+ public:
+  PipelineHandover();
+  ~PipelineHandover();
+  PipelineHandover(const PipelineHandover&) = delete;
+  PipelineHandover& operator=(const PipelineHandover&) = delete;
+
+  // Decodes over the copy, stages a record and whatever changed its size or rate. Returns the copy.
+  const PipelineSettings& build(RawView raw, const StreamFacts& stream);
+
+  // A fresh stream: block size, channels and the parts that follow from them, with parked banks;
+  // the next build() sets the rates. The four-channel form carries its references in the frame, so
+  // that the loopback is not used (for the life of the object) and the noise processing passes the
+  // first microphone on (until the next fresh stream).
+  void prepareStream(int blockSize, int channels, bool fourChannelForm);
+
+  // The pieces of both, staged one by one. setChannels keeps what is for fewer than 2 channels
+  // (returns false) and for more than a frame has room for.
+  void configureBlock(int blockSize);
+  bool setChannels(int channels);
+
+  const PipelineSettings& settings() const noexcept { return record_.settings; }
+  int channels() const noexcept { return channels_; }
+  // Anything to adopt?
+  bool waiting() const noexcept;
+
+ private:
+  friend class ArrayPipeline;
+
+  void freeRetired() noexcept;
+  void stageBanks(double deviceRate, double internalRate);
+
+  // The builders' copy.
+  PipelineRecord record_;
+  int channels_ = 2;
+  double deviceRate_ = 1.0, internalRate_ = 1.0;  // Hz, of the banks; both 1: parked
+
+  // The waiting place; the record above waits too.
+  bool recordWaits_ = false;
+  bool noiseResetRequested_ = false;
+  bool loopbackDelayZeroRequested_ = false;
+  PartSlot<BlockPart> block_;
+  PartSlot<BankPair> banks_;
+  PartSlot<ArrayNoiseProcessing> noise_;
+  PartSlot<NoiseHistory> noiseHistory_;
+};
+
+}  // namespace vellumic
