@@ -1,0 +1,43 @@
+// Real discrete Fourier transform of one size: the only place that knows which transform runs.
+//
+// forward: n real samples to n / 2 + 1 bins, unscaled. inverse: those bins to n samples, times
+// 1 / n; the imaginary parts of the first and the last bin are taken as 0.
+//
+// Sizes: even, with small prime factors (others work, slowly).
+// Threads: construction, copying and prepare allocate and belong off the audio path; forward and
+// inverse allocate nothing. An object holds scratch memory, so one thread uses it at a time.
+#pragma once
+
+#include <complex>
+#include <memory>
+
+#include "platform/Realtime.h"
+
+namespace vellumic {
+
+class Fft {
+ public:
+  Fft();  // unusable until prepare
+  explicit Fft(int size);
+  Fft(const Fft& other);
+  Fft(Fft&& other) noexcept;
+  Fft& operator=(const Fft& other);
+  Fft& operator=(Fft&& other) noexcept;
+  ~Fft();
+
+  // Builds the tables for both directions; nothing happens if the size is the present one.
+  void prepare(int size);
+  int size() const noexcept { return size_; }
+  int binCount() const noexcept { return size_ / 2 + 1; }
+
+  // samples: size() floats. bins: binCount() values. The two may not overlap.
+  void forward(const float* samples, std::complex<float>* bins) noexcept VELLUMIC_NONBLOCKING;
+  void inverse(const std::complex<float>* bins, float* samples) noexcept VELLUMIC_NONBLOCKING;
+
+ private:
+  struct Plan;
+  std::unique_ptr<Plan> plan_;
+  int size_ = 0;
+};
+
+}  // namespace vellumic

@@ -1,0 +1,48 @@
+// Suppression gain per bin: two Wiener-like passes, then smoothing by limiting the length of the
+// gain's impulse response.
+//
+// Threads: setBinCount allocates; the rest is for the audio thread.
+#pragma once
+
+#include <Eigen/Core>
+
+#include "array/Fft.h"
+#include "parameters/StageSettings.h"
+#include "platform/Realtime.h"
+
+namespace vellumic {
+
+class SpectralGain {
+ public:
+  explicit SpectralGain(int binCount = 257);
+
+  void setBinCount(int binCount);  // transform length 2 * binCount - 2; zeroes all
+
+  // power, noise: binCount. Returns the amplitude gain, valid until the next call.
+  const Eigen::ArrayXf& compute(const Eigen::ArrayXf& power,
+                                const Eigen::ArrayXf& noise) noexcept VELLUMIC_NONBLOCKING;
+
+  // Copies numbers. State that bad values had driven out of the finite range starts anew.
+  void apply(const SpectralGainSettings& settings) noexcept VELLUMIC_NONBLOCKING;
+
+  const SpectralGainSettings& settings() const noexcept { return settings_; }
+
+  static constexpr float epsilon = 1e-10F;  // floor of all denominators
+  static constexpr float snrFloor = 0.0F;   // least instantaneous signal-to-noise ratio
+
+  bool firstFrame = true;
+  Eigen::ArrayXf window;      // symmetric Hamming, 2 * binCount - 2
+  Eigen::ArrayXf cleanPower;  // gain^2 * power of the last frame
+
+ private:
+  // Windows the impulse response of `pass_` about its peak and keeps the energy of the curve.
+  void shape() noexcept;
+
+  SpectralGainSettings settings_;
+  Fft fft_;
+  Eigen::ArrayXf noise_, prior_, pass_, gain_;  // binCount
+  Eigen::ArrayXf impulse_;                      // 2 * binCount - 2
+  Eigen::ArrayXcf bins_;                        // binCount
+};
+
+}  // namespace vellumic
