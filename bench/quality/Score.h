@@ -1,0 +1,42 @@
+// Figures of an enhanced recording against the components of its scene.
+//
+// All signals at sceneRate, first microphone; the output aligned with the input (as
+// `vellumic-render --align` writes it), scores search a few samples around that.
+#pragma once
+
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "bench/quality/Scene.h"
+
+namespace vellumic::quality {
+
+struct ErlePoint {
+  double time;  // s, middle of the window
+  double db;
+};
+
+struct Score {
+  // Each is there only where the scene has the stretch that it needs.
+  std::optional<double> noiseAttenuation;   // dB, in pauses from 4 s on
+  std::optional<double> speechLoss;         // dB, speech without echo, output against clean speech
+  std::optional<double> siSdrIn, siSdrOut;  // dB, near talker without the loudspeakers
+  std::optional<double> segmentalSnrIn, segmentalSnrOut;  // dB
+  std::optional<double> doubleTalkSdr;                    // dB, SI-SDR while both talk
+  std::optional<double> erleAt5s;                         // dB, mean from 5 s after the start on
+  std::optional<double> timeTo10Db, timeTo20Db;           // s of far-end single talk
+  double outputLevel = 0.0;                               // dBFS rms of the second half
+  std::vector<ErlePoint> erle;  // half-second windows in which only the far end talks
+};
+
+Score score(const SceneSpec& spec, const Scene& scene, const Signal& output);
+
+// 10 log10 of the part of `signal` that is `target` scaled, over the rest.
+// J. Le Roux et al., "SDR - half-baked or well done?", ICASSP 2019.
+double scaleInvariantSdr(std::span<const float> target, std::span<const float> signal);
+
+// Mean over 32 ms frames with speech, each held within -10 to 35 dB, after the best scale.
+double segmentalSnr(std::span<const float> target, std::span<const float> signal);
+
+}  // namespace vellumic::quality
