@@ -43,7 +43,8 @@ class BiquadChannelPair {
   };
   enum class Runs : std::uint8_t { neither, first, second, both };
 
-  void pack(int band) noexcept;
+  void pack(std::size_t band) noexcept;
+  static void processSide(Lanes& lanes, std::size_t side, float& sample) noexcept;
 
   std::array<Lanes, equalizerBands> lanes_{};
   std::array<Runs, equalizerBands> runs_{};
