@@ -1,0 +1,38 @@
+// One stage of the level control: a feed-forward gain that amplifies quiet sound by up to
+// makeupGain and brings louder sound to the peak level `level`, sample by sample.
+//
+// The level detector is the smoothed magnitude, compared with the mean magnitude 2/pi of a sine of
+// peak `level`. A slow memory can hold the gain down in pauses, so that noise is not pulled up.
+// Settings act as written, zeros too; a state that is no longer finite starts over at the next
+// apply(). Thread: real-time only.
+#pragma once
+
+#include "parameters/StageSettings.h"
+#include "platform/Realtime.h"
+
+namespace vellumic {
+
+class LevelStage {
+ public:
+  explicit LevelStage(const LevelStageSettings& settings) noexcept;
+
+  void apply(const LevelStageSettings& settings) noexcept VELLUMIC_NONBLOCKING;
+  float process(float input) noexcept VELLUMIC_NONBLOCKING;
+
+  // State, linear.
+  float envelope = 0.0F;           // smoothed input magnitude
+  float smoothedReduction = 1.0F;  // after attack and release
+  float reductionFloor = 1.0F;     // slow memory of the reduction
+  float gain = 0.0F;               // last gain applied
+
+ private:
+  // The times are meant for this rate and keep it, whatever the internal rate of the pipeline.
+  static constexpr float sampleRate = 16000.0F;
+
+  float makeupGain_ = 1.0F, level_ = 1.0F, floorMargin_ = 1.0F;
+  bool floorEnabled_ = false;
+  float envelopeCoefficient_ = 0.0F, attackCoefficient_ = 0.0F, releaseCoefficient_ = 0.0F,
+        floorCoefficient_ = 0.0F;
+};
+
+}  // namespace vellumic

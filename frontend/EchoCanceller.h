@@ -1,0 +1,81 @@
+// Removes the loudspeaker echo from one microphone, block by block: a two-reference adaptive
+// filter in the frequency domain, followed by a suppressor of what it leaves.
+//
+// Each reference has its own Kalman-type filter of blockLength taps (EchoPathFilter). The process
+// noise is learned from the filter's own updates, the measurement noise from the residual, so that
+// double talk slows the filter without a detector. The references are decorrelated by their
+// smoothed normalized cross-spectrum during the update.
+//
+// Samples are floats at full scale 1. The output lags the input by blockLength / 2 samples.
+// A state that is no longer finite starts over at once and that block comes out silent.
+// Threads: construction, setBlockLength and setup allocate and stay off the audio path; the rest
+// is real-time and belongs to one thread.
+#pragma once
+
+#include <Eigen/Core>
+#include <array>
+#include <span>
+
+#include "array/Fft.h"
+#include "frontend/EchoPathFilter.h"
+#include "frontend/ReferenceHistory.h"
+#include "frontend/ReferenceSpectra.h"
+#include "frontend/ResidualSuppressor.h"
+#include "parameters/StageSettings.h"
+#include "platform/Realtime.h"
+
+namespace vellumic {
+
+class EchoCanceller {
+ public:
+  // Ready to process: every array sized, every transform run once.
+  explicit EchoCanceller(int blockLength = 1024);  // even
+  EchoCanceller(EchoCanceller&&) noexcept = default;
+  EchoCanceller& operator=(EchoCanceller&&) noexcept = default;
+
+  void setBlockLength(int blockLength);  // in force with the next setup()
+  // Filters and statistics start again; blockCounter, longTermLevel, blockEnergy, converged and
+  // the settings stay.
+  void setup();
+  void apply(const EchoCancellerSettings& settings) noexcept VELLUMIC_NONBLOCKING;
+
+  // `references` has advanced to this block; microphone and output hold blockLength samples and
+  // may be the same memory.
+  void process(ReferenceSpectra& references, std::span<const float> microphone,
+               std::span<float> output) noexcept VELLUMIC_NONBLOCKING;
+
+  // Takes what outlives a change of the block length from the canceller that is replaced.
+  void carryOver(const EchoCanceller& old) noexcept VELLUMIC_NONBLOCKING;
+
+  int blockLength() const noexcept { return blockLength_; }
+
+  // Read by owners and tests.
+  float covarianceEnergy = 0.0F;  // grows when the echo path moves
+  bool converged = false;         // set once, never cleared
+  int blockCounter = 0;           // counts up to warmupBlocks + 1
+  float blockEnergy = 0.0F;       // sum of squares of the latest microphone block
+  std::array<EchoPathFilter, 2> filters;
+  std::array<ReferenceHistory, 2> references;
+  SpectralTracker crossSpectrum;
+  Eigen::ArrayXf updatePower;  // coefficient change of both filters, per bin
+  Eigen::ArrayXf noisePower;   // measurement noise T, 10 at the start
+  ResidualSuppressor suppressor;
+
+ private:
+  void startOver() noexcept;
+  void cancelLinear(const ReferenceBlock& block, std::span<const float> microphone) noexcept;
+  void transformTail(const Eigen::ArrayXf& samples, Eigen::ArrayXcf& spectrum) noexcept;
+  void updateStatistics(const ReferenceBlock& block) noexcept;
+  void decorrelate(const ReferenceBlock& block) noexcept;
+  void checkHealth() noexcept;
+  bool isSettled() const noexcept;
+
+  EchoCancellerSettings settings_;
+  int blockLength_ = 0, sizedFor_ = 0;
+  bool startedOver_ = true;  // since the latest block: the past of the references is not ours
+  Eigen::ArrayXf previousError_, error_, echoEstimate_, frame_;
+  Eigen::ArrayXcf echoSpectrum_, micSpectrum_, errorSpectrum_;
+  Fft fft_;  // 2 * blockLength
+};
+
+}  // namespace vellumic

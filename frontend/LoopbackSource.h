@@ -1,0 +1,83 @@
+// The two echo references: what the machine plays, at the internal rate, aligned by an adjustable
+// delay.
+//
+// Opening is kept away from the audio thread: start() hands it to a helper thread (or does it on
+// the spot, see LoopbackOpener) and returns; the finished stream is handed over by one atomic
+// pointer that the audio thread takes at its next drain(). Until then popBlock() is false.
+// A device that failed stays attached and silent; the next start() opens anew.
+//
+// Threads: start, stop and the destructor belong to one control thread, hold no lock while they
+// wait and free replaced streams; stop and the destructor come when the audio thread is out.
+// drain, discard, popBlock and the delay belong to the real-time thread. setTargetRate: any.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <thread>
+
+#include "frontend/PacketSource.h"
+#include "frontend/SampleRing.h"
+#include "platform/Realtime.h"
+
+namespace vellumic {
+
+class LoopbackStream;
+
+class LoopbackSource {
+ public:
+  LoopbackSource();  // nothing to open: start() is false, popBlock() always false
+  explicit LoopbackSource(LoopbackOpener opener);
+  ~LoopbackSource();
+  LoopbackSource(const LoopbackSource&) = delete;
+  LoopbackSource& operator=(const LoopbackSource&) = delete;
+
+  // Opens unless a working stream is attached or being opened. True when one is there or, with a
+  // helper thread, on its way.
+  bool start();
+  void stop();
+
+  // Hz; counts for streams that are opened from now on.
+  void setTargetRate(double rate) noexcept { targetRate_.store(rate, std::memory_order_relaxed); }
+
+  // Moves every waiting packet into the ring. Bounded in packets and in failures.
+  void drain() noexcept VELLUMIC_NONBLOCKING;
+
+  // For the first block after the references went unread: throws away what waits and what is
+  // queued, so that fresh packets follow the delay's silence. The next two popBlock() are false:
+  // the queue needs a block in hand against uneven packets.
+  void discard() noexcept VELLUMIC_NONBLOCKING;
+
+  // Takes `count` samples per reference into two rows of at least that many. False when nothing
+  // plays or too little is queued; the target then keeps its contents, as the second row does when
+  // the device is mono.
+  bool popBlock(ChannelArrays& target, int count) noexcept VELLUMIC_NONBLOCKING;
+
+  // Samples at the internal rate by which the references are held back. False if negative.
+  bool setDelay(int samples) noexcept VELLUMIC_NONBLOCKING;
+  int delay() const noexcept { return delay_; }
+
+  bool streaming() const noexcept { return streaming_.load(std::memory_order_relaxed); }
+
+ private:
+  bool openAndHandOver() noexcept;
+  void adopt() noexcept;
+  void collectRetired() noexcept;
+
+  LoopbackOpener opener_;
+  std::atomic<double> targetRate_{16000.0};
+  std::atomic<LoopbackStream*> arriving_{nullptr};  // helper to audio thread, owning
+  std::atomic<LoopbackStream*> retired_{nullptr};   // audio to control thread, owning list
+  std::atomic<bool> attached_{false};  // a stream arrived or is arriving and has not failed
+  std::atomic<bool> opening_{false};
+  std::thread helper_;  // control thread only
+
+  // Real-time thread only.
+  LoopbackStream* stream_ = nullptr;  // owning
+  int delay_ = 0;
+  bool skipFirstBlock_ = true;
+  bool discarded_ = false;
+  std::atomic<bool> draining_{false};   // teardown can meet a drain
+  std::atomic<bool> streaming_{false};  // packets are arriving
+};
+
+}  // namespace vellumic

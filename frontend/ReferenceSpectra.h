@@ -1,0 +1,62 @@
+// The two loudspeaker references of the present block as every canceller of an array sees them:
+// computed once per block, read by all.
+//
+// A canceller that has just started over must not see the block before: it reads
+// `withoutPast()`, in which that block is silent. That variant costs its transforms only in a
+// block where somebody asks for it.
+// Thread: construction and setBlockLength anywhere off the audio path, the rest real-time only.
+#pragma once
+
+#include <Eigen/Core>
+#include <array>
+#include <span>
+
+#include "array/Fft.h"
+#include "platform/Realtime.h"
+
+namespace vellumic {
+
+// One canceller's view of a block.
+struct ReferenceBlock {
+  // Of the last two blocks of each reference, blockLength + 1 bins.
+  std::array<Eigen::ArrayXcf, 2> spectrum;
+  // |spectrum| of the windowed sum of both references, blockLength / 2 + 1 bins: [0] the frame
+  // that straddles the block boundary, [1] the block itself.
+  std::array<Eigen::ArrayXf, 2> sumMagnitude;
+
+  void setup(Eigen::Index blockLength);
+};
+
+class ReferenceSpectra {
+ public:
+  explicit ReferenceSpectra(int blockLength = 1024);  // even
+  void setBlockLength(int blockLength);               // allocates; forgets the past
+  int blockLength() const noexcept { return blockLength_; }
+
+  // Takes the next block: blockLength samples per reference.
+  void advance(std::span<const float> reference0,
+               std::span<const float> reference1) noexcept VELLUMIC_NONBLOCKING;
+
+  const ReferenceBlock& present() const noexcept { return present_; }
+  const ReferenceBlock& withoutPast() noexcept VELLUMIC_NONBLOCKING;
+  const ReferenceBlock& silence() const noexcept { return silence_; }
+
+ private:
+  void transform(bool past, ReferenceBlock& block) noexcept;
+
+  int blockLength_ = 0;
+  bool pastIsSilent_ = true;      // no block came before the present one
+  bool withoutPastDone_ = false;  // in this block
+  std::array<Eigen::ArrayXf, 2> previous_, current_;
+  Eigen::ArrayXf frame_;     // 2 * blockLength
+  Eigen::ArrayXf sumFrame_;  // blockLength, windowed
+  Eigen::ArrayXf window_;    // symmetric Hann
+  Eigen::ArrayXcf sumBins_;
+  ReferenceBlock present_, withoutPast_, silence_;
+  Fft blockFft_, frameFft_;  // 2 * blockLength and blockLength
+};
+
+// w[i] = (1 - cos(2 pi i / (length - 1))) / 2
+Eigen::ArrayXf symmetricHann(Eigen::Index length);
+
+}  // namespace vellumic
