@@ -7,7 +7,7 @@ namespace vellumic::quality {
 namespace {
 
 constexpr double settling = 4.0;  // s given to the noise estimate before its pauses count
-constexpr int alignmentReach = 64;
+constexpr int alignmentReach = 600;
 
 using View = std::span<const float>;
 
@@ -42,7 +42,7 @@ Signal gathered(const Signal& signal, Wanted wanted) {
   return out;
 }
 
-// The output moved by the few samples that match the clean speech best.
+// The output moved to where it matches the clean speech best.
 Signal aligned(const Signal& output, const Signal& speech) {
   if (energy(speech) == 0.0) return output;
   int best = 0;

@@ -1,7 +1,7 @@
 // Figures of an enhanced recording against the components of its scene.
 //
 // All signals at sceneRate, first microphone; the output aligned with the input (as
-// `vellumic-render --align` writes it), scores search a few samples around that.
+// `vellumic-render --align` writes it), scores search 600 samples around that.
 #pragma once
 
 #include <optional>
