@@ -160,7 +160,7 @@ void Figure::addLines(const std::string& title, const std::string& unit, std::ve
     }
     body += format("<path class='l' stroke='%s' d='", colour) + path + "'/>";
     legend -= 14 + 7 * static_cast<int>(lines[i].name.size());
-    body += format("<text x='%d' y='-8' fill='%s'>", legend, colour) + escaped(lines[i].name) +
+    body += format("<text x='%d' y='-8' style='fill:%s'>", legend, colour) + escaped(lines[i].name) +
             "</text>";
   }
   addPanel(title + (unit.empty() ? "" : ", " + unit), body, height, ticks);
