@@ -1,0 +1,55 @@
+// Converts between two rates of any ratio by interpolating a signal that fills no more than half
+// of its band: a windowed sinc of `taps` taps, tabulated in `phases` rows as second-order
+// polynomials of the position inside the row.
+//
+// The position of an output follows from its count, so that no error adds up; after 1000 outputs
+// the counters start over from the fraction reached.
+#pragma once
+
+#include <array>
+#include <vector>
+
+#include "resample/CDSPProcessor.h"
+
+namespace vellumic::resample {
+
+template <int taps, int phases>
+class CDSPFracInterpolator final : public CDSPProcessor {
+ public:
+  // source, destination: rates in Hz, both above 0; latencyFraction: position of the first output
+  // in samples of the source, 0 up to 1.
+  CDSPFracInterpolator(double source, double destination, double latencyFraction, int maxInput);
+
+  double latencyFraction() const noexcept override { return 0.0; }
+  int inputBeforeOutput(int nextInput) const noexcept override;
+  int maxOutputLength(int maxInput) const noexcept override;
+  void clear() noexcept override;
+  int process(const double* input, int count,
+              const double*& output) noexcept VELLUMIC_NONBLOCKING override;
+
+ private:
+  static constexpr int ringLength = 256;
+  static constexpr int half = taps / 2;
+
+  double interpolate(double position, const double* samples) const noexcept;
+  void advance() noexcept;
+
+  double source_;
+  double destination_;
+  double latencyFraction_;
+  const double* table_;  // phases rows of three times taps coefficients
+
+  std::array<double, 2 * ringLength> history_{};  // each sample twice: no window wraps
+  int fill_ = 0;                                  // samples that lie ahead of the position
+  int writePosition_ = 0;
+  int readPosition_ = 0;  // first sample of the window
+  int outputCount_ = 0;   // since positionBase_ was set
+  int consumed_ = 0;      // whole steps since then
+  double position_ = 0.0;
+  double positionBase_ = 0.0;
+  std::vector<double> result_;
+};
+
+extern template class CDSPFracInterpolator<24, 673>;
+
+}  // namespace vellumic::resample
