@@ -1,0 +1,25 @@
+// Everything portable of one capture object, in the order in which it must be built and torn down.
+// The Windows objects, the offline renderer and the tests all hold one of these.
+#pragma once
+
+#include <utility>
+
+#include "engine/Arena.h"
+#include "engine/FrameEngine.h"
+#include "engine/LockBlock.h"
+#include "engine/ParameterSets.h"
+#include "engine/ProcessContext.h"
+
+namespace vellumic {
+
+struct CaptureCore {
+  explicit CaptureCore(PacketSourceOpener openLoopback) : engine(std::move(openLoopback)) {}
+
+  Arena arena;
+  LockBlock lockBlock;
+  FrameEngine engine;
+  ParameterSets sets{arena, engine, lockBlock};
+  ProcessContext context;  // filled by sets.lock()
+};
+
+}  // namespace vellumic

@@ -1,0 +1,26 @@
+#include "engine/FrameEngine.h"
+
+#include <utility>
+
+namespace vellumic {
+
+FrameEngine::FrameEngine(PacketSourceOpener openLoopback) : pipeline(std::move(openLoopback)) {
+  inputIndex.fill(-1);
+  outputIndex.fill(-1);
+  for (const std::size_t slot : {0U, 1U}) {
+    inputIndex[slot] = static_cast<std::int32_t>(slot);
+    outputIndex[slot] = static_cast<std::int32_t>(slot);
+  }
+}
+
+void FrameEngine::adopt() noexcept VELLUMIC_NONBLOCKING {
+  if (handover.equalizerWaiting) {
+    equalizer.adopt(handover.equalizer);
+    handover.equalizerWaiting = false;
+  }
+  pipeline.adopt(handover.pipeline);
+  const PipelineSettings& settings = handover.pipeline.settings();
+  pipelineRuns = settings.enabled && settings.runState != RunState::off;
+}
+
+}  // namespace vellumic

@@ -1,0 +1,53 @@
+// The engine of one object: the frame under work, the signal objects, and the slots that hold the
+// incoming parameter set while a change fades in.
+//
+// Threads: the real-time thread while the stream is locked, the control thread otherwise;
+// `handover` by any thread under parameterLock.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "engine/EngineHandover.h"
+#include "engine/SlotMap.h"
+#include "filters/BiquadEqualizer.h"
+#include "frontend/ArrayPipeline.h"
+#include "platform/Realtime.h"
+
+namespace vellumic {
+
+class Arena;
+
+class FrameEngine {
+ public:
+  using Frame = std::array<float, slotCount>;
+
+  // The opener gives the pipeline its loopback packets (see frontend/PacketSource.h).
+  explicit FrameEngine(PacketSourceOpener openLoopback);
+  FrameEngine(const FrameEngine&) = delete;
+  FrameEngine& operator=(const FrameEngine&) = delete;
+
+  // Takes over what the builders left. Under parameterLock. Real-time safe.
+  void adopt() noexcept VELLUMIC_NONBLOCKING;
+
+  // The incoming set; empty until the first lock gives it blocks from the arena.
+  float* nextImage = nullptr;
+  float* nextFadeState = nullptr;
+  void* nextReserved = nullptr;
+  std::uint8_t* nextMask = nullptr;
+
+  Frame frame{};      // slot order of SlotMap.h; zeroed before every frame
+  Frame fadeFrame{};  // the same frame on its way through the incoming set
+
+  Arena* arena = nullptr;
+  SlotMap inputIndex;  // slot to stream position
+  SlotMap outputIndex;
+
+  ArrayPipeline pipeline;     // modes 9 and 12
+  bool pipelineRuns = false;  // as of the latest adoption: enabled, and not in run state off
+  BiquadEqualizer equalizer;  // mode 10
+
+  EngineHandover handover;
+};
+
+}  // namespace vellumic

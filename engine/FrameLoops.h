@@ -1,0 +1,41 @@
+// The three loops that carry the frames of a call through the engine. Real-time safe.
+// Frames are interleaved; a count of 0 does nothing. In place (output == input) is allowed when
+// both sides have the same number of channels.
+#pragma once
+
+#include <cstdint>
+
+#include "parameters/Image.h"
+
+namespace vellumic {
+
+class FrameEngine;
+
+struct FrameStream {
+  float* output;
+  const float* input;
+  std::uint32_t frames;
+  std::uint32_t inputChannels, outputChannels;  // beyond the 12 slots: dropped, or silent
+};
+
+// The set in force.
+struct ParameterSet {
+  ConstImageView image;
+  ConstMaskView mask;
+  FadeView fade;
+};
+
+// The usual path: channels go to slots by position, so that streams without speaker positions work.
+// Upper slots are dropped when the output is narrower and silent when it is wider.
+void forwardFrames(FrameEngine& engine, const FrameStream& stream,
+                   const ParameterSet& set) noexcept;
+
+// Both sets on the same frame, mixed by the fade's weight. Channels travel by speaker position:
+// only the front pair, as the image's marks of other speakers are always 0 after a lock; output
+// positions of other speakers keep what the buffer held.
+void fadeFrames(FrameEngine& engine, const FrameStream& stream, const ParameterSet& set) noexcept;
+
+// No effect; channels travel as in fadeFrames().
+void passThroughFrames(FrameEngine& engine, const FrameStream& stream, ConstMaskView mask) noexcept;
+
+}  // namespace vellumic

@@ -1,0 +1,54 @@
+#include "engine/PrepareImage.h"
+
+#include <algorithm>
+
+#include "engine/BuildImage.h"
+#include "engine/FrameEngine.h"
+#include "parameters/Saturate.h"
+
+namespace vellumic {
+namespace {
+
+constexpr int streamBlockSize = 1024;  // samples at the internal rate
+constexpr int frameReferences = 2;     // carried by a four-channel frame
+constexpr std::size_t fadeMarks = 40;  // two groups of ten 8-byte marks at the block's end
+
+void clear(ImageView image, Entry first, Entry last) noexcept {
+  for (std::size_t i = index(first); i <= index(last); ++i) image.at(i) = 0.0F;
+}
+
+void preparePipeline(FrameEngine& engine, EffectMode mode, int channels) {
+  PipelineHandover& handover = engine.handover.pipeline;
+  if (mode == EffectMode::array) {
+    handover.prepareStream(streamBlockSize, channels, false);
+    engine.pipeline.startLoopback();
+  } else if (mode == EffectMode::arrayFourChannel) {
+    handover.prepareStream(streamBlockSize, channels - frameReferences, true);
+  }
+}
+
+}  // namespace
+
+void prepareImage(FrameEngine& engine, FadeView fadeState, ImageView image, MaskView mask) {
+  clear(image, Entry::effectStates, Entry::lastEffectState);
+  clear(image, Entry::inputLowFrequency, Entry::outputBacks);
+  clear(image, Entry::extraSpeakers, Entry::lastExtraSpeakers);
+  image[Entry::outputVendor] = 0.0F;
+  std::ranges::fill(fadeState.span().last<fadeMarks>(), 0.0F);
+
+  const auto mode = static_cast<EffectMode>(saturatedInt(image[Entry::effectMode]));
+  const int channels = std::clamp(saturatedInt(image[Entry::inputChannels]), 0, slotCount);
+  if (mode == EffectMode::equalizer)
+    engine.equalizer.setChannelCount(static_cast<unsigned>(channels));
+
+  image[Entry::inputGain] = 1.0F;
+  image[Entry::outputGain] = 1.0F;
+
+  const float category = image[Entry::category];
+  if (category == static_cast<float>(Category::speech) ||
+      category == static_cast<float>(Category::other))
+    preparePipeline(engine, mode, channels);
+  buildMask(ConstImageView(image.span()), mask);
+}
+
+}  // namespace vellumic

@@ -1,0 +1,15 @@
+// Readies engine and image for a stream. Control thread, at lock only, under parameterLock, before
+// buildImage(). Sizes equaliser and pipeline, so it may throw std::bad_alloc.
+#pragma once
+
+#include "parameters/Image.h"
+
+namespace vellumic {
+
+class FrameEngine;
+
+// Takes mode, category and channel count from entries 7, 5 and 19, that is from the build before.
+// Only the speech mode and those without a category of their own ready the pipeline.
+void prepareImage(FrameEngine& engine, FadeView fadeState, ImageView image, MaskView mask);
+
+}  // namespace vellumic
