@@ -1,0 +1,124 @@
+#include "control/HandleVolumeNotification.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "control/BoundedText.h"
+#include "control/DeviceProperties.h"
+#include "control/Names.h"
+#include "control/OpenEvent.h"
+
+namespace vellumic {
+namespace {
+
+constexpr float leastGain = 1e-05F;  // only mute gives exactly 0
+
+float gainOf(float levelDb) noexcept { return std::pow(10.0F, levelDb / 20.0F); }
+
+// Empty when the device is gone or has no volume control.
+ComPtr<IAudioEndpointVolume> controlOf(IMMDeviceEnumerator& enumerator, const std::wstring& id) {
+  ComPtr<IMMDevice> device;
+  if (FAILED(enumerator.GetDevice(id.c_str(), device.put())) || !device) return {};
+  ComPtr<IAudioEndpointVolume> control;
+  if (FAILED(
+          device->Activate(__uuidof(IAudioEndpointVolume), CLSCTX_ALL, nullptr, control.putVoid())))
+    return {};
+  return control;
+}
+
+VolumeNotificationTarget targetOf(VolumeHandler handler, HANDLE effectsChangedEvent,
+                                  const std::wstring& id) {
+  VolumeNotificationTarget target;
+  if (effectsChangedEvent != nullptr)
+    target.effectsChangedEvent = duplicateEvent(effectsChangedEvent);
+  // The name is cut where its buffer ends; the map's key never is.
+  target.volumeChangeEvent =
+      createOpenEvent(BoundedText<nameCapacity>{volumeEventPrefix, id}.c_str());
+  target.handler = std::move(handler);
+  target.deviceId = id;
+  return target;
+}
+
+}  // namespace
+
+bool CHandleVolumeNotification::add(VolumeHandler handler, HANDLE effectsChangedEvent,
+                                    const std::wstring& deviceId) {
+  const auto callback = ComPtr<Callback>::attach(new Callback(deviceId));
+  auto target = targetOf(std::move(handler), effectsChangedEvent, deviceId);
+  HRESULT result = S_OK;
+  const auto enumerator = createDeviceEnumerator(result);
+  if (!enumerator) return false;
+  if (auto control = controlOf(*enumerator.get(), deviceId)) {
+    if (FAILED(callback->takeSnapshot(*control.get()))) return true;
+    callback->follow(std::move(control));
+  }
+  bool inserted = false;
+  try {
+    callback->attach(std::move(target));
+    const LockScope scope(mapLock_);
+    inserted = entries_.emplace(deviceId, callback).second;
+  } catch (...) {
+    callback->detach();
+    callback->unfollow();
+    throw;
+  }
+  if (!inserted) {
+    callback->detach();
+    callback->unfollow();
+  }
+  return true;
+}
+
+void CHandleVolumeNotification::clear() noexcept {
+  // Entries stay readable until no handler can run any more: one that is running finds its levels.
+  const auto forEach = [this](auto&& action) {
+    for (auto& entry : entries_)
+      action(*entry.second.get());  // the map changes on this thread only
+  };
+  forEach([](Callback& callback) { callback.detach(); });
+  forEach([](Callback& callback) { callback.unfollow(); });
+  std::map<std::wstring, ComPtr<Callback>> removed;
+  const LockScope scope(mapLock_);
+  removed.swap(entries_);
+}
+
+ComPtr<_CAudioEndpointVolumeCallback> CHandleVolumeNotification::find(
+    const std::wstring& id) const {
+  const LockScope scope(mapLock_);
+  const auto entry = entries_.find(id);
+  return entry != entries_.end() ? entry->second : ComPtr<Callback>();
+}
+
+float CHandleVolumeNotification::masterGain(const std::wstring& id) const {
+  const auto entry = find(id);
+  return entry ? gainOf(entry->levels().masterDb) : unknownLevel;
+}
+
+float CHandleVolumeNotification::firstChannelGain(const std::wstring& id) const {
+  const auto entry = find(id);
+  return entry ? gainOf(entry->levels().channel0Db) : unknownLevel;
+}
+
+float CHandleVolumeNotification::secondChannelGain(const std::wstring& id) const {
+  const auto entry = find(id);
+  return entry ? gainOf(entry->levels().channel1Db) : unknownLevel;
+}
+
+bool CHandleVolumeNotification::isMuted(const std::wstring& id) const {
+  const auto entry = find(id);
+  return entry && entry->isMuted();
+}
+
+std::size_t CHandleVolumeNotification::channelCount(const std::wstring& id) const {
+  const auto entry = find(id);
+  return entry ? entry->levels().channelLevelsScalar.size() : 0;
+}
+
+Volumes CHandleVolumeNotification::volumes(const std::wstring& id) const {
+  if (isMuted(id)) return {0.0F, 0.0F, 0.0F};
+  return {std::max(masterGain(id), leastGain), std::max(firstChannelGain(id), leastGain),
+          std::max(secondChannelGain(id), leastGain)};
+}
+
+}  // namespace vellumic
