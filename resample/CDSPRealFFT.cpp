@@ -2,12 +2,12 @@
 
 #include <cmath>
 #include <numbers>
+#include <utility>
 
 namespace vellumic::resample {
 namespace {
 
 constexpr int lanes = 4;
-
 
 // Butterflies before twiddles (decimation in frequency), on `quarter` neighbours.
 void forwardStage(double* re, double* im, int quarter, const double* factors) noexcept {
@@ -85,12 +85,10 @@ void radix2Stage(double* values, int count) noexcept {
   }
 }
 
-// exp(-i pi / 8 q), q = 1 to 3: how the weights of the four quarters of a block differ.
-struct QuarterWeights {
-  double c1 = std::cos(std::numbers::pi / 8.0), s1 = std::sin(std::numbers::pi / 8.0);
-  double c2 = std::numbers::sqrt2 / 2.0;
-};
-const QuarterWeights quarterWeights;
+// cos and sin of pi / 8 and pi / 4: how the weights of the four quarters of a block differ.
+constexpr double c1 = 0.92387953251128675613;
+constexpr double s1 = 0.38268343236508977173;
+constexpr double c2 = 0.5 * std::numbers::sqrt2;
 
 }  // namespace
 
@@ -132,8 +130,7 @@ void CDSPRealFFT::forward(const double* first, const double* second,
   if (endsInRadix2_) radix2Stage(spectrum, 2 * blockLength_);
 }
 
-void CDSPRealFFT::inverse(double* spectrum,
-                          double* second) const noexcept VELLUMIC_NONBLOCKING {
+void CDSPRealFFT::inverse(double* spectrum, double* second) const noexcept VELLUMIC_NONBLOCKING {
   double* re = spectrum;
   double* im = spectrum + blockLength_;
   if (endsInRadix2_) radix2Stage(spectrum, 2 * blockLength_);
@@ -149,7 +146,6 @@ void CDSPRealFFT::inverse(double* spectrum,
 void CDSPRealFFT::split(const double* __restrict first, const double* __restrict second,
                         double* __restrict re, double* __restrict im) const noexcept {
   const int quarter = blockLength_ / 4;
-  const double c1 = quarterWeights.c1, s1 = quarterWeights.s1, c2 = quarterWeights.c2;
   const double* __restrict cosine = laneCos_.data();
   const double* __restrict sine = laneSin_.data();
   for (int n = 0; n < quarter; ++n) {
@@ -181,7 +177,6 @@ void CDSPRealFFT::split(const double* __restrict first, const double* __restrict
 void CDSPRealFFT::join(const double* __restrict re, const double* __restrict im,
                        double* __restrict second) const noexcept {
   const int quarter = blockLength_ / 4;
-  const double c1 = quarterWeights.c1, s1 = quarterWeights.s1, c2 = quarterWeights.c2;
   const double* __restrict cosine = laneCos_.data();
   const double* __restrict sine = laneSin_.data();
   for (int n = 0; n < quarter; ++n) {

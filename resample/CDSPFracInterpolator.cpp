@@ -1,0 +1,144 @@
+#include "resample/CDSPFracInterpolator.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "resample/KaiserWindow.h"
+
+namespace vellumic::resample {
+namespace {
+
+// Outputs after which the counters start over: keeps the product of count and rate exact.
+constexpr int outputsBeforeReset = 1000;
+constexpr double attenuation = 180.15;  // dB, what 24 taps reach from half the band upward
+
+// Rows of c0, c1, c2, each `taps` long: tap value = c0 + r * (c1 + r * c2), r from 0 to 1 across
+// the row. The parabolas meet the window's sinc at both ends and in the middle.
+template <int taps, int phases>
+std::vector<double> buildTable() {
+  const KaiserWindow window(attenuation);
+  constexpr int half = taps / 2;
+  const auto tapAt = [&](int tap, double position) {
+    const double time = tap - (half - 1) - position;
+    return sinc(time) * window(time / half);
+  };
+  std::vector<double> table;
+  table.reserve(static_cast<std::size_t>(phases * 3 * taps));
+  for (int row = 0; row < phases; ++row) {
+    for (int power = 0; power < 3; ++power) {
+      for (int tap = 0; tap < taps; ++tap) {
+        const double start = tapAt(tap, static_cast<double>(row) / phases);
+        const double middle = tapAt(tap, (row + 0.5) / phases);
+        const double end = tapAt(tap, (row + 1.0) / phases);
+        const double coefficients[] = {start, 4.0 * middle - 3.0 * start - end,
+                                       2.0 * (start + end) - 4.0 * middle};
+        table.push_back(coefficients[power]);
+      }
+    }
+  }
+  return table;
+}
+
+template <int taps, int phases>
+const double* sharedTable() {
+  static const std::vector<double> table = buildTable<taps, phases>();
+  return table.data();
+}
+
+}  // namespace
+
+template <int taps, int phases>
+CDSPFracInterpolator<taps, phases>::CDSPFracInterpolator(double source, double destination,
+                                                         double latencyFraction, int maxInput)
+    : source_(source),
+      destination_(destination),
+      latencyFraction_(latencyFraction),
+      table_(sharedTable<taps, phases>()) {
+  result_.resize(static_cast<std::size_t>(maxOutputLength(maxInput)));
+  clear();
+}
+
+template <int taps, int phases>
+int CDSPFracInterpolator<taps, phases>::inputBeforeOutput(int nextInput) const noexcept {
+  return half + static_cast<int>(latencyFraction_ + nextInput * source_ / destination_);
+}
+
+template <int taps, int phases>
+int CDSPFracInterpolator<taps, phases>::maxOutputLength(int maxInput) const noexcept {
+  return static_cast<int>(std::ceil(maxInput * destination_ / source_)) + 1;
+}
+
+template <int taps, int phases>
+void CDSPFracInterpolator<taps, phases>::clear() noexcept {
+  history_.fill(0.0);
+  fill_ = 0;
+  writePosition_ = 0;
+  readPosition_ = ringLength - (half - 1);
+  outputCount_ = 0;
+  consumed_ = 0;
+  position_ = positionBase_ = latencyFraction_;
+}
+
+template <int taps, int phases>
+int CDSPFracInterpolator<taps, phases>::process(
+    const double* input, int count, const double*& output) noexcept VELLUMIC_NONBLOCKING {
+  double* result = result_.data();
+  while (count > 0) {
+    const int part = std::min(count, ringLength - (half - 1) - fill_);
+    for (int n = 0; n < part; ++n) {
+      const auto place = static_cast<std::size_t>(writePosition_);
+      history_[place] = history_[place + ringLength] = input[n];
+      writePosition_ = (writePosition_ + 1) % ringLength;
+    }
+    input += part;
+    count -= part;
+    fill_ += part;
+    while (fill_ > half) {
+      *result++ = interpolate(position_, history_.data() + readPosition_);
+      advance();
+    }
+  }
+  output = result_.data();
+  return static_cast<int>(result - result_.data());
+}
+
+// position: from the sample at half - 1 to the next one, 0 up to 1.
+template <int taps, int phases>
+double CDSPFracInterpolator<taps, phases>::interpolate(double position,
+                                                       const double* samples) const noexcept {
+  const double x = position * phases;
+  const int row = static_cast<int>(x);
+  const double r = x - row;
+  const double* c0 = table_ + row * 3 * taps;
+  const double* c1 = c0 + taps;
+  const double* c2 = c1 + taps;
+  constexpr int lanes = 4;  // separate sums for the compiler's vectors
+  double sums[lanes] = {};
+  for (int tap = 0; tap < taps; tap += lanes) {
+    for (int lane = 0; lane < lanes; ++lane) {
+      const int i = tap + lane;
+      sums[lane] += (c0[i] + r * (c1[i] + r * c2[i])) * samples[i];
+    }
+  }
+  return (sums[0] + sums[1]) + (sums[2] + sums[3]);
+}
+
+template <int taps, int phases>
+void CDSPFracInterpolator<taps, phases>::advance() noexcept {
+  ++outputCount_;
+  position_ = outputCount_ * source_ / destination_ + positionBase_ - consumed_;
+  const int steps = static_cast<int>(position_);
+  position_ -= steps;
+  consumed_ += steps;
+  fill_ -= steps;
+  readPosition_ = (readPosition_ + steps) % ringLength;
+  if (outputCount_ >= outputsBeforeReset) {
+    outputCount_ = 0;
+    consumed_ = 0;
+    positionBase_ = position_;
+  }
+}
+
+template class CDSPFracInterpolator<24, 673>;
+
+}  // namespace vellumic::resample
