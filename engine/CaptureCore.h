@@ -13,7 +13,7 @@
 namespace vellumic {
 
 struct CaptureCore {
-  explicit CaptureCore(PacketSourceOpener openLoopback) : engine(std::move(openLoopback)) {}
+  explicit CaptureCore(LoopbackOpener openLoopback) : engine(std::move(openLoopback)) {}
 
   Arena arena;
   LockBlock lockBlock;

@@ -4,7 +4,7 @@
 
 namespace vellumic {
 
-FrameEngine::FrameEngine(PacketSourceOpener openLoopback) : pipeline(std::move(openLoopback)) {
+FrameEngine::FrameEngine(LoopbackOpener openLoopback) : pipeline(std::move(openLoopback)) {
   inputIndex.fill(-1);
   outputIndex.fill(-1);
   for (const std::size_t slot : {0U, 1U}) {

@@ -23,7 +23,7 @@ class FrameEngine {
   using Frame = std::array<float, slotCount>;
 
   // The opener gives the pipeline its loopback packets (see frontend/PacketSource.h).
-  explicit FrameEngine(PacketSourceOpener openLoopback);
+  explicit FrameEngine(LoopbackOpener openLoopback);
   FrameEngine(const FrameEngine&) = delete;
   FrameEngine& operator=(const FrameEngine&) = delete;
 
