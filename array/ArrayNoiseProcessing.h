@@ -21,7 +21,7 @@ namespace vellumic {
 
 class ArrayNoiseProcessing final : public RealAlgorithm {
  public:
-  // frameSize as StftChannel takes it; the time constants assume 16 kHz.
+  // At least two microphones. frameSize as StftChannel takes it; the time constants assume 16 kHz.
   explicit ArrayNoiseProcessing(int channelCount = 2, int frameSize = 512);
 
   // Clears framing and spectra; with resetChildren also beamformer and postfilter.

@@ -46,7 +46,7 @@ class NoiseEstimator {
   void resetHistory() noexcept VELLUMIC_NONBLOCKING;
 
   const NoiseEstimatorSettings& settings() const noexcept { return settings_; }
-  int binCount() const noexcept { return static_cast<int>(power_.size()); }
+  int binCount() const noexcept { return static_cast<int>(S.size()); }
 
   static constexpr float epsilon = 1e-10F;  // floor of all denominators
 
@@ -64,7 +64,7 @@ class NoiseEstimator {
   NoiseEstimatorSettings settings_;
   float biasCompensation_ = 1.0F;  // beta, from gamma1
   std::unique_ptr<NoiseHistory> history_;
-  Eigen::ArrayXf power_, mask_, smoothed_, smoothedMask_, presence_;  // scratch, binCount each
+  Eigen::ArrayXf mask_, maskedPower_, smoothed_, smoothedMask_, presence_;  // scratch
 };
 
 // Three taps (1/4, 1/2, 1/4) over the bins. At the edges the weights are (1/2, 1/4), losing a

@@ -33,7 +33,6 @@ class NoisePostfilter {
 
   NoiseEstimator noiseEstimator;
   SpectralGain spectralGain;
-  Eigen::ArrayXf cleanPower;  // gain^2 * power of the last frame
 
  private:
   int size_ = 256;

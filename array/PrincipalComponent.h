@@ -1,13 +1,12 @@
-// The dominant component of a pencil of covariances, as it arrives at the first microphone.
+// The dominant component of a pair of covariances, as it arrives at the first microphone.
 //
-// For A v = lambda B v (A, B Hermitian, B positive definite) with the eigenvectors V normalised to
-// V^H B V = I, the vector of the largest eigenvalue is scaled by
-//   g = -det(V without row 0 and its last column) / det(V) = (-1)^C * (v^H B e0),
-// the second form because inverse(V) = V^H B. It needs no determinants, which overflow in float
-// from five microphones up. With an odd microphone count the polarity is inverted, in every bin
-// alike. The result does not depend on the norm or phase of v.
-//
-// Thread: audio thread. No allocation up to maxMicrophones; a larger array allocates per solve.
+// For A v = lambda B v (A signal, B noise, V normalised to V^H B V = I) the eigenvector of the
+// largest eigenvalue is scaled by
+//   g = -det(V without its first row and last column) / det(V).
+// With inverse(V) = V^H B and B = L L^H this is (-1)^C L(0,0) conj(u(0)) for the unit eigenvector
+// u = L^H v of inverse(L) A inverse(L^H): no determinants, which overflow in float from five
+// microphones up. An odd microphone count inverts the polarity, in every bin alike. The result
+// does not depend on the norm or phase of v.
 #pragma once
 
 #include <Eigen/Core>
@@ -16,15 +15,14 @@
 
 namespace vellumic {
 
-class PrincipalComponent {
- public:
-  static constexpr int maxMicrophones = 16;
+// Above this count a solve allocates.
+inline constexpr int maxMicrophonesWithoutAllocation = 16;
 
-  // Only the lower triangles are read. weights = conj(g v), C values: a plain product-sum with the
-  // microphones gives the component. NaN throughout where the matrices are not finite.
-  static void solve(const Eigen::Ref<const Eigen::MatrixXcf>& signal,
-                    const Eigen::Ref<const Eigen::MatrixXcf>& noise,
-                    Eigen::Ref<Eigen::VectorXcf> weights) noexcept VELLUMIC_NONBLOCKING;
-};
+// signal, noise: C x C, only the lower triangles are read. weights: conj(g v), C values, so that a
+// plain product-sum with the microphones gives the component; NaN where the pair is not finite or
+// singular in its first element.
+void solvePrincipalComponent(const Eigen::Ref<const Eigen::MatrixXcf>& signal,
+                             const Eigen::Ref<const Eigen::MatrixXcf>& noise,
+                             Eigen::Ref<Eigen::VectorXcf> weights) noexcept VELLUMIC_NONBLOCKING;
 
 }  // namespace vellumic

@@ -22,7 +22,7 @@ class SpectralGain {
   const Eigen::ArrayXf& compute(const Eigen::ArrayXf& power,
                                 const Eigen::ArrayXf& noise) noexcept VELLUMIC_NONBLOCKING;
 
-  // Copies numbers. State that bad values had driven out of the finite range starts anew.
+  // Copies numbers.
   void apply(const SpectralGainSettings& settings) noexcept VELLUMIC_NONBLOCKING;
 
   const SpectralGainSettings& settings() const noexcept { return settings_; }

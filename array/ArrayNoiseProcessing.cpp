@@ -1,0 +1,93 @@
+#include "array/ArrayNoiseProcessing.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace vellumic {
+namespace {
+
+constexpr float internalRate = 16000.0F;  // Hz; other rates stretch the time constants
+
+// A bin that the beamformer could not solve must not stay in the postfilter's averages.
+void zeroWhatIsNotFinite(Eigen::ArrayXcf& spectrum) {
+  for (std::complex<float>& bin : spectrum) {
+    const float power = bin.real() * bin.real() + bin.imag() * bin.imag();
+    if (!std::isfinite(power)) bin = 0.0F;
+  }
+}
+
+}  // namespace
+
+ArrayNoiseProcessing::ArrayNoiseProcessing(int microphones, int requestedFrameSize)
+    : channelCount(std::max(microphones, 2)),
+      channels(static_cast<std::size_t>(channelCount), StftChannel(requestedFrameSize)) {
+  frameSize = channels.front().frameSize;
+  hopSize = channels.front().hopSize;
+  binCount = channels.front().binCount;
+  postfilter.setSize(frameSize / 2);
+  beamformer =
+      BeamformerAdaptive(channelCount, binCount, internalRate / static_cast<float>(hopSize));
+  init(false);
+}
+
+bool ArrayNoiseProcessing::init(bool resetChildren) {
+  spectra.setZero(binCount, channelCount);
+  beamformed.setZero(binCount);
+  enhanced.setZero(binCount);
+  bool succeeded = true;
+  for (StftChannel& channel : channels) succeeded = channel.init() && succeeded;
+  if (!resetChildren) return succeeded;
+  succeeded = beamformer.init(true) && succeeded;
+  postfilter.reset();
+  return succeeded;
+}
+
+void ArrayNoiseProcessing::applyParameters(const BeamformerSettings& beam,
+                                           const NoiseEstimatorSettings& noise,
+                                           const SpectralGainSettings& gain) {
+  beamformer.apply(beam);
+  postfilter.applyParameters(noise, gain);
+}
+
+void ArrayNoiseProcessing::apply(const BeamformerSettings& settings) noexcept VELLUMIC_NONBLOCKING {
+  beamformer.apply(settings);
+}
+
+void ArrayNoiseProcessing::apply(const SpectralGainSettings& settings) noexcept
+    VELLUMIC_NONBLOCKING {
+  postfilter.spectralGain.apply(settings);
+}
+
+void ArrayNoiseProcessing::apply(const NoiseEstimatorSettings& settings,
+                                 bool reset) noexcept VELLUMIC_NONBLOCKING {
+  postfilter.noiseEstimator.apply(settings, reset);
+}
+
+void ArrayNoiseProcessing::adopt(std::unique_ptr<NoiseHistory>& prepared) noexcept
+    VELLUMIC_NONBLOCKING {
+  postfilter.noiseEstimator.adopt(prepared);
+}
+
+void ArrayNoiseProcessing::process(const Input& input,
+                                   Output output) noexcept VELLUMIC_NONBLOCKING {
+  if (!processingEnabled) {
+    output = input.col(0).head(output.size());
+    return;
+  }
+  for (Eigen::Index c = 0; c < channelCount; ++c)
+    channels[static_cast<std::size_t>(c)].analyzeFrame(input.col(c), spectra.col(c));
+
+  if (beamformerEnabled)
+    beamformer.process(spectra, beamformed);
+  else
+    beamformed = spectra.col(0);
+  zeroWhatIsNotFinite(beamformed);
+
+  if (postfilterEnabled)
+    postfilter.process(beamformed, enhanced);
+  else
+    enhanced = beamformed;
+  channels.front().synthesizeFrame(enhanced, output);
+}
+
+}  // namespace vellumic

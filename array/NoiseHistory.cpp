@@ -1,0 +1,44 @@
+#include "array/NoiseHistory.h"
+
+#include <algorithm>
+
+namespace vellumic {
+namespace {
+
+constexpr float startMinimum = 1.0F;
+
+}  // namespace
+
+MinimumWindow::MinimumWindow(int binCount, int windowFrames)
+    : columns_(Eigen::ArrayXXf::Constant(binCount, 2 * windowFrames, startMinimum)) {}
+
+void MinimumWindow::replace(int column, const Eigen::Ref<const Eigen::ArrayXf>& values) noexcept
+    VELLUMIC_NONBLOCKING {
+  Eigen::Index node = columns_.cols() / 2 + column;
+  columns_.col(node) = values;
+  for (node /= 2; node >= 1; node /= 2)
+    columns_.col(node) = columns_.col(2 * node).min(columns_.col(2 * node + 1));
+}
+
+NoiseHistory::NoiseHistory(int bins, int frames)
+    : binCount(bins),
+      windowFrames(std::max(frames, 1)),
+      historyS(bins, windowFrames),
+      historyS2(bins, windowFrames) {}
+
+void NoiseHistory::push(const Eigen::Ref<const Eigen::ArrayXf>& s,
+                        const Eigen::Ref<const Eigen::ArrayXf>& s2) noexcept VELLUMIC_NONBLOCKING {
+  historyS.replace(column, s);
+  historyS2.replace(column, s2);
+  if (++column == windowFrames) column = 0;
+  untouched = false;
+}
+
+void NoiseHistory::restart() noexcept VELLUMIC_NONBLOCKING {
+  if (untouched) return;
+  historyS.fill(startMinimum);
+  historyS2.fill(startMinimum);
+  untouched = true;
+}
+
+}  // namespace vellumic
