@@ -2,8 +2,9 @@
 // Thread: any; the value never changes.
 #pragma once
 
-#include <unknwn.h>
 #include <windows.h>
+
+#include <unknwn.h>
 
 #include <atomic>
 #include <new>

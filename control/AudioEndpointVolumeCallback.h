@@ -6,9 +6,10 @@
 // (HandleVolumeNotification.h) and parameterLock, levelLock_.
 #pragma once
 
+#include <windows.h>
+
 #include <endpointvolume.h>
 #include <mmdeviceapi.h>
-#include <windows.h>
 
 #include <atomic>
 #include <functional>

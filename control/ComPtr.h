@@ -1,9 +1,10 @@
 // Owners of COM things: an interface with its reference count, and a property variant.
 #pragma once
 
+#include <windows.h>
+
 #include <objbase.h>
 #include <propidl.h>
-#include <windows.h>
 
 #include <utility>
 

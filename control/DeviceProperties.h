@@ -1,8 +1,9 @@
 // What endpoints tell about themselves. Thread: any with COM; never the real-time thread.
 #pragma once
 
-#include <mmdeviceapi.h>
 #include <windows.h>
+
+#include <mmdeviceapi.h>
 
 #include <optional>
 

@@ -2,8 +2,9 @@
 // Thread: control thread, under the object's lock.
 #pragma once
 
-#include <mmdeviceapi.h>
 #include <windows.h>
+
+#include <mmdeviceapi.h>
 
 #include <cstdint>
 #include <string>

@@ -1,8 +1,9 @@
 #include "control/WasapiLoopback.h"
 
+#include <windows.h>
+
 #include <audioclient.h>
 #include <mmdeviceapi.h>
-#include <windows.h>
 
 #include <optional>
 #include <utility>
