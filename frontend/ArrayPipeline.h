@@ -14,14 +14,12 @@
 // applyParameters and adopt need the lock that guards the hand-over.
 #pragma once
 
-#include <array>
 #include <memory>
 #include <span>
 
 #include "array/OutputLevelControl.h"
 #include "filters/BiquadSectionPair.h"
 #include "frontend/EchoStage.h"
-#include "frontend/LoopbackSource.h"
 #include "frontend/PipelineHandover.h"
 #include "frontend/PipelineProbe.h"
 #include "platform/Realtime.h"
@@ -30,32 +28,67 @@ namespace vellumic {
 
 class ArrayPipeline {
  public:
-  // Two microphones, blocks of 1024, equal rates. The opener finds what the loudspeakers play.
-  explicit ArrayPipeline(LoopbackOpener opener);
+  // Two microphones, blocks of 1024, equal rates; no hand-over is needed for these. The opener
+  // finds what the loudspeakers play; without one nothing is ever cancelled.
+  explicit ArrayPipeline(LoopbackOpener opener = {});
   ~ArrayPipeline();
   ArrayPipeline(const ArrayPipeline&) = delete;
   ArrayPipeline& operator=(const ArrayPipeline&) = delete;
 
   // Takes what waits: copies the record, exchanges the parts and carries over what stays. A new
-  // block part starts a fresh stream. Nothing waiting changes nothing.
+  // block part begins a fresh stream. Nothing waiting changes nothing.
   void adopt(PipelineHandover& handover) noexcept VELLUMIC_NONBLOCKING;
 
   // build() and adopt() in one step, for a stream that stands still.
   void applyParameters(PipelineHandover& handover, RawView raw, const StreamFacts& stream);
 
-  // One frame in place: microphone c at frame[c]; at least micCount() floats. References of a
-  // stream that does not use the loopback read as zero. Unchanged unless enabled.
+  // One frame in place: microphone c at frame[c], micCount() floats. References of a stream that
+  // does not use the loopback read as zero. While the pipeline is off the frame stays as it is.
   void processFrame(float* frame) noexcept VELLUMIC_NONBLOCKING;
 
   // The four-channel form: frame[0..1] microphones, frame[2..3] references, which pass untouched.
   // Further microphones of the configuration read silence.
   void processFrame12(float* frame) noexcept VELLUMIC_NONBLOCKING;
 
-  bool startLoopback();  // also again; false if nothing could be started
-  void stopLoopback();
+  // At lock, after the adoption: the loopback is opened for the internal rate then in force.
+  bool startLoopback() { return echo.loopback.start(); }
+  void stopLoopback() { echo.loopback.stop(); }
 
-  int micCount() const noexcept;
-  const PipelineProbe& probe() const noexcept { return probe_; }
+  int micCount() const noexcept { return block_->micCount; }
+  PipelineProbe probe() const noexcept;
+
+  EchoStage echo;
+  bool micHighPassEnabled = true;
+
+ private:
+  static constexpr int hopSize = 128;  // samples, a power of two
+
+  struct References {
+    float left = 0.0F, right = 0.0F;
+  };
+
+  bool running() const noexcept;
+  void apply(const PipelineRecord& record, bool resetNoise) noexcept;
+  void run(std::span<float> microphones, References references) noexcept;
+  void collect(References references) noexcept;
+  void takeMicrophones() noexcept;
+  void sendOutput() noexcept;
+  void deliver(std::span<float> microphones) noexcept;
+  void processBlock() noexcept;
+  void runBandTest() noexcept;
+  void processSlice() noexcept;
+
+  PipelineRecord record_;
+  std::unique_ptr<BlockPart> block_;
+  std::unique_ptr<BankPair> banks_;
+  std::unique_ptr<ArrayNoiseProcessing> noise_;
+  OutputLevelControl levelControl_;
+  BiquadSectionPair bandTestFilter_;
+
+  int writeIndex_ = 0;        // row of micBlock to write and of outputBlock to read
+  int sliceIndex_ = 0;        // hop of outputBlock that the noise processing takes next
+  bool outputReady_ = false;  // the last push into the output bank gave output
+  PipelineProbe probe_;
 };
 
 }  // namespace vellumic

@@ -31,12 +31,26 @@ class PartSlot {
   // The part that retired in the last exchange, null without one.
   const Part* retired() const noexcept { return waiting_ ? nullptr : part_.get(); }
 
+  // Builder. Frees a part that waits.
+  void withdraw() noexcept {
+    if (waiting_) part_.reset();
+    waiting_ = false;
+  }
+
   // Real-time thread. Returns true if `live` is a new part now.
   bool exchange(std::unique_ptr<Part>& live) noexcept VELLUMIC_NONBLOCKING {
     if (!waiting_) return false;
     live.swap(part_);
     waiting_ = false;
     return true;
+  }
+
+  // The same for an owner that exchanges by itself: owner.adopt(std::unique_ptr<Part>&).
+  template <class Owner>
+  void handTo(Owner& owner) noexcept VELLUMIC_NONBLOCKING {
+    if (!waiting_) return;
+    owner.adopt(part_);
+    waiting_ = false;
   }
 
  private:

@@ -17,7 +17,7 @@
 namespace vellumic {
 
 class ArrayNoiseProcessing;
-class NoiseHistory;
+struct NoiseHistory;
 struct BankPair;
 struct BlockPart;
 
@@ -31,6 +31,9 @@ struct PipelineRecord {
 
 class PipelineHandover {
  public:
+  static constexpr int maxMicrophones = 12;   // as many as a frame has room for
+  static constexpr int noiseFrameSize = 512;  // samples; hops of a quarter
+
   PipelineHandover();
   ~PipelineHandover();
   PipelineHandover(const PipelineHandover&) = delete;
@@ -52,24 +55,29 @@ class PipelineHandover {
 
   const PipelineSettings& settings() const noexcept { return record_.settings; }
   int channels() const noexcept { return channels_; }
-  // Anything to adopt?
-  bool waiting() const noexcept;
+  // Anything to adopt? Every part comes with a record.
+  bool waiting() const noexcept { return recordWaits_; }
 
  private:
   friend class ArrayPipeline;
+  static constexpr int parkedRate = 1;  // of both sides: no conversion until rates are known
 
   void freeRetired() noexcept;
-  void stageBanks(double deviceRate, double internalRate);
+  void takeBlockSize(int blockSize) noexcept;
+  bool takeChannels(int channels) noexcept;
+  void stageBlock();
+  void stageBanks(int deviceRate, int internalRate);
+  void stageNoise();
+  void retuneNoise(const PipelineSettings& before);
 
   // The builders' copy.
   PipelineRecord record_;
   int channels_ = 2;
-  double deviceRate_ = 1.0, internalRate_ = 1.0;  // Hz, of the banks; both 1: parked
+  int bankDeviceRate_ = parkedRate, bankInternalRate_ = parkedRate;  // Hz
 
-  // The waiting place; the record above waits too.
+  // The waiting place; the record above waits too. A block that waits asks for a fresh stream.
   bool recordWaits_ = false;
   bool noiseResetRequested_ = false;
-  bool loopbackDelayZeroRequested_ = false;
   PartSlot<BlockPart> block_;
   PartSlot<BankPair> banks_;
   PartSlot<ArrayNoiseProcessing> noise_;

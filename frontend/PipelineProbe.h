@@ -1,6 +1,6 @@
 // What the array pipeline is doing, as plain numbers for tools and tests.
 //
-// Written by the frame path at the end of each block or hop; read on the same thread.
+// A snapshot; taken on the thread that runs the frames.
 #pragma once
 
 #include <cstdint>
@@ -12,20 +12,22 @@ struct PipelineProbe {
   std::int64_t cancelledBlocks = 0;  // of these, through the cancellers
   std::int64_t adoptions = 0;        // parameter records taken over
 
-  int lastLag = 0;           // samples at the internal rate; positive: microphones trail
+  int lastLag = 0;  // samples at the internal rate; positive: microphones trail
   bool delayLocked = false;
-  int loopbackDelay = 0;     // samples
-  int microphoneDelay = 0;   // samples
+  int loopbackDelay = 0;    // samples
+  int microphoneDelay = 0;  // samples
+  bool streaming = false;   // loopback packets arrive
 
   // Mean square of the latest block, full scale 1: the first microphone before and after the
-  // echo stage, and the sum of both references.
+  // echo stage (which lags half a block when it cancels), and the sum of both references.
   float microphoneEnergy = 0.0F;
   float residualEnergy = 0.0F;
   float referenceEnergy = 0.0F;
   float covarianceEnergy = 0.0F;  // of the first canceller
   bool converged = false;         // of the first canceller
 
-  float levelGain = 1.0F;  // linear, both stages of the output level control
+  bool signalActive = false;  // the beamformer's verdict on the latest hop
+  float levelGain = 0.0F;     // linear, of the latest sample through both level stages
 };
 
 }  // namespace vellumic

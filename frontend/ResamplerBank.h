@@ -1,7 +1,6 @@
 // Up to 16 channels of rate conversion, fed one frame at a time, with a ring of one second behind.
 //
-// Latency: that of CDSPResampler24 for the pair of rates with inputs of one sample; the ring adds
-// none as long as it is popped as fast as it fills.
+// Latency: framesBeforeOutput(); the ring adds none while it is popped as fast as it fills.
 //
 // Threads: constructor, setChannels and setRates allocate and belong off the audio thread;
 // pushFrame and pop are real-time safe.
@@ -32,6 +31,9 @@ class ResamplerBank {
   bool pushFrame(std::span<const float> samples) noexcept VELLUMIC_NONBLOCKING;
   // As SampleRing::pop.
   bool pop(ChannelArrays& target, int count) noexcept VELLUMIC_NONBLOCKING;
+
+  // Frames that go in before the first output comes: the latency, in samples of the source rate.
+  int framesBeforeOutput() const noexcept;
 
   int channels() const noexcept { return channels_; }
   double sourceRate() const noexcept { return sourceRate_; }

@@ -1,0 +1,108 @@
+// The block and hop work of the array pipeline, and what it takes from the hand-over.
+#include <cstddef>
+
+#include "array/ArrayNoiseProcessing.h"
+#include "frontend/ArrayPipeline.h"
+#include "frontend/BankPair.h"
+
+namespace vellumic {
+namespace {
+
+float meanSquare(const Eigen::Ref<const Eigen::ArrayXf>& samples) noexcept {
+  return samples.square().mean();
+}
+
+}  // namespace
+
+void ArrayPipeline::applyParameters(PipelineHandover& handover, RawView raw,
+                                    const StreamFacts& stream) {
+  handover.build(raw, stream);
+  adopt(handover);
+}
+
+void ArrayPipeline::adopt(PipelineHandover& handover) noexcept VELLUMIC_NONBLOCKING {
+  if (!handover.recordWaits_) return;
+  if (handover.block_.exchange(block_)) {
+    block_->carryOver(*handover.block_.retired());
+    writeIndex_ = 0;
+    echo.freshStream();
+  }
+  handover.banks_.exchange(banks_);
+  handover.noise_.exchange(noise_);
+  handover.noiseHistory_.handTo(*noise_);
+  apply(handover.record_, handover.noiseResetRequested_);
+  handover.noiseResetRequested_ = false;
+  handover.recordWaits_ = false;
+  ++probe_.adoptions;
+}
+
+void ArrayPipeline::apply(const PipelineRecord& record, bool resetNoise) noexcept {
+  record_ = record;
+  const PipelineSettings& settings = record_.settings;
+  for (EchoCanceller& canceller : block_->cancellers) canceller.apply(settings.echo);
+  block_->setHighPass(record_.highPass, static_cast<float>(settings.internalRate));
+  echo.loopback.setTargetRate(settings.internalRate);
+
+  noise_->beamformerEnabled = settings.beamformerEnabled;
+  noise_->postfilterEnabled = settings.postfilterEnabled;
+  noise_->processingEnabled = record_.processingEnabled;
+  noise_->apply(settings.beamformer);
+  noise_->apply(settings.spectralGain);
+  noise_->apply(settings.noiseEstimator, resetNoise);
+  levelControl_.apply(settings.level);
+  // While the pipeline is off nobody reads the references.
+  if (!running()) echo.skip();
+}
+
+void ArrayPipeline::processBlock() noexcept {
+  BlockPart& block = *block_;
+  const PipelineSettings& settings = record_.settings;
+  probe_.microphoneEnergy = meanSquare(block.micBlock.col(0));
+  ++probe_.blocks;
+  if (settings.bandTest) {
+    runBandTest();
+    echo.skip();
+  } else if (!settings.echoCancelEnabled || settings.echoBypass) {
+    echo.skip();
+  } else if (echo.run(block, {.useLoopback = record_.useLoopback,
+                              .referenceMonitor = settings.referenceMonitor})) {
+    ++probe_.cancelledBlocks;
+  }
+  probe_.residualEnergy = meanSquare(block.micBlock.col(0));
+  block.outputBlock = block.micBlock;
+}
+
+// The same two sections run over the block again and again, with their memories carried along.
+void ArrayPipeline::runBandTest() noexcept {
+  Eigen::ArrayXXf& samples = block_->micBlock;
+  for (int pass = 0; pass < record_.settings.bandTestPasses; ++pass)
+    for (Eigen::Index j = 0; j < samples.rows(); ++j)
+      bandTestFilter_.process(samples(j, 0), samples(j, 1));
+}
+
+// The enhanced signal takes the place of channel 0; the other channels stay as they are.
+void ArrayPipeline::processSlice() noexcept {
+  Eigen::ArrayXXf& samples = block_->outputBlock;
+  const Eigen::Index first = static_cast<Eigen::Index>(sliceIndex_) * hopSize;
+  ++sliceIndex_;
+  if (first + hopSize > samples.rows()) return;
+  noise_->process(samples.middleRows(first, hopSize), samples.col(0).segment(first, hopSize));
+}
+
+PipelineProbe ArrayPipeline::probe() const noexcept {
+  PipelineProbe probe = probe_;
+  const EchoCanceller& first = block_->cancellers.front();
+  probe.lastLag = echo.lastLag;
+  probe.delayLocked = echo.delayLocked;
+  probe.loopbackDelay = echo.loopback.delay();
+  probe.microphoneDelay = block_->micDelay.delay();
+  probe.streaming = echo.loopback.streaming();
+  probe.referenceEnergy = meanSquare(block_->referenceMatrix.rowwise().sum());
+  probe.covarianceEnergy = first.covarianceEnergy;
+  probe.converged = first.converged;
+  probe.signalActive = noise_->beamformer.signalActive;
+  probe.levelGain = levelControl_.levelStage.gain * levelControl_.limiterStage.gain;
+  return probe;
+}
+
+}  // namespace vellumic

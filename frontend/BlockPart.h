@@ -1,0 +1,50 @@
+// Everything of the array pipeline whose size follows from the block length or the number of
+// microphones, as one part of the hand-over.
+//
+// Threads: construction allocates and belongs off the audio path; the rest is real-time.
+#pragma once
+
+#include <Eigen/Core>
+#include <array>
+#include <vector>
+
+#include "filters/BiquadSection.h"
+#include "frontend/DelayEstimator.h"
+#include "frontend/EchoCanceller.h"
+#include "frontend/LiveCount.h"
+#include "frontend/ReferenceSpectra.h"
+#include "frontend/SampleRing.h"
+
+namespace vellumic {
+
+struct BlockPart : LiveCount<BlockPart> {
+  BlockPart(int samples, int microphones);
+
+  // What outlives a new configuration: the cancellers' long-term state, the filter memories and
+  // the frame in hand, of the microphones that both have.
+  void carryOver(const BlockPart& old) noexcept VELLUMIC_NONBLOCKING;
+
+  // Coefficients of all microphones' high-pass; the memories stay.
+  void setHighPass(const BiquadCoefficients& design,
+                   float sampleRate) noexcept VELLUMIC_NONBLOCKING;
+
+  int blockSize;
+  int micCount;
+
+  ChannelArrays frameSample;        // micCount x 1: the sample in hand, on the way in and out
+  std::vector<float> outputColumn;  // micCount, on the way into the output bank
+  SampleRing micDelay;              // adjustable
+  std::vector<BiquadSection> micHighPass;
+
+  // blockSize rows, one column per channel.
+  Eigen::ArrayXXf micBlock;         // under collection; processed in place at its end
+  Eigen::ArrayXXf outputBlock;      // the finished block, read while the next one fills
+  Eigen::ArrayXXf referenceMatrix;  // the two references of the block
+  std::array<Eigen::ArrayXf, 2> referenceBlock;  // as last taken from the loopback
+
+  ReferenceSpectra references;
+  std::vector<EchoCanceller> cancellers;  // one per microphone
+  DelayEstimator delayEstimator;          // over four blocks
+};
+
+}  // namespace vellumic

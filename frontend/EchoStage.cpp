@@ -1,0 +1,93 @@
+#include "frontend/EchoStage.h"
+
+#include <cmath>
+#include <span>
+#include <utility>
+
+#include "frontend/BoundedSample.h"
+
+namespace vellumic {
+namespace {
+
+constexpr float unlockEnergy = 0.03F;   // of the first canceller's state covariance
+constexpr float targetShare = 0.1F;     // of a block: where the echo path shall begin
+constexpr float toleranceShare = 0.3F;  // of that target
+
+std::span<float> column(Eigen::ArrayXXf& matrix, Eigen::Index c) noexcept {
+  return {matrix.col(c).data(), static_cast<std::size_t>(matrix.rows())};
+}
+
+}  // namespace
+
+EchoStage::EchoStage(LoopbackOpener opener) : loopback(std::move(opener)) {}
+
+void EchoStage::freshStream() noexcept VELLUMIC_NONBLOCKING {
+  loopback.setDelay(0);
+  delayLocked = false;
+}
+
+bool EchoStage::run(BlockPart& block, Flags flags) noexcept VELLUMIC_NONBLOCKING {
+  if (flags.useLoopback) {
+    if (skipped_) {
+      loopback.discard();
+      delayLocked = false;
+    } else {
+      loopback.drain();
+    }
+  }
+  skipped_ = false;
+
+  if (referenceRequired && !takeReferences(block)) {
+    if (flags.referenceMonitor) block.micBlock.col(1).setZero();
+    return false;
+  }
+  keepAligned(block);
+  if (flags.referenceMonitor) {
+    block.micBlock.col(1) = block.referenceMatrix.col(0);
+    return false;
+  }
+
+  block.references.advance(column(block.referenceMatrix, 0), column(block.referenceMatrix, 1));
+  for (int i = 0; i < block.micCount; ++i) {
+    const std::span<float> microphone = column(block.micBlock, i);
+    block.cancellers[static_cast<std::size_t>(i)].process(block.references, microphone, microphone);
+  }
+  return true;
+}
+
+// The matrix is filled either way: without fresh data the last block stands.
+bool EchoStage::takeReferences(BlockPart& block) noexcept {
+  const bool fresh = loopback.popBlock(
+      {block.referenceBlock[0].data(), block.referenceBlock[1].data()}, block.blockSize);
+  for (Eigen::Index r = 0; r < 2; ++r) {
+    const Eigen::ArrayXf& row = block.referenceBlock[static_cast<std::size_t>(r)];
+    for (Eigen::Index i = 0; i < row.size(); ++i) block.referenceMatrix(i, r) = soundSample(row[i]);
+  }
+  return fresh;
+}
+
+void EchoStage::keepAligned(BlockPart& block) noexcept {
+  const EchoCanceller& first = block.cancellers.front();
+  const bool wasLocked = delayLocked;
+  if (wasLocked && first.covarianceEnergy > unlockEnergy && first.converged) delayLocked = false;
+  if (!wasLocked) estimateDelay(block);
+}
+
+void EchoStage::estimateDelay(BlockPart& block) noexcept {
+  block.delayEstimator.update(block.referenceMatrix, block.micBlock);
+  lastLag = block.delayEstimator.committedLag;
+  if (lastLag == 0) return;
+
+  const auto length = static_cast<float>(block.cancellers.front().blockLength());
+  const int target = static_cast<int>(std::round(length * targetShare));
+  const int tolerance = static_cast<int>(std::round(static_cast<float>(target) * toleranceShare));
+  if (lastLag > target + tolerance || lastLag < target - tolerance) {
+    const int correction = lastLag - target;
+    if (!loopback.setDelay(loopback.delay() + correction))
+      block.micDelay.setDelay(block.micDelay.delay() - correction);
+  }
+  block.delayEstimator.reset();
+  delayLocked = true;
+}
+
+}  // namespace vellumic
