@@ -28,7 +28,7 @@ endif()
 
 if(VELLUMIC_SANITIZER STREQUAL "address")
   set(sanitizer_flags -fsanitize=address,undefined -fno-sanitize=alignment
-    -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    -fno-sanitize-recover=all -fno-omit-frame-pointer -D_GLIBCXX_ASSERTIONS)
 elseif(VELLUMIC_SANITIZER STREQUAL "thread")
   set(sanitizer_flags -fsanitize=thread)
 elseif(VELLUMIC_SANITIZER STREQUAL "realtime")
