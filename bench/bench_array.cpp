@@ -1,0 +1,109 @@
+// Cost of one hop (128 samples, 8 ms) of the array chain, whole and by stage.
+#include <benchmark/benchmark.h>
+
+#include <random>
+
+#include "array/ArrayNoiseProcessing.h"
+#include "platform/FloatingPointMode.h"
+
+namespace vellumic {
+namespace {
+
+constexpr int hop = 128;
+constexpr int hopsOfInput = 64;
+
+// White noise with a common part, columns are microphones.
+Eigen::ArrayXXf microphones(int count) {
+  std::mt19937 random(1);
+  std::normal_distribution<float> normal(0.0F, 0.01F);
+  Eigen::ArrayXXf signal =
+      Eigen::ArrayXXf::NullaryExpr(hop * hopsOfInput, count, [&] { return normal(random); });
+  signal.colwise() += Eigen::ArrayXf(signal.col(0));
+  return signal;
+}
+
+// A chain past its first frames, with a spectrum to work on.
+ArrayNoiseProcessing warmChain(int count, const Eigen::ArrayXXf& signal) {
+  cutDenormals();
+  ArrayNoiseProcessing chain(count, 512);
+  Eigen::ArrayXf output(hop);
+  for (int h = 0; h < hopsOfInput; ++h) chain.process(signal.middleRows(h * hop, hop), output);
+  return chain;
+}
+
+void wholeHop(benchmark::State& state) {
+  const auto count = static_cast<int>(state.range(0));
+  const Eigen::ArrayXXf signal = microphones(count);
+  ArrayNoiseProcessing chain = warmChain(count, signal);
+  Eigen::ArrayXf output(hop);
+  int h = 0;
+  for (auto _ : state) {
+    chain.process(signal.middleRows(h * hop, hop), output);
+    benchmark::DoNotOptimize(output.data());
+    h = (h + 1) % hopsOfInput;
+  }
+}
+BENCHMARK(wholeHop)->Arg(2)->Arg(4)->Arg(8)->Unit(benchmark::kMicrosecond);
+
+void analysis(benchmark::State& state) {
+  const auto count = static_cast<int>(state.range(0));
+  const Eigen::ArrayXXf signal = microphones(count);
+  ArrayNoiseProcessing chain = warmChain(count, signal);
+  for (auto _ : state) {
+    for (int c = 0; c < count; ++c)
+      chain.channels[static_cast<std::size_t>(c)].analyzeFrame(signal.col(c).head(hop),
+                                                               chain.spectra.col(c));
+    benchmark::DoNotOptimize(chain.spectra.data());
+  }
+}
+BENCHMARK(analysis)->Arg(2)->Arg(4)->Arg(8)->Unit(benchmark::kMicrosecond);
+
+void activity(benchmark::State& state) {
+  const auto count = static_cast<int>(state.range(0));
+  ArrayNoiseProcessing chain = warmChain(count, microphones(count));
+  const Eigen::ArrayXf power = chain.spectra.col(0).abs2();
+  Eigen::ArrayXf probability(chain.binCount);
+  for (auto _ : state) {
+    for (ActivityEstimator& estimator : chain.beamformer.estimators)
+      estimator.process(power, probability);
+    benchmark::DoNotOptimize(probability.data());
+  }
+}
+BENCHMARK(activity)->Arg(2)->Arg(4)->Arg(8)->Unit(benchmark::kMicrosecond);
+
+// With the activity estimators; second argument 0 leaves out the eigen solves.
+void beamformer(benchmark::State& state) {
+  const auto count = static_cast<int>(state.range(0));
+  ArrayNoiseProcessing chain = warmChain(count, microphones(count));
+  if (state.range(1) == 0) chain.beamformer.binsPerFrame = 0;
+  for (auto _ : state) {
+    chain.beamformer.process(chain.spectra, chain.beamformed);
+    benchmark::DoNotOptimize(chain.beamformed.data());
+  }
+}
+BENCHMARK(beamformer)
+    ->ArgNames({"microphones", "solves"})
+    ->ArgsProduct({{2, 4, 8}, {0, 1}})
+    ->Unit(benchmark::kMicrosecond);
+
+void postfilter(benchmark::State& state) {
+  ArrayNoiseProcessing chain = warmChain(2, microphones(2));
+  for (auto _ : state) {
+    chain.postfilter.process(chain.beamformed, chain.enhanced);
+    benchmark::DoNotOptimize(chain.enhanced.data());
+  }
+}
+BENCHMARK(postfilter)->Unit(benchmark::kMicrosecond);
+
+void synthesis(benchmark::State& state) {
+  ArrayNoiseProcessing chain = warmChain(2, microphones(2));
+  Eigen::ArrayXf output(hop);
+  for (auto _ : state) {
+    chain.channels[0].synthesizeFrame(chain.enhanced, output);
+    benchmark::DoNotOptimize(output.data());
+  }
+}
+BENCHMARK(synthesis)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+}  // namespace vellumic
