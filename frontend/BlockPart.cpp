@@ -20,7 +20,7 @@ BlockPart::BlockPart(int samples, int microphones)
       micBlock(Eigen::ArrayXXf::Zero(samples, microphones)),
       outputBlock(Eigen::ArrayXXf::Zero(samples, microphones)),
       referenceMatrix(Eigen::ArrayXXf::Zero(samples, 2)),
-      referenceBlock{Eigen::ArrayXf::Zero(samples), Eigen::ArrayXf::Zero(samples)},
+      referenceBlock(2, std::vector<float>(static_cast<std::size_t>(samples))),
       references(samples) {
   micDelay.setDelay(startDelay);
   micDelay.resize(delayCapacity, microphones);

@@ -5,7 +5,6 @@
 #pragma once
 
 #include <Eigen/Core>
-#include <array>
 #include <vector>
 
 #include "filters/BiquadSection.h"
@@ -40,7 +39,7 @@ struct BlockPart : LiveCount<BlockPart> {
   Eigen::ArrayXXf micBlock;         // under collection; processed in place at its end
   Eigen::ArrayXXf outputBlock;      // the finished block, read while the next one fills
   Eigen::ArrayXXf referenceMatrix;  // the two references of the block
-  std::array<Eigen::ArrayXf, 2> referenceBlock;  // as last taken from the loopback
+  ChannelArrays referenceBlock;     // 2 x blockSize, as last taken from the loopback
 
   ReferenceSpectra references;
   std::vector<EchoCanceller> cancellers;  // one per microphone

@@ -1,5 +1,6 @@
 #include "frontend/EchoStage.h"
 
+#include <algorithm>
 #include <cmath>
 #include <span>
 #include <utility>
@@ -57,12 +58,11 @@ bool EchoStage::run(BlockPart& block, Flags flags) noexcept VELLUMIC_NONBLOCKING
 
 // The matrix is filled either way: without fresh data the last block stands.
 bool EchoStage::takeReferences(BlockPart& block) noexcept {
-  const bool fresh = loopback.popBlock(
-      {block.referenceBlock[0].data(), block.referenceBlock[1].data()}, block.blockSize);
-  for (Eigen::Index r = 0; r < 2; ++r) {
-    const Eigen::ArrayXf& row = block.referenceBlock[static_cast<std::size_t>(r)];
-    for (Eigen::Index i = 0; i < row.size(); ++i) block.referenceMatrix(i, r) = soundSample(row[i]);
-  }
+  const bool fresh = loopback.popBlock(block.referenceBlock, block.blockSize);
+  for (std::size_t r = 0; r < 2; ++r)
+    std::ranges::transform(block.referenceBlock[r],
+                           block.referenceMatrix.col(static_cast<Eigen::Index>(r)).begin(),
+                           soundSample);
   return fresh;
 }
 
