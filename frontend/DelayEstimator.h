@@ -36,6 +36,7 @@ class DelayEstimator {
   static constexpr int agreeBlocks = 3;
 
   void clear() noexcept;
+  int rawLag() noexcept;
 
   int blockSize_ = 1024, windowSize_ = 4096;
   Eigen::ArrayXf referenceHistory_, micHistory_;  // windowSize

@@ -8,8 +8,8 @@
 //
 // Samples are floats at full scale 1. The output lags the input by blockLength / 2 samples.
 // A state that is no longer finite starts over at once and that block comes out silent.
-// Threads: construction, setBlockLength and setup allocate and stay off the audio path; the rest
-// is real-time and belongs to one thread.
+// Threads: construction and setBlockLength allocate and stay off the audio path; the rest is
+// real-time and belongs to one thread.
 #pragma once
 
 #include <Eigen/Core>
@@ -33,10 +33,10 @@ class EchoCanceller {
   EchoCanceller(EchoCanceller&&) noexcept = default;
   EchoCanceller& operator=(EchoCanceller&&) noexcept = default;
 
-  void setBlockLength(int blockLength);  // in force with the next setup()
+  void setBlockLength(int blockLength);  // sizes everything, then as setup()
   // Filters and statistics start again; blockCounter, longTermLevel, blockEnergy, converged and
-  // the settings stay.
-  void setup();
+  // the settings stay. Also the remedy when a filter diverges, so it allocates nothing.
+  void setup() noexcept VELLUMIC_NONBLOCKING;
   void apply(const EchoCancellerSettings& settings) noexcept VELLUMIC_NONBLOCKING;
 
   // `references` has advanced to this block; microphone and output hold blockLength samples and
@@ -62,16 +62,18 @@ class EchoCanceller {
   ResidualSuppressor suppressor;
 
  private:
-  void startOver() noexcept;
+  void size();
+  void recover() noexcept;
   void cancelLinear(const ReferenceBlock& block, std::span<const float> microphone) noexcept;
-  void transformTail(const Eigen::ArrayXf& samples, Eigen::ArrayXcf& spectrum) noexcept;
+  void transformTail(const Eigen::Ref<const Eigen::ArrayXf>& samples,
+                     Eigen::ArrayXcf& spectrum) noexcept;
   void updateStatistics(const ReferenceBlock& block) noexcept;
   void decorrelate(const ReferenceBlock& block) noexcept;
   void checkHealth() noexcept;
   bool isSettled() const noexcept;
 
   EchoCancellerSettings settings_;
-  int blockLength_ = 0, sizedFor_ = 0;
+  int blockLength_ = 0;
   bool startedOver_ = true;  // since the latest block: the past of the references is not ours
   Eigen::ArrayXf previousError_, error_, echoEstimate_, frame_;
   Eigen::ArrayXcf echoSpectrum_, micSpectrum_, errorSpectrum_;

@@ -27,7 +27,7 @@ class EchoPathFilter {
   SpectralTracker processNoise;  // its smoothed power, Q
 
   // Sizes for this block length and starts over; allocates only when the length changes.
-  void setup(int blockLength, Fft& fft);
+  void setup(int blockLength);
 
   // Adds the echo of this block to `estimate` (blockLength samples). `fft` has 2 * blockLength.
   void addEcho(const Eigen::ArrayXcf& reference, Fft& fft, Eigen::ArrayXf& estimate) noexcept;
@@ -37,8 +37,7 @@ class EchoPathFilter {
              const Eigen::ArrayXf& noisePower, Fft& fft) noexcept;
 
  private:
-  void computeUpdate(const ReferenceHistory& reference, const Eigen::ArrayXcf& error,
-                     const Eigen::ArrayXf& noisePower) noexcept;
+  void computeGain(const Eigen::ArrayXf& power, const Eigen::ArrayXf& noisePower) noexcept;
 
   int blockLength_ = 0;
   Eigen::ArrayXcf echoBins_;

@@ -35,12 +35,16 @@ class ResidualSuppressor {
   };
   void process(const Input& input, const EchoCancellerSettings& settings) noexcept;
 
+  bool isFinite() const noexcept;
+
  private:
-  void suppressFrame(const Eigen::ArrayXf& referenceBins, const Input& input,
+  static constexpr float greatestCoupling = 1000.0F;
+
+  void suppressFrame(const Eigen::ArrayXf& magnitude, const Input& input,
                      const EchoCancellerSettings& settings) noexcept;
 
   int blockLength_ = 0;
-  Eigen::ArrayXf analysisWindow_, errorFrame_, windowedError_, suppressedFrame_, overlap_;
+  Eigen::ArrayXf analysisWindow_, errorFrame_, suppressedFrame_, overlap_;
   Eigen::ArrayXcf errorBins_;
   Fft fft_;
 };
