@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "parameters/Raw.h"
 
@@ -45,8 +46,11 @@ struct ParameterName {
 std::optional<ParameterName> findParameter(std::string_view name);
 const Parameter* findParameter(Raw slot);
 
+// Whether the dotted name is the beginning of a parameter's name: "noise.gain".
+bool isParameterGroup(std::string_view name);
+
 // The known name with the fewest edits from `name`.
-std::string_view nearestParameterName(std::string_view name);
+std::string nearestParameterName(std::string_view name);
 
 // All stages on; zero where nothing reads the slot.
 const RawValues& factorySettings();

@@ -10,7 +10,7 @@
 namespace vellumic {
 
 enum class RunState : int {
-  speech = 0,   // all array stages forced on by the mode
+  speech = 0,   // echo cancellation and noise suppression forced on
   general = 1,  // on only if `pipeline.keep_in_default_mode` is 1
   off = 2,      // the entry points do nothing
 };
