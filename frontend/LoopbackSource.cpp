@@ -111,8 +111,7 @@ void LoopbackSource::discard() noexcept VELLUMIC_NONBLOCKING {
   draining_.store(false, std::memory_order_release);
 }
 
-bool LoopbackSource::popBlock(const std::array<float*, 2>& target,
-                              int count) noexcept VELLUMIC_NONBLOCKING {
+bool LoopbackSource::popBlock(ChannelArrays& target, int count) noexcept VELLUMIC_NONBLOCKING {
   if (stream_ == nullptr || std::exchange(discarded_, false) || !streaming()) return false;
   if (std::exchange(skipFirstBlock_, false)) return false;
   return stream_->pop(target, count);

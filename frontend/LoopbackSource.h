@@ -11,12 +11,12 @@
 // drain, discard, popBlock and the delay belong to the real-time thread. setTargetRate: any.
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <memory>
 #include <thread>
 
 #include "frontend/PacketSource.h"
+#include "frontend/SampleRing.h"
 #include "platform/Realtime.h"
 
 namespace vellumic {
@@ -50,7 +50,7 @@ class LoopbackSource {
   // Takes `count` samples per reference into two rows of at least that many. False when nothing
   // plays or too little is queued; the target then keeps its contents, as the second row does when
   // the device is mono.
-  bool popBlock(const std::array<float*, 2>& target, int count) noexcept VELLUMIC_NONBLOCKING;
+  bool popBlock(ChannelArrays& target, int count) noexcept VELLUMIC_NONBLOCKING;
 
   // Samples at the internal rate by which the references are held back. False if negative.
   bool setDelay(int samples) noexcept VELLUMIC_NONBLOCKING;

@@ -19,7 +19,7 @@ LoopbackStream::LoopbackStream(std::unique_ptr<PacketSource> source, double targ
     resamplers_.push_back(std::make_unique<resample::CDSPResampler24>(
         format_.sampleRate, targetRate, maxInput, transitionBand));
     outputs_.emplace_back(maxOutput);
-    popped_.emplace_back(static_cast<std::size_t>(ring_.capacity()));
+    dropped_.emplace_back(maxOutput);
   }
 }
 
@@ -85,16 +85,8 @@ void LoopbackStream::push(int count) noexcept {
     count = room;
   }
   const int tooMany = ring_.available() + count - room;
-  if (tooMany > 0) ring_.pop(popped_, tooMany);
+  if (tooMany > 0) ring_.pop(dropped_, tooMany);
   ring_.push(outputs_, count);
-}
-
-bool LoopbackStream::pop(const std::array<float*, 2>& target,
-                         int count) noexcept VELLUMIC_NONBLOCKING {
-  if (count < 0 || !ring_.pop(popped_, count)) return false;
-  for (std::size_t c = 0; c < popped_.size(); ++c)
-    std::copy_n(popped_[c].begin(), count, target[c]);
-  return true;
 }
 
 }  // namespace vellumic

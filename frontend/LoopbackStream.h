@@ -6,7 +6,6 @@
 // Threads: construction, start and destruction off the audio path; the rest is real-time.
 #pragma once
 
-#include <array>
 #include <memory>
 #include <vector>
 
@@ -37,7 +36,9 @@ class LoopbackStream {
   Outcome discard() noexcept VELLUMIC_NONBLOCKING { return take(false); }
 
   // `count` samples into each row that the device has a channel for; false if too few wait.
-  bool pop(const std::array<float*, 2>& target, int count) noexcept VELLUMIC_NONBLOCKING;
+  bool pop(ChannelArrays& target, int count) noexcept VELLUMIC_NONBLOCKING {
+    return ring_.pop(target, count);
+  }
   void setDelay(int samples) noexcept VELLUMIC_NONBLOCKING { ring_.setDelay(samples); }
   void silence() noexcept VELLUMIC_NONBLOCKING { ring_.clear(); }      // indices stay
   void restartRing() noexcept VELLUMIC_NONBLOCKING { ring_.reset(); }  // only the delay is queued
@@ -61,7 +62,7 @@ class LoopbackStream {
   std::vector<std::unique_ptr<resample::CDSPResampler24>> resamplers_;
   std::vector<double> input_;  // maxInput
   ChannelArrays outputs_;      // maxOutput each
-  ChannelArrays popped_;       // one ring each
+  ChannelArrays dropped_;      // the oldest samples of a full ring
 };
 
 }  // namespace vellumic
