@@ -58,8 +58,7 @@ bool EchoStage::run(BlockPart& block, Flags flags) noexcept VELLUMIC_NONBLOCKING
 
 // The matrix is filled either way: without fresh data the last block stands.
 bool EchoStage::takeReferences(BlockPart& block) noexcept {
-  const bool fresh = loopback.popBlock(
-      {block.referenceBlock[0].data(), block.referenceBlock[1].data()}, block.blockSize);
+  const bool fresh = loopback.popBlock(block.referenceBlock, block.blockSize);
   for (std::size_t r = 0; r < 2; ++r)
     std::ranges::transform(block.referenceBlock[r],
                            block.referenceMatrix.col(static_cast<Eigen::Index>(r)).begin(),
