@@ -12,8 +12,6 @@
 namespace vellumic {
 namespace {
 
-constexpr float leastGain = 1e-05F;  // only mute gives exactly 0
-
 float gainOf(float levelDb) noexcept { return std::pow(10.0F, levelDb / 20.0F); }
 
 // Empty when the device is gone or has no volume control.
@@ -116,9 +114,19 @@ std::size_t CHandleVolumeNotification::channelCount(const std::wstring& id) cons
 }
 
 Volumes CHandleVolumeNotification::volumes(const std::wstring& id) const {
-  if (isMuted(id)) return {0.0F, 0.0F, 0.0F};
-  return {std::max(masterGain(id), leastGain), std::max(firstChannelGain(id), leastGain),
-          std::max(secondChannelGain(id), leastGain)};
+  if (isMuted(id)) return {0.0F, 0.0F, 0.0F};  // only mute gives exactly 0
+  constexpr float least = ParameterSets::leastVolume;
+  return {std::max(masterGain(id), least), std::max(firstChannelGain(id), least),
+          std::max(secondChannelGain(id), least)};
+}
+
+void renewVolumes(const CHandleVolumeNotification& notification, const std::wstring& id,
+                  ParameterSets& sets) {
+  const Volumes volumes = notification.volumes(id);
+  if (notification.channelCount(id) > 1)
+    sets.setVolumes(volumes);
+  else
+    sets.setMasterVolume(volumes.master);
 }
 
 }  // namespace vellumic

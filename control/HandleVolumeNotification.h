@@ -10,7 +10,7 @@
 #include <string>
 
 #include "control/AudioEndpointVolumeCallback.h"
-#include "engine/Volumes.h"
+#include "engine/ParameterSets.h"
 
 namespace vellumic {
 
@@ -46,5 +46,9 @@ class CHandleVolumeNotification {
   mutable CriticalLock mapLock_;
   std::map<std::wstring, ComPtr<Callback>> entries_;
 };
+
+// Writes an endpoint's changed volumes into both images: the channels' only if there are several.
+void renewVolumes(const CHandleVolumeNotification& notification, const std::wstring& id,
+                  ParameterSets& sets);
 
 }  // namespace vellumic
