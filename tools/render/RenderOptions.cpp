@@ -1,0 +1,138 @@
+#include "tools/render/RenderOptions.h"
+
+#include <CLI/CLI.hpp>
+#include <cmath>
+#include <iostream>
+#include <map>
+
+namespace vellumic::tools {
+namespace {
+
+const std::map<std::string, CaptureClass> classNames{
+    {"efx", CaptureClass::efx}, {"mfx", CaptureClass::mfx}, {"kdmfx", CaptureClass::kdmfx}};
+const std::map<std::string, ProcessingMode> modeNames{
+    {"default", ProcessingMode::standard},
+    {"raw", ProcessingMode::raw},
+    {"speech", ProcessingMode::speech},
+    {"communications", ProcessingMode::communications},
+    {"media", ProcessingMode::media},
+    {"movie", ProcessingMode::movie},
+    {"notification", ProcessingMode::notification}};
+
+constexpr const char* description =
+    "Runs a WAV file through the capture effects as the audio service would.";
+constexpr const char* footer = R"(
+Settings start from the factory values; --raw-parameters replaces all of them, then come the
+--settings files in order, then --set. The output is 32-bit float WAV of the same rate, channels
+and length (longer with --tail).
+
+Examples:
+  vellumic-render --class efx --settings settings/speech_equalizer.toml in.wav out.wav
+  vellumic-render --class mfx --mode speech --far speakers.wav --align --timing mics.wav clean.wav
+  vellumic-render --set noise.enabled=false --change 5:quiet.toml in.wav out.wav)";
+
+// "SECONDS:REST"; the rest may hold more colons.
+std::pair<double, std::string> splitSeconds(const std::string& text, const std::string& option,
+                                            const std::string& form) {
+  const std::size_t colon = text.find(':');
+  try {
+    if (colon != std::string::npos && colon + 1 < text.size()) {
+      std::size_t used = 0;
+      const double seconds = std::stod(text.substr(0, colon), &used);
+      if (used == colon && std::isfinite(seconds) && seconds >= 0.0)
+        return {seconds, text.substr(colon + 1)};
+    }
+  } catch (const std::logic_error&) {  // not a number
+  }
+  throw UsageError(option + " " + text + ": write " + form + ", both at least 0");
+}
+
+TimeSpan gapFrom(const std::string& text) {
+  const std::string form = "START:LENGTH in seconds";
+  const auto [start, rest] = splitSeconds(text, "--far-gap", form);
+  const auto [length, nothing] = splitSeconds(rest + ":-", "--far-gap", form);
+  return {.start = start, .length = length};
+}
+
+std::uint32_t maskFrom(const std::string& text) {
+  try {
+    std::size_t used = 0;
+    const unsigned long mask = std::stoul(text, &used, 0);
+    if (used == text.size() && mask <= 0xFFFFFFFFUL) return static_cast<std::uint32_t>(mask);
+  } catch (const std::logic_error&) {
+  }
+  throw UsageError("--channel-mask " + text + ": write a number such as 0x3 or 0");
+}
+
+}  // namespace
+
+std::optional<RenderOptions> parseRenderOptions(int argc, const char* const* argv) {
+  RenderOptions options;
+  std::vector<std::string> changes, gaps;
+  std::string mask;
+  std::uint32_t block = 0;
+
+  CLI::App app{description, "vellumic-render"};
+  app.footer(footer);
+  app.add_option("--class", options.captureClass, "efx (equaliser), mfx (array chain), kdmfx")
+      ->transform(CLI::CheckedTransformer(classNames).description(""))
+      ->option_text("CLASS [mfx]");
+  app.add_option("--mode", options.mode,
+                 "default, raw, speech, communications, media, movie or notification")
+      ->transform(CLI::CheckedTransformer(modeNames).description(""))
+      ->option_text("MODE [default]");
+  app.add_option("--settings", options.settingsFiles, "settings by name (repeatable)")
+      ->option_text("FILE.toml")
+      ->expected(1)
+      ->take_all();
+  app.add_option("--set", options.assignments, "one setting (repeatable)")
+      ->option_text("NAME=VALUE")
+      ->expected(1)
+      ->take_all();
+  app.add_option("--raw-parameters", options.rawFile, "1365 little-endian floats as stored")
+      ->option_text("FILE");
+  app.add_option("--change", changes, "reload live with this file on top (repeatable)")
+      ->option_text("SECONDS:FILE.toml")
+      ->expected(1)
+      ->take_all();
+  app.add_option("--far", options.farFile, "what the loudspeakers play")->option_text("FILE.wav");
+  app.add_option("--far-gap", gaps, "seconds in which nothing plays (repeatable)")
+      ->option_text("START:LENGTH")
+      ->expected(1)
+      ->take_all();
+  auto* blockOption = app.add_option("--block", block, "frames per call, 10 ms without it")
+                          ->check(CLI::Range(1U, 1048576U).description(""))
+                          ->option_text("FRAMES");
+  auto* volume = app.add_option("--volume", options.volume, "linear endpoint volume")
+                     ->check(CLI::Range(0.0F, 1.0F).description(""))
+                     ->option_text("X [1]");
+  app.add_flag("--muted", options.muted, "endpoint muted")->excludes(volume);
+  auto* maskOption =
+      app.add_option("--channel-mask", mask, "instead of the file's own")->option_text("MASK");
+  app.add_flag("--tail", options.tail, "render the delay out: a longer output");
+  app.add_flag("--align", options.align, "remove the delay");
+  app.add_flag("--timing", options.timing, "print how long the calls took");
+  app.add_option("INPUT.wav", options.inputFile)->required()->option_text(" ");
+  app.add_option("OUTPUT.wav", options.outputFile)->required()->option_text(" ");
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp&) {
+    std::cout << app.help();
+    return std::nullopt;
+  } catch (const CLI::ParseError& error) {
+    throw UsageError(std::string(error.what()) + "; see vellumic-render --help");
+  }
+  for (const std::string& change : changes) {
+    auto [seconds, file] = splitSeconds(change, "--change", "SECONDS:FILE.toml");
+    options.changes.push_back({.seconds = seconds, .file = std::move(file)});
+  }
+  for (const std::string& gap : gaps) options.farGaps.push_back(gapFrom(gap));
+  if (maskOption->count() > 0) options.channelMask = maskFrom(mask);
+  if (blockOption->count() > 0) options.blockFrames = block;
+  if (!options.farGaps.empty() && options.farFile.empty())
+    throw UsageError("--far-gap: needs --far FILE.wav");
+  return options;
+}
+
+}  // namespace vellumic::tools

@@ -1,0 +1,42 @@
+// The command line of vellumic-render, read and checked, nothing opened yet.
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tools/render/RenderJob.h"
+
+namespace vellumic::tools {
+
+struct ChangeOption {
+  double seconds = 0.0;
+  std::string file;
+};
+
+struct RenderOptions {
+  CaptureClass captureClass = CaptureClass::mfx;
+  ProcessingMode mode = ProcessingMode::standard;
+  std::vector<std::string> settingsFiles;
+  std::vector<std::string> assignments;
+  std::string rawFile;
+  std::vector<ChangeOption> changes;
+  std::string farFile;
+  std::vector<TimeSpan> farGaps;
+  std::optional<std::uint32_t> blockFrames;  // default: 10 ms
+  std::optional<std::uint32_t> channelMask;
+  float volume = 1.0F;
+  bool muted = false, timing = false, tail = false, align = false;
+  std::string inputFile, outputFile;
+};
+
+// what() is one line for the user.
+class UsageError : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Nothing when help was asked for and printed. Throws UsageError.
+std::optional<RenderOptions> parseRenderOptions(int argc, const char* const* argv);
+
+}  // namespace vellumic::tools
