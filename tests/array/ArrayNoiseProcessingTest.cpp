@@ -1,0 +1,156 @@
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <vector>
+
+#include "array/ArrayNoiseProcessing.h"
+#include "platform/FloatingPointMode.h"
+#include "tests/array/Signals.h"
+#include "tests/support/RealtimeGuard.h"
+
+namespace vellumic {
+namespace {
+
+// The microphones' block as the pipeline holds it: hops are views with an outer stride.
+Eigen::ArrayXXf noiseBlock(int samples, int microphones) {
+  Eigen::ArrayXXf block(samples, microphones);
+  for (int m = 0; m < microphones; ++m)
+    block.col(m) = whiteNoise(samples, 0.01F, 30U + static_cast<unsigned>(m));
+  return block;
+}
+
+Eigen::ArrayXf processed(ArrayNoiseProcessing& chain, const Eigen::ArrayXXf& block) {
+  Eigen::ArrayXf output(block.rows());
+  for (Eigen::Index at = 0; at + chain.hopSize <= block.rows(); at += chain.hopSize)
+    chain.process(block.middleRows(at, chain.hopSize), output.segment(at, chain.hopSize));
+  return output;
+}
+
+class FrameSize : public testing::TestWithParam<std::pair<int, int>> {};
+
+TEST_P(FrameSize, HasUnitGainAndADelayOfThreeHops) {
+  const auto [requested, taken] = GetParam();
+  ArrayNoiseProcessing chain(2, requested);
+  chain.beamformerEnabled = chain.postfilterEnabled = false;
+  ASSERT_EQ(chain.frameSize, taken);
+  EXPECT_EQ(chain.hopSize, taken / 4);
+  EXPECT_EQ(chain.binCount, taken / 2 + 1);
+  EXPECT_FLOAT_EQ(chain.beamformer.frameRate, 64000.0F / static_cast<float>(taken));
+  const Eigen::ArrayXXf input = noiseBlock(3 * taken, 2);
+  const Eigen::ArrayXf output = processed(chain, input);
+  const int delay = taken - taken / 4;
+  EXPECT_LT(output.head(delay).abs().maxCoeff(), 1e-7F);
+  const auto error = output.tail(3 * taken - delay) - input.col(0).head(3 * taken - delay);
+  EXPECT_LT(error.abs().maxCoeff(), 1e-6F);
+}
+INSTANTIATE_TEST_SUITE_P(Sizes, FrameSize,
+                         testing::Values(std::pair{64, 64}, std::pair{500, 512},
+                                         std::pair{512, 512}, std::pair{1024, 1024},
+                                         std::pair{4096, 4096}));
+
+TEST(StftChannel, WindowsForHalfFrameStepsAddUpToOne) {
+  StftChannel channel;
+  channel.overlapPercent = 50;
+  channel.hopSize = channel.overlapSize = 256;
+  ASSERT_TRUE(channel.init());
+  EXPECT_NEAR(channel.analysisWindow[0], channel.analysisWindow[511], 1e-6F);
+  const Eigen::ArrayXf gain = channel.analysisWindow * channel.synthesisWindow;
+  EXPECT_LT((gain.head(256) + gain.tail(256) - 1.0F).abs().maxCoeff(), 0.01F);
+}
+
+TEST(ArrayNoiseProcessing, OutputMayBeTheFirstColumnOfTheInput) {
+  for (const bool passThrough : {false, true}) {
+    ArrayNoiseProcessing chain(3, 512);
+    chain.processingEnabled = !passThrough;
+    chain.postfilterEnabled = false;  // its smoothed spectra live through init
+    Eigen::ArrayXXf block = noiseBlock(40 * hop, 3);
+    const Eigen::ArrayXf expected = processed(chain, block);
+    if (passThrough) {
+      EXPECT_TRUE((expected == block.col(0)).all());
+      EXPECT_TRUE((chain.channels[0].inputBuffer == 0.0F).all());  // no state moves
+    }
+    ASSERT_TRUE(chain.init(true));
+    EXPECT_TRUE(chain.postfilter.noiseEstimator.resetPending);
+    for (Eigen::Index at = 0; at < block.rows(); at += hop)
+      chain.process(block.middleRows(at, hop), block.col(0).segment(at, hop));
+    EXPECT_TRUE((block.col(0) == expected).all());
+  }
+}
+
+TEST(ArrayNoiseProcessing, ABinWithoutSolutionDoesNotStayInThePostfilter) {
+  ArrayNoiseProcessing chain(2, 512);
+  const Eigen::ArrayXXf input = noiseBlock(20 * hop, 2);
+  chain.beamformer.weights.row(40).setConstant(std::numeric_limits<float>::quiet_NaN());
+  chain.beamformer.weights.row(50).setConstant(1e30F);
+  EXPECT_TRUE(processed(chain, input).isFinite().all());
+  EXPECT_TRUE(chain.postfilter.noiseEstimator.S.isFinite().all());
+}
+
+TEST(ArrayNoiseProcessing, LongSilenceDoesNotEndIt) {
+  cutDenormals();
+  ArrayNoiseProcessing chain(2, 512);
+  const Eigen::ArrayXXf input = noiseBlock(2 * rate, 2);
+  const float before = processed(chain, input).tail(rate).square().mean();
+  EXPECT_TRUE((processed(chain, Eigen::ArrayXXf::Zero(12 * rate, 2)).tail(rate) == 0.0F).all());
+  const float after = processed(chain, input).tail(rate).square().mean();
+  EXPECT_NEAR(decibels(after / before), 0.0F, 3.0F);
+}
+
+// Any stored value may come; once sensible ones are back the chain works again.
+TEST(ArrayNoiseProcessing, RandomParametersLeaveNoLastingDamage) {
+#ifdef VELLUMIC_SHORT_TESTS
+  constexpr int rounds = 10;
+#else
+  constexpr int rounds = 100;
+#endif
+  std::mt19937 random(3);
+  const std::vector<float> odd{std::numeric_limits<float>::quiet_NaN(),
+                               std::numeric_limits<float>::infinity(),
+                               1e30F,
+                               -1e30F,
+                               -1.0F,
+                               0.0F,
+                               1e-40F,
+                               1.0F,
+                               2.0F,
+                               3e9F};
+  ArrayNoiseProcessing chain(2, 512);
+  const Eigen::ArrayXXf input = noiseBlock(12 * hop, 2);
+  for (int round = 0; round < rounds; ++round) {
+    std::vector<float> raw(rawCount);
+    for (float& value : raw) value = odd[random() % odd.size()];
+    BeamformerSettings beam;
+    NoiseEstimatorSettings noise;
+    SpectralGainSettings gain;
+    beam.update(RawView(raw.data(), rawCount));
+    noise.update(RawView(raw.data(), rawCount));
+    gain.update(RawView(raw.data(), rawCount));
+    chain.applyParameters(beam, noise, gain);
+    processed(chain, input);
+    chain.applyParameters({}, {}, {});
+    const Eigen::ArrayXf output = processed(chain, input);
+    ASSERT_TRUE(output.tail(4 * hop).isFinite().all()) << round;
+    ASSERT_GT(output.tail(4 * hop).abs().maxCoeff(), 1e-5F) << round;
+  }
+}
+
+TEST(ArrayNoiseProcessing, TouchesNoHeapLockOrSystemOnTheFramePath) {
+  for (const int microphones : {2, 3, 4, 8, 16}) {
+    ArrayNoiseProcessing chain(microphones, 512);
+    const Eigen::ArrayXXf input = noiseBlock(20 * hop, microphones);
+    Eigen::ArrayXf output(hop);
+    auto history = std::make_unique<NoiseHistory>(chain.binCount, 100);
+    RealtimeGuard guard;
+    for (int frame = 0; frame < 20; ++frame)
+      chain.process(input.middleRows(frame * hop, hop), output);
+    chain.adopt(history);
+    chain.apply(NoiseEstimatorSettings{}, true);
+    chain.apply(BeamformerSettings{});
+    chain.apply(SpectralGainSettings{});
+    chain.process(input.topRows(hop), output);
+    EXPECT_EQ(guard.violations(), 0) << microphones << ' ' << guard.first();
+  }
+}
+
+}  // namespace
+}  // namespace vellumic
