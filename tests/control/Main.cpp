@@ -1,0 +1,58 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <map>
+#include <string_view>
+
+#include "tests/control/ChildProcess.h"
+
+namespace vellumic::test {
+namespace {
+
+std::map<std::string, std::function<int()>, std::less<>>& modes() {
+  static std::map<std::string, std::function<int()>, std::less<>> all;
+  return all;
+}
+
+}  // namespace
+
+ChildMode::ChildMode(const char* name, std::function<int()> body) {
+  modes()[name] = std::move(body);
+}
+
+ChildProcess::ChildProcess(const std::string& mode) {
+  std::array<char, MAX_PATH> program{};
+  GetModuleFileNameA(nullptr, program.data(), MAX_PATH);
+  std::string command = '"' + std::string(program.data()) + "\" --child " + mode;
+  STARTUPINFOA startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION information = {};
+  EXPECT_TRUE(CreateProcessA(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                             &startup, &information));
+  process_.reset(information.hProcess);
+  thread_.reset(information.hThread);
+}
+
+ChildProcess::~ChildProcess() {
+  TerminateProcess(process_.get(), 1);
+  WaitForSingleObject(process_.get(), INFINITE);
+}
+
+DWORD ChildProcess::wait() {
+  constexpr DWORD patienceMs = 20000;
+  WaitForSingleObject(process_.get(), patienceMs);
+  DWORD code = STILL_ACTIVE;
+  GetExitCodeProcess(process_.get(), &code);
+  return code;
+}
+
+}  // namespace vellumic::test
+
+int main(int count, char** arguments) {
+  if (count == 3 && std::string_view(arguments[1]) == "--child") {
+    const auto mode = vellumic::test::modes().find(std::string_view(arguments[2]));
+    return mode != vellumic::test::modes().end() ? mode->second() : 99;
+  }
+  testing::InitGoogleTest(&count, arguments);
+  return RUN_ALL_TESTS();
+}

@@ -1,0 +1,206 @@
+#include <chrono>
+#include <iostream>
+#include <memory>
+#include <vector>
+
+#include "control/ParametersInRegistry.h"
+#include "tests/control/ChildProcess.h"
+#include "tests/control/RegistrySandbox.h"
+
+namespace vellumic::test {
+namespace {
+
+constexpr float numbered(unsigned number) { return static_cast<float>(number); }
+constexpr float untouched = -7.0F;
+
+struct Values {
+  std::vector<float> a = std::vector<float>(rawCount, untouched), b = a;
+  RawValues first() { return RawValues(a.data(), rawCount); }
+  RawValues second() { return RawValues(b.data(), rawCount); }
+};
+
+class RegistryTest : public testing::Test {
+ protected:
+  void load() { parameters.readInitialSetting(values.first(), values.second()); }
+  bool reload() { return parameters.reloadSetting(held, values.first()); }
+  unsigned parallelCount(const wchar_t* setting) {
+    unsigned count = 999;
+    const RegistryKey settings = parameters.openSettings();
+    parameters.readSettingParallel(settings.get(), &count, setting, values.first(),
+                                   values.second());
+    return count;
+  }
+
+  RegistrySandbox registry;
+  CParametersInRegistry parameters;
+  RegistryKey held;
+  Values values;
+};
+
+TEST_F(RegistryTest, MissingTreeLeavesTheValues) {
+  load();
+  EXPECT_EQ(values.a[0], untouched);
+  EXPECT_FALSE(reload());
+  registry.select(L"9");  // tree without the setting's subkey
+  load();
+  EXPECT_TRUE(reload());
+  EXPECT_EQ(values.a[0], untouched);
+  EXPECT_EQ(values.b[1364], untouched);
+  EXPECT_TRUE(IsEqualGUID(parameters.settingsGuid, settingsTreeGuid));
+}
+
+TEST_F(RegistryTest, ActiveSettingNamesTheSubkey) {
+  const DWORD binaryName = L'7';  // the bytes of a one-letter text
+  const std::wstring longName(20, L'8');
+  struct Case {
+    const char* what;
+    DWORD type;
+    const void* data;
+    std::size_t size;
+    float loaded, reloaded;  // the first value of setting 2, 5, 7, x, 88... is 2, 5, 7, 10, 88
+    int number;
+  } cases[] = {
+      {"missing", REG_NONE, nullptr, 0, 2, 2, 2},
+      {"text", REG_SZ, L"5", 4, 5, 5, 5},
+      {"another type", REG_DWORD, &binaryName, 4, 7, 2, 2},
+      {"not a number", REG_SZ, L"x", 4, 10, 10, 0},
+      {"40 bytes without a terminator", REG_BINARY, longName.c_str(), 40, 88, 2, 2},
+      {"longer than 40 bytes", REG_SZ, longName.c_str(), 42, 2, 2, 2},
+  };
+  for (const auto& [name, value] : {std::pair(L"2", 2.0F),
+                                    {L"5", 5.0F},
+                                    {L"7", 7.0F},
+                                    {L"x", 10.0F},
+                                    {longName.c_str(), 88.0F}})
+    registry.writeSetting(name, 1, 1, [value = value](unsigned) { return value; });
+  for (const Case& test : cases) {
+    SCOPED_TRACE(test.what);
+    if (test.data != nullptr)
+      registry.write(registry.settingsPath(), L"ActiveSetting", test.type, test.data, test.size);
+    load();
+    EXPECT_EQ(values.a[0], test.loaded);
+    EXPECT_EQ(values.b[0], test.loaded);
+    ASSERT_TRUE(reload());
+    EXPECT_EQ(values.a[0], test.reloaded);
+    EXPECT_EQ(parameters.activeSettingNumber, test.number);
+  }
+}
+
+TEST_F(RegistryTest, WholeSettingIsCountedByBothReaders) {
+  registry.writeSetting(L"2", 1, rawCount, numbered);
+  EXPECT_EQ(parallelCount(L"2"), rawCount);
+  for (unsigned slot = 0; slot < rawCount; ++slot) {
+    ASSERT_EQ(values.a[slot], numbered(slot + 1));
+    ASSERT_EQ(values.b[slot], numbered(slot + 1));
+  }
+  EXPECT_EQ(parallelCount(L"absent"), 999U);
+}
+
+TEST_F(RegistryTest, ShortSettingIsMarkedByTheReloadOnly) {
+  registry.writeSetting(L"2", 1, 323, numbered);
+  registry.select(L"2");
+  load();
+  EXPECT_EQ(values.a[index(Raw::shortSettingMark)], untouched);
+  ASSERT_TRUE(reload());
+  EXPECT_EQ(values.a[index(Raw::shortSettingMark)], 1.0F);
+  EXPECT_EQ(values.a[322], 323.0F);
+  registry.writeSetting(L"few", 1, 100, numbered);
+  EXPECT_EQ(parallelCount(L"few"), 100U + 4760U);  // absolute slot numbers of the empty chunks
+}
+
+TEST_F(RegistryTest, GapEndsItsChunkButNotTheReload) {
+  registry.writeSetting(L"2", 1, 100, numbered);
+  registry.writeSetting(L"2", 102, rawCount, numbered);
+  EXPECT_EQ(parallelCount(L"2"), rawCount - 170 + 100);
+  EXPECT_EQ(values.a[99], 100.0F);
+  EXPECT_EQ(values.a[100], 0.0F);
+  EXPECT_EQ(values.a[101], untouched);  // behind the gap, to the end of the chunk
+  EXPECT_EQ(values.a[170], 171.0F);
+  const RegistryKey setting = CRegistryUtils::openKey(parameters.openSettings().get(), L"2");
+  EXPECT_EQ(CParametersInRegistry::readSettingSequential(setting.get(), values.first()), 100U);
+  EXPECT_EQ(values.a[100], 0.0F);
+  EXPECT_EQ(values.a[101], 102.0F);
+}
+
+TEST_F(RegistryTest, OversizedValueCountsAndLeavesTheSlot) {
+  registry.writeSetting(L"2", 1, rawCount, numbered);
+  const double wide = 1.0;
+  registry.write(registry.settingsPath() + L"\\2", L"Param5", REG_QWORD, &wide, sizeof wide);
+  EXPECT_EQ(parallelCount(L"2"), rawCount);
+  EXPECT_EQ(values.a[4], 0.0F);
+  EXPECT_EQ(values.a[5], 6.0F);
+}
+
+TEST_F(RegistryTest, HardwareOutputPathMapsTheChoice) {
+  const auto path = [this] {
+    parameters.readHardwareOutputPath();
+    return parameters.hardwareOutputPath;
+  };
+  EXPECT_EQ(path(), 3);
+  constexpr int expected[] = {3, 0, 1, 2, 1};
+  for (DWORD choice = 0; choice < 5; ++choice) {
+    registry.write(productPath, L"HardwareOutputPath", choice);
+    EXPECT_EQ(path(), expected[choice]) << choice;
+  }
+  registry.write(productPath, L"HardwareOutputPath", std::wstring(L"too long"));
+  EXPECT_EQ(path(), 3);
+}
+
+TEST_F(RegistryTest, HeadsetOverrideIsTheLastMatchingDevices) {
+  const auto device = [this](const wchar_t* number, const std::wstring& driver) {
+    registry.write(std::wstring(audioClassPath) + number, L"Driver", driver);
+    return std::wstring(audioClassPath) + number + L"\\HeadsetStatus";
+  };
+  const auto first = device(L"\\0001", L"isstrtc.sys"), second = device(L"\\0002", L"isstrtc.sys");
+  device(L"\\0000", L"ISSTRTC.SYS");
+  device(L"\\0003", std::wstring(120, L'd'));
+  registry.write(first, L"HeadsetStatus", 1);
+  registry.write(second, L"HeadsetStatus", 2);
+  parameters.readHardwareOutputPath();
+  EXPECT_EQ(parameters.hardwareOutputPath, 0);
+  ASSERT_TRUE(parameters.headsetStatusKey);
+  registry.write(second, L"HeadsetStatus", std::wstring(L"1"));  // not a DWORD: the first stays
+  parameters.readHardwareOutputPath();
+  EXPECT_EQ(parameters.hardwareOutputPath, 1);
+  registry.remove(second);
+  parameters.readHardwareOutputPath();
+  EXPECT_FALSE(parameters.headsetStatusKey);
+}
+
+// A Driver text of 127 characters has 256 bytes with its terminator.
+const ChildMode longDriver("long-driver", [] {
+  RegistrySandbox registry;
+  registry.write(std::wstring(audioClassPath) + L"\\0000", L"Driver", std::wstring(127, L'd'));
+  CParametersInRegistry().readHardwareOutputPath();
+  return 0;
+});
+
+TEST_F(RegistryTest, DriverTextBeyondTheRangeEndsTheProcess) {
+  constexpr DWORD rangeCheckFailed = 0xC0000409;
+  EXPECT_EQ(ChildProcess("long-driver").wait(), rangeCheckFailed);
+}
+
+TEST_F(RegistryTest, TimeToReadASetting) {
+  registry.writeSetting(L"2", 1, rawCount, numbered);
+  const RegistryKey settings = parameters.openSettings();
+  const RegistryKey setting = CRegistryUtils::openKey(settings.get(), L"2");
+  const auto milliseconds = [](auto&& read) {
+    constexpr int rounds = 10;
+    const auto begin = std::chrono::steady_clock::now();
+    for (int round = 0; round < rounds; ++round) read();
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin) /
+           rounds;
+  };
+  unsigned count = 0;
+  const auto parallel = milliseconds([&] {
+    parameters.readSettingParallel(settings.get(), &count, L"2", values.first(), values.second());
+  });
+  const auto sequential = milliseconds(
+      [&] { CParametersInRegistry::readSettingSequential(setting.get(), values.first()); });
+  std::cout << "reading a setting of " << count << " values: parallel " << parallel.count()
+            << " ms, sequential " << sequential.count() << " ms\n";
+  EXPECT_LT(sequential.count(), 1000.0);
+}
+
+}  // namespace
+}  // namespace vellumic::test
