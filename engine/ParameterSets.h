@@ -55,6 +55,10 @@ class ParameterSets {
   std::span<float, rawCount> rawParameters() const noexcept {
     return std::span<float, rawCount>(raw1_, rawCount);
   }
+  // The other raw set: the first reader fills it as well, nothing reads it.
+  std::span<float, rawCount> spareRawParameters() const noexcept {
+    return std::span<float, rawCount>(raw0_, rawCount);
+  }
   // The first setting lies in rawParameters(): nothing is pending before the next reload.
   void settingRead() noexcept;
 
