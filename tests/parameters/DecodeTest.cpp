@@ -1,0 +1,192 @@
+// Raw values, sound and broken, as the stages will see them.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <limits>
+#include <random>
+
+#include "parameters/Catalogue.h"
+#include "parameters/EqualizerSettings.h"
+#include "parameters/PipelineSettings.h"
+
+namespace vellumic {
+namespace {
+
+constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+constexpr float infinity = std::numeric_limits<float>::infinity();
+
+struct Set {
+  Raw slot;
+  float value;
+};
+RawValues with(std::initializer_list<Set> sets) {
+  RawValues raw = factorySettings();
+  for (const Set& set : sets) raw[index(set.slot)] = set.value;
+  return raw;
+}
+
+TEST(EqualizerSettings, FilterTypesAreTruncatedAndFallToFlatGain) {
+  const std::pair<float, int> types[] = {
+      {0, 0},  {1, 1},     {3.9F, 3}, {7.99F, 7},    {8, 0},      {9, 0},        {-0.9F, 0},
+      {-1, 0}, {1e30F, 0}, {nan, 0},  {infinity, 0}, {-1e30F, 0}, {-infinity, 0}};
+  for (const auto& [stored, type] : types) {
+    const auto settings =
+        EqualizerSettings::from(with({{bandSlot(1, 9, BandField::type), stored}}));
+    EXPECT_EQ(settings.bands[1][9].type, type) << stored;
+  }
+}
+
+TEST(EqualizerSettings, BandsAreNeutralByUnityGainOrAnEnableOfZero) {
+  const auto neutral = [](std::initializer_list<Set> sets) {
+    return EqualizerSettings::from(with(sets)).allBandsNeutral();
+  };
+  const Raw enable = bandSlot(1, 4, BandField::enable), gain = bandSlot(1, 4, BandField::gain);
+  EXPECT_TRUE(neutral({}));
+  EXPECT_TRUE(neutral({{gain, 2}}));
+  EXPECT_TRUE(neutral({{enable, 1}}));
+  EXPECT_FALSE(neutral({{enable, 1}, {gain, 2}}));
+  EXPECT_FALSE(neutral({{enable, 0.5F}, {gain, 2}}));
+  EXPECT_FALSE(neutral({{enable, nan}, {gain, nan}}));
+}
+
+PipelineSettings decoded(const RawValues& raw, StreamFacts stream = {.category = 2.0F}) {
+  PipelineSettings settings;
+  settings.update(raw, stream);
+  return settings;
+}
+
+TEST(PipelineSettings, BlockSizesThatTheTransformsCannotTakeKeepThePresentOne) {
+  const std::pair<float, int> sizes[] = {{512, 512},   {961.7F, 960}, {128, 128},   {16384, 16384},
+                                         {127, 1024},  {16386, 1024}, {896, 1024},  {1022, 1024},
+                                         {-512, 1024}, {nan, 1024},   {1e30F, 1024}};
+  for (const auto& [stored, size] : sizes)
+    EXPECT_EQ(decoded(with({{Raw::blockSize, stored}})).blockSize, size) << stored;
+}
+
+TEST(PipelineSettings, RatesOutsideTheirRangeFallToTheDefaults) {
+  const std::pair<float, int> rates[] = {{1, 1},    {192000, 192000}, {8000.9F, 8000},
+                                         {0.9F, 0}, {192001, 0},      {nan, 0},
+                                         {-1, 0},   {infinity, 0}};
+  for (const auto& [stored, rate] : rates) {
+    const auto settings =
+        decoded(with({{Raw::internalRate, stored}}), {.category = 2, .deviceRate = stored});
+    EXPECT_EQ(settings.internalRate, rate == 0 ? 16000 : rate) << stored;
+    EXPECT_EQ(settings.deviceRate, rate == 0 ? 48000 : rate) << stored;
+  }
+}
+
+TEST(PipelineSettings, TheRunStateHasTheLastWordOverTheSwitches) {
+  struct Case {
+    float category, keep;
+    RunState state;
+    bool enabled, echoAndNoise;
+  };
+  // Echo cancellation and noise suppression are switched off in the setting, the rest is on.
+  const Case cases[] = {{2, 0, RunState::speech, true, true},
+                        {0, 1, RunState::general, true, false},
+                        {0, 0.5F, RunState::general, false, false},
+                        {3, 0, RunState::general, false, false},
+                        {1, 1, RunState::off, false, false}};
+  for (const Case& c : cases) {
+    const auto settings = decoded(with({{Raw::echoCancellation, 0},
+                                        {Raw::noisePostfilter, 0},
+                                        {Raw::keepInDefaultMode, c.keep}}),
+                                  {.category = c.category});
+    EXPECT_EQ(settings.runState, c.state);
+    EXPECT_EQ(settings.enabled, c.enabled);
+    EXPECT_EQ(settings.beamformerEnabled, c.enabled);
+    EXPECT_EQ(settings.level.levelControlEnabled, c.enabled);
+    EXPECT_EQ(settings.echoCancelEnabled, c.echoAndNoise);
+    EXPECT_EQ(settings.postfilterEnabled, c.echoAndNoise);
+  }
+}
+
+TEST(PipelineSettings, EveryTuningSlotReachesItsField) {
+  RawValues raw = factorySettings();
+  for (std::size_t slot = 1287; slot <= 1356; ++slot) raw[slot] = static_cast<float>(slot);
+  const auto s = decoded(raw);
+  const std::pair<double, int> fields[] = {{s.spectralGain.snrPole, 1287},
+                                           {s.spectralGain.offset1, 1288},
+                                           {s.spectralGain.exponent1, 1289},
+                                           {s.spectralGain.floor1, 1290},
+                                           {s.spectralGain.offset2, 1291},
+                                           {s.spectralGain.exponent2, 1292},
+                                           {s.spectralGain.floor2, 1293},
+                                           {s.noiseEstimator.powerPole, 1295},
+                                           {s.noiseEstimator.minimumBias, 1296},
+                                           {s.noiseEstimator.zeta0, 1297},
+                                           {s.noiseEstimator.gamma0, 1298},
+                                           {s.noiseEstimator.gamma1, 1299},
+                                           {s.noiseEstimator.noisePole, 1300},
+                                           {s.noiseEstimator.snrPole, 1301},
+                                           {s.noiseEstimator.snrFloor, 1302},
+                                           {s.noiseEstimator.windowFrames, 1303},
+                                           {s.echo.powerSmoothing, 1306},
+                                           {s.echo.filterPole, 1307},
+                                           {s.echo.overSubtraction, 1308},
+                                           {s.echo.couplingStep, 1309},
+                                           {s.echo.referenceSmoothing, 1310},
+                                           {s.echo.levelSmoothing, 1311},
+                                           {s.echo.suppressionFloor, 1312},
+                                           {s.echo.crossFactor, 1313},
+                                           {s.echo.reservedFloor, 1314},
+                                           {s.echo.warmupBlocks, 1315},
+                                           {s.echo.updateThreshold, 1316},
+                                           {s.level.levelStage.makeupGain, 1328},
+                                           {s.level.levelStage.level, 1329},
+                                           {s.level.levelStage.envelopeTime, 1330},
+                                           {s.level.levelStage.attackTime, 1331},
+                                           {s.level.levelStage.releaseTime, 1332},
+                                           {s.level.levelStage.floorTime, 1334},
+                                           {s.level.levelStage.floorMargin, 1335},
+                                           {s.level.limiterStage.makeupGain, 1337},
+                                           {s.level.limiterStage.level, 1338},
+                                           {s.level.limiterStage.envelopeTime, 1339},
+                                           {s.level.limiterStage.attackTime, 1340},
+                                           {s.level.limiterStage.releaseTime, 1341},
+                                           {s.level.limiterStage.floorTime, 1343},
+                                           {s.level.limiterStage.floorMargin, 1344},
+                                           {s.level.lookAheadTime, 1346},
+                                           {s.beamformer.covarianceTimeConstant, 1355},
+                                           {s.beamformer.thresholdScale, 1356}};
+  for (const auto& [field, slot] : fields) EXPECT_EQ(field, slot);
+}
+
+TEST(PipelineSettings, ZerosAreTakenOnlyWhereTheyAreValues) {
+  const auto settings = decoded(with({{Raw::covarianceTime, 0},
+                                      {Raw::thresholdScale, 0},
+                                      {Raw::levelLevel, 0},
+                                      {Raw::echoWarmupBlocks, -4}}));
+  EXPECT_EQ(settings.beamformer.covarianceTimeConstant, 5.0F);
+  EXPECT_EQ(settings.beamformer.thresholdScale, 1.0F);
+  EXPECT_EQ(settings.level.levelStage.level, 0.0F);
+  EXPECT_EQ(settings.echo.warmupBlocks, 0);
+}
+
+TEST(PipelineSettings, AnyBitsLeaveSizesInRangeAndTuningFinite) {
+  std::mt19937 random(3);
+  PipelineSettings settings;
+  for (int round = 0; round < 500; ++round) {
+    RawValues raw{};
+    const float odd[] = {nan, infinity, -infinity, 1e30F, -1e30F, 1e-42F, 2147483648.0F};
+    for (float& value : raw)
+      value = random() % 2 == 0 ? odd[random() % std::size(odd)]
+                                : std::bit_cast<float>(static_cast<std::uint32_t>(random()));
+    settings.update(raw, {.category = raw[0], .deviceRate = raw[2]});
+    ASSERT_EQ(settings.blockSize, acceptedBlockSize(static_cast<float>(settings.blockSize), 0));
+    ASSERT_TRUE(settings.internalRate >= 1 && settings.internalRate <= 192000);
+    ASSERT_TRUE(settings.noiseEstimator.windowFrames >= 1);
+    ASSERT_TRUE(settings.noiseEstimator.windowFrames <= 2000);
+    ASSERT_TRUE(settings.noiseEstimator.smoothingHalfWidth >= 0);
+    ASSERT_TRUE(settings.noiseEstimator.smoothingHalfWidth <= 64);
+    ASSERT_TRUE(settings.bandTestPasses >= 0 && settings.bandTestPasses <= 100);
+    ASSERT_TRUE(settings.echo.warmupBlocks >= 0 && settings.echo.warmupBlocks <= 100000);
+    ASSERT_TRUE(std::isfinite(settings.echo.powerSmoothing + settings.level.levelStage.level));
+    for (const auto& side : EqualizerSettings::from(raw).bands)
+      for (const auto& band : side) ASSERT_TRUE(band.type >= 0 && band.type <= 7);
+  }
+}
+
+}  // namespace
+}  // namespace vellumic

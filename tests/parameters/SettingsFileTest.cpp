@@ -1,0 +1,183 @@
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <fstream>
+#include <limits>
+#include <random>
+
+#include "parameters/SettingsFile.h"
+
+namespace vellumic {
+namespace {
+
+float stored(const RawValues& values, std::string_view name) {
+  return values[index(findParameter(name)->parameter->slot)];
+}
+
+RawValues applied(std::string_view text, SettingsWarnings& warnings) {
+  RawValues values = factorySettings();
+  applySettingsText(text, "test.toml", values, warnings);
+  return values;
+}
+
+TEST(SettingsFile, TablesDottedKeysNamesAndDecibelsAreUnderstood) {
+  SettingsWarnings warnings;
+  const RawValues values = applied(R"(
+equalizer.enabled = true
+beamformer.enabled = 0
+[equalizer.left]
+band1 = { enabled = true, type = "high_shelf", frequency_hz = 4000, gain_db = -6 }
+[equalizer.left.band2]
+type = 2
+[noise.gain]
+)",
+                                   warnings);
+  EXPECT_EQ(stored(values, "equalizer.enabled"), 1.0F);
+  EXPECT_EQ(stored(values, "beamformer.enabled"), 0.0F);
+  EXPECT_EQ(stored(values, "equalizer.left.band1.type"), 5.0F);
+  EXPECT_EQ(stored(values, "equalizer.left.band1.frequency_hz"), 4000.0F);
+  EXPECT_NEAR(stored(values, "equalizer.left.band1.gain"), 0.501187F, 1e-6F);
+  EXPECT_EQ(stored(values, "equalizer.left.band2.type"), 2.0F);
+  EXPECT_TRUE(warnings.empty());
+}
+
+struct Fault {
+  const char* text;
+  std::vector<const char*> told;  // what the message must hold
+};
+
+// Every fault stands behind a good line, which must then have no effect.
+TEST(SettingsFile, FaultsNameLineSettingAndRemedyAndChangeNothing) {
+  const Fault faults[] = {
+      {"echo.power_smothing = 1",
+       {"test.toml:2: ", "echo.power_smothing", "echo.power_smoothing?"}},
+      {"[equalizer.left.band1]\ngian_db = 3", {"test.toml:3: ", "equalizer.left.band1.gain_db?"}},
+      {"[equaliser]", {":2: equaliser: no such setting"}},
+      {"noise.enabled = \"yes\"",
+       {":2: ", "true or false", "the text \"yes\"", "noise.enabled = true"}},
+      {"level.level = true", {":2: level.level", "a number", "found true"}},
+      {"level.level = [1, 2]", {":2: ", "a list"}},
+      {"level.level = 1979-05-27", {":2: ", "a date or time"}},
+      {"[noise.enabled]\nx = 1", {":2: noise.enabled", "a table"}},
+      {"level.level = nan", {":2: level.level: nan is not a number that can be stored"}},
+      {"level.level = -inf", {"-inf is not a number"}},
+      {"level.level = 1e39", {"1e+39 is not a number"}},
+      {"level.level_db = 900", {"900 is not a number", "level.level_db = -16"}},
+      {"level.level_db = \"loud\"", {"a number of decibels", "loud"}},
+      {"level.level = 1\nlevel.level_db = 0", {"level.level_db", "given twice"}},
+      {"equalizer.left.band1.type = \"peek\"", {":2: ", "\"high_pass\"", "peek"}},
+      {"level.level = = 3", {"test.toml:2: not valid TOML"}},
+      {"level.level = 1\nlevel.level = 2", {"test.toml:3: not valid TOML"}}};
+  for (const Fault& fault : faults) {
+    RawValues values = factorySettings();
+    SettingsWarnings warnings;
+    try {
+      applySettingsText(std::string("echo.enabled = false\n") + fault.text, "test.toml", values,
+                        warnings);
+      ADD_FAILURE() << "accepted: " << fault.text;
+    } catch (const SettingsError& error) {
+      const std::string told = error.what();
+      EXPECT_EQ(told.find('\n'), std::string::npos) << told;
+      for (const char* part : fault.told)
+        EXPECT_NE(told.find(part), std::string::npos) << part << " is missing in: " << told;
+    }
+    EXPECT_EQ(values, factorySettings()) << fault.text;
+    EXPECT_TRUE(warnings.empty());
+  }
+}
+
+TEST(SettingsFile, ValuesOutOfRangeAreAppliedWithAWarning) {
+  const std::pair<const char*, float> odd[] = {{"pipeline.input_gain = 40", 40.0F},
+                                               {"pipeline.input_gain_db = 40", 100.0F},
+                                               {"pipeline.input_gain = 0", 0.0F}};
+  for (const auto& [text, value] : odd) {
+    SettingsWarnings warnings;
+    EXPECT_FLOAT_EQ(stored(applied(text, warnings), "pipeline.input_gain"), value);
+    ASSERT_EQ(warnings.size(), 1U);
+    EXPECT_NE(warnings[0].find("test.toml:1: pipeline.input_gain"), std::string::npos);
+    EXPECT_NE(warnings[0].find("0.1 to 10.0"), std::string::npos) << warnings[0];
+  }
+  SettingsWarnings warnings;
+  EXPECT_EQ(stored(applied("echo.enabled = 0.5", warnings), "echo.enabled"), 0.5F);
+  EXPECT_EQ(stored(applied("echo.warmup_blocks = 2.5", warnings), "echo.warmup_blocks"), 2.5F);
+  EXPECT_EQ(warnings.size(), 2U);
+}
+
+TEST(Assignment, TakesTheValuesOfASettingsFileWithoutQuotes) {
+  const std::tuple<const char*, const char*, float> good[] = {
+      {"echo.enabled=false", "echo.enabled", 0.0F},
+      {"echo.enabled = on", "echo.enabled", 1.0F},
+      {"level.release_s=+2.5e0", "level.release_s", 2.5F},
+      {"limiter.level_db=0", "limiter.level", 1.0F},
+      {"equalizer.right.band10.type=notch", "equalizer.right.band10.type", 6.0F},
+      {"equalizer.right.band10.type=\"notch\"", "equalizer.right.band10.type", 6.0F}};
+  for (const auto& [text, name, value] : good) {
+    RawValues values = factorySettings();
+    SettingsWarnings warnings;
+    applyAssignment(text, values, warnings);
+    EXPECT_EQ(stored(values, name), value) << text;
+    EXPECT_TRUE(warnings.empty()) << text;
+  }
+  for (const char* bad :
+       {"", "=", "echo.enabled", "echo.enabled=", "echo.enabeld=1", "level.level=loud",
+        "level.level=nan", "level.level=1e999", "level.level=1 2", "level.level=true"}) {
+    RawValues values = factorySettings();
+    SettingsWarnings warnings;
+    EXPECT_THROW(applyAssignment(bad, values, warnings), SettingsError) << bad;
+    EXPECT_EQ(values, factorySettings());
+  }
+}
+
+TEST(SettingsWriter, WhatIsWrittenReadsBackToTheSameBits) {
+  std::mt19937 random(5);
+  for (int round = 0; round < 50; ++round) {
+    RawValues values = factorySettings();
+    for (const Parameter& parameter : catalogue()) {
+      const auto drawn = std::bit_cast<float>(static_cast<std::uint32_t>(random()));
+      const auto whole = static_cast<float>(random() % 9);
+      if (random() % 2 == 0 && std::isfinite(drawn))
+        values[index(parameter.slot)] = random() % 2 == 0 ? drawn : whole;
+    }
+    for (const SettingsScope scope : {SettingsScope::all, SettingsScope::changedFromFactory}) {
+      SettingsWarnings warnings;
+      ASSERT_EQ(applied(writeSettings(values, scope), warnings), values);
+    }
+  }
+  RawValues values = factorySettings();
+  EXPECT_EQ(writeSettings(values, SettingsScope::changedFromFactory), "");
+  values[index(Raw::levelLevel)] = std::numeric_limits<float>::quiet_NaN();
+  SettingsWarnings warnings;
+  EXPECT_EQ(applied(writeSettings(values, SettingsScope::all), warnings), factorySettings());
+}
+
+TEST(SettingsFile, TheSuppliedFilesLoadWithoutWarnings) {
+  SettingsWarnings warnings;
+  RawValues values{};
+  applySettingsFile("settings/factory.toml", values, warnings);
+  EXPECT_EQ(values, factorySettings());
+  applySettingsFile("settings/speech_equalizer.toml", values, warnings);
+  EXPECT_EQ(stored(values, "equalizer.right.band4.enabled"), 1.0F);
+  EXPECT_TRUE(warnings.empty());
+  EXPECT_THROW(applySettingsFile("settings/absent.toml", values, warnings), SettingsError);
+}
+
+TEST(RawFile, TakesAnyBitsButOnlyTheExactSize) {
+  const auto path = std::filesystem::temp_directory_path() / "vellumic_raw_file_test.bin";
+  for (const std::size_t size : {0, 5459, 5460, 5461}) {
+    std::string bytes(size, '\xFF');
+    if (size > 4) bytes.replace(0, 4, std::string("\x00\x00\x80\x3F", 4));
+    std::ofstream(path, std::ios::binary) << bytes;
+    if (size != 5460) {
+      EXPECT_THROW(readRawFile(path), SettingsError) << size;
+      continue;
+    }
+    const RawValues values = readRawFile(path);
+    EXPECT_EQ(values[0], 1.0F);
+    EXPECT_EQ(std::bit_cast<std::uint32_t>(values[1364]), 0xFFFFFFFFU);
+  }
+  std::filesystem::remove(path);
+}
+
+}  // namespace
+}  // namespace vellumic
