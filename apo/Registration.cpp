@@ -85,11 +85,11 @@ HRESULT writeScript() {
 }
 
 HRESULT registerTypes() {
-  const std::wstring module = modulePath();
+  std::wstring module = modulePath();
   ComPtr<ITypeLib> library;
   if (const HRESULT result = LoadTypeLib(module.c_str(), library.put()); FAILED(result))
     return result;
-  return RegisterTypeLib(library.get(), module.c_str(), nullptr);
+  return RegisterTypeLib(library.get(), module.data(), nullptr);
 }
 
 HRESULT unregisterTypes() {
