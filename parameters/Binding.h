@@ -35,9 +35,9 @@ void decode(RawView raw, std::span<const Binding<Settings>> table, Settings& set
   for (const auto& binding : table) {
     const float stored = value(raw, binding.slot);
     if (auto* toggle = std::get_if<bool Settings::*>(&binding.field)) {
-      settings.**toggle = stored == 1.0F;
+      settings.** toggle = stored == 1.0F;
     } else if (auto* number = std::get_if<float Settings::*>(&binding.field)) {
-      if (std::isfinite(stored)) settings.**number = stored;
+      if (std::isfinite(stored)) settings.** number = stored;
     } else if (auto* integer = std::get_if<IntegerField<Settings>>(&binding.field)) {
       int& present = settings.*(integer->field);
       const int wanted = saturatedInt(stored, present);

@@ -19,9 +19,9 @@ RunState runStateOf(float category) noexcept;  // image entry 5: 1 off, 2 speech
 
 // What the pipeline needs from the image.
 struct StreamFacts {
-  float category = 0.0F;      // image entry 5
+  float category = 0.0F;        // image entry 5
   float deviceRate = 48000.0F;  // image entry 8, Hz
-  bool muted = false;         // image entry 22 is exactly 0
+  bool muted = false;           // image entry 22 is exactly 0
 
   static StreamFacts from(ConstImageView image) noexcept;
 };

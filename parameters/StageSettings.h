@@ -63,11 +63,11 @@ struct BeamformerSettings {
 };
 
 struct LevelStageSettings {
-  float makeupGain = 1.0F;  // linear
-  float level = 1.0F;       // linear peak
+  float makeupGain = 1.0F;                                           // linear
+  float level = 1.0F;                                                // linear peak
   float envelopeTime = 0.0F, attackTime = 0.0F, releaseTime = 0.0F;  // s
   bool floorEnabled = false;
-  float floorTime = 0.0F;  // s
+  float floorTime = 0.0F;    // s
   float floorMargin = 1.0F;  // linear
 
   bool operator==(const LevelStageSettings&) const = default;

@@ -164,7 +164,7 @@ TEST(SettingsFile, TheSuppliedFilesLoadWithoutWarnings) {
 
 TEST(RawFile, TakesAnyBitsButOnlyTheExactSize) {
   const auto path = std::filesystem::temp_directory_path() / "vellumic_raw_file_test.bin";
-  for (const std::size_t size : {0, 5459, 5460, 5461}) {
+  for (const std::size_t size : {0U, 5459U, 5460U, 5461U}) {
     std::string bytes(size, '\xFF');
     if (size > 4) bytes.replace(0, 4, std::string("\x00\x00\x80\x3F", 4));
     std::ofstream(path, std::ios::binary) << bytes;
