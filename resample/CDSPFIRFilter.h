@@ -5,8 +5,8 @@
 #pragma once
 
 #include <compare>
+#include <functional>
 #include <memory>
-#include <span>
 #include <vector>
 
 #include "resample/CDSPRealFFTKeeper.h"
@@ -19,9 +19,18 @@ struct FilterRequest {
   double transitionBand;  // percent of frequency that the slope below it takes
   double attenuation;     // dB
   double gain;            // in the pass band
-  int branches;           // polyphase: 2 where the convolver doubles or halves the rate, else 1
+  int branches;           // polyphase: the factor by which the convolver shifts the rate
   auto operator<=>(const FilterRequest&) const = default;
 };
+
+// Taps at the higher rate, the middle one at index delay. A halving (or a third, ...) of the rate
+// keeps the last of every `branches` outputs, so delay + 1 is a multiple of the branches.
+struct Kernel {
+  std::vector<double> taps;
+  int delay;
+};
+// The Kaiser-windowed sinc that answers the request.
+Kernel designLowPass(const FilterRequest& request);
 
 class CDSPFIRFilter {
  public:
@@ -30,11 +39,14 @@ class CDSPFIRFilter {
   // Equal requests share a filter. The process keeps up to cacheLimit filters; beyond that the
   // longest unused one makes room, and if all are in use the new one is not kept.
   static std::shared_ptr<const CDSPFIRFilter> get(const FilterRequest& request);
+  // The same for a kernel that is not a plain low-pass; design runs only if the cache has none.
+  static std::shared_ptr<const CDSPFIRFilter> get(const FilterRequest& request,
+                                                  const std::function<Kernel()>& design);
   static int cachedCount();
 
-  explicit CDSPFIRFilter(const FilterRequest& request);
+  CDSPFIRFilter(const Kernel& kernel, int branches);
 
-  // Middle of the kernel in samples of the higher rate: its delay, always odd.
+  // Middle of the kernel in samples of the higher rate: its delay.
   int delay() const noexcept { return delay_; }
   int blockLength() const noexcept { return transform_->blockLength(); }
   const CDSPRealFFT& transform() const noexcept { return *transform_; }

@@ -60,7 +60,7 @@ CDSPFracInterpolator<taps, phases>::CDSPFracInterpolator(double source, double d
 
 template <int taps, int phases>
 int CDSPFracInterpolator<taps, phases>::inputBeforeOutput(int nextInput) const noexcept {
-  return half + static_cast<int>(latencyFraction_ + nextInput * source_ / destination_);
+  return reach + static_cast<int>(latencyFraction_ + nextInput * source_ / destination_);
 }
 
 template <int taps, int phases>
@@ -73,7 +73,7 @@ void CDSPFracInterpolator<taps, phases>::clear() noexcept {
   history_.fill(0.0);
   fill_ = 0;
   writePosition_ = 0;
-  readPosition_ = ringLength - (half - 1);
+  readPosition_ = ringLength - (reach - 1);
   outputCount_ = 0;
   consumed_ = 0;
   position_ = positionBase_ = latencyFraction_;
@@ -83,26 +83,21 @@ template <int taps, int phases>
 int CDSPFracInterpolator<taps, phases>::process(
     const double* input, int count, const double*& output) noexcept VELLUMIC_NONBLOCKING {
   double* result = result_.data();
-  while (count > 0) {
-    const int part = std::min(count, ringLength - (half - 1) - fill_);
-    for (int n = 0; n < part; ++n) {
-      const auto place = static_cast<std::size_t>(writePosition_);
-      history_[place] = history_[place + ringLength] = input[n];
-      writePosition_ = (writePosition_ + 1) % ringLength;
-    }
-    input += part;
-    count -= part;
-    fill_ += part;
-    while (fill_ > half) {
+  output = result;
+  for (const double* end = input + count; input != end; ++input) {
+    const auto place = static_cast<std::size_t>(writePosition_);
+    history_[place] = history_[place + ringLength] = *input;
+    writePosition_ = (writePosition_ + 1) % ringLength;
+    ++fill_;
+    while (fill_ > reach) {
       *result++ = interpolate(position_, history_.data() + readPosition_);
       advance();
     }
   }
-  output = result_.data();
-  return static_cast<int>(result - result_.data());
+  return static_cast<int>(result - output);
 }
 
-// position: from the sample at half - 1 to the next one, 0 up to 1.
+// position: from the sample at reach - 1 to the next one, 0 up to 1.
 template <int taps, int phases>
 double CDSPFracInterpolator<taps, phases>::interpolate(double position,
                                                        const double* samples) const noexcept {
@@ -112,13 +107,14 @@ double CDSPFracInterpolator<taps, phases>::interpolate(double position,
   const double* c0 = table_ + row * 3 * taps;
   const double* c1 = c0 + taps;
   const double* c2 = c1 + taps;
-  constexpr int lanes = 4;  // separate sums for the compiler's vectors
+  std::array<double, taps> products;
+  for (std::size_t i = 0; i < taps; ++i) {
+    products[i] = (c0[i] + r * (c1[i] + r * c2[i])) * samples[i];
+  }
+  constexpr std::size_t lanes = 4;  // separate sums: shorter chains of additions
   double sums[lanes] = {};
-  for (int tap = 0; tap < taps; tap += lanes) {
-    for (int lane = 0; lane < lanes; ++lane) {
-      const int i = tap + lane;
-      sums[lane] += (c0[i] + r * (c1[i] + r * c2[i])) * samples[i];
-    }
+  for (std::size_t i = 0; i < taps; i += lanes) {
+    for (std::size_t lane = 0; lane < lanes; ++lane) sums[lane] += products[i + lane];
   }
   return (sums[0] + sums[1]) + (sums[2] + sums[3]);
 }

@@ -16,6 +16,8 @@ namespace vellumic::resample {
 template <int taps, int phases>
 class CDSPFracInterpolator final : public CDSPProcessor {
  public:
+  static constexpr int reach = taps / 2;  // inputs to either side that an output depends on
+
   // source, destination: rates in Hz, both above 0; latencyFraction: position of the first output
   // in samples of the source, 0 up to 1.
   CDSPFracInterpolator(double source, double destination, double latencyFraction, int maxInput);
@@ -29,7 +31,6 @@ class CDSPFracInterpolator final : public CDSPProcessor {
 
  private:
   static constexpr int ringLength = 256;
-  static constexpr int half = taps / 2;
 
   double interpolate(double position, const double* samples) const noexcept;
   void advance() noexcept;

@@ -10,16 +10,10 @@ namespace {
 constexpr int lanes = 4;
 
 // Butterflies before twiddles (decimation in frequency), on `quarter` neighbours.
-void forwardStage(double* re, double* im, int quarter, const double* factors) noexcept {
-  double* __restrict r0 = re;
-  double* __restrict r1 = re + quarter;
-  double* __restrict r2 = re + 2 * quarter;
-  double* __restrict r3 = re + 3 * quarter;
-  double* __restrict i0 = im;
-  double* __restrict i1 = im + quarter;
-  double* __restrict i2 = im + 2 * quarter;
-  double* __restrict i3 = im + 3 * quarter;
-  const double* __restrict w = factors;
+void forwardStage(double* __restrict r0, double* __restrict r1, double* __restrict r2,
+                  double* __restrict r3, double* __restrict i0, double* __restrict i1,
+                  double* __restrict i2, double* __restrict i3, const double* __restrict w,
+                  int quarter) noexcept {
   for (int n = 0; n < quarter; ++n) {
     const double sumR = r0[n] + r2[n], sumI = i0[n] + i2[n];
     const double differenceR = r0[n] - r2[n], differenceI = i0[n] - i2[n];
@@ -40,16 +34,10 @@ void forwardStage(double* re, double* im, int quarter, const double* factors) no
 }
 
 // The reverse of forwardStage, times 4.
-void inverseStage(double* re, double* im, int quarter, const double* factors) noexcept {
-  double* __restrict r0 = re;
-  double* __restrict r1 = re + quarter;
-  double* __restrict r2 = re + 2 * quarter;
-  double* __restrict r3 = re + 3 * quarter;
-  double* __restrict i0 = im;
-  double* __restrict i1 = im + quarter;
-  double* __restrict i2 = im + 2 * quarter;
-  double* __restrict i3 = im + 3 * quarter;
-  const double* __restrict w = factors;
+void inverseStage(double* __restrict r0, double* __restrict r1, double* __restrict r2,
+                  double* __restrict r3, double* __restrict i0, double* __restrict i1,
+                  double* __restrict i2, double* __restrict i3, const double* __restrict w,
+                  int quarter) noexcept {
   for (int n = 0; n < quarter; ++n) {
     const double aR = r1[n] * w[n] + i1[n] * w[n + quarter];
     const double aI = i1[n] * w[n] - r1[n] * w[n + quarter];
@@ -124,22 +112,31 @@ void CDSPRealFFT::forward(const double* first, const double* second,
   split(first, second, re, im);
   for (const Stage& stage : stages_) {
     for (int base = 0; base < blockLength_; base += stage.span) {
-      forwardStage(re + base, im + base, stage.span / 4, stage.factors.data());
+      const int q = stage.span / 4;
+      double* r = re + base;
+      double* i = im + base;
+      forwardStage(r, r + q, r + 2 * q, r + 3 * q, i, i + q, i + 2 * q, i + 3 * q,
+                   stage.factors.data(), q);
     }
   }
   if (endsInRadix2_) radix2Stage(spectrum, 2 * blockLength_);
 }
 
-void CDSPRealFFT::inverse(double* spectrum, double* second) const noexcept VELLUMIC_NONBLOCKING {
+void CDSPRealFFT::inverse(double* spectrum, double* second,
+                          int stride) const noexcept VELLUMIC_NONBLOCKING {
   double* re = spectrum;
   double* im = spectrum + blockLength_;
   if (endsInRadix2_) radix2Stage(spectrum, 2 * blockLength_);
   for (auto stage = stages_.rbegin(); stage != stages_.rend(); ++stage) {
     for (int base = 0; base < blockLength_; base += stage->span) {
-      inverseStage(re + base, im + base, stage->span / 4, stage->factors.data());
+      const int q = stage->span / 4;
+      double* r = re + base;
+      double* i = im + base;
+      inverseStage(r, r + q, r + 2 * q, r + 3 * q, i, i + q, i + 2 * q, i + 3 * q,
+                   stage->factors.data(), q);
     }
   }
-  join(re, im, second);
+  join(re, im, second, stride);
 }
 
 // z = first - i second, weighted, and the first radix-4 stage; its four outputs become the lanes.
@@ -175,11 +172,12 @@ void CDSPRealFFT::split(const double* __restrict first, const double* __restrict
 
 // The reverse of split; only the second half is wanted, which is the imaginary part.
 void CDSPRealFFT::join(const double* __restrict re, const double* __restrict im,
-                       double* __restrict second) const noexcept {
+                       double* __restrict second, int stride) const noexcept {
   const int quarter = blockLength_ / 4;
+  const int apart = quarter * stride;
   const double* __restrict cosine = laneCos_.data();
   const double* __restrict sine = laneSin_.data();
-  for (int n = 0; n < quarter; ++n) {
+  for (int n = 0; n < quarter; ++n, second += stride) {
     double laneR[lanes];
     double laneI[lanes];
     for (int lane = 0; lane < lanes; ++lane) {
@@ -194,10 +192,10 @@ void CDSPRealFFT::join(const double* __restrict re, const double* __restrict im,
     const double bR = differenceR - oddDifferenceI, bI = differenceI + oddDifferenceR;
     const double cR = sumR - oddSumR, cI = sumI - oddSumI;
     const double dR = differenceR + oddDifferenceI, dI = differenceI - oddDifferenceR;
-    second[n] = sumI + oddSumI;
-    second[n + quarter] = bR * s1 + bI * c1;
-    second[n + 2 * quarter] = (cR + cI) * c2;
-    second[n + 3 * quarter] = dR * c1 + dI * s1;
+    second[0] = sumI + oddSumI;
+    second[apart] = bR * s1 + bI * c1;
+    second[2 * apart] = (cR + cI) * c2;
+    second[3 * apart] = dR * c1 + dI * s1;
   }
 }
 

@@ -34,8 +34,8 @@ class CDSPRealFFT {
   // spectrum: 2B doubles, B real parts and then B imaginary parts.
   void forward(const double* first, const double* second,
                double* spectrum) const noexcept VELLUMIC_NONBLOCKING;
-  // second: the second half of the samples, times -B. Uses up the spectrum.
-  void inverse(double* spectrum, double* second) const noexcept VELLUMIC_NONBLOCKING;
+  // second: the second half of the samples, times -B, every stride doubles. Uses up the spectrum.
+  void inverse(double* spectrum, double* second, int stride) const noexcept VELLUMIC_NONBLOCKING;
 
  private:
   // One radix-4 stage: per lane and butterfly the factors w, w^2, w^3, each real then imaginary.
@@ -44,7 +44,7 @@ class CDSPRealFFT {
     std::vector<double> factors;
   };
   void split(const double* first, const double* second, double* re, double* im) const noexcept;
-  void join(const double* re, const double* im, double* second) const noexcept;
+  void join(const double* re, const double* im, double* second, int stride) const noexcept;
 
   int blockLength_;
   std::vector<double> laneCos_;  // weights and first twiddles by point and lane

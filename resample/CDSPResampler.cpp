@@ -7,84 +7,106 @@
 namespace vellumic::resample {
 namespace {
 
-constexpr double largestRatio = 1 << 20;
 constexpr double mostOutputsOfACall = 1 << 24;
-// Slopes of the stages that only shift the rate: the signal fills at most a half of their band
-// next to the wanted rate and a quarter farther away, so that their filters can be short.
-constexpr double nearSlope = 34.0;
-constexpr double farSlope = 45.0;
+constexpr double largestWholeRatio = 12.0;  // 192000 to 16000
 
-void check(double source, double destination, double transitionBand) {
-  const double ratio = destination / source;
-  const bool valid = std::isfinite(source) && std::isfinite(destination) && source > 0.0 &&
-                     destination > 0.0 && ratio <= largestRatio && ratio >= 1.0 / largestRatio &&
-                     transitionBand >= 0.5 && transitionBand <= 45.0;
-  if (!valid) throw std::invalid_argument("rate converter: rates or transition band out of range");
+// The whole number by which the rate goes up or down, or 0.
+int wholeRatioOf(double source, double destination) {
+  const double ratio = std::max(source, destination) / std::min(source, destination);
+  return ratio <= largestWholeRatio && ratio == std::floor(ratio) ? static_cast<int>(ratio) : 0;
 }
 
-ChainPlan planDown(double source, double destination, double transitionBand,
-                   PowerOfTwoChain powerOfTwo) {
-  ChainPlan plan{{}, source, true};
-  double factor = 1.0;
-  while (factor * destination * 4.0 <= source) {
-    factor *= 2.0;
-    const bool near = factor * destination * 4.0 > source;
-    plan.stages.push_back({1, 2, 0.5, near ? nearSlope : farSlope});
+// Cuts both ends, whole periods at a time, where the taps no longer count: what goes adds up to
+// less than -210 dB.
+void trim(Kernel& kernel, int period) {
+  constexpr double negligible = 3e-11;
+  const auto size = [&] { return kernel.taps.size(); };
+  double dropped = 0.0;
+  while (kernel.delay >= 2 * period) {
+    for (std::size_t n = 0; n < static_cast<std::size_t>(period); ++n) {
+      dropped += std::abs(kernel.taps[n]) + std::abs(kernel.taps[size() - 1 - n]);
+    }
+    if (dropped > negligible) return;
+    kernel.taps.erase(kernel.taps.begin(), kernel.taps.begin() + period);
+    kernel.taps.resize(size() - static_cast<std::size_t>(period));
+    kernel.delay -= period;
   }
-  const double frequency = factor * destination / source;
-  const bool whole = powerOfTwo == PowerOfTwoChain::allowed && frequency == 0.5;
-  plan.stages.push_back({1, whole ? 2 : 1, frequency, transitionBand});
-  plan.reachedRate = whole ? destination : source / factor;
-  plan.fractional = !whole;
-  return plan;
-}
-
-ChainPlan planUp(double source, double destination, double transitionBand,
-                 PowerOfTwoChain powerOfTwo) {
-  const double frequency = destination >= source ? 0.5 : destination * 0.5 / source;
-  ChainPlan plan{{{2, 1, frequency, transitionBand}}, source * 2.0, true};
-  while (plan.reachedRate < destination) {
-    plan.stages.push_back({2, 1, 0.5, plan.stages.size() == 1 ? nearSlope : farSlope});
-    plan.reachedRate *= 2.0;
-  }
-  const bool whole = plan.reachedRate == destination;
-  plan.fractional = !(whole && powerOfTwo == PowerOfTwoChain::allowed);
-  return plan;
 }
 
 }  // namespace
 
-ChainPlan planChain(double source, double destination, double transitionBand,
-                    PowerOfTwoChain powerOfTwo) {
-  check(source, destination, transitionBand);
-  if (source == destination) return {{}, source, false};
-  const auto plan = destination * 2.0 <= source ? planDown : planUp;
-  return plan(source, destination, transitionBand, powerOfTwo);
-}
-
 template <class Interpolator>
 CDSPResampler<Interpolator>::CDSPResampler(double source, double destination, int maxInput,
                                            double transitionBand, double attenuation,
-                                           PowerOfTwoChain powerOfTwo)
+                                           PowerOfTwoChain powerOfTwo, WholeRatio wholeRatio)
     : maxInput_(maxInput) {
   if (maxInput < 1) throw std::invalid_argument("rate converter: maxInput below 1");
   const ChainPlan plan = planChain(source, destination, transitionBand, powerOfTwo);
   if (std::max(plan.reachedRate / source, 1.0) * maxInput > mostOutputsOfACall) {
     throw std::length_error("rate converter: too many outputs of one call");
   }
-  int length = maxInput;
+  const int ratio = wholeRatioOf(source, destination);
+  if (wholeRatio == WholeRatio::stageByStage || ratio < 3) {
+    appendStages(plan, destination, attenuation);
+    return;
+  }
+  const Factors factors = destination > source ? Factors{ratio, 1} : Factors{1, ratio};
+  const FilterRequest request{1.0 / ratio, transitionBand, attenuation,
+                              static_cast<double>(factors.up), ratio};
+  auto filter = CDSPFIRFilter::get(request, [&] {
+    CDSPResampler chain(source, destination, 1, transitionBand, attenuation, powerOfTwo,
+                        WholeRatio::stageByStage);
+    return chain.measureKernel(factors);
+  });
+  convolvers_.push_back(
+      std::make_unique<CDSPBlockConvolver>(std::move(filter), factors.up, factors.down, maxInput));
+}
+
+template <class Interpolator>
+void CDSPResampler<Interpolator>::appendStages(const ChainPlan& plan, double destination,
+                                               double attenuation) {
+  int length = maxInput_;
+  double rate = 1.0;  // in parts of the source's
   double fraction = 0.0;
   for (const StagePlan& stage : plan.stages) {
     const FilterRequest request{stage.frequency, stage.transitionBand, attenuation,
                                 static_cast<double>(stage.up), std::max(stage.up, stage.down)};
-    convolvers_.push_back(std::make_unique<CDSPBlockConvolver>(CDSPFIRFilter::get(request),
-                                                               stage.up, stage.down, length));
+    auto filter = CDSPFIRFilter::get(request);
+    reach_ += filter->delay() / (rate * stage.up);
+    rate *= static_cast<double>(stage.up) / stage.down;
+    convolvers_.push_back(
+        std::make_unique<CDSPBlockConvolver>(std::move(filter), stage.up, stage.down, length));
     length = convolvers_.back()->maxOutputLength(length);
     fraction = convolvers_.back()->latencyFraction();
   }
   if (plan.fractional) {
     interpolator_ = std::make_unique<Interpolator>(plan.reachedRate, destination, fraction, length);
+    reach_ += Interpolator::reach / rate;
   }
+}
+
+// The chain's response at the higher rate, from impulses at each place of a lower-rate period.
+template <class Interpolator>
+Kernel CDSPResampler<Interpolator>::measureKernel(Factors factors) {
+  const int periods = static_cast<int>(std::ceil(reach_ / factors.down)) + 1;
+  const int delay = (periods + 1) * std::max(factors.up, factors.down) - 1;
+  Kernel kernel{std::vector<double>(static_cast<std::size_t>(2 * delay + 1)), delay};
+  for (int place = 0; place < factors.down; ++place) {
+    clear();
+    const int impulseAt = periods * factors.down + place;
+    const int outputs = (2 * periods + 1) * factors.up;
+    for (int in = 0, out = 0; out < outputs; ++in) {
+      const double sample = in == impulseAt ? 1.0 : 0.0;
+      const double* result = nullptr;
+      const int count = process(&sample, 1, result);
+      for (int n = 0; n < count && out < outputs; ++n, ++out) {
+        const int time = out * factors.down - impulseAt * factors.up;
+        kernel.taps[static_cast<std::size_t>(delay + time)] = result[n];
+      }
+    }
+  }
+  trim(kernel, std::max(factors.up, factors.down));
+  return kernel;
 }
 
 template <class Interpolator>

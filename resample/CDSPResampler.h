@@ -1,9 +1,9 @@
 // A chain of block convolvers that shift the rate by powers of two and limit the band, ended by a
-// fractional interpolator where the ratio needs one.
+// fractional interpolator where the ratio needs one (see ChainPlan.h).
 //
-// Down by two or more: halve while four times the wanted rate still fits, then cut at the wanted
-// band. Otherwise: double once (cutting at the lower of the two bands) and on until the wanted
-// rate is reached. So the interpolator always sees a signal in the lower half of its band.
+// Where the whole chain converts by a whole number, up or down, its response repeats from sample to
+// sample of the lower rate: it is then measured once and computed by a single convolver, which
+// gives the same output for a fraction of the work.
 #pragma once
 
 #include <memory>
@@ -12,46 +12,40 @@
 #include "resample/CDSPBlockConvolver.h"
 #include "resample/CDSPFracInterpolator.h"
 #include "resample/CDSPProcessor.h"
+#include "resample/ChainPlan.h"
 
 namespace vellumic::resample {
 
-// Whether a ratio of exactly a power of two may do without the interpolator.
-enum class PowerOfTwoChain { forbidden, allowed };
-
-// One convolver of a chain: frequency is the stop-band edge as a part of the Nyquist frequency at
-// the stage's higher rate, transitionBand the percentage of it below that the slope takes.
-struct StagePlan {
-  int up;
-  int down;
-  double frequency;
-  double transitionBand;
-};
-struct ChainPlan {
-  std::vector<StagePlan> stages;
-  double reachedRate;  // Hz, behind the last convolver
-  bool fractional;     // from reachedRate an interpolator goes on
-};
-
-// Throws std::invalid_argument for rates that are not finite and above 0 or lie more than a factor
-// of 2^20 apart, and for a transition band outside 0.5 to 45 percent.
-ChainPlan planChain(double source, double destination, double transitionBand,
-                    PowerOfTwoChain powerOfTwo);
+// How a chain of a whole-number ratio is computed.
+enum class WholeRatio { inOneStep, stageByStage };
 
 template <class Interpolator>
 class CDSPResampler : public CDSPProcessor {
  public:
+  // Rates in Hz, transitionBand in percent, attenuation in dB; maxInput: samples of one call.
+  // Throws what planChain does, std::invalid_argument for a maxInput below 1 and
+  // std::length_error if one call could return more than 2^24 samples.
   CDSPResampler(double source, double destination, int maxInput, double transitionBand,
-                double attenuation, PowerOfTwoChain powerOfTwo);
+                double attenuation, PowerOfTwoChain powerOfTwo,
+                WholeRatio wholeRatio = WholeRatio::inOneStep);
 
   int inputBeforeOutput(int nextInput) const noexcept override;
   int maxOutputLength(int maxInput) const noexcept override;
   void clear() noexcept override;
-  // Samples beyond maxInput are ignored.
+  // Samples beyond maxInput are ignored. Equal rates: the output is the input.
   int process(const double* input, int count,
               const double*& output) noexcept VELLUMIC_NONBLOCKING override;
 
  private:
+  struct Factors {
+    int up;
+    int down;
+  };
+  void appendStages(const ChainPlan& plan, double destination, double attenuation);
+  Kernel measureKernel(Factors factors);
+
   int maxInput_;
+  double reach_ = 0.0;  // inputs to either side that one output depends on
   std::vector<std::unique_ptr<CDSPBlockConvolver>> convolvers_;
   std::unique_ptr<Interpolator> interpolator_;  // null for a pure chain
 };
