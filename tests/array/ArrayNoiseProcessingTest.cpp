@@ -130,6 +130,7 @@ TEST(ArrayNoiseProcessing, RandomParametersLeaveNoLastingDamage) {
     chain.applyParameters({}, {}, {});
     const Eigen::ArrayXf output = processed(chain, input);
     ASSERT_TRUE(output.tail(4 * hop).isFinite().all()) << round;
+    ASSERT_TRUE(chain.postfilter.noiseEstimator.S.isFinite().all()) << round;
     ASSERT_GT(output.tail(4 * hop).abs().maxCoeff(), 1e-5F) << round;
   }
 }

@@ -121,6 +121,31 @@ TEST(BeamformerAdaptive, AdaptationModesDecideWhatMoves) {
   }
 }
 
+// Either the power of one microphone or enough bins on any of them make a frame active.
+TEST(BeamformerAdaptive, DetectsActivity) {
+  struct Case {
+    float broadband;  // power over noise power in all bins of both microphones
+    int speechBins;   // of 256, on the second microphone: 5 times the noise, probability 0.8
+    float thresholdScale;
+    bool active;
+  };
+  for (const Case c :
+       {Case{1.4F, 0, 1.0F, false}, Case{1.7F, 0, 1.0F, true}, Case{1.7F, 0, 1.2F, false},
+        Case{0.1F, 37, 1.0F, false}, Case{0.1F, 40, 1.0F, true}, Case{0.1F, 40, 1.2F, false}}) {
+    BeamformerAdaptive beamformer(2, 256, 125.0F);
+    beamformer.apply({.covarianceTimeConstant = 5.0F, .thresholdScale = c.thresholdScale});
+    for (ActivityEstimator& estimator : beamformer.estimators) {
+      estimator.noiseRate = 0.0F;
+      estimator.noisePower = 1.0F;
+    }
+    Eigen::ArrayXXcf input = Eigen::ArrayXXcf::Constant(256, 2, std::sqrt(c.broadband));
+    input.col(1).head(c.speechBins).setConstant(std::sqrt(5.0F));
+    Eigen::ArrayXcf output(256);
+    beamformer.process(input, output);
+    EXPECT_EQ(beamformer.signalActive, c.active) << c.broadband << ' ' << c.speechBins;
+  }
+}
+
 // Direct sound, `step` samples later from microphone to microphone, and sparse reflections.
 Eigen::ArrayXXf throughRoom(const Eigen::ArrayXf& source, int microphones, int step,
                             unsigned seed) {

@@ -1,0 +1,155 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <numbers>
+
+#include "array/OutputLevelControl.h"
+#include "tests/support/RealtimeGuard.h"
+
+namespace vellumic {
+namespace {
+
+constexpr float sampleRate = 16000.0F;  // Hz
+constexpr float meanOfSine = 2.0F / std::numbers::pi_v<float>;
+
+float decibels(float linear) { return 20.0F * std::log10(linear); }
+float linear(float decibels) { return std::pow(10.0F, decibels / 20.0F); }
+
+LevelControlSettings switchedOn() {
+  LevelControlSettings settings;
+  settings.levelControlEnabled = true;
+  return settings;
+}
+
+// Peak of the last tenth of a second of a 1 kHz sine of this peak.
+float peakAfter(OutputLevelControl& control, float peak, float seconds) {
+  const int count = static_cast<int>(seconds * sampleRate);
+  float greatest = 0.0F;
+  for (int i = 0; i < count; ++i) {
+    float output = 0.0F;
+    const auto phase = static_cast<float>(i % 16) / 16.0F;
+    control.process(peak * std::sin(2.0F * std::numbers::pi_v<float> * phase), output);
+    if (i > count - static_cast<int>(sampleRate) / 10)
+      greatest = std::max(greatest, std::abs(output));
+  }
+  return greatest;
+}
+
+TEST(OutputLevelControl, SettlesWhereTheFormulasSay) {
+  // Threshold -46 dB: below it the full 30 dB, above it the level of -16 dB.
+  const float cases[][2] = {{-70, -40}, {-50, -20}, {-40, -16}, {-16, -16}, {0, -16}};
+  for (const auto& [input, expected] : cases) {
+    OutputLevelControl control;
+    control.apply(switchedOn());
+    EXPECT_NEAR(decibels(peakAfter(control, linear(input), 3.0F)), expected, 0.3F) << input;
+  }
+}
+
+TEST(OutputLevelControl, LimiterAloneHoldsItsLevel) {
+  LevelControlSettings settings = switchedOn();
+  settings.levelStage.makeupGain = 1.0F;
+  settings.levelStage.level = 100.0F;
+  settings.limiterStage.envelopeTime = 0.01F;  // smooth over the cycles of the sine
+  for (const float input : {-20.0F, -3.0F, 12.0F}) {
+    OutputLevelControl control;
+    control.apply(settings);
+    EXPECT_NEAR(decibels(peakAfter(control, linear(input), 1.0F)), std::min(input, -6.0F), 0.3F);
+  }
+}
+
+TEST(OutputLevelControl, APauseDoesNotPullTheNoiseUp) {
+  LevelControlSettings settings = switchedOn();
+  settings.levelStage.releaseTime = 0.1F;
+  for (const bool held : {true, false}) {
+    settings.levelStage.floorEnabled = held;
+    OutputLevelControl control;
+    control.apply(settings);
+    peakAfter(control, 0.5F, 2.0F);
+    peakAfter(control, 1e-4F, 2.0F);
+    const float gain = decibels(control.levelStage.gain);
+    if (held)
+      EXPECT_LT(gain, -3.0F);
+    else
+      EXPECT_GT(gain, 29.0F);
+  }
+}
+
+TEST(LevelStage, AttackAndReleaseFollowTheirTimes) {
+  LevelStage stage({.makeupGain = 1.0F, .level = 0.1F, .attackTime = 0.02F, .releaseTime = 0.05F});
+  const float target = 1.0F / (0.1F * meanOfSine);
+  const auto hold = [&](float input, float seconds) {
+    for (int i = 0; i < static_cast<int>(seconds * sampleRate + 0.5F); ++i) stage.process(input);
+  };
+  hold(1.0F, 0.02F);
+  EXPECT_NEAR(stage.smoothedReduction, target - (target - 1.0F) * std::exp(-1.0F), 0.01F);
+  hold(1.0F, 1.0F);
+  EXPECT_NEAR(stage.gain, 0.1F * meanOfSine, 1e-4F);
+  hold(0.0F, 0.05F);
+  EXPECT_NEAR(stage.smoothedReduction, 1.0F + (target - 1.0F) * std::exp(-1.0F), 0.01F);
+}
+
+TEST(OutputLevelControl, DelaysByTheLookAheadAndNeverByNone) {
+  const struct {
+    float seconds;
+    int samples;
+  } cases[] = {{0.0F, 1},  {1.0F / sampleRate, 1}, {0.004F, 64}, {1.2F, 19200}, {2.0F, 19200},
+               {-1.0F, 1}, {1e30F, 19200},         {-1e30F, 1}};
+  for (const auto& [seconds, samples] : cases) {
+    OutputLevelControl control;
+    LevelControlSettings settings = switchedOn();
+    settings.lookAheadTime = seconds;
+    settings.levelStage.makeupGain = 1.0F;
+    control.apply(settings);
+    float output = 0.0F;
+    control.process(0.001F, output);
+    int delay = 0;
+    while (output == 0.0F && ++delay < 20000) control.process(0.0F, output);
+    EXPECT_EQ(delay, samples) << seconds;
+  }
+}
+
+TEST(OutputLevelControl, LimiterActsBeforeTheSignalArrives) {
+  OutputLevelControl control;
+  LevelControlSettings settings = switchedOn();
+  settings.levelStage = {.makeupGain = 1.0F, .level = 100.0F, .attackTime = 1.0F};
+  control.apply(settings);
+  float greatest = 0.0F;
+  for (int i = 0; i < 1600; ++i) {
+    float output = 0.0F;
+    control.process(i < 800 ? 0.0F : 1.0F, output);
+    greatest = std::max(greatest, output);
+  }
+  // 64 samples of look-ahead are 8 attack times: the step never passes.
+  EXPECT_NEAR(greatest, 0.5011872F * meanOfSine, 0.01F);
+}
+
+TEST(OutputLevelControl, BadSettingsAreForgottenWithTheNextGoodOnes) {
+  constexpr float odd[] = {0.0F, -1.0F, 1e30F, -1e30F, 1e-40F};
+  for (const float level : odd)
+    for (const float time : odd) {
+      OutputLevelControl control;
+      LevelControlSettings bad = switchedOn();
+      bad.levelStage = {level, level, time, time, time, true, time, level};
+      bad.limiterStage = bad.levelStage;
+      bad.lookAheadTime = time;
+      control.apply(bad);
+      const RealtimeGuard guard;
+      peakAfter(control, 1.0F, 0.5F);
+      control.apply(switchedOn());
+      EXPECT_NEAR(decibels(peakAfter(control, 0.1F, 60.0F)), -16.0F, 40.0F) << level << " " << time;
+      EXPECT_EQ(guard.violations(), 0) << guard.first();
+    }
+}
+
+TEST(OutputLevelControl, SwitchedOffItPassesEverythingOn) {
+  OutputLevelControl control;
+  for (const float input : {0.25F, -3.0F, std::numeric_limits<float>::infinity()}) {
+    float output = 0.0F;
+    control.process(input, output);
+    EXPECT_EQ(output, input);
+  }
+}
+
+}  // namespace
+}  // namespace vellumic
