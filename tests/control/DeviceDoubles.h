@@ -1,0 +1,340 @@
+// Audio devices made of plain fields, behind the system's own interfaces.
+//
+// While a FakeSystem lives, CoCreateInstance of the device enumerator gives its enumerator to the
+// unmodified code, on every thread of the multithreaded apartment.
+#pragma once
+
+#include <windows.h>
+
+#include <audioclient.h>
+#include <endpointvolume.h>
+#include <mmdeviceapi.h>
+#include <propsys.h>
+
+#include <algorithm>
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "control/ComPtr.h"
+#include "control/DeviceProperties.h"
+
+namespace vellumic::test {
+
+// An interface whose counts are kept but never free: the double belongs to its test.
+template <class Interface>
+class Double : public Interface {
+ public:
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) override {
+    const bool known = IsEqualIID(id, __uuidof(Interface)) || IsEqualIID(id, __uuidof(IUnknown));
+    *object = known ? this : nullptr;
+    if (!known) return E_NOINTERFACE;
+    AddRef();
+    return S_OK;
+  }
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
+  ULONG STDMETHODCALLTYPE Release() override { return --references; }
+  std::atomic<ULONG> references{0};  // held by the code under test
+};
+
+class FakeStore : public Double<IPropertyStore> {
+ public:
+  std::map<DWORD, std::wstring> texts;  // by property id of the endpoint set
+  std::map<DWORD, DWORD> numbers;
+
+  HRESULT STDMETHODCALLTYPE GetValue(REFPROPERTYKEY key, PROPVARIANT* value) override {
+    PropVariantInit(value);
+    if (const auto text = texts.find(key.pid); text != texts.end()) {
+      value->vt = VT_LPWSTR;
+      const std::size_t bytes = (text->second.size() + 1) * sizeof(wchar_t);
+      value->pwszVal = static_cast<wchar_t*>(CoTaskMemAlloc(bytes));
+      std::copy_n(text->second.c_str(), text->second.size() + 1, value->pwszVal);
+    } else if (const auto number = numbers.find(key.pid); number != numbers.end()) {
+      value->vt = VT_UI4;
+      value->ulVal = number->second;
+    }
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE GetCount(DWORD*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE GetAt(DWORD, PROPERTYKEY*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE SetValue(REFPROPERTYKEY, REFPROPVARIANT) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE Commit() override { return E_NOTIMPL; }
+};
+
+class FakeVolume : public Double<IAudioEndpointVolume> {
+ public:
+  bool muted = false;
+  float masterDb = -6.0F, masterScalar = 0.5F;
+  std::vector<float> channelDb = {-3.0F, -12.0F};
+  std::string failing;  // name of the getter that fails
+  std::function<void()> onUnregister;
+  std::vector<IAudioEndpointVolumeCallback*> callbacks;
+
+  // As the audio service does, on a thread of its own if wanted.
+  HRESULT notify() {
+    AUDIO_VOLUME_NOTIFICATION_DATA data = {};
+    data.bMuted = muted;
+    data.fMasterVolume = masterScalar;
+    HRESULT result = S_FALSE;
+    for (auto* callback : std::vector(callbacks)) result = callback->OnNotify(&data);
+    return result;
+  }
+
+  HRESULT STDMETHODCALLTYPE
+  RegisterControlChangeNotify(IAudioEndpointVolumeCallback* callback) override {
+    callback->AddRef();
+    callbacks.push_back(callback);
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE
+  UnregisterControlChangeNotify(IAudioEndpointVolumeCallback* callback) override {
+    if (onUnregister) onUnregister();
+    if (std::erase(callbacks, callback) != 1) return E_INVALIDARG;
+    callback->Release();
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE GetChannelCount(UINT* count) override {
+    return give("channels", count, static_cast<UINT>(channelDb.size()));
+  }
+  HRESULT STDMETHODCALLTYPE GetMasterVolumeLevel(FLOAT* level) override {
+    return give("master", level, masterDb);
+  }
+  HRESULT STDMETHODCALLTYPE GetMasterVolumeLevelScalar(FLOAT* level) override {
+    return give("master scalar", level, masterScalar);
+  }
+  HRESULT STDMETHODCALLTYPE GetChannelVolumeLevel(UINT channel, FLOAT* level) override {
+    return give("channel", level, channelDb.at(channel));
+  }
+  HRESULT STDMETHODCALLTYPE GetChannelVolumeLevelScalar(UINT, FLOAT* level) override {
+    return give("channel scalar", level, 0.5F);
+  }
+  HRESULT STDMETHODCALLTYPE GetMute(WINBOOL* mute) override { return give("mute", mute, muted); }
+  HRESULT STDMETHODCALLTYPE GetVolumeRange(FLOAT* low, FLOAT* high, FLOAT* step) override {
+    *high = 0.0F;
+    *step = 1.0F;
+    return give("range", low, -96.0F);
+  }
+  HRESULT STDMETHODCALLTYPE SetMasterVolumeLevel(FLOAT, LPCGUID) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE SetMasterVolumeLevelScalar(FLOAT, LPCGUID) override {
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE SetChannelVolumeLevel(UINT, FLOAT, LPCGUID) override {
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE SetChannelVolumeLevelScalar(UINT, FLOAT, LPCGUID) override {
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE SetMute(WINBOOL, LPCGUID) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE GetVolumeStepInfo(UINT*, UINT*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE VolumeStepUp(LPCGUID) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE VolumeStepDown(LPCGUID) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE QueryHardwareSupport(DWORD*) override { return E_NOTIMPL; }
+
+ private:
+  template <class Value, class Given>
+  HRESULT give(const char* name, Value* value, Given given) {
+    if (failing == name) return E_ACCESSDENIED;
+    *value = static_cast<Value>(given);
+    return S_OK;
+  }
+};
+
+struct FakePacket {
+  std::vector<float> samples;  // interleaved
+  DWORD flags = 0;
+};
+
+class FakeCapture : public Double<IAudioCaptureClient> {
+ public:
+  std::vector<FakePacket> packets;  // first one next
+  UINT32 channels = 2;
+  bool broken = false;
+
+  HRESULT STDMETHODCALLTYPE GetNextPacketSize(UINT32* frames) override {
+    *frames = packets.empty() ? 0 : framesOf(packets.front());
+    return broken ? AUDCLNT_E_DEVICE_INVALIDATED : S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE GetBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT64*,
+                                      UINT64*) override {
+    if (packets.empty()) return AUDCLNT_S_BUFFER_EMPTY;
+    FakePacket& packet = packets.front();
+    *data = reinterpret_cast<BYTE*>(packet.samples.data());
+    *frames = framesOf(packet);
+    *flags = packet.flags;
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE ReleaseBuffer(UINT32) override {
+    packets.erase(packets.begin());
+    return S_OK;
+  }
+
+ private:
+  UINT32 framesOf(const FakePacket& packet) const {
+    return static_cast<UINT32>(packet.samples.size()) / channels;
+  }
+};
+
+class FakeClient : public Double<IAudioClient> {
+ public:
+  FakeCapture capture;
+  WAVEFORMATEX mix = {WAVE_FORMAT_EXTENSIBLE, 2, 48000, 384000, 8, 32, 0};
+  std::string failing;
+  DWORD flags = 0;
+  int started = 0;
+
+  HRESULT STDMETHODCALLTYPE Initialize(AUDCLNT_SHAREMODE, DWORD wanted, REFERENCE_TIME,
+                                       REFERENCE_TIME, const WAVEFORMATEX*, LPCGUID) override {
+    flags = wanted;
+    return resultOf("initialize");
+  }
+  HRESULT STDMETHODCALLTYPE GetBufferSize(UINT32* frames) override {
+    *frames = failing == "empty buffer" ? 0 : 48000;
+    return resultOf("buffer size");
+  }
+  HRESULT STDMETHODCALLTYPE GetMixFormat(WAVEFORMATEX** format) override {
+    *format = nullptr;
+    if (failing == "mix format") return E_ACCESSDENIED;
+    *format = static_cast<WAVEFORMATEX*>(CoTaskMemAlloc(sizeof mix));
+    **format = mix;
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE Start() override {
+    if (failing != "start") ++started;
+    return resultOf("start");
+  }
+  HRESULT STDMETHODCALLTYPE Stop() override {
+    --started;
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE GetService(REFIID id, void** service) override {
+    if (failing == "service") return E_ACCESSDENIED;
+    return capture.QueryInterface(id, service);
+  }
+  HRESULT STDMETHODCALLTYPE GetStreamLatency(REFERENCE_TIME*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE GetCurrentPadding(UINT32*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE IsFormatSupported(AUDCLNT_SHAREMODE, const WAVEFORMATEX*,
+                                              WAVEFORMATEX**) override {
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE GetDevicePeriod(REFERENCE_TIME*, REFERENCE_TIME*) override {
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE Reset() override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE SetEventHandle(HANDLE) override { return E_NOTIMPL; }
+
+ private:
+  HRESULT resultOf(const char* name) const { return failing == name ? E_ACCESSDENIED : S_OK; }
+};
+
+class FakeDevice : public Double<IMMDevice> {
+ public:
+  std::wstring id;
+  FakeStore store;
+  FakeVolume volume;
+  FakeClient client;
+  bool activates = true;
+
+  HRESULT STDMETHODCALLTYPE Activate(REFIID wanted, DWORD, PROPVARIANT*, void** object) override {
+    *object = nullptr;
+    if (!activates) return E_ACCESSDENIED;
+    if (IsEqualIID(wanted, __uuidof(IAudioClient))) return client.QueryInterface(wanted, object);
+    return volume.QueryInterface(wanted, object);
+  }
+  HRESULT STDMETHODCALLTYPE OpenPropertyStore(DWORD, IPropertyStore** opened) override {
+    return store.QueryInterface(__uuidof(IPropertyStore), reinterpret_cast<void**>(opened));
+  }
+  HRESULT STDMETHODCALLTYPE GetId(LPWSTR* text) override {
+    *text = static_cast<wchar_t*>(CoTaskMemAlloc((id.size() + 1) * sizeof(wchar_t)));
+    std::copy_n(id.c_str(), id.size() + 1, *text);
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE GetState(DWORD* state) override {
+    *state = DEVICE_STATE_ACTIVE;
+    return S_OK;
+  }
+  ULONG allReferences() const {
+    return references + store.references + volume.references + client.references +
+           client.capture.references;
+  }
+};
+
+class FakeCollection : public Double<IMMDeviceCollection> {
+ public:
+  std::vector<FakeDevice*> devices;
+
+  HRESULT STDMETHODCALLTYPE GetCount(UINT* count) override {
+    *count = static_cast<UINT>(devices.size());
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE Item(UINT position, IMMDevice** device) override {
+    *device = nullptr;
+    if (position >= devices.size()) return E_INVALIDARG;
+    return devices[position]->QueryInterface(__uuidof(IMMDevice), reinterpret_cast<void**>(device));
+  }
+};
+
+class FakeSystem : public Double<IMMDeviceEnumerator> {
+ public:
+  FakeCollection captureEndpoints;
+  FakeDevice* defaultRender = nullptr;
+  bool available = true;  // whether an enumerator can be created
+
+  FakeSystem() {
+    CoIncrementMTAUsage(&apartment_);
+    CoRegisterClassObject(__uuidof(MMDeviceEnumerator), &factory_, CLSCTX_INPROC_SERVER,
+                          REGCLS_MULTIPLEUSE, &registration_);
+  }
+  ~FakeSystem() {
+    CoRevokeClassObject(registration_);
+    CoDecrementMTAUsage(apartment_);
+  }
+
+  HRESULT STDMETHODCALLTYPE EnumAudioEndpoints(EDataFlow, DWORD,
+                                               IMMDeviceCollection** devices) override {
+    return captureEndpoints.QueryInterface(__uuidof(IMMDeviceCollection),
+                                           reinterpret_cast<void**>(devices));
+  }
+  HRESULT STDMETHODCALLTYPE GetDefaultAudioEndpoint(EDataFlow, ERole, IMMDevice** device) override {
+    return give(defaultRender, device);
+  }
+  HRESULT STDMETHODCALLTYPE GetDevice(LPCWSTR id, IMMDevice** device) override {
+    const auto& all = captureEndpoints.devices;
+    const auto found = std::ranges::find(all, std::wstring(id), &FakeDevice::id);
+    return give(found != all.end() ? *found : nullptr, device);
+  }
+  HRESULT STDMETHODCALLTYPE RegisterEndpointNotificationCallback(IMMNotificationClient*) override {
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE
+  UnregisterEndpointNotificationCallback(IMMNotificationClient*) override {
+    return E_NOTIMPL;
+  }
+
+ private:
+  class Factory : public Double<IClassFactory> {
+   public:
+    explicit Factory(FakeSystem& system) : system_(system) {}
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID id, void** object) override {
+      *object = nullptr;
+      return system_.available ? system_.QueryInterface(id, object) : E_OUTOFMEMORY;
+    }
+    HRESULT STDMETHODCALLTYPE LockServer(WINBOOL) override { return S_OK; }
+
+   private:
+    FakeSystem& system_;
+  };
+  static HRESULT give(FakeDevice* found, IMMDevice** device) {
+    *device = nullptr;
+    if (found == nullptr) return HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
+    return found->QueryInterface(__uuidof(IMMDevice), reinterpret_cast<void**>(device));
+  }
+
+  Factory factory_{*this};
+  DWORD registration_ = 0;
+  CO_MTA_USAGE_COOKIE apartment_ = nullptr;
+};
+
+}  // namespace vellumic::test

@@ -1,0 +1,283 @@
+// The parameter thread on an object that has everything but COM.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <iostream>
+#include <memory>
+#include <thread>
+
+#include "control/BoundedText.h"
+#include "control/HandleParameterThread.h"
+#include "control/Names.h"
+#include "engine/FrameEngine.h"
+#include "engine/ProcessBlock.h"
+#include "tests/control/ImportHooks.h"
+#include "tests/control/RegistrySandbox.h"
+
+namespace vellumic::test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr wchar_t propertyEventName[] = L"Global\\VellumicAPOPropEvent{test}";
+
+struct Options {
+  bool initializeSucceeds = true, propertyEvent = true, fullArena = false;
+};
+
+template <EffectMode lockMode, EffectMode workerMode>
+class CaptureObject : public CSharedMemoryAccessHandler,
+                      public CHandleParameterThread<CaptureObject<lockMode, workerMode>>,
+                      public CHandleEndpoint,
+                      public CParametersInRegistry {
+ public:
+  static constexpr ParameterThreadTraits parameterThreadTraits{workerMode,
+                                                               workerMode == EffectMode::equalizer};
+
+  explicit CaptureObject(Options options = {}) : engine(LoopbackOpener{}) {
+    const LockScope scope(sync.objectLock);
+    EXPECT_TRUE(sets.allocate());
+    readInitialSetting(sets.rawParameters(), sets.rawParameters());
+    sets.settingRead();
+    sets.initialize(processingMode, lockMode);
+    if (options.fullArena) (void)arena.allocate(Arena::capacity - arena.used() - 1);
+    if (options.propertyEvent) sync.event(ThreadEvent::reload) = createOpenEvent(propertyEventName);
+    sync.event(ThreadEvent::ping) = createOpenEvent(pingEventName);
+    this->start(this);
+    isInitialized = options.initializeSucceeds;
+  }
+  ~CaptureObject() { this->shutDown(sync); }
+
+  void lockStream() {
+    EXPECT_TRUE(sets.lock({.sampleRate = 48000.0F}, processingMode, lockMode, context));
+  }
+  ParameterThreadSubject parameterThreadSubject() {
+    return {sync, arena, sets, *this, *this, *this, isInitialized, processingMode};
+  }
+  // Value of an entry of the pending set, once `ready` holds of it or 5 seconds have passed.
+  template <class Ready>
+  float pendingValue(Entry entry, Ready ready) {
+    const auto end = Clock::now() + std::chrono::seconds(5);
+    for (;;) {
+      {
+        const LockScope scope(sync.parameterLock);
+        const float value = sets.pendingImage()[entry];
+        if (ready(value) || Clock::now() > end) return value;
+      }
+      Sleep(1);
+    }
+  }
+  void reloadUntilCopied(float mark) {
+    {
+      const LockScope scope(sync.parameterLock);
+      sets.pendingImage()[Entry::rawCopy] = 0.0F;
+    }
+    SetEvent(sync.event(ThreadEvent::reload).get());
+    EXPECT_EQ(pendingValue(Entry::rawCopy, [=](float value) { return value == mark; }), mark);
+  }
+
+  Arena arena;
+  ParameterSync sync;
+  FrameEngine engine;
+  ParameterSets sets{arena, engine, sync};
+  ProcessContext context;
+  std::atomic<bool> isInitialized{false};
+  ProcessingMode processingMode = ProcessingMode::standard;
+};
+using Endpoint = CaptureObject<EffectMode::equalizer, EffectMode::equalizer>;
+using KeywordDetector = CaptureObject<EffectMode::arrayFourChannel, EffectMode::array>;
+
+class ParameterThread : public testing::Test {
+ protected:
+  ParameterThread() { write(1.0F); }
+  ~ParameterThread() override { onRegistryQuery(nullptr); }
+  // A setting of the first 20 values and the master switch; the second value is the mark.
+  void write(float mark) {
+    registry.writeSetting(L"2", 1, 20, [=](unsigned) { return mark; });
+    switchOn(Raw::masterEnable);
+    registry.select(L"2");
+  }
+  void switchOn(Raw slot) {
+    const auto number = static_cast<unsigned>(index(slot) + 1);
+    registry.writeSetting(L"2", number, number, [](unsigned) { return 1.0F; });
+  }
+  RegistrySandbox registry;
+};
+
+TEST_F(ParameterThread, ReloadReachesRunningAudio) {
+  Endpoint object;
+  object.lockStream();
+  std::atomic<bool> run{true};
+  std::atomic<float> heard{0.0F};
+  std::array<std::int64_t, 3> worst{};  // microseconds
+  std::thread audio([&] {
+    std::array<float, 960> buffer{};
+    object.context.inputBuffer = object.context.outputBuffer = buffer.data();
+    object.context.inputFlags = buffer_flags::valid;
+    object.context.inputValidFrames = 480;
+    while (run) {
+      const auto begin = Clock::now();
+      processBlock(object.context);
+      const auto spent =
+          std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin);
+      if (spent.count() > worst[0]) worst = {spent.count(), worst[0], worst[1]};
+      heard = (*object.context.imageSlot)[index(Entry::rawCopy)];
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  });
+  for (float mark = 2.0F; mark < 12.0F; ++mark) {
+    write(mark);
+    SetEvent(object.sync.event(ThreadEvent::reload).get());
+    for (int wait = 0; wait < 5000 && heard != mark; ++wait) Sleep(1);
+    EXPECT_EQ(heard, mark);
+  }
+  run = false;
+  audio.join();
+  std::cout << "worst call while reloading: " << worst[0] << " us\n";
+  EXPECT_LT(worst[2], 10000);  // third worst: two may be the machine's own scheduling
+}
+
+TEST_F(ParameterThread, TwoSignalsDuringOneReloadGiveOneMore) {
+  Endpoint object;
+  object.reloadUntilCopied(1.0F);
+  std::atomic<int> reloads{0};
+  onRegistryQuery([&, count = 0]() mutable {
+    constexpr int queriesPerReload = 1 + static_cast<int>(rawCount);
+    if (count++ % queriesPerReload != 0) return;
+    if (++reloads != 1) return;
+    for (int signal = 0; signal < 2; ++signal) {
+      SetEvent(object.sync.event(ThreadEvent::reload).get());
+      Sleep(5);
+    }
+  });
+  SetEvent(object.sync.event(ThreadEvent::reload).get());
+  Sleep(500);
+  EXPECT_EQ(reloads, 2);
+}
+
+TEST_F(ParameterThread, ReloadOutsideAudioWaitsAndLeavesTheFourChannelForm) {
+  KeywordDetector object;
+  object.lockStream();
+  EXPECT_EQ(object.sets.currentImage()[Entry::effectMode], 12.0F);
+  EXPECT_EQ(object.sync.pending, 0);
+  write(3.0F);
+  object.reloadUntilCopied(3.0F);
+  EXPECT_EQ(object.sets.pendingImage()[Entry::effectMode], 9.0F);
+  EXPECT_EQ(object.sync.pending, 1);
+  EXPECT_EQ(object.sets.currentImage()[Entry::effectMode], 12.0F);
+}
+
+TEST_F(ParameterThread, MissingTreeRaisesNothingAndAMissingSettingKeepsTheLast) {
+  Endpoint object;
+  write(4.0F);
+  object.reloadUntilCopied(4.0F);
+  const auto reloadNow = [&] {
+    {
+      const LockScope scope(object.sync.parameterLock);
+      object.sync.pending = 0;
+    }
+    SetEvent(object.sync.event(ThreadEvent::reload).get());
+    Sleep(100);
+    const LockScope scope(object.sync.parameterLock);
+    return object.sync.pending;
+  };
+  registry.select(L"absent");
+  EXPECT_EQ(reloadNow(), 1);
+  EXPECT_EQ(object.sets.pendingImage()[Entry::rawCopy], 4.0F);
+  registry.remove(registry.settingsPath());
+  EXPECT_EQ(reloadNow(), 0);
+}
+
+TEST_F(ParameterThread, ChangedEffectsAreSignalled) {
+  KeywordDetector object;
+  const KernelHandle told(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+  EXPECT_EQ(object.sync.setEffectsChangedEvent(told.get()), S_OK);
+  EXPECT_EQ(object.sync.setEffectsChangedEvent(reinterpret_cast<HANDLE>(0x7FF0)),
+            HRESULT_FROM_WIN32(ERROR_INVALID_HANDLE));
+  object.reloadUntilCopied(1.0F);
+  EXPECT_EQ(WaitForSingleObject(told.get(), 50), static_cast<DWORD>(WAIT_TIMEOUT));
+  for (const Raw slot : {Raw::keepInDefaultMode, Raw::beamformer}) switchOn(slot);
+  SetEvent(object.sync.event(ThreadEvent::reload).get());
+  EXPECT_EQ(WaitForSingleObject(told.get(), 5000), WAIT_OBJECT_0);
+  EXPECT_EQ(object.sync.setEffectsChangedEvent(nullptr), S_OK);
+  EXPECT_FALSE(object.sync.effectsChangedEvent);
+}
+
+TEST_F(ParameterThread, EndsInEveryState) {
+  const OpenObjects before = openObjects();
+  { Endpoint stoppedAtOnce; }
+  EXPECT_EQ(openObjects(), before);
+  {
+    Endpoint failed({.initializeSucceeds = false});
+    failed.stop();
+    EXPECT_EQ(failed.running, 0U);
+    failed.isInitialized = true;
+    failed.start(&failed);  // a later try
+    failed.reloadUntilCopied(1.0F);
+  }
+  {
+    Endpoint withoutRoom({.fullArena = true});
+    SetEvent(withoutRoom.sync.event(ThreadEvent::reload).get());
+    Sleep(50);
+    EXPECT_EQ(withoutRoom.sync.pending, 0);
+  }
+  {
+    const auto begin = Clock::now();
+    { Endpoint failingWait({.propertyEvent = false}); }
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(2));
+  }
+  {
+    auto object = std::make_unique<Endpoint>();
+    object->reloadUntilCopied(1.0F);
+    onRegistryQuery([] { Sleep(0); });  // slow: the destructor meets it at work
+    SetEvent(object->sync.event(ThreadEvent::reload).get());
+    Sleep(5);
+  }
+  OpenObjects after = openObjects();
+  --after.keys;  // the earlier reload's, of the object that reloaded twice
+  EXPECT_EQ(after, before);
+}
+
+TEST_F(ParameterThread, ManyReloadsLoseOneKeyEachAndNothingElse) {
+#ifdef VELLUMIC_SHORT_TESTS
+  constexpr int reloads = 50;
+#else
+  constexpr int reloads = 1000;
+#endif
+  const OpenObjects before = openObjects();
+  {
+    Endpoint object;
+    object.reloadUntilCopied(1.0F);
+    const OpenObjects first = openObjects();
+    const auto used = object.arena.used();
+    for (int reload = 1; reload < reloads; ++reload) object.reloadUntilCopied(1.0F);
+    EXPECT_EQ(openObjects().handles, first.handles);
+    EXPECT_EQ(openObjects().keys, first.keys + reloads - 1);
+    EXPECT_EQ(object.arena.used(), used);
+  }
+  EXPECT_EQ(openObjects().keys, before.keys + reloads - 1);
+  EXPECT_EQ(openObjects().handles, before.handles);
+}
+
+TEST_F(ParameterThread, StoppingItselfIsAnError) {
+  struct Stopper : CHandleParameterThread<Stopper> {
+  } stopper;
+  std::error_code code;
+  std::atomic<bool> go{false};
+  stopper.thread = std::thread([&] {
+    while (!go) Sleep(1);
+    try {
+      stopper.stop();
+    } catch (const std::system_error& error) {
+      code = error.code();
+    }
+  });
+  go = true;
+  while (!code) Sleep(1);
+  stopper.stop();
+  EXPECT_EQ(code, std::errc::resource_deadlock_would_occur);
+}
+
+}  // namespace
+}  // namespace vellumic::test
