@@ -51,7 +51,8 @@ std::string writeSettings(const RawValues& values, SettingsScope scope) {
       else
         lines += "# " + key + " holds " + decimal(stored) + ", which cannot be written here\n";
     }
-    if (!lines.empty()) text += (text.empty() ? "[" : "\n[") + group + "]\n" + lines;
+    if (lines.empty()) continue;
+    text.append(text.empty() ? "[" : "\n[").append(group).append("]\n").append(lines);
   }
   return text;
 }
