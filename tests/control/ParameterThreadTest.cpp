@@ -15,6 +15,7 @@
 #include "engine/ProcessBlock.h"
 #include "tests/control/ImportHooks.h"
 #include "tests/control/RegistrySandbox.h"
+#include "tests/control/ServiceDouble.h"
 
 namespace vellumic::test {
 namespace {
@@ -23,7 +24,7 @@ using Clock = std::chrono::steady_clock;
 constexpr wchar_t propertyEventName[] = L"Global\\VellumicAPOPropEvent{test}";
 
 struct Options {
-  bool initializeSucceeds = true, propertyEvent = true, fullArena = false;
+  bool initializeSucceeds = true, propertyEvent = true, pingEvent = true, fullArena = false;
 };
 
 template <EffectMode lockMode, EffectMode workerMode>
@@ -43,7 +44,9 @@ class CaptureObject : public CSharedMemoryAccessHandler,
     sets.initialize(processingMode, lockMode);
     if (options.fullArena) (void)arena.allocate(Arena::capacity - arena.used() - 1);
     if (options.propertyEvent) sync.event(ThreadEvent::reload) = createOpenEvent(propertyEventName);
-    sync.event(ThreadEvent::ping) = createOpenEvent(pingEventName);
+    if (options.pingEvent) sync.event(ThreadEvent::ping) = createOpenEvent(pingEventName);
+    updateStatus([](StatusBlock& block) { block.instance.Data1 = 77; });
+    open();
     this->start(this);
     isInitialized = options.initializeSucceeds;
   }
@@ -202,6 +205,26 @@ TEST_F(ParameterThread, ChangedEffectsAreSignalled) {
   EXPECT_EQ(WaitForSingleObject(told.get(), 5000), WAIT_OBJECT_0);
   EXPECT_EQ(object.sync.setEffectsChangedEvent(nullptr), S_OK);
   EXPECT_FALSE(object.sync.effectsChangedEvent);
+}
+
+TEST_F(ParameterThread, PingPublishesOnceAndItsFallbackOnEveryWait) {
+  const Service service("serve");
+  {
+    Endpoint object;
+    const KernelHandle ping(OpenEventW(EVENT_MODIFY_STATE, FALSE, pingEventName));
+    for (int round = 0; round < 2; ++round) {
+      SetEvent(ping.get());
+      EXPECT_TRUE(service.signalled(5000));
+      EXPECT_FALSE(service.signalled(50));
+    }
+    EXPECT_EQ(service.board().block.instance.Data1, 77U);
+  }
+  Endpoint object({.pingEvent = false});
+  object.reloadUntilCopied(1.0F);  // past its start-up
+  const KernelHandle fallback(OpenEventW(EVENT_MODIFY_STATE, FALSE, pingFallbackName));
+  SetEvent(fallback.get());
+  EXPECT_TRUE(service.signalled(5000) && service.signalled(5000));
+  ResetEvent(fallback.get());
 }
 
 TEST_F(ParameterThread, EndsInEveryState) {

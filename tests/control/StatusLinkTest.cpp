@@ -7,73 +7,12 @@
 
 #include "control/BoundedText.h"
 #include "control/Names.h"
-#include "control/OpenEvent.h"
 #include "control/SharedMemoryAccessHandler.h"
-#include "tests/control/ChildProcess.h"
 #include "tests/control/ImportHooks.h"
+#include "tests/control/ServiceDouble.h"
 
 namespace vellumic::test {
 namespace {
-
-constexpr wchar_t readyName[] = L"Global\\VellumicTestServiceReady";
-constexpr wchar_t quitName[] = L"Global\\VellumicTestServiceQuit";
-
-enum class With { everything, otherVersion, noEvent, heldMutex, abandonedMutex };
-
-// Creates the four named objects and keeps them until told to quit.
-int serve(With with) {
-  const KernelHandle mutex(CreateMutexW(nullptr, FALSE, sharedMemoryMutexName));
-  const KernelHandle mapping(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
-                                                sizeof(StatusBoard), sharedMemoryName));
-  const MappedView view(MapViewOfFile(mapping.get(), FILE_MAP_WRITE, 0, 0, 0));
-  static_cast<StatusBoard*>(view.get())->version = with == With::otherVersion ? 4 : 5;
-  KernelHandle event;
-  if (with != With::noEvent)
-    event.reset(CreateEventW(nullptr, FALSE, FALSE, sharedMemoryEventName));
-  const KernelHandle ping = createOpenEvent(pingEventName);
-  const KernelHandle quit(OpenEventW(SYNCHRONIZE, FALSE, quitName));
-  if (with == With::heldMutex || with == With::abandonedMutex)
-    WaitForSingleObject(mutex.get(), INFINITE);
-  SetEvent(KernelHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, readyName)).get());
-  if (with == With::heldMutex) {
-    Sleep(200);
-    ReleaseMutex(mutex.get());
-  }
-  WaitForSingleObject(quit.get(), 20000);
-  return 0;  // an owned mutex is abandoned here
-}
-
-const ChildMode modes[] = {
-    {"serve", [] { return serve(With::everything); }},
-    {"serve-version-4", [] { return serve(With::otherVersion); }},
-    {"serve-without-event", [] { return serve(With::noEvent); }},
-    {"serve-held-mutex", [] { return serve(With::heldMutex); }},
-    {"serve-abandoned-mutex", [] { return serve(With::abandonedMutex); }},
-};
-
-class Service {
- public:
-  explicit Service(const char* mode) : child_(mode) {
-    EXPECT_EQ(WaitForSingleObject(ready_.get(), 20000), WAIT_OBJECT_0);
-    mapping_.reset(OpenFileMappingW(FILE_MAP_READ, FALSE, sharedMemoryName));
-    view_.reset(MapViewOfFile(mapping_.get(), FILE_MAP_READ, 0, 0, sizeof(StatusBoard)));
-    event_.reset(OpenEventW(SYNCHRONIZE, FALSE, sharedMemoryEventName));
-  }
-  ~Service() { quit(); }
-  void quit() {
-    SetEvent(quit_.get());
-    EXPECT_EQ(child_.wait(), 0U);
-  }
-  const StatusBoard& board() const { return *static_cast<const StatusBoard*>(view_.get()); }
-  bool signalled() const { return WaitForSingleObject(event_.get(), 0) == WAIT_OBJECT_0; }
-
- private:
-  KernelHandle ready_{CreateEventW(nullptr, TRUE, FALSE, readyName)};
-  KernelHandle quit_{CreateEventW(nullptr, TRUE, FALSE, quitName)};
-  ChildProcess child_;
-  KernelHandle mapping_, event_;
-  MappedView view_;
-};
 
 struct Link : CSharedMemoryAccessHandler {
   explicit Link(unsigned char instance) {

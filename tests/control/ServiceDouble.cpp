@@ -1,0 +1,42 @@
+#include "tests/control/ServiceDouble.h"
+
+#include "control/OpenEvent.h"
+
+namespace vellumic::test {
+namespace {
+
+enum class With { everything, otherVersion, noEvent, heldMutex, abandonedMutex };
+
+// Creates the four named objects and keeps them until told to quit.
+int serve(With with) {
+  const KernelHandle mutex(CreateMutexW(nullptr, FALSE, sharedMemoryMutexName));
+  const KernelHandle mapping(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
+                                                sizeof(StatusBoard), sharedMemoryName));
+  const MappedView view(MapViewOfFile(mapping.get(), FILE_MAP_WRITE, 0, 0, 0));
+  static_cast<StatusBoard*>(view.get())->version = with == With::otherVersion ? 4 : 5;
+  KernelHandle event;
+  if (with != With::noEvent)
+    event.reset(CreateEventW(nullptr, FALSE, FALSE, sharedMemoryEventName));
+  const KernelHandle ping = createOpenEvent(pingEventName);
+  const KernelHandle quit(OpenEventW(SYNCHRONIZE, FALSE, serviceQuitName));
+  if (with == With::heldMutex || with == With::abandonedMutex)
+    WaitForSingleObject(mutex.get(), INFINITE);
+  SetEvent(KernelHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, serviceReadyName)).get());
+  if (with == With::heldMutex) {
+    Sleep(200);
+    ReleaseMutex(mutex.get());
+  }
+  WaitForSingleObject(quit.get(), 20000);
+  return 0;  // an owned mutex is abandoned here
+}
+
+const ChildMode modes[] = {
+    {"serve", [] { return serve(With::everything); }},
+    {"serve-version-4", [] { return serve(With::otherVersion); }},
+    {"serve-without-event", [] { return serve(With::noEvent); }},
+    {"serve-held-mutex", [] { return serve(With::heldMutex); }},
+    {"serve-abandoned-mutex", [] { return serve(With::abandonedMutex); }},
+};
+
+}  // namespace
+}  // namespace vellumic::test

@@ -1,0 +1,44 @@
+// The companion service, in a process of its own: it owns the four named objects until told to
+// quit.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "control/Names.h"
+#include "control/StatusBlock.h"
+#include "tests/control/ChildProcess.h"
+
+namespace vellumic::test {
+
+inline constexpr wchar_t serviceReadyName[] = L"Global\\VellumicTestServiceReady";
+inline constexpr wchar_t serviceQuitName[] = L"Global\\VellumicTestServiceQuit";
+
+// Modes: serve, serve-version-4, serve-without-event, serve-held-mutex (for 200 ms),
+// serve-abandoned-mutex (abandoned by quit()).
+class Service {
+ public:
+  explicit Service(const char* mode) : child_(mode) {
+    EXPECT_EQ(WaitForSingleObject(ready_.get(), 20000), WAIT_OBJECT_0);
+    mapping_.reset(OpenFileMappingW(FILE_MAP_READ, FALSE, sharedMemoryName));
+    view_.reset(MapViewOfFile(mapping_.get(), FILE_MAP_READ, 0, 0, sizeof(StatusBoard)));
+    event_.reset(OpenEventW(SYNCHRONIZE, FALSE, sharedMemoryEventName));
+  }
+  ~Service() { quit(); }
+  void quit() {
+    SetEvent(quit_.get());
+    EXPECT_EQ(child_.wait(), 0U);
+  }
+  const StatusBoard& board() const { return *static_cast<const StatusBoard*>(view_.get()); }
+  bool signalled(DWORD waitMs = 0) const {
+    return WaitForSingleObject(event_.get(), waitMs) == WAIT_OBJECT_0;
+  }
+
+ private:
+  KernelHandle ready_{CreateEventW(nullptr, TRUE, FALSE, serviceReadyName)};
+  KernelHandle quit_{CreateEventW(nullptr, TRUE, FALSE, serviceQuitName)};
+  ChildProcess child_;
+  KernelHandle mapping_, event_;
+  MappedView view_;
+};
+
+}  // namespace vellumic::test

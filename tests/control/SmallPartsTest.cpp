@@ -1,0 +1,83 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "control/ActionResult.h"
+#include "control/OpenEvent.h"
+#include "control/SyncObject.h"
+
+namespace vellumic::test {
+namespace {
+
+TEST(ActionResult, OnlyTheThirdActionCreatesOne) {
+  const float volume = 0.25F;
+  CActionResult<float>* result = nullptr;
+  EXPECT_EQ(performAction(3, &volume, nullptr), E_POINTER);
+  for (const int action : {1, 2}) EXPECT_EQ(performAction(action, &volume, &result), S_OK);
+  for (const int action : {0, 4, -1}) EXPECT_EQ(performAction(action, &volume, &result), E_FAIL);
+  EXPECT_EQ(performAction(3, nullptr, &result), E_FAIL);
+  EXPECT_EQ(result, nullptr);
+
+  ASSERT_EQ(performAction(3, &volume, &result), S_OK);
+  EXPECT_EQ(result->value, 0.25F);
+  void* object = &object;
+  EXPECT_EQ(result->QueryInterface(__uuidof(IClassFactory), &object), E_NOINTERFACE);
+  EXPECT_EQ(object, nullptr);
+  EXPECT_EQ(result->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
+  ASSERT_EQ(result->QueryInterface(IID_IUnknown, &object), S_OK);
+  EXPECT_EQ(result->Release(), 1U);
+  EXPECT_EQ(result->Release(), 0U);
+}
+
+TEST(NamedEvent, EveryoneMayUseItAndItResetsItself) {
+  const KernelHandle event = createOpenEvent(L"Global\\VellumicTestEvent");
+  ASSERT_TRUE(event);
+  const KernelHandle again(OpenEventW(EVENT_ALL_ACCESS, FALSE, L"Global\\VellumicTestEvent"));
+  ASSERT_TRUE(again);
+  EXPECT_EQ(WaitForSingleObject(event.get(), 0), static_cast<DWORD>(WAIT_TIMEOUT));
+  SetEvent(again.get());
+  EXPECT_EQ(WaitForSingleObject(event.get(), 0), WAIT_OBJECT_0);
+  EXPECT_EQ(WaitForSingleObject(event.get(), 0), static_cast<DWORD>(WAIT_TIMEOUT));
+
+  std::byte buffer[1024];
+  DWORD size = 0;
+  ASSERT_TRUE(GetKernelObjectSecurity(event.get(), DACL_SECURITY_INFORMATION, buffer, sizeof buffer,
+                                      &size));
+  BOOL present = FALSE, defaulted = FALSE;
+  PACL list = nullptr;
+  ASSERT_TRUE(GetSecurityDescriptorDacl(buffer, &present, &list, &defaulted));
+  ASSERT_TRUE(present && list != nullptr && list->AceCount == 1);
+  void* entry = nullptr;
+  ASSERT_TRUE(GetAce(list, 0, &entry));
+  auto& allowed = *static_cast<ACCESS_ALLOWED_ACE*>(entry);
+  EXPECT_EQ(allowed.Mask, 0x1F0003U);
+  EXPECT_TRUE(IsWellKnownSid(&allowed.SidStart, WinWorldSid));
+  EXPECT_FALSE(createOpenEvent(L"Missing\\Namespace\\Event"));
+}
+
+std::string told;
+LONG CALLBACK hearDebugString(EXCEPTION_POINTERS* raised) {
+  constexpr DWORD debugString = 0x40010006;
+  const EXCEPTION_RECORD& record = *raised->ExceptionRecord;
+  if (record.ExceptionCode != debugString) return EXCEPTION_CONTINUE_SEARCH;
+  told = reinterpret_cast<const char*>(record.ExceptionInformation[1]);
+  return EXCEPTION_CONTINUE_EXECUTION;
+}
+
+TEST(SyncObject, FailedInitialisationIsToldToADebugger) {
+  void* const handler = AddVectoredExceptionHandler(1, hearDebugString);
+  {
+    CSyncObject working;
+    working.lock();
+    working.unlock();
+    EXPECT_EQ(told, "");
+    CSyncObject failed([](LPCRITICAL_SECTION, DWORD) -> BOOL { return FALSE; });
+    failed.lock();
+    failed.unlock();
+  }
+  RemoveVectoredExceptionHandler(handler);
+  EXPECT_EQ(told, "CSyncObject::InitializeCriticalSectionAndSpinCount() Failed!\n");
+}
+
+}  // namespace
+}  // namespace vellumic::test
