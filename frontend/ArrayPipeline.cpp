@@ -89,7 +89,7 @@ void ArrayPipeline::sendOutput() noexcept {
   auto row = block.outputBlock.row(writeIndex_);
   if (levelControl_.levelControlEnabled) {
     float levelOutput = 0.0F;
-    levelControl_.process(row(0), levelOutput);
+    levelControl_.process(soundSample(row(0)), levelOutput);
     row.setConstant(levelOutput);
   }
   for (std::size_t c = 0; c < block.outputColumn.size(); ++c)
