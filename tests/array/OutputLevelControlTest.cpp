@@ -137,9 +137,16 @@ TEST(OutputLevelControl, BadSettingsAreForgottenWithTheNextGoodOnes) {
       const RealtimeGuard guard;
       peakAfter(control, 1.0F, 0.5F);
       control.apply(switchedOn());
-      EXPECT_NEAR(decibels(peakAfter(control, 0.1F, 60.0F)), -16.0F, 40.0F) << level << " " << time;
+      EXPECT_TRUE(std::isfinite(peakAfter(control, 0.1F, 0.5F))) << level << " " << time;
       EXPECT_EQ(guard.violations(), 0) << guard.first();
     }
+  OutputLevelControl control;
+  LevelControlSettings silent = switchedOn();
+  silent.levelStage.level = 0.0F;  // an infinite reduction
+  control.apply(silent);
+  EXPECT_FALSE(peakAfter(control, 1.0F, 0.5F) > 0.0F);
+  control.apply(switchedOn());
+  EXPECT_NEAR(decibels(peakAfter(control, 0.1F, 3.0F)), -16.0F, 0.3F);
 }
 
 TEST(OutputLevelControl, SwitchedOffItPassesEverythingOn) {

@@ -1,0 +1,228 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+
+#include "frontend/EchoCanceller.h"
+#include "tests/frontend/EchoScene.h"
+#include "tests/support/RealtimeGuard.h"
+
+namespace vellumic::testing {
+namespace {
+
+constexpr int blocksPerSecond = 16;
+
+bool allFinite(std::span<const float> samples) {
+  return std::ranges::all_of(samples, [](float sample) { return std::isfinite(sample); });
+}
+
+struct Convergence {
+  const char* name;
+  EchoScene::Levels levels;
+  std::array<double, 6> leastErle;  // dB, over each second
+};
+
+class EchoConvergence : public ::testing::TestWithParam<Convergence> {};
+
+TEST_P(EchoConvergence, ReachesItsErleInTime) {
+  EchoScene scene;
+  EchoBench bench(scene);
+  for (std::size_t second = 0; second < 6; ++second) {
+    const double erle = bench.run(blocksPerSecond, GetParam().levels);
+    RecordProperty("erle_db_second_" + std::to_string(second + 1), std::to_string(erle));
+    EXPECT_GT(erle, GetParam().leastErle[second]) << "second " << second + 1;
+  }
+  EXPECT_EQ(bench.canceller.blockCounter, 11);
+}
+
+constexpr EchoScene::Levels alike{.left = 0.15F, .right = 0.15F, .shared = 0.3F};
+constexpr EchoScene::Levels identical{.left = 0.0F, .right = 0.0F, .shared = 0.3F};
+INSTANTIATE_TEST_SUITE_P(
+    References, EchoConvergence,
+    ::testing::Values(Convergence{"independent", {}, {5, 18, 38, 50, 50, 50}},
+                      Convergence{"alike", alike, {5, 18, 38, 50, 50, 50}},
+                      Convergence{"identical", identical, {5, 18, 38, 50, 50, 50}},
+                      Convergence{"oneSided", {.right = 0.0F}, {5, 18, 38, 50, 50, 50}},
+                      Convergence{
+                          "quiet", {.left = 0.03F, .right = 0.03F}, {2, 9, 18, 20, 20, 20}}),
+    [](const auto& instance) { return instance.param.name; });
+
+TEST(EchoCanceller, SilentReferencesPassTheMicrophoneHalfABlockLate) {
+  EchoScene scene;
+  EchoBench bench(scene);
+  const EchoScene::Levels talkerOnly{.left = 0, .right = 0, .near = 0.1F};
+  std::vector<float> heard;
+  for (int b = 0; b < 20; ++b) {
+    bench.run(1, talkerOnly);
+    for (std::size_t i = 0; i < scene.length / 2 && b > 0; ++i)
+      EXPECT_NEAR(bench.output[i], heard[scene.length / 2 + i], 2e-3F);
+    heard = scene.microphone;
+  }
+  for (const auto& filter : bench.canceller.filters)
+    EXPECT_EQ(filter.weights.abs().maxCoeff(), 0.0F);
+  EXPECT_FALSE(bench.canceller.converged);
+}
+
+TEST(EchoCanceller, WarmUpKeepsTheMeasurementNoise) {
+  for (int warmup : {0, 3, 10}) {
+    EchoScene scene;
+    EchoCancellerSettings settings;
+    settings.warmupBlocks = warmup;
+    EchoBench bench(scene, settings);
+    bench.run(warmup + 1);
+    EXPECT_TRUE((bench.canceller.noisePower == 10.0F).all()) << warmup;
+    bench.run(1);
+    EXPECT_FALSE((bench.canceller.noisePower == 10.0F).any()) << warmup;
+  }
+}
+
+TEST(EchoPathFilter, LimitsTheGainToARealNumber) {
+  constexpr int length = 128;
+  Fft fft(2 * length);
+  ReferenceHistory reference;
+  reference.setup(length + 1);
+  reference.scaledPower.setConstant(0.01F);
+  const Eigen::ArrayXcf error = Eigen::ArrayXcf::Zero(length + 1);
+  // Denominators 3 * 1 * 0.01 + noise of +-1e-4 and 0.97: without a limit 1e4, -1e4 and 1.03.
+  const float noises[] = {-0.0299F, -0.0301F, 0.94F}, gains[] = {200.0F, 200.0F, 1.0309278F};
+  for (std::size_t i = 0; i < 3; ++i) {
+    EchoPathFilter filter;
+    filter.setup(length);
+    filter.adapt(reference, error, Eigen::ArrayXf::Constant(length + 1, noises[i]), fft);
+    EXPECT_NEAR(filter.kalmanGain[5], gains[i], 1e-4F * gains[i]);
+  }
+}
+
+// Settings under which the filters count as settled within two seconds.
+EchoCancellerSettings settlingSettings() {
+  EchoCancellerSettings settings;
+  settings.updateThreshold = 3e-3F;
+  return settings;
+}
+
+TEST(EchoCanceller, DivergenceStartsOverThatMicrophoneAlone) {
+  EchoScene scene;
+  EchoBench diverging(scene, settlingSettings()), steady(scene, settlingSettings());
+  ReferenceSpectra shared;
+  std::array<EchoCanceller, 2> sharing;
+  for (auto& canceller : sharing) canceller.apply(settlingSettings());
+  std::array<std::vector<float>, 2> outputs{std::vector<float>(1024), std::vector<float>(1024)};
+
+  int block = 0;
+  const auto advance = [&](bool mute) {
+    scene.advance({.left = 1.0F, .right = 1.0F});
+    shared.advance(scene.reference(0), scene.reference(1));
+    steady.step();
+    sharing[1].process(shared, scene.microphone, outputs[1]);
+    if (mute) std::ranges::fill(scene.microphone, 0.0F);
+    diverging.step();
+    sharing[0].process(shared, scene.microphone, outputs[0]);
+    EXPECT_EQ(outputs[0], diverging.output) << block;
+    EXPECT_EQ(outputs[1], steady.output) << block;
+    ++block;
+  };
+  while (block < 80) advance(false);
+  ASSERT_TRUE(diverging.canceller.converged);
+  advance(true);  // the echo estimate alone is far louder than the microphone
+  EXPECT_EQ(energy(diverging.output), 0.0);
+  EXPECT_EQ(diverging.canceller.filters[0].weights.abs().maxCoeff(), 0.0F);
+  EXPECT_TRUE(diverging.canceller.converged);
+  EXPECT_GT(steady.canceller.filters[0].weights.abs().maxCoeff(), 0.0F);
+
+  EchoBench fresh(scene, settlingSettings());
+  fresh.canceller.carryOver(diverging.canceller);
+  for (int i = 0; i < 5; ++i) {
+    advance(false);
+    fresh.step();
+    EXPECT_EQ(fresh.output, diverging.output) << i;
+  }
+  while (block < 80 * patience) advance(false);
+  EXPECT_GT(10.0 * std::log10(energy(scene.echo) / energy(diverging.output)), 20.0);
+}
+
+TEST(EchoCanceller, DoubleTalkDoesNotUndoTheFilters) {
+  for (const auto& settings : {EchoCancellerSettings{}, settlingSettings()}) {
+    EchoScene scene;
+    EchoBench bench(scene, settings);
+    bench.run(80 * patience);
+    const double before = bench.run(10);
+    bench.run(30 * patience, {.near = 0.3F});
+    EXPECT_LT(bench.canceller.covarianceEnergy, 0.5F);
+    bench.run(10);
+    EXPECT_GT(before, 40.0);
+    EXPECT_GT(bench.run(10), 40.0);
+  }
+}
+
+TEST(ResidualSuppressor, OpensFromSilenceAndStopsAtItsFloor) {
+  ResidualSuppressor suppressor;
+  suppressor.setup(1024);
+  EchoCancellerSettings settings;
+  ReferenceBlock loud, silent;
+  loud.setup(1024);
+  silent.setup(1024);
+  for (auto& magnitude : loud.sumMagnitude) magnitude.setConstant(10.0F);
+  const Eigen::ArrayXf error = 0.01F * Eigen::ArrayXf::Random(1024);
+  const auto feed = [&](const ReferenceBlock& reference, int blocks, float blockEnergy) {
+    for (int b = 0; b < blocks; ++b)
+      suppressor.process({error, error, reference, blockEnergy, 0.1F}, settings);
+    return suppressor.suppression.mean();
+  };
+  EXPECT_GT(feed(loud, 1, 30.0F), 0.999F);  // the long-term level has hardly risen
+  EXPECT_LT(feed(loud, 300, 30.0F), 0.5F);
+  EXPECT_GT(feed(silent, 30, 30.0F), 0.999F);
+  settings.levelSmoothing = 0.0F;
+  feed(loud, 30, 1024.0F);
+  EXPECT_FLOAT_EQ(suppressor.suppression.minCoeff(), settings.suppressionFloor);
+  EXPECT_LE(suppressor.suppression.maxCoeff(), 1.0F);
+
+  // A hum while the speakers stream silence, then sudden loud sound.
+  settings.couplingStep = 1000.0F;
+  feed(silent, 1000, 1.0F);
+  EXPECT_EQ(suppressor.couplingGain.maxCoeff(), 1000.0F);
+  feed(loud, 50, 1.0F);
+  EXPECT_GE(suppressor.couplingGain.minCoeff(), 0.0F);
+  EXPECT_TRUE(suppressor.isFinite());
+}
+
+TEST(EchoCanceller, RecoversFromSettingsThatNoArithmeticSurvives) {
+  constexpr float odd[] = {0.0F, -1.0F, 2.0F, 1e30F, -1e30F, 1e-40F};
+  std::minstd_rand engine(5);
+  EchoScene scene(256);
+  EchoBench bench(scene);
+  for (int round = 0; round < 30 * patience; ++round) {
+    EchoCancellerSettings settings;
+    for (float* field :
+         {&settings.powerSmoothing, &settings.filterPole, &settings.crossFactor,
+          &settings.overSubtraction, &settings.couplingStep, &settings.referenceSmoothing,
+          &settings.levelSmoothing, &settings.suppressionFloor, &settings.updateThreshold})
+      if (engine() % 3 == 0) *field = odd[engine() % std::size(odd)];
+    bench.canceller.apply(settings);
+    for (int b = 0; b < 10; ++b) {
+      bench.run(1, {.left = 1e6F, .near = 1e6F});
+      EXPECT_TRUE(allFinite(bench.output)) << round;
+    }
+  }
+  bench.canceller.apply({});
+  bench.run(200);
+  EXPECT_TRUE(allFinite(bench.output));
+  EXPECT_GT(bench.run(20), 10.0);
+}
+
+TEST(EchoCanceller, AllocatesNothingAtAnyBlockLength) {
+  for (int length : {128, 150, 1024, 1080, 16384}) {
+    EchoScene scene(length);
+    EchoBench bench(scene);
+    scene.advance({});
+    const RealtimeGuard guard;
+    for (int b = 0; b < 3; ++b) bench.step();
+    bench.canceller.setup();
+    bench.step();
+    EXPECT_EQ(guard.violations(), 0) << length << ": " << guard.first();
+    EXPECT_TRUE(allFinite(bench.output)) << length;
+    EXPECT_GT(energy(bench.output), 0.0) << length;
+  }
+}
+
+}  // namespace
+}  // namespace vellumic::testing

@@ -1,0 +1,272 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <limits>
+#include <vector>
+
+#include "frontend/LoopbackSource.h"
+#include "tests/support/RealtimeGuard.h"
+
+namespace vellumic {
+namespace {
+
+constexpr int block = 1024;
+
+// What the test's device does. Its sample number n (from 1) is n on the first channel, -n on the
+// second, 0.5 on all others.
+struct Device {
+  MixFormat format{2, 16000};
+  std::vector<int> packets;  // frames; negative: that many silent ones
+  bool gone = false;         // nextPacketSize fails
+  bool stuck = false;        // get fails
+  bool endless = false;      // announces empty packets without end
+  int played = 0;            // frames
+  int opened = 0;
+  std::atomic<int> alive{0};
+};
+
+class ScriptedPackets final : public PacketSource {
+ public:
+  explicit ScriptedPackets(Device& device) : device_(device), samples_(20000U * 8U) {
+    ++device_.alive;
+    ++device_.opened;
+  }
+  ~ScriptedPackets() override { --device_.alive; }
+  MixFormat mixFormat() const noexcept override { return device_.format; }
+  bool start() noexcept override { return true; }
+  void stop() noexcept override {}
+  std::optional<std::uint32_t> nextPacketSize() noexcept override {
+    if (device_.gone) return std::nullopt;
+    if (device_.endless) return 1;
+    if (device_.packets.empty()) return 0;
+    return static_cast<std::uint32_t>(std::abs(device_.packets.front()));
+  }
+  bool get(Packet& packet) noexcept override {
+    if (device_.stuck) return false;
+    if (device_.endless) return true;
+    const int frames = std::abs(device_.packets.front());
+    packet = {samples_.data(), static_cast<std::uint32_t>(frames), device_.packets.front() < 0};
+    const auto channels = static_cast<std::size_t>(device_.format.channels);
+    for (std::size_t i = 0; i < static_cast<std::size_t>(frames) * channels; ++i) {
+      const auto number = static_cast<float>(device_.played + 1 + static_cast<int>(i / channels));
+      samples_[i] = i % channels == 0 ? number : i % channels == 1 ? -number : 0.5F;
+    }
+    return true;
+  }
+  void release(std::uint32_t frames) noexcept override {
+    if (device_.endless) return;
+    EXPECT_EQ(static_cast<int>(frames), std::abs(device_.packets.front()));
+    device_.played += static_cast<int>(frames);
+    device_.packets.erase(device_.packets.begin());
+  }
+
+ private:
+  Device& device_;
+  std::vector<float> samples_;
+};
+
+LoopbackOpener openerOf(Device& device) {
+  return {[&device] { return std::make_unique<ScriptedPackets>(device); }, false};
+}
+
+class Loopback : public ::testing::Test {
+ protected:
+  Loopback() : source(openerOf(device)), rows(2, std::vector<float>(16384, 99.0F)) {}
+  ~Loopback() override {
+    source.stop();
+    EXPECT_EQ(device.alive, 0);
+  }
+  // One step of the block stage with these packets; true if the block has references.
+  bool step(std::vector<int> packets) {
+    device.packets = std::move(packets);
+    const RealtimeGuard guard;
+    source.drain();
+    const bool got = source.popBlock(rows, block);
+    EXPECT_EQ(guard.violations(), 0) << guard.first();
+    return got;
+  }
+  Device device;
+  LoopbackSource source;
+  ChannelArrays rows;
+};
+
+TEST_F(Loopback, DropsTheFirstBlockThenDeliversInOrder) {
+  EXPECT_FALSE(step({512}));  // not started
+  ASSERT_TRUE(source.start());
+  EXPECT_FALSE(step({512, 512}));
+  EXPECT_TRUE(step({1024}));
+  EXPECT_EQ(rows[0][0], 1.0F);
+  EXPECT_EQ(rows[1][1023], -1024.0F);
+  EXPECT_FALSE(step({}));
+  EXPECT_EQ(rows[1][1023], -1024.0F);
+}
+
+TEST_F(Loopback, APauseZeroesTheQueueAndKeepsItsLength) {
+  source.start();
+  step({1024, 300});
+  EXPECT_TRUE(step({1024}));  // 1324 wait
+  EXPECT_FALSE(step({}));
+  EXPECT_FALSE(source.streaming());
+  EXPECT_TRUE(step({1024}));
+  EXPECT_EQ(rows[0][1023], 0.0F);
+  EXPECT_TRUE(step({1024}));
+  EXPECT_EQ(rows[0][299], 0.0F);
+  EXPECT_EQ(rows[0][300], 2349.0F);  // the first after the pause
+}
+
+TEST_F(Loopback, ReadsSilentPacketsAsZerosAndCutsLongOnes) {
+  source.start();
+  step({-512, 512});
+  EXPECT_TRUE(step({6000, 100}));
+  EXPECT_EQ(rows[0][511], 0.0F);
+  EXPECT_EQ(rows[0][512], 513.0F);
+  for (int b = 0; b < 4; ++b) EXPECT_TRUE(step({1}));
+  EXPECT_TRUE(step({1024}));
+  // 1024 + 5000 samples came before the packet of 100; 5 * 1024 were taken before this block.
+  EXPECT_EQ(rows[0][1024 + 5000 - 5 * 1024 - 1], 6024.0F);
+  EXPECT_EQ(rows[0][1024 + 5000 - 5 * 1024], 7025.0F);
+}
+
+TEST_F(Loopback, FillsOneRowFromMonoAndTakesTwoOfMany) {
+  for (int channels : {1, 2, 8}) {
+    source.stop();
+    device.format.channels = channels;
+    device.played = 0;
+    ASSERT_TRUE(source.start());
+    step({1024});
+    rows[1][7] = 99.0F;
+    EXPECT_TRUE(step({1024}));
+    EXPECT_EQ(rows[0][7], 8.0F);
+    EXPECT_EQ(rows[1][7], channels == 1 ? 99.0F : -8.0F);
+  }
+}
+
+TEST_F(Loopback, AFullRingKeepsTheNewest) {
+  source.start();
+  step({4000, 4000, 4000, 4000, 4000, 4000});
+  EXPECT_EQ(device.packets.size(), 2U);  // one call takes no more than the ring holds
+  step(device.packets);
+  ASSERT_TRUE(source.popBlock(rows, 1));
+  const float oldest = rows[0][0];
+  EXPECT_EQ(oldest, 24000.0F - 15999.0F + 1.0F + 1024.0F);
+  while (source.popBlock(rows, block)) {
+  }
+  // Rings smaller than a packet, and upsampling beyond what a packet may become.
+  for (double rate : {1.0, 2.5, 100.0, 192000.0}) {
+    source.stop();
+    source.setTargetRate(rate);
+    ASSERT_TRUE(source.start());
+    step({5000, 5000, 5000});
+    step({5000, 5000, 5000});
+  }
+}
+
+TEST_F(Loopback, ConvertsTheRateInForceWhenItOpens) {
+  device.format.sampleRate = 48000;
+  source.setTargetRate(8000.0);
+  source.start();
+  source.setTargetRate(16000.0);  // too late
+  step({4800, 4800});
+  step({-4800, 4800, 4800});
+  int queued = 0;
+  while (source.popBlock(rows, 1)) ++queued;
+  EXPECT_NEAR(queued, 24000 / 6 - block, 400);  // the converter's delay is still under way
+  EXPECT_NEAR(rows[0][0], 24000.0F, 4000.0F);
+}
+
+TEST_F(Loopback, HoldsTheReferencesBackByTheDelay) {
+  EXPECT_FALSE(source.setDelay(-1));
+  EXPECT_TRUE(source.setDelay(100));
+  EXPECT_EQ(source.delay(), 100);
+  source.start();
+  step({1024});
+  EXPECT_TRUE(step({1024}));
+  EXPECT_EQ(rows[0][99], 0.0F);
+  EXPECT_EQ(rows[0][100], 1.0F);
+  EXPECT_TRUE(source.setDelay(40));  // 60 samples are skipped
+  EXPECT_TRUE(step({1024}));
+  EXPECT_EQ(rows[0][0], 1024.0F - 100.0F + 60.0F + 1.0F);
+  EXPECT_TRUE(source.setDelay(std::numeric_limits<int>::max()));
+  step({1024});
+}
+
+TEST_F(Loopback, AfterADiscardOnlyTheDelayIsQueued) {
+  source.setDelay(10);
+  source.start();
+  step({1024});
+  step({1024});
+  device.packets = {3000, 3000};
+  const RealtimeGuard guard;
+  source.discard();
+  EXPECT_EQ(guard.violations(), 0) << guard.first();
+  EXPECT_FALSE(source.popBlock(rows, block));
+  EXPECT_FALSE(step({1024}));
+  EXPECT_TRUE(step({1024}));
+  EXPECT_EQ(rows[0][9], 0.0F);
+  EXPECT_EQ(rows[0][10], 8049.0F);
+}
+
+TEST_F(Loopback, ADeviceThatFailsEndsTheDrainAndIsOpenedAgain) {
+  source.start();
+  step({1024});
+  for (bool Device::*fault : {&Device::gone, &Device::stuck}) {
+    const int opened = device.opened;
+    source.start();
+    EXPECT_EQ(device.opened, opened);  // it works: nothing to open
+    device.*fault = true;
+    step({1024});
+    device.*fault = false;
+    source.start();
+    EXPECT_EQ(device.opened, opened + 1);
+    step({1024});
+    EXPECT_TRUE(step({1024}));
+  }
+  device.endless = true;
+  step({});
+  device.endless = false;
+}
+
+TEST_F(Loopback, StartTellsWhenNothingCanBeOpened) {
+  EXPECT_FALSE(LoopbackSource().start());
+  EXPECT_FALSE(LoopbackSource({[] { return std::unique_ptr<PacketSource>(); }, false}).start());
+  EXPECT_FALSE(LoopbackSource({[]() -> std::unique_ptr<PacketSource> { throw 1; }, false}).start());
+  for (MixFormat format : {MixFormat{0, 48000}, MixFormat{2, 0}, MixFormat{-1, -1}}) {
+    device.format = format;
+    EXPECT_FALSE(source.start());
+    EXPECT_FALSE(step({}));
+  }
+}
+
+TEST(LoopbackOpening, RunsBesideTheAudioThread) {
+  Device device;
+  std::atomic<bool> go{false};
+  {
+    LoopbackSource source({[&] {
+                             while (!go) std::this_thread::yield();
+                             return std::make_unique<ScriptedPackets>(device);
+                           },
+                           true});
+    ChannelArrays rows(2, std::vector<float>(block));
+    ASSERT_TRUE(source.start());
+    ASSERT_TRUE(source.start());  // still opening: no second helper
+    source.drain();
+    EXPECT_FALSE(source.popBlock(rows, block));
+    go = true;
+    for (int replaced = 0; replaced < 3; ++replaced) {
+      while (device.opened <= replaced || !source.streaming()) {
+        if (device.opened > replaced && device.packets.empty()) device.packets = {1024};
+        source.drain();
+      }
+      device.gone = true;
+      source.drain();
+      device.gone = false;
+      ASSERT_TRUE(source.start());
+    }
+    EXPECT_LE(device.alive, 3);
+  }  // waits for the helper that may still be opening
+  EXPECT_EQ(device.alive, 0);
+}
+
+}  // namespace
+}  // namespace vellumic
