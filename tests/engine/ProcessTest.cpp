@@ -1,0 +1,112 @@
+// Calls, loops and entry checks.
+#include <gtest/gtest.h>
+
+#include <latch>
+#include <thread>
+
+#include "engine/ProcessCall.h"
+#include "tests/engine/EngineRig.h"
+
+namespace vellumic {
+namespace {
+
+TEST(Process, AContendedLockLetsTheFramesOutOnTheOldSet) {
+  EngineRig rig(equalizerGain(0.5F));
+  rig.reload(equalizerGain(0.25F));
+  std::latch held(1), done(1);
+  std::thread holder([&] {
+    const LockScope scope(rig.core->lockBlock.parameterLock);
+    held.count_down();
+    done.wait();
+  });
+  held.wait();
+  EXPECT_EQ(rig.call(constant(4, 1.0F)), constant(4, 0.5F));
+  EXPECT_EQ(rig.core->lockBlock.pending, 1);
+  done.count_down();
+  holder.join();
+  EXPECT_EQ(rig.call(constant(4, 1.0F)), constant(4, 0.25F));
+}
+
+TEST(Process, AReloadWhileUnlockedOnlyStages) {
+  EngineRig rig(equalizerGain(0.5F));
+  rig.reload(equalizerGain(0.25F));
+  EXPECT_EQ(rig.core->engine.equalizer.pairs()[0].section(0, 0).b0, 0.5F);
+  rig.lock({});
+  EXPECT_EQ(rig.core->engine.equalizer.pairs()[0].section(0, 0).b0, 0.25F);
+}
+
+struct ChannelCase {
+  std::uint32_t inputs, outputs;
+};
+class ChannelTest : public testing::TestWithParam<ChannelCase> {};
+
+TEST_P(ChannelTest, ChannelsTravelByPosition) {
+  const auto [inputs, outputs] = GetParam();
+  EngineRig rig(equalizerGain(0.5F),
+                {.format = {.inputChannels = inputs, .outputChannels = outputs}});
+  std::vector<float> input;
+  for (std::uint32_t n = 0; n < 3 * inputs; ++n)
+    input.push_back(static_cast<float>(n % inputs + 1));
+  const std::vector<float> output = rig.call(input);
+  ASSERT_EQ(output.size(), 3 * outputs);
+  for (std::uint32_t n = 0; n < output.size(); ++n) {
+    const std::uint32_t channel = n % outputs;
+    const bool travels = channel < inputs && channel < static_cast<std::uint32_t>(slotCount);
+    EXPECT_EQ(output[n], travels ? 0.5F * static_cast<float>(channel + 1) : 0.0F) << n;
+  }
+}
+INSTANTIATE_TEST_SUITE_P(Counts, ChannelTest,
+                         testing::Values(ChannelCase{1, 1}, ChannelCase{1, 2}, ChannelCase{3, 3},
+                                         ChannelCase{5, 3}, ChannelCase{8, 8}, ChannelCase{12, 12},
+                                         ChannelCase{14, 14}));
+
+TEST(Process, EffectOffForwardsAndNoFramesDoNothing) {
+  EngineRig rig(factoryWith({{Raw::masterEnable, 0.0F}}));
+  EXPECT_EQ(rig.call(constant(6, 0.7F)), constant(6, 0.7F));
+  EXPECT_TRUE(rig.call({}).empty());
+}
+
+TEST(Process, TheHoldFlagPassesTheFrontPairOnly) {
+  EngineRig rig(equalizerGain(0.5F), {.format = {.inputChannels = 4, .outputChannels = 4}});
+  rig.core->lockBlock.holdFlag = 1;
+  EXPECT_EQ(rig.call({1.0F, 2.0F, 3.0F, 4.0F}),
+            (std::vector{1.0F, 2.0F, EngineRig::untouched, EngineRig::untouched}));
+}
+
+TEST(Process, TheKeywordDetectorLeavesItsFourChannelFormWithAReload) {
+  const RigSetup setup{.mode = EffectMode::arrayFourChannel,
+                       .format = {.sampleRate = 16000.0F, .inputChannels = 4, .outputChannels = 4}};
+  EngineRig rig(factorySettings(), setup);
+  const std::vector<float> input = constant(4 * 160, 0.25F);
+  for (int call = 0; call < 20; ++call) EXPECT_EQ(rig.call(input)[3], 0.25F);  // passes untouched
+  rig.core->sets.reload(factorySettings(), setup.processingMode, EffectMode::array);
+  for (int call = 0; call < 20; ++call) rig.call(input);
+  EXPECT_EQ(rig.image()[Entry::effectMode], static_cast<float>(EffectMode::array));
+}
+
+TEST(Call, ChecksCountsThenLock) {
+  constexpr CallState ready{.initialized = true, .locked = true, .limits = {}};
+  EXPECT_TRUE(admitCall(ready, 1, 1));
+  EXPECT_FALSE(admitCall(ready, 0, 0));
+  EXPECT_FALSE(admitCall(ready, 2, 2));
+  EXPECT_FALSE(admitCall(ready, 1, 2));
+  EXPECT_FALSE(admitCall({.initialized = false, .locked = true, .limits = {}}, 1, 1));
+  EXPECT_FALSE(admitCall({.initialized = true, .locked = false, .limits = {}}, 1, 1));
+}
+
+TEST(Call, ABadFlagLeavesTheConnectionAsItWas) {
+  EngineRig rig(equalizerGain(0.5F));
+  std::vector<float> input(8, 1.0F), samples(8, 3.0F);
+  StreamBuffer output{.samples = samples.data(), .validFrames = 4, .flags = buffer_flags::valid};
+  const StreamBuffer good{.samples = input.data(), .validFrames = 2, .flags = buffer_flags::valid};
+  const StreamBuffer bad{.samples = input.data(), .validFrames = 1, .flags = buffer_flags::invalid};
+  runCall(rig.core->context, 1, bad, 1, output);
+  EXPECT_EQ(output.validFrames, 4U);
+  EXPECT_EQ(output.flags, buffer_flags::valid);
+  runCall(rig.core->context, 1, good, 1, output);
+  EXPECT_EQ(output.validFrames, 2U);
+  EXPECT_EQ(samples, (std::vector{0.5F, 0.5F, 0.5F, 0.5F, 3.0F, 3.0F, 3.0F, 3.0F}));
+}
+
+}  // namespace
+}  // namespace vellumic
