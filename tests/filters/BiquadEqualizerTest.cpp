@@ -92,6 +92,15 @@ TEST(BiquadEqualizer, EqualsThePlainCascadeToTheBitByFrameAndByBlock) {
         ASSERT_TRUE(same(block[i], reference[i])) << "by block, round " << round << ", " << i;
       }
     }
+    // Memories too, frozen ones included.
+    for (int side = 0; side < equalizerSides; ++side)
+      for (int band = 0; band < equalizerBands; ++band)
+        for (const BiquadEqualizer* equalizer : {&byFrame, &byBlock}) {
+          const BiquadSection section = equalizer->pairs()[0].section(side, band);
+          const BiquadSection& expected =
+              plain.bands[static_cast<std::size_t>(side)][static_cast<std::size_t>(band)].section;
+          ASSERT_TRUE(same(section.z1, expected.z1) && same(section.z2, expected.z2)) << round;
+        }
   }
 }
 
