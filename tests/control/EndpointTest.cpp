@@ -169,6 +169,9 @@ TEST_F(Volume, MonoEndpointMovesTheMasterOnly) {
   microphone.volume.channelDb = {-1.0F};
   EXPECT_EQ(microphone.volume.notify(), S_OK);
   expectVolumes(gain(-2), gain(-9), 1.0F);
+  microphone.volume.masterScalar = 0.4F;
+  EXPECT_EQ(microphone.volume.notify(), S_OK);
+  EXPECT_EQ(microphone.volume.references, 2U);  // registered with, and one kept for refreshes
 }
 
 TEST_F(Volume, WhatCannotBeReadDecidesWhatTheLockSees) {

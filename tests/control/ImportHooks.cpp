@@ -13,7 +13,7 @@ namespace {
 enum class Kind { handle, view, key };
 std::mutex registerMutex;
 std::set<std::pair<Kind, const void*>> opened;
-std::function<void()> queryAction;
+std::function<bool()> queryAction;
 
 void note(Kind kind, const void* object, bool isOpen) {
   const std::scoped_lock lock(registerMutex);
@@ -84,9 +84,13 @@ constexpr auto duplicates = [](BOOL done, HANDLE, HANDLE, HANDLE, HANDLE* copy, 
 constexpr auto closesHandle = [](HANDLE handle) { note(Kind::handle, handle, false); };
 constexpr auto closesView = [](const void* view) { note(Kind::view, view, false); };
 constexpr auto closesKey = [](HKEY key) { note(Kind::key, key, false); };
-constexpr auto queries = [](auto...) {
-  if (queryAction) queryAction();
-};
+
+decltype(&RegQueryValueExW) query = nullptr;
+LSTATUS WINAPI queryOrMissing(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data,
+                              LPDWORD size) {
+  if (queryAction && queryAction()) return ERROR_FILE_NOT_FOUND;
+  return query(key, name, reserved, type, data, size);
+}
 
 void setHooks() {
 #define HOOK(function, before, after) Hook<&function, before, after>::set(#function)
@@ -101,8 +105,8 @@ void setHooks() {
   HOOK(CloseHandle, closesHandle, nothing);
   HOOK(UnmapViewOfFile, closesView, nothing);
   HOOK(RegCloseKey, closesKey, nothing);
-  HOOK(RegQueryValueExW, queries, nothing);
 #undef HOOK
+  replaceImport("RegQueryValueExW", query, &queryOrMissing);
 }
 
 }  // namespace
@@ -121,7 +125,7 @@ OpenObjects openObjects() {
   return open;
 }
 
-void onRegistryQuery(std::function<void()> action) {
+void onRegistryQuery(std::function<bool()> action) {
   openObjects();
   queryAction = std::move(action);
 }

@@ -19,6 +19,7 @@ std::ostream& operator<<(std::ostream& stream, const OpenObjects& open);
 OpenObjects openObjects();
 
 // Runs before every RegQueryValueExW of this executable, on the calling thread; null for none.
-void onRegistryQuery(std::function<void()> action);
+// Where it gives true the registry is not asked and the value is missing.
+void onRegistryQuery(std::function<bool()> action);
 
 }  // namespace vellumic::test

@@ -23,7 +23,7 @@ int serve(With with) {
     WaitForSingleObject(mutex.get(), INFINITE);
   SetEvent(KernelHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, serviceReadyName)).get());
   if (with == With::heldMutex) {
-    Sleep(200);
+    Sleep(1000);  // ten times what a publication waits
     ReleaseMutex(mutex.get());
   }
   WaitForSingleObject(quit.get(), 20000);

@@ -13,7 +13,7 @@ namespace vellumic::test {
 inline constexpr wchar_t serviceReadyName[] = L"Global\\VellumicTestServiceReady";
 inline constexpr wchar_t serviceQuitName[] = L"Global\\VellumicTestServiceQuit";
 
-// Modes: serve, serve-version-4, serve-without-event, serve-held-mutex (for 200 ms),
+// Modes: serve, serve-version-4, serve-without-event, serve-held-mutex (for a second),
 // serve-abandoned-mutex (abandoned by quit()).
 class Service {
  public:

@@ -78,7 +78,7 @@ TEST(StatusLink, HeldMutexDropsOnePublication) {
   ASSERT_TRUE(link.open());
   link.publishStatus();
   EXPECT_FALSE(service.signalled());
-  Sleep(300);
+  Sleep(1200);
   link.publishStatus();
   EXPECT_TRUE(service.signalled());
 }
