@@ -54,7 +54,16 @@ EqualizerSettings randomSettings(std::mt19937& random, bool garbage) {
 
 // The sections one by one, as the formula says.
 struct PlainCascade {
-  EqualizerBands bands;
+  EqualizerBands bands{};
+  void adopt(const EqualizerBands& designed) {
+    for (std::size_t side = 0; side < bands.size(); ++side)
+      for (std::size_t band = 0; band < equalizerBands; ++band) {
+        const BiquadSection before = bands[side][band].section;
+        bands[side][band] = designed[side][band];
+        bands[side][band].section.z1 = before.z1;
+        bands[side][band].section.z2 = before.z2;
+      }
+  }
   void process(float* frame) {
     for (std::size_t band = 0; band < equalizerBands; ++band)
       for (std::size_t side = 0; side < 2; ++side)
@@ -71,15 +80,17 @@ TEST(BiquadEqualizer, EqualsThePlainCascadeToTheBitByFrameAndByBlock) {
   std::mt19937 random(1);
   for (int round = 0; round < 60; ++round) {
     const bool garbage = round % 3 == 2;
-    const EqualizerRecord record =
-        EqualizerRecord::design(randomSettings(random, garbage), sampleRate, {});
-    PlainCascade plain{record.bands};
+    PlainCascade plain;
     BiquadEqualizer byFrame, byBlock;
-    byFrame.adopt(record);
-    byBlock.adopt(record);
-    // Blocks of several lengths follow one another, so that memories are handed over.
+    // Blocks of several lengths and designs follow one another, so that memories are handed over
+    // and frozen.
     for (const std::size_t frames :
          {std::size_t{1}, diagonalFrames - 1, diagonalFrames, std::size_t{97}}) {
+      const EqualizerRecord record =
+          EqualizerRecord::design(randomSettings(random, garbage), sampleRate, {});
+      plain.adopt(record.bands);
+      byFrame.adopt(record);
+      byBlock.adopt(record);
       const std::size_t stride = round % 2 == 0 ? 2 : 12;
       std::vector<float> block = noise(stride * frames), reference = block, single = block;
       byBlock.processFrames(block.data(), stride, frames);
