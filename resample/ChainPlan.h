@@ -20,6 +20,7 @@ struct StagePlan {
   int down;
   double frequency;
   double transitionBand;
+  bool operator==(const StagePlan&) const = default;
 };
 
 struct ChainPlan {
