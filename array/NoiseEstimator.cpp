@@ -7,8 +7,6 @@
 namespace vellumic {
 namespace {
 
-constexpr float epsilon = NoiseEstimator::epsilon;
-
 // The factor by which averaging only what the presence decision lets through falls short.
 float biasCompensation(float gamma1) {
   const float decay = std::exp(-gamma1);
