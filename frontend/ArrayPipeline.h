@@ -50,12 +50,13 @@ class ArrayPipeline {
   // Further microphones of the configuration read silence.
   void processFrame12(float* frame) noexcept VELLUMIC_NONBLOCKING;
 
-  // At lock, after the adoption: the loopback is opened for the internal rate then in force.
+  // The loopback is opened for the internal rate in force, and keeps it.
   bool startLoopback() { return echo.loopback.start(); }
   void stopLoopback() { echo.loopback.stop(); }
 
   int micCount() const noexcept { return block_->micCount; }
-  PipelineProbe probe() const noexcept;
+  // Kept up to date by the frame path: after each block, hop and adoption.
+  const PipelineProbe& probe() const noexcept { return probe_; }
 
   EchoStage echo;
   bool micHighPassEnabled = true;
@@ -77,6 +78,7 @@ class ArrayPipeline {
   void processBlock() noexcept;
   void runBandTest() noexcept;
   void processSlice() noexcept;
+  void noteEchoState() noexcept;
 
   PipelineRecord record_;
   std::unique_ptr<BlockPart> block_;

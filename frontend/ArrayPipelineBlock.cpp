@@ -34,6 +34,7 @@ void ArrayPipeline::adopt(PipelineHandover& handover) noexcept VELLUMIC_NONBLOCK
   handover.noiseResetRequested_ = false;
   handover.recordWaits_ = false;
   ++probe_.adoptions;
+  noteEchoState();
 }
 
 void ArrayPipeline::apply(const PipelineRecord& record, bool resetNoise) noexcept {
@@ -69,6 +70,8 @@ void ArrayPipeline::processBlock() noexcept {
     ++probe_.cancelledBlocks;
   }
   probe_.residualEnergy = meanSquare(block.micBlock.col(0));
+  probe_.referenceEnergy = block.referenceMatrix.rowwise().sum().square().mean();
+  noteEchoState();
   block.outputBlock = block.micBlock;
 }
 
@@ -87,22 +90,19 @@ void ArrayPipeline::processSlice() noexcept {
   ++sliceIndex_;
   if (first + hopSize > samples.rows()) return;
   noise_->process(samples.middleRows(first, hopSize), samples.col(0).segment(first, hopSize));
+  probe_.signalActive = noise_->beamformer.signalActive;
+  probe_.levelGain = levelControl_.levelStage.gain * levelControl_.limiterStage.gain;
 }
 
-PipelineProbe ArrayPipeline::probe() const noexcept {
-  PipelineProbe probe = probe_;
+void ArrayPipeline::noteEchoState() noexcept {
   const EchoCanceller& first = block_->cancellers.front();
-  probe.lastLag = echo.lastLag;
-  probe.delayLocked = echo.delayLocked;
-  probe.loopbackDelay = echo.loopback.delay();
-  probe.microphoneDelay = block_->micDelay.delay();
-  probe.streaming = echo.loopback.streaming();
-  probe.referenceEnergy = meanSquare(block_->referenceMatrix.rowwise().sum());
-  probe.covarianceEnergy = first.covarianceEnergy;
-  probe.converged = first.converged;
-  probe.signalActive = noise_->beamformer.signalActive;
-  probe.levelGain = levelControl_.levelStage.gain * levelControl_.limiterStage.gain;
-  return probe;
+  probe_.lastLag = echo.lastLag;
+  probe_.delayLocked = echo.delayLocked;
+  probe_.loopbackDelay = echo.loopback.delay();
+  probe_.microphoneDelay = block_->micDelay.delay();
+  probe_.streaming = echo.loopback.streaming();
+  probe_.covarianceEnergy = first.covarianceEnergy;
+  probe_.converged = first.converged;
 }
 
 }  // namespace vellumic

@@ -1,6 +1,6 @@
 // What the array pipeline is doing, as plain numbers for tools and tests.
 //
-// A snapshot; taken on the thread that runs the frames.
+// Written after each block, hop and adoption; read it on the thread that runs the frames.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +27,7 @@ struct PipelineProbe {
   bool converged = false;         // of the first canceller
 
   bool signalActive = false;  // the beamformer's verdict on the latest hop
-  float levelGain = 0.0F;     // linear, of the latest sample through both level stages
+  float levelGain = 0.0F;  // linear, of the sample before the latest hop through both level stages
 };
 
 }  // namespace vellumic

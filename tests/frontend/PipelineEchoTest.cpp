@@ -116,8 +116,8 @@ TEST(PipelineEcho, AMuteDropsStaleReferencesAndAlignsAnew) {
   ASSERT_TRUE(room.rig.pipeline.probe().delayLocked);
   room.rig.stream.muted = true;
   room.rig.apply();
-  const auto before = room.rig.pipeline.probe();
-  const auto muted = room.play(3.0F);
+  const PipelineProbe before = room.rig.pipeline.probe();
+  const PipelineProbe muted = room.play(3.0F);
   EXPECT_EQ(muted.cancelledBlocks, before.cancelledBlocks);
   EXPECT_TRUE(muted.delayLocked);
 
