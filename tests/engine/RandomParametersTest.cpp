@@ -91,7 +91,7 @@ TEST_P(RandomParameters, BuildAndProcess) {
   rig.lock(test.format);
   const auto rate = static_cast<std::size_t>(test.format.sampleRate);
   std::vector<float> output;
-  for (int tenth = 0; tenth < 10; ++tenth)
+  for (std::size_t tenth = 0; tenth < 10; ++tenth)
     output = rig.call(sine(rate / 10, test.format.inputChannels, 0.1, tenth * rate / 10));
   EXPECT_TRUE(std::ranges::all_of(output, [](float value) { return std::isfinite(value); }));
 }

@@ -19,6 +19,7 @@ const std::map<std::string, ProcessingMode> modeNames{
     {"movie", ProcessingMode::movie},
     {"notification", ProcessingMode::notification}};
 
+constexpr std::uint32_t mostBlockFrames = 1048576;
 constexpr const char* description =
     "Runs a WAV file through the capture effects as the audio service would.";
 constexpr const char* footer = R"(
@@ -30,6 +31,21 @@ Examples:
   vellumic-render --class efx --settings settings/speech_equalizer.toml in.wav out.wav
   vellumic-render --class mfx --mode speech --far speakers.wav --align --timing mics.wav clean.wav
   vellumic-render --set noise.enabled=false --change 5:quiet.toml in.wav out.wav)";
+
+template <class Value>
+std::string namesOf(const std::map<std::string, Value>& table) {
+  std::string text;
+  for (const auto& entry : table) text += (text.empty() ? "" : ", ") + entry.first;
+  return text;
+}
+
+template <class Value>
+Value named(const std::string& option, const std::string& name,
+            const std::map<std::string, Value>& table) {
+  const auto found = table.find(name);
+  if (found != table.end()) return found->second;
+  throw UsageError(option + " " + name + ": no such name; write one of " + namesOf(table));
+}
 
 // "SECONDS:REST"; the rest may hold more colons.
 std::pair<double, std::string> splitSeconds(const std::string& text, const std::string& option,
@@ -69,42 +85,34 @@ std::uint32_t maskFrom(const std::string& text) {
 std::optional<RenderOptions> parseRenderOptions(int argc, const char* const* argv) {
   RenderOptions options;
   std::vector<std::string> changes, gaps;
-  std::string mask;
+  std::string className = "mfx", modeName = "default", mask;
   std::uint32_t block = 0;
 
   CLI::App app{description, "vellumic-render"};
   app.footer(footer);
-  app.add_option("--class", options.captureClass, "efx (equaliser), mfx (array chain), kdmfx")
-      ->transform(CLI::CheckedTransformer(classNames).description(""))
+  app.add_option("--class", className, "efx (equaliser), mfx (array chain), kdmfx")
       ->option_text("CLASS [mfx]");
-  app.add_option("--mode", options.mode,
-                 "default, raw, speech, communications, media, movie or notification")
-      ->transform(CLI::CheckedTransformer(modeNames).description(""))
-      ->option_text("MODE [default]");
+  app.add_option("--mode", modeName, namesOf(modeNames))->option_text("MODE [default]");
   app.add_option("--settings", options.settingsFiles, "settings by name (repeatable)")
       ->option_text("FILE.toml")
-      ->expected(1)
-      ->take_all();
+      ->allow_extra_args(false);
   app.add_option("--set", options.assignments, "one setting (repeatable)")
       ->option_text("NAME=VALUE")
-      ->expected(1)
-      ->take_all();
+      ->allow_extra_args(false);
   app.add_option("--raw-parameters", options.rawFile, "1365 little-endian floats as stored")
       ->option_text("FILE");
   app.add_option("--change", changes, "reload live with this file on top (repeatable)")
       ->option_text("SECONDS:FILE.toml")
-      ->expected(1)
-      ->take_all();
+      ->allow_extra_args(false);
   app.add_option("--far", options.farFile, "what the loudspeakers play")->option_text("FILE.wav");
   app.add_option("--far-gap", gaps, "seconds in which nothing plays (repeatable)")
       ->option_text("START:LENGTH")
-      ->expected(1)
-      ->take_all();
+      ->allow_extra_args(false);
   auto* blockOption = app.add_option("--block", block, "frames per call, 10 ms without it")
-                          ->check(CLI::Range(1U, 1048576U).description(""))
+
                           ->option_text("FRAMES");
   auto* volume = app.add_option("--volume", options.volume, "linear endpoint volume")
-                     ->check(CLI::Range(0.0F, 1.0F).description(""))
+
                      ->option_text("X [1]");
   app.add_flag("--muted", options.muted, "endpoint muted")->excludes(volume);
   auto* maskOption =
@@ -123,6 +131,8 @@ std::optional<RenderOptions> parseRenderOptions(int argc, const char* const* arg
   } catch (const CLI::ParseError& error) {
     throw UsageError(std::string(error.what()) + "; see vellumic-render --help");
   }
+  options.captureClass = named("--class", className, classNames);
+  options.mode = named("--mode", modeName, modeNames);
   for (const std::string& change : changes) {
     auto [seconds, file] = splitSeconds(change, "--change", "SECONDS:FILE.toml");
     options.changes.push_back({.seconds = seconds, .file = std::move(file)});
@@ -130,6 +140,11 @@ std::optional<RenderOptions> parseRenderOptions(int argc, const char* const* arg
   for (const std::string& gap : gaps) options.farGaps.push_back(gapFrom(gap));
   if (maskOption->count() > 0) options.channelMask = maskFrom(mask);
   if (blockOption->count() > 0) options.blockFrames = block;
+  if (options.blockFrames && (block < 1 || block > mostBlockFrames))
+    throw UsageError("--block " + std::to_string(block) + ": write 1 to " +
+                     std::to_string(mostBlockFrames) + " frames");
+  if (!(options.volume >= 0.0F && options.volume <= 1.0F))
+    throw UsageError("--volume: write a linear volume of 0 to 1");
   if (!options.farGaps.empty() && options.farFile.empty())
     throw UsageError("--far-gap: needs --far FILE.wav");
   return options;
