@@ -4,8 +4,6 @@
 #include <array>
 #include <cstring>
 
-#include "platform/Realtime.h"
-
 namespace vellumic {
 namespace {
 
@@ -93,41 +91,6 @@ HRESULT CBaseAudioProcessingObject::GetDefaultFormatRepresentation(void* buffer,
   if (buffer == nullptr) return E_POINTER;
   std::memcpy(buffer, formats.data(), sizeof formats);
   return S_OK;
-}
-
-VELLUMIC_RT_CODE void CBaseAudioProcessingObject::APOProcess(
-    UINT32 inputCount, APO_CONNECTION_PROPERTY** inputs, UINT32 outputCount,
-    APO_CONNECTION_PROPERTY** outputs) noexcept {
-  const CallState state{.initialized = isInitialized.load(std::memory_order_acquire),
-                        .locked = isLocked.load(std::memory_order_acquire),
-                        .limits = connectionLimits()};
-  if (!admitCall(state, inputCount, outputCount)) return;
-  const APO_CONNECTION_PROPERTY& in = *inputs[0];
-  APO_CONNECTION_PROPERTY& out = *outputs[0];
-  const StreamBuffer input{.samples = reinterpret_cast<float*>(in.pBuffer),
-                           .validFrames = in.u32ValidFrameCount,
-                           .flags = static_cast<std::uint32_t>(in.u32BufferFlags)};
-  StreamBuffer output{.samples = reinterpret_cast<float*>(out.pBuffer),
-                      .validFrames = out.u32ValidFrameCount,
-                      .flags = static_cast<std::uint32_t>(out.u32BufferFlags)};
-  runCall(context, inputCount, input, outputCount, output);
-  out.u32BufferFlags = static_cast<APO_BUFFER_FLAGS>(output.flags);
-  out.u32ValidFrameCount = output.validFrames;
-}
-
-VELLUMIC_RT_CODE UINT32 CBaseAudioProcessingObject::CalcInputFrames(UINT32 outputFrames) noexcept {
-  return outputFrames;
-}
-
-VELLUMIC_RT_CODE UINT32 CBaseAudioProcessingObject::CalcOutputFrames(UINT32 inputFrames) noexcept {
-  return inputFrames;
-}
-
-VELLUMIC_RT_CODE ConnectionLimits CBaseAudioProcessingObject::connectionLimits() const noexcept {
-  return {.minInputs = registrationProperties->u32MinInputConnections,
-          .maxInputs = registrationProperties->u32MaxInputConnections,
-          .minOutputs = registrationProperties->u32MinOutputConnections,
-          .maxOutputs = registrationProperties->u32MaxOutputConnections};
 }
 
 }  // namespace vellumic

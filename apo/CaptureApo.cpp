@@ -44,7 +44,7 @@ CaptureApo<Traits>::CaptureApo()
 // The order matters: whoever may still call comes first, then what they use.
 template <class Traits>
 CaptureApo<Traits>::~CaptureApo() {
-  volume_.reset();  // no lock held: unregistering waits for a running notification
+  if (volume_) volume_->clear();  // no lock held: this waits for a running notification
   this->shutDown(sync_);
   sets_.release();
   closeLink();
@@ -145,6 +145,7 @@ void CaptureApo<Traits>::undoInitialize() noexcept {
   for (KernelHandle& event : sync_.parameterEvents) event.reset();
   headsetStatusKey.reset();
   effectProperties_.reset();
+  formatTable_.setMode(GUID{});
   updateStatus([](StatusBlock& block) { block = StatusBlock{}; });
   static_cast<CHandleEndpoint&>(*this) = CHandleEndpoint{};
 }
@@ -322,14 +323,7 @@ ParameterThreadSubject CaptureApo<Traits>::parameterThreadSubject() noexcept {
 
 template <class Traits>
 void CaptureApo<Traits>::onVolumeChanged(std::wstring deviceId) {
-  if constexpr (Traits::followsVolume) {
-    const Volumes volumes = volume_->volumes(deviceId);
-    if (!sets_.allocated()) return;
-    if (volume_->channelCount(deviceId) > 1)
-      sets_.setVolumes(volumes);
-    else
-      sets_.setMasterVolume(volumes.master);
-  }
+  if (volume_) renewVolumes(*volume_, deviceId, sets_);
 }
 
 template class CaptureApo<EndpointEffectTraits>;

@@ -62,10 +62,7 @@ class ComObject final : public Object {
     ULONG STDMETHODCALLTYPE AddRef() noexcept override { return ++count_; }
     ULONG STDMETHODCALLTYPE Release() noexcept override {
       const ULONG left = --count_;
-      if (left == 0) {
-        ++count_;  // a destructor that hands the object out once more must not delete it again
-        delete &owner_;
-      }
+      if (left == 0) delete &owner_;
       return left;
     }
 

@@ -31,9 +31,24 @@ inline constexpr std::array<ReportedEffect, 4> arrayEffects{{
     {Entry::noiseEffect, effectNoiseSuppression},
     {Entry::levelEffect, effectAutomaticGain},
 }};
+// What the endpoint effect could show, in its settled order. Of these only the equaliser is built.
+inline constexpr std::array<GUID, 12> endpointEffectTypes{{
+    effectType(0x6F64ADC6),
+    effectType(0x6F64ADC5),
+    effectType(0x6F64ADCA),
+    effectEqualizer,
+    effectType(0x6F64ADCE),
+    effectType(0x6F64ADC4),
+    {0x7B36DADB, 0x7E64, 0x4166, {0xA3, 0xA0, 0x01, 0x38, 0x39, 0xF4, 0x2F, 0xAD}},
+    effectType(0x6F64ADCD),
+    effectType(0x6F64ADCC),
+    effectEchoCancellation,
+    effectNoiseSuppression,
+    effectAutomaticGain,
+}};
 // Nothing writes this entry: the endpoint effect keeps its equaliser to itself.
 inline constexpr std::array<ReportedEffect, 1> equalizerEffects{{
-    {Entry::equalizerEffect, effectEqualizer},
+    {Entry::equalizerEffect, endpointEffectTypes[3]},
 }};
 
 // CoTaskMemAlloc'd ids of the effects whose mask is set, if the image's effect is on at all; null

@@ -44,7 +44,8 @@ class FormatTable {
 
   explicit FormatTable(eAPO_TYPE type);
 
-  // The processing mode that later lookups are for; until then nothing is supported.
+  // The processing mode that later lookups are for; until then, and for an id that is
+  // none of the seven modes, nothing is supported.
   void setMode(const GUID& mode) noexcept;
 
   // Whether the pair is supported. Either may be null in a query and then stands for any format.
