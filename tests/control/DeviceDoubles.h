@@ -24,6 +24,9 @@
 
 namespace vellumic::test {
 
+#define UNUSED_METHOD(name, ...) \
+  HRESULT STDMETHODCALLTYPE name(__VA_ARGS__) override { return E_NOTIMPL; }
+
 // An interface whose counts are kept but never free: the double belongs to its test.
 template <class Interface>
 class Double : public Interface {
@@ -58,10 +61,10 @@ class FakeStore : public Double<IPropertyStore> {
     }
     return S_OK;
   }
-  HRESULT STDMETHODCALLTYPE GetCount(DWORD*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE GetAt(DWORD, PROPERTYKEY*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE SetValue(REFPROPERTYKEY, REFPROPVARIANT) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE Commit() override { return E_NOTIMPL; }
+  UNUSED_METHOD(GetCount, DWORD*)
+  UNUSED_METHOD(GetAt, DWORD, PROPERTYKEY*)
+  UNUSED_METHOD(SetValue, REFPROPERTYKEY, REFPROPVARIANT)
+  UNUSED_METHOD(Commit)
 };
 
 class FakeVolume : public Double<IAudioEndpointVolume> {
@@ -117,21 +120,15 @@ class FakeVolume : public Double<IAudioEndpointVolume> {
     *step = 1.0F;
     return give("range", low, -96.0F);
   }
-  HRESULT STDMETHODCALLTYPE SetMasterVolumeLevel(FLOAT, LPCGUID) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE SetMasterVolumeLevelScalar(FLOAT, LPCGUID) override {
-    return E_NOTIMPL;
-  }
-  HRESULT STDMETHODCALLTYPE SetChannelVolumeLevel(UINT, FLOAT, LPCGUID) override {
-    return E_NOTIMPL;
-  }
-  HRESULT STDMETHODCALLTYPE SetChannelVolumeLevelScalar(UINT, FLOAT, LPCGUID) override {
-    return E_NOTIMPL;
-  }
-  HRESULT STDMETHODCALLTYPE SetMute(WINBOOL, LPCGUID) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE GetVolumeStepInfo(UINT*, UINT*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE VolumeStepUp(LPCGUID) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE VolumeStepDown(LPCGUID) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE QueryHardwareSupport(DWORD*) override { return E_NOTIMPL; }
+  UNUSED_METHOD(SetMasterVolumeLevel, FLOAT, LPCGUID)
+  UNUSED_METHOD(SetMasterVolumeLevelScalar, FLOAT, LPCGUID)
+  UNUSED_METHOD(SetChannelVolumeLevel, UINT, FLOAT, LPCGUID)
+  UNUSED_METHOD(SetChannelVolumeLevelScalar, UINT, FLOAT, LPCGUID)
+  UNUSED_METHOD(SetMute, WINBOOL, LPCGUID)
+  UNUSED_METHOD(GetVolumeStepInfo, UINT*, UINT*)
+  UNUSED_METHOD(VolumeStepUp, LPCGUID)
+  UNUSED_METHOD(VolumeStepDown, LPCGUID)
+  UNUSED_METHOD(QueryHardwareSupport, DWORD*)
 
  private:
   template <class Value, class Given>
@@ -213,17 +210,12 @@ class FakeClient : public Double<IAudioClient> {
     if (failing == "service") return E_ACCESSDENIED;
     return capture.QueryInterface(id, service);
   }
-  HRESULT STDMETHODCALLTYPE GetStreamLatency(REFERENCE_TIME*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE GetCurrentPadding(UINT32*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE IsFormatSupported(AUDCLNT_SHAREMODE, const WAVEFORMATEX*,
-                                              WAVEFORMATEX**) override {
-    return E_NOTIMPL;
-  }
-  HRESULT STDMETHODCALLTYPE GetDevicePeriod(REFERENCE_TIME*, REFERENCE_TIME*) override {
-    return E_NOTIMPL;
-  }
-  HRESULT STDMETHODCALLTYPE Reset() override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE SetEventHandle(HANDLE) override { return E_NOTIMPL; }
+  UNUSED_METHOD(GetStreamLatency, REFERENCE_TIME*)
+  UNUSED_METHOD(GetCurrentPadding, UINT32*)
+  UNUSED_METHOD(IsFormatSupported, AUDCLNT_SHAREMODE, const WAVEFORMATEX*, WAVEFORMATEX**)
+  UNUSED_METHOD(GetDevicePeriod, REFERENCE_TIME*, REFERENCE_TIME*)
+  UNUSED_METHOD(Reset)
+  UNUSED_METHOD(SetEventHandle, HANDLE)
 
  private:
   HRESULT resultOf(const char* name) const { return failing == name ? E_ACCESSDENIED : S_OK; }
@@ -305,13 +297,8 @@ class FakeSystem : public Double<IMMDeviceEnumerator> {
     const auto found = std::ranges::find(all, std::wstring(id), &FakeDevice::id);
     return give(found != all.end() ? *found : nullptr, device);
   }
-  HRESULT STDMETHODCALLTYPE RegisterEndpointNotificationCallback(IMMNotificationClient*) override {
-    return E_NOTIMPL;
-  }
-  HRESULT STDMETHODCALLTYPE
-  UnregisterEndpointNotificationCallback(IMMNotificationClient*) override {
-    return E_NOTIMPL;
-  }
+  UNUSED_METHOD(RegisterEndpointNotificationCallback, IMMNotificationClient*)
+  UNUSED_METHOD(UnregisterEndpointNotificationCallback, IMMNotificationClient*)
 
  private:
   class Factory : public Double<IClassFactory> {
@@ -336,5 +323,7 @@ class FakeSystem : public Double<IMMDeviceEnumerator> {
   DWORD registration_ = 0;
   CO_MTA_USAGE_COOKIE apartment_ = nullptr;
 };
+
+#undef UNUSED_METHOD
 
 }  // namespace vellumic::test

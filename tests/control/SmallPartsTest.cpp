@@ -65,6 +65,7 @@ LONG CALLBACK hearDebugString(EXCEPTION_POINTERS* raised) {
 }
 
 TEST(SyncObject, FailedInitialisationIsToldToADebugger) {
+  told.clear();
   void* const handler = AddVectoredExceptionHandler(1, hearDebugString);
   {
     CSyncObject working;
