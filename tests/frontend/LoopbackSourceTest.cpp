@@ -22,7 +22,7 @@ struct Device {
   bool stuck = false;        // get fails
   bool endless = false;      // announces empty packets without end
   int played = 0;            // frames
-  int opened = 0;
+  std::atomic<int> opened{0};
   std::atomic<int> alive{0};
 };
 
@@ -211,7 +211,7 @@ TEST_F(Loopback, ADeviceThatFailsEndsTheDrainAndIsOpenedAgain) {
   source.start();
   step({1024});
   for (bool Device::*fault : {&Device::gone, &Device::stuck}) {
-    const int opened = device.opened;
+    const int opened = device.opened.load();
     source.start();
     EXPECT_EQ(device.opened, opened);  // it works: nothing to open
     device.*fault = true;
@@ -253,15 +253,18 @@ TEST(LoopbackOpening, RunsBesideTheAudioThread) {
     source.drain();
     EXPECT_FALSE(source.popBlock(rows, block));
     go = true;
-    for (int replaced = 0; replaced < 3; ++replaced) {
-      while (device.opened <= replaced || !source.streaming()) {
-        if (device.opened > replaced && device.packets.empty()) device.packets = {1024};
+    for (int opening = 1; opening <= 3; ++opening) {
+      device.gone = true;
+      while (device.opened < opening) {
+        source.drain();
+        EXPECT_TRUE(source.start());
+      }
+      device.gone = false;
+      while (!source.streaming()) {
+        device.packets = {1024};
         source.drain();
       }
-      device.gone = true;
-      source.drain();
-      device.gone = false;
-      ASSERT_TRUE(source.start());
+      source.drain();  // nothing plays
     }
     EXPECT_LE(device.alive, 3);
   }  // waits for the helper that may still be opening
