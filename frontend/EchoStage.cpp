@@ -25,6 +25,7 @@ EchoStage::EchoStage(LoopbackOpener opener) : loopback(std::move(opener)) {}
 void EchoStage::freshStream() noexcept VELLUMIC_NONBLOCKING {
   loopback.setDelay(0);
   delayLocked = false;
+  skipped_ = skipped_ || used_;
 }
 
 bool EchoStage::run(BlockPart& block, Flags flags) noexcept VELLUMIC_NONBLOCKING {
@@ -37,6 +38,7 @@ bool EchoStage::run(BlockPart& block, Flags flags) noexcept VELLUMIC_NONBLOCKING
     }
   }
   skipped_ = false;
+  used_ = true;
 
   if (referenceRequired && !takeReferences(block)) {
     if (flags.referenceMonitor) block.micBlock.col(1).setZero();

@@ -30,7 +30,8 @@ class EchoStage {
   // The stage was passed over: references go unread and grow stale until the next run().
   void skip() noexcept { skipped_ = true; }
 
-  // Both streams begin anew with their initial delays, in a new block part.
+  // Both streams begin anew with their initial delays, in a new block part. The frames may have
+  // paused before, so that what the loopback holds is as stale as after skip().
   void freshStream() noexcept VELLUMIC_NONBLOCKING;
 
   LoopbackSource loopback;
@@ -44,6 +45,7 @@ class EchoStage {
   void estimateDelay(BlockPart& block) noexcept;
 
   bool skipped_ = false;
+  bool used_ = false;  // run() came at least once
 };
 
 }  // namespace vellumic

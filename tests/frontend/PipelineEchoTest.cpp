@@ -144,12 +144,33 @@ TEST(PipelineEcho, AFreshStreamUnlocksAndKeepsLongTermKnowledge) {
   EXPECT_GT(room.enhancement(), 15.0F);
 }
 
-TEST(PipelineEcho, WithoutPlaybackBlocksPassUncancelled) {
+TEST(PipelineEcho, APauseOfTheStreamLeavesNoStaleReferences) {
   Room room(320);
-  room.speakers.playing = false;
-  const PipelineProbe probe = room.play(2.0F);
-  EXPECT_FALSE(probe.streaming);
-  EXPECT_EQ(probe.cancelledBlocks, 0);
+  room.play(3.0F);
+  for (std::size_t n = 0; n < 3 * rate; ++n) room.speakers.tick();  // unlocked, music plays on
+  room.rig.begin(2);
+  room.rig.pipeline.startLoopback();
+  EXPECT_TRUE(room.play(5.0F).delayLocked);
+  EXPECT_GT(room.enhancement(), 20.0F);
+}
+
+TEST(PipelineEcho, CancelledBlocksComeHalfABlockLater) {
+  Room room(320);
+  Noise noise(2);
+  std::vector<float> spoken;
+  float out = 0.0F, product = 0.0F, inPower = 0.0F, outPower = 0.0F;
+  for (std::size_t n = 0; n < 4 * rate; ++n) {
+    room.speakers.tick();
+    spoken.push_back(noise());
+    out = room.rig.run({spoken[n], spoken[n]})[1];
+    if (n < 2 * rate) continue;
+    const float in = spoken[n - 1024 - 1024 - 512];
+    product += in * out;
+    inPower += in * in;
+    outPower += out * out;
+  }
+  EXPECT_GT(product / std::sqrt(inPower * outPower), 0.7F)
+      << "white noise: about 0 at any other delay";
 }
 
 TEST(PipelineEcho, ReferenceMonitorReplacesTheSecondMicrophone) {
@@ -167,6 +188,7 @@ TEST(PipelineEcho, ReferenceMonitorReplacesTheSecondMicrophone) {
   silent.speakers.playing = false;
   silent.rig.set(Raw::referenceMonitor, 1.0F);
   silent.rig.apply();
+  EXPECT_FALSE(silent.play(1.0F).streaming);
   Noise noise(1);
   for (int n = 0; n < 4000; ++n) silent.last = silent.rig.run({noise(), noise()});
   EXPECT_NE(silent.last[0], 0.0F);

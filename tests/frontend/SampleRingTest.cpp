@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cmath>
-
 #include "frontend/ResamplerBank.h"
 #include "frontend/SampleRing.h"
 
@@ -94,18 +92,6 @@ TEST(ResamplerBank, AnEmptyRingLeavesTheTargetAlone) {
   while (bank.pop(target, 1)) {
   }
   EXPECT_NEAR(target[1][0], -0.25F, 1e-6F);
-}
-
-// Each frame that is answered by several samples fills the one-second ring; nothing else may.
-TEST(ResamplerBank, LivesWithEveryRatePair) {
-  for (const auto& [source, destination] :
-       {std::pair{8000.0, 16000.0}, {1.0, 8000.0}, {192000.0, 1.0}, {44100.0, 16000.0}}) {
-    ResamplerBank bank(1, source, destination);
-    for (int i = 0; i < 3000; ++i) bank.pushFrame(std::array{0.1F});
-    ChannelArrays target{{0.0F}};
-    for (int i = 0; i < 10; ++i) bank.pop(target, 1);
-    EXPECT_LE(std::abs(target[0][0]), 0.2F) << source << " to " << destination;
-  }
 }
 
 }  // namespace
