@@ -8,24 +8,24 @@
 namespace vellumic {
 namespace {
 
-EffectMode modeOf(ConstImageView image) noexcept {
+VELLUMIC_RT_CODE EffectMode modeOf(ConstImageView image) noexcept {
   return static_cast<EffectMode>(saturatedInt(image[Entry::effectMode]));
 }
 
 // The bound is compared as a float, so that a channel count that is not a number trims nothing.
-void trim(float* slots, float gain, float channels) noexcept {
+VELLUMIC_RT_CODE void trim(float* slots, float gain, float channels) noexcept {
   for (int slot = 0; slot < slotCount && static_cast<float>(slot) < channels; ++slot)
     slots[slot] *= gain;
 }
 
-void runPipeline(FrameEngine& engine, EffectMode mode, float* slots) noexcept {
+VELLUMIC_RT_CODE void runPipeline(FrameEngine& engine, EffectMode mode, float* slots) noexcept {
   if (mode == EffectMode::array)
     engine.pipeline.processFrame(slots);
   else
     engine.pipeline.processFrame12(slots);
 }
 
-bool usesPipeline(ConstImageView image, ConstMaskView mask) noexcept {
+VELLUMIC_RT_CODE bool usesPipeline(ConstImageView image, ConstMaskView mask) noexcept {
   if (mask[Entry::effectEnable] == 0) return false;
   const EffectMode mode = modeOf(image);
   return mode == EffectMode::array || mode == EffectMode::arrayFourChannel;
@@ -48,6 +48,10 @@ VELLUMIC_RT_CODE void applyEffect(FrameEngine& engine, float* slots, ConstImageV
       engine.equalizer.process(slots);
       break;
   }
+}
+
+VELLUMIC_RT_CODE bool isEqualizerOnly(ConstImageView image, ConstMaskView mask) noexcept {
+  return mask[Entry::effectEnable] != 0 && modeOf(image) == EffectMode::equalizer;
 }
 
 VELLUMIC_RT_CODE void applyEffects(FrameEngine& engine, float* slots, ConstImageView image,

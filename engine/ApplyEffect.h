@@ -13,6 +13,10 @@ class FrameEngine;
 void applyEffect(FrameEngine& engine, float* slots, ConstImageView image,
                  ConstMaskView mask) noexcept;
 
+// True when applyEffect() comes down to the equaliser, which may then filter whole runs of frames
+// with the same result.
+bool isEqualizerOnly(ConstImageView image, ConstMaskView mask) noexcept;
+
 // The same frame through the set in force (`slots`) and the incoming one (`nextSlots`), for the
 // frames of a fade; `weight` of the incoming set, 0 to 1.
 //

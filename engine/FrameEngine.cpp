@@ -13,7 +13,7 @@ FrameEngine::FrameEngine(LoopbackOpener openLoopback) : pipeline(std::move(openL
   }
 }
 
-void FrameEngine::adopt() noexcept VELLUMIC_NONBLOCKING {
+VELLUMIC_RT_CODE void FrameEngine::adopt() noexcept VELLUMIC_NONBLOCKING {
   if (handover.equalizerWaiting) {
     equalizer.adopt(handover.equalizer);
     handover.equalizerWaiting = false;

@@ -9,8 +9,55 @@
 
 namespace vellumic {
 
+namespace {
+
+// Copies frames between layouts of different width; what the source does not have is 0.
+VELLUMIC_RT_CODE void copyFrames(const float* from, std::size_t fromWidth, float* to,
+                                 std::size_t toWidth, std::size_t frames) noexcept {
+  if (fromWidth == toWidth) {
+    std::copy_n(from, frames * fromWidth, to);
+    return;
+  }
+  const std::size_t common = std::min(fromWidth, toWidth);
+  for (std::size_t n = 0; n < frames; ++n) {
+    std::copy_n(from, common, to);
+    std::fill_n(to + common, toWidth - common, 0.0F);
+    from += fromWidth;
+    to += toWidth;
+  }
+}
+
+// Floats from frame to frame of a run: all channels, and room for each pair of the equaliser.
+VELLUMIC_RT_CODE std::size_t runWidth(const FrameEngine& engine, std::uint32_t channels) noexcept {
+  const std::size_t even = (std::size_t{channels} + 1) / 2 * 2;
+  return std::clamp<std::size_t>(even, 2 * engine.equalizer.pairs().size(), slotCount);
+}
+
+VELLUMIC_RT_CODE void forwardRuns(FrameEngine& engine, const FrameStream& stream,
+                                  const ParameterSet& set) noexcept {
+  const std::size_t width = runWidth(engine, stream.inputChannels);
+  const float* input = stream.input;
+  float* output = stream.output;
+  for (std::size_t left = stream.frames; left > 0;) {
+    const std::size_t frames = std::min(left, FrameEngine::runLength);
+    copyFrames(input, stream.inputChannels, engine.run.data(), width, frames);
+    engine.equalizer.processFrames(engine.run.data(), width, frames);
+    for (std::size_t n = 0; n < frames; ++n) stepFade(set.fade, set.image, set.mask);
+    copyFrames(engine.run.data(), width, output, stream.outputChannels, frames);
+    input += frames * stream.inputChannels;
+    output += frames * stream.outputChannels;
+    left -= frames;
+  }
+}
+
+}  // namespace
+
 VELLUMIC_RT_CODE void forwardFrames(FrameEngine& engine, const FrameStream& stream,
                                     const ParameterSet& set) noexcept {
+  if (isEqualizerOnly(set.image, set.mask)) {
+    forwardRuns(engine, stream, set);
+    return;
+  }
   const std::uint32_t read = std::min<std::uint32_t>(stream.inputChannels, slotCount);
   const std::uint32_t written = std::min<std::uint32_t>(stream.outputChannels, slotCount);
   const float* input = stream.input;

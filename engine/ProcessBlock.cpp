@@ -13,11 +13,11 @@
 namespace vellumic {
 namespace {
 
-bool fadeRequested(const std::uint8_t* mask) noexcept {
+VELLUMIC_RT_CODE bool fadeRequested(const std::uint8_t* mask) noexcept {
   return ConstMaskView(mask)[Entry::fadeRequested] != 0;
 }
 
-void startChange(ProcessContext& context) noexcept {
+VELLUMIC_RT_CODE void startChange(ProcessContext& context) noexcept {
   const FadeView fade(*context.fadeSlot);
   if (context.lockBlock->pending == 0 || changeUnderWay(fade)) return;
   const bool byFade = fadeRequested(*context.pendingMaskSlot);
@@ -33,7 +33,7 @@ void startChange(ProcessContext& context) noexcept {
   context.lockBlock->pending = 0;
 }
 
-void endChange(ProcessContext& context) noexcept {
+VELLUMIC_RT_CODE void endChange(ProcessContext& context) noexcept {
   if (FadeView(*context.fadeSlot)[Fade::done] != 1.0F) return;
   if (fadeRequested(*context.maskSlot)) {
     swapSets(*context.engine, context.fadeSlot, context.imageSlot, context.maskSlot,
@@ -46,7 +46,7 @@ void endChange(ProcessContext& context) noexcept {
 }
 
 // Everything that waits for the lock. When a builder holds it, the change waits for a later call.
-void takeChanges(ProcessContext& context) noexcept {
+VELLUMIC_RT_CODE void takeChanges(ProcessContext& context) noexcept {
   CriticalLock& lock = context.lockBlock->parameterLock;
   if (!lock.tryEnter()) return;
   context.engine->adopt();
@@ -55,7 +55,7 @@ void takeChanges(ProcessContext& context) noexcept {
   lock.leave();
 }
 
-void runFrames(ProcessContext& context) noexcept {
+VELLUMIC_RT_CODE void runFrames(ProcessContext& context) noexcept {
   const FrameStream stream{.output = context.outputBuffer,
                            .input = context.inputBuffer,
                            .frames = context.inputValidFrames,

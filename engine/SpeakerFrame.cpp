@@ -31,10 +31,12 @@ constexpr std::array<SpeakerMark, 8> outputMarks{{{2, Entry::outputLowFrequency}
                                                   {5, Entry::outputSides},
                                                   {6, Entry::outputSides}}};
 
-void readSlot(const float* input, const SlotMap& map, std::size_t slot, float* slots) noexcept {
+VELLUMIC_RT_CODE void readSlot(const float* input, const SlotMap& map, std::size_t slot,
+                               float* slots) noexcept {
   if (map[slot] >= 0) slots[slot] = input[map[slot]];
 }
-void writeSlot(const float* slots, const SlotMap& map, std::size_t slot, float* output) noexcept {
+VELLUMIC_RT_CODE void writeSlot(const float* slots, const SlotMap& map, std::size_t slot,
+                                float* output) noexcept {
   if (map[slot] >= 0) output[map[slot]] = slots[slot];
 }
 
