@@ -35,21 +35,53 @@ std::string whyPipelineIsOff(const RenderJob& job) {
   return "none: pipeline.keep_in_default_mode is not 1, so only the speech mode runs the pipeline";
 }
 
+// Only the speech mode and those without a category size the pipeline for the stream and listen to
+// what plays.
+bool preparesPipeline(ProcessingMode mode) {
+  const Category category = categoryOf(mode);
+  return category == Category::speech || category == Category::other;
+}
+
+// Why the cancellers do not run although they are on; empty when they do.
+std::string whyEchoIsIdle(const RenderJob& job) {
+  if (job.muted) return "muted";
+  if (!preparesPipeline(job.mode)) return "this mode does not listen to the loudspeakers";
+  if (!job.far) return "no --far";
+  return "";
+}
+
+bool cancelsEcho(const RenderJob& job, const PipelineSettings& settings) {
+  return job.captureClass == CaptureClass::mfx && settings.echoCancelEnabled &&
+         !settings.bandTest && !settings.referenceMonitor && whyEchoIsIdle(job).empty();
+}
+
+std::vector<std::string> arrayStages(const RenderJob& job, const PipelineSettings& settings) {
+  std::vector<std::string> stages;
+  if (settings.bandTest) {
+    stages.emplace_back("band test");
+  } else if (settings.echoCancelEnabled) {
+    const std::string idle = whyEchoIsIdle(job);
+    const std::string name = settings.referenceMonitor ? "reference monitor" : "echo cancellation";
+    stages.push_back(idle.empty() ? name : name + " (idle: " + idle + ")");
+  }
+  if (settings.beamformerEnabled) stages.emplace_back("beamforming");
+  if (settings.postfilterEnabled) stages.emplace_back("noise suppression");
+  return stages;
+}
+
 std::string arraySummary(CaptureCore& core, const RenderJob& job) {
   if (!core.engine.pipelineRuns) return whyPipelineIsOff(job);
   const PipelineSettings& settings = core.engine.handover.pipeline.settings();
   const bool wholeChain = job.captureClass == CaptureClass::mfx;
-  std::vector<std::string> parts;
-  if (wholeChain && settings.bandTest) parts.emplace_back("band test");
-  if (wholeChain && settings.echoCancelEnabled && !settings.bandTest)
-    parts.emplace_back(job.muted ? "echo cancellation (idle: muted)"
-                       : job.far ? "echo cancellation"
-                                 : "echo cancellation (idle: no --far)");
-  if (wholeChain && settings.beamformerEnabled) parts.emplace_back("beamforming");
-  if (wholeChain && settings.postfilterEnabled) parts.emplace_back("noise suppression");
-  if (settings.level.levelControlEnabled) parts.emplace_back("automatic gain control");
-  if (parts.empty()) return "rate conversion only: every stage is switched off";
-  return joined(parts) + (wholeChain ? "" : " (this class runs no array stage)");
+  std::vector<std::string> stages;
+  if (wholeChain) stages = arrayStages(job, settings);
+  if (settings.level.levelControlEnabled) stages.emplace_back("automatic gain control");
+  std::string text =
+      stages.empty() ? "rate conversion only: every stage is switched off" : joined(stages);
+  if (!wholeChain) text += " (this class runs no array stage)";
+  if (!preparesPipeline(job.mode) && job.input.format.channels > 2)
+    text += " (two microphones: this mode does not count them)";
+  return text;
 }
 
 }  // namespace
@@ -75,8 +107,7 @@ std::size_t delayFrames(CaptureCore& core, const RenderJob& job) {
   int internal = microphoneDelay + settings.blockSize + banks.output.framesBeforeOutput();
   const bool wholeChain = job.captureClass == CaptureClass::mfx;
   if (wholeChain) internal += noiseOverlap;
-  if (wholeChain && job.far && settings.echoCancelEnabled && !settings.bandTest && !job.muted)
-    internal += settings.blockSize / 2;
+  if (cancelsEcho(job, settings)) internal += settings.blockSize / 2;
   if (settings.level.levelControlEnabled && settings.level.lookAheadEnabled)
     internal += std::max(1, static_cast<int>(settings.level.lookAheadTime * 16000.0F));
   return static_cast<std::size_t>(banks.input.framesBeforeOutput() +
@@ -94,8 +125,10 @@ std::optional<std::string> refusal(const RenderJob& job) {
     return "it takes 16000, 44100 and 48000 Hz only";
   if (std::ranges::find(channels, format.channels) == channels.end())
     return "it takes 1, 2, 4 and 8 channels only";
-  if (format.channels > 2 && job.channelMask != 0)
-    return "it takes 4 and 8 channels only without speaker positions (--channel-mask 0)";
+  constexpr std::uint32_t mono = 0x4, stereo = 0x3;
+  const std::uint32_t known = format.channels == 1 ? mono : format.channels == 2 ? stereo : 0;
+  if (job.channelMask != 0 && job.channelMask != known)
+    return "it does not take these speaker positions; try --channel-mask 0";
   return std::nullopt;
 }
 

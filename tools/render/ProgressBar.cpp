@@ -29,7 +29,7 @@ ProgressBar::ProgressBar()
     : terminal_(standardErrorIsTerminal()), next_(Clock::now() + std::chrono::milliseconds(500)) {}
 
 ProgressBar::~ProgressBar() {
-  if (drawn_) std::fputs("\r\033[K", stderr);
+  if (drawn_) std::fprintf(stderr, "\r%*s\r", width + 8, "");
 }
 
 void ProgressBar::show(double share) {
