@@ -48,6 +48,7 @@ class CaptureObject : public CSharedMemoryAccessHandler,
     updateStatus([](StatusBlock& block) { block.instance.Data1 = 77; });
     open();
     this->start(this);
+    Sleep(5);  // the thread must wait for the end of this scope
     isInitialized = options.initializeSucceeds;
   }
   ~CaptureObject() { this->shutDown(sync); }
@@ -227,11 +228,15 @@ TEST_F(ParameterThread, EndsInEveryState) {
   EXPECT_EQ(openObjects(), before);
   {
     Endpoint failed({.initializeSucceeds = false});
-    failed.stop();
+    for (int wait = 0; wait < 5000 && failed.running != 0; ++wait) Sleep(1);
     EXPECT_EQ(failed.running, 0U);
+    failed.stop();
     failed.isInitialized = true;
     failed.start(&failed);  // a later try
     ASSERT_TRUE(failed.reload());
+    const auto blocks = failed.arena.liveCount();
+    failed.shutDown(failed.sync);
+    EXPECT_EQ(failed.arena.liveCount(), blocks - 1);  // the reader's array
   }
   {
     Endpoint withoutRoom({.fullArena = true});
