@@ -68,10 +68,10 @@ int CDSPBlockConvolver::process(const double* input, int count,
     if (++inputBranch_ < downFactor_) continue;
     inputBranch_ = 0;
     if (++frame_ == blockLength_) convolve();
-    const double* due = block_.data() + frame_ * upFactor_;
+    const double* due = block_.data() + frame_;
     const int dropped = std::min(upFactor_, latencyLeft_);
     latencyLeft_ -= dropped;
-    for (int n = dropped; n < upFactor_; ++n) *result++ = due[n];
+    for (int n = dropped; n < upFactor_; ++n) *result++ = due[n * blockLength_];
   }
   return static_cast<int>(result - output);
 }
@@ -100,7 +100,7 @@ void CDSPBlockConvolver::convolve() noexcept {
                 blockLength_);
       }
     }
-    transform.inverse(sum_.data(), block_.data() + out, upFactor_);
+    transform.inverse(sum_.data(), block_.data() + out * blockLength_);
   }
 }
 

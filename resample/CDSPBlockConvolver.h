@@ -43,7 +43,7 @@ class CDSPBlockConvolver final : public CDSPProcessor {
   std::vector<double> spectra_;             // of the last blocks, a ring
   int newest_ = 0;                          // its newest place
   std::vector<double> sum_;                 // spectrum of one output branch
-  std::vector<double> block_;               // the block that is doled out
+  std::vector<double> block_;               // the block that is doled out, branch by branch
   std::vector<double> result_;              // outputs of this call
   int inputBranch_ = 0;                     // place of the next input in its frame
   int frame_ = 0;                           // frame taken in now, and frame doled out next

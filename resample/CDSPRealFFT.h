@@ -34,23 +34,22 @@ class CDSPRealFFT {
   // spectrum: 2B doubles, B real parts and then B imaginary parts.
   void forward(const double* first, const double* second,
                double* spectrum) const noexcept VELLUMIC_NONBLOCKING;
-  // second: the second half of the samples, times -B, every stride doubles. Uses up the spectrum.
-  void inverse(double* spectrum, double* second, int stride) const noexcept VELLUMIC_NONBLOCKING;
+  // second: the second half of the samples, times -B. Uses up the spectrum.
+  void inverse(double* spectrum, double* second) const noexcept VELLUMIC_NONBLOCKING;
 
  private:
-  // One radix-4 stage: per lane and butterfly the factors w, w^2, w^3, each real then imaginary.
   struct Stage {
-    int span;  // doubles that one group of butterflies covers
+    int span;     // doubles that one group of butterflies covers
+    int outputs;  // of each butterfly: 4 or 2
     std::vector<double> factors;
   };
   void split(const double* first, const double* second, double* re, double* im) const noexcept;
-  void join(const double* re, const double* im, double* second, int stride) const noexcept;
+  void join(const double* re, const double* im, double* second) const noexcept;
 
   int blockLength_;
   std::vector<double> laneCos_;  // weights and first twiddles by point and lane
   std::vector<double> laneSin_;
   std::vector<Stage> stages_;
-  bool endsInRadix2_;
 };
 
 }  // namespace vellumic::resample

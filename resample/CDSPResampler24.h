@@ -16,7 +16,7 @@ namespace vellumic::resample {
 
 class CDSPResampler24 final : public CDSPResampler<CDSPFracInterpolator<24, 673>> {
  public:
-  // source, destination: rates in Hz, above 0, up to a factor of 2^20 apart.
+  // source, destination: rates in Hz, above 0, up to a factor of 2^18 apart.
   // maxInput: most samples of one call, at least 1.
   // transitionBand: percent of the band given to the filter's slope, 0.5 to 45.
   // Throws std::invalid_argument outside these ranges, std::length_error if one call could return

@@ -6,7 +6,7 @@
 namespace vellumic::resample {
 namespace {
 
-constexpr double largestRatio = 1 << 20;
+constexpr double largestRatio = 1 << 18;
 // Slopes of the stages that only shift the rate: the signal fills at most a half of their band
 // next to the wanted rate and a quarter farther away, so that their filters can be short.
 constexpr double nearSlope = 34.0;

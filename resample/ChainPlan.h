@@ -31,7 +31,7 @@ struct ChainPlan {
 
 // Rates in Hz, transitionBand in percent. Equal rates need no stage.
 // Throws std::invalid_argument for rates that are not finite and above 0 or lie more than a factor
-// of 2^20 apart, and for a transition band outside 0.5 to 45 percent.
+// of 2^18 apart, and for a transition band outside 0.5 to 45 percent.
 ChainPlan planChain(double source, double destination, double transitionBand,
                     PowerOfTwoChain powerOfTwo);
 

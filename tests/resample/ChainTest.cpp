@@ -120,6 +120,22 @@ TEST(Resampler24, ConvertsFarApartRatesOrRefusesThem) {
   EXPECT_NEAR(latest, 1.0, 1e-8);
 }
 
+TEST(Resampler24, ForgetsASampleThatIsNotANumber) {
+  for (const double destination : {16000.0, 44100.0, 96000.0}) {
+    CDSPResampler24 clean(48000, destination, 1, 10.0), struck(48000, destination, 1, 10.0);
+    const int reach = 6 * clean.inputBeforeOutput(0);
+    for (int n = 0; n < 2 * reach; ++n) {
+      const double sample = n % 7 - 3.0;
+      const double bad = n == reach / 2 ? std::nan("") : sample;
+      const double *expected = nullptr, *output = nullptr;
+      const int count = clean.process(&sample, 1, expected);
+      ASSERT_EQ(struck.process(&bad, 1, output), count);
+      if (n < reach) continue;
+      ASSERT_TRUE(std::equal(output, output + count, expected)) << n;
+    }
+  }
+}
+
 TEST(Resampler24, KeepsTheMicrophonesDelayShort) {
   const CDSPResampler24 down(48000, 16000, 1, 10.0);
   const CDSPResampler24 up(16000, 48000, 1, 10.0);

@@ -195,7 +195,7 @@ TEST_P(Resampler, NeitherLosesASampleNorDrifts) {
   const int next = static_cast<int>(outputs);
   EXPECT_LE(converter.inputBeforeOutput(next - 2), longRun);
   EXPECT_GE(converter.inputBeforeOutput(next + 1), longRun);
-  std::ranges::rotate(last, last.begin() + static_cast<std::ptrdiff_t>(outputs % keep));
+  std::ranges::rotate(last, last.begin() + outputs % static_cast<long long>(keep));
   const Fit found = fit(last, outputs - static_cast<long long>(keep), frequency, pair.destination);
   const double late = std::arg(found.gain) / (2.0 * std::numbers::pi * frequency);
   EXPECT_LT(std::abs(late * pair.slower()), 1e-3);
