@@ -21,7 +21,6 @@ namespace vellumic::test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr wchar_t propertyEventName[] = L"Global\\VellumicAPOPropEvent{test}";
 
 struct Options {
   bool initializeSucceeds = true, propertyEvent = true, pingEvent = true, fullArena = false;
@@ -43,7 +42,7 @@ class CaptureObject : public CSharedMemoryAccessHandler,
     sets.settingRead();
     sets.initialize(processingMode, lockMode);
     if (options.fullArena) (void)arena.allocate(Arena::capacity - arena.used() - 1);
-    if (options.propertyEvent) sync.event(ThreadEvent::reload) = createOpenEvent(propertyEventName);
+    if (options.propertyEvent) sync.event(ThreadEvent::reload) = createOpenEvent(nullptr);
     if (options.pingEvent) sync.event(ThreadEvent::ping) = createOpenEvent(pingEventName);
     updateStatus([](StatusBlock& block) { block.instance.Data1 = 77; });
     open();
