@@ -1,0 +1,123 @@
+#include "tests/apo/ApoWorld.h"
+
+#include "parameters/Catalogue.h"
+
+namespace vellumic::test {
+
+std::filesystem::path programFolder() {
+  std::array<wchar_t, 1024> path{};
+  GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+  return std::filesystem::path(path.data()).parent_path();
+}
+
+HMODULE library() {
+  static const HMODULE module = LoadLibraryW((programFolder() / L"VellumicAPO64c.dll").c_str());
+  return module;
+}
+
+CaptureObject::CaptureObject(const CLSID& id) {
+  ComPtr<IClassFactory> factory;
+  const auto getClass = exported<HRESULT WINAPI(REFCLSID, REFIID, void**)>("DllGetClassObject");
+  EXPECT_EQ(getClass(id, IID_IClassFactory, factory.putVoid()), S_OK);
+  EXPECT_EQ(factory->CreateInstance(nullptr, __uuidof(IAudioProcessingObject), object.putVoid()),
+            S_OK);
+  realTime = as<IAudioProcessingObjectRT>(object.get());
+  configuration = as<IAudioProcessingObjectConfiguration>(object.get());
+  effects = as<IAudioSystemEffects2>(object.get());
+}
+
+HRESULT CaptureObject::lock(MediaType& input, MediaType& output) {
+  APO_CONNECTION_DESCRIPTOR in{APO_CONNECTION_BUFFER_TYPE_ALLOCATED, 0, 480, &input, 0x41434453};
+  APO_CONNECTION_DESCRIPTOR out = in;
+  out.pFormat = &output;
+  APO_CONNECTION_DESCRIPTOR *inputs = &in, *outputs = &out;
+  return configuration->LockForProcess(1, &inputs, 1, &outputs);
+}
+
+APO_CONNECTION_PROPERTY CaptureObject::process(float* samples, UINT32 frames,
+                                               APO_BUFFER_FLAGS flags) {
+  APO_CONNECTION_PROPERTY in{};
+  in.pBuffer = reinterpret_cast<UINT_PTR>(samples);
+  in.u32ValidFrameCount = frames;
+  in.u32BufferFlags = flags;
+  APO_CONNECTION_PROPERTY out = in;
+  out.u32ValidFrameCount = 0;
+  out.u32BufferFlags = BUFFER_INVALID;
+  APO_CONNECTION_PROPERTY *inputs = &in, *outputs = &out;
+  realTime->APOProcess(1, &inputs, 1, &outputs);
+  return out;
+}
+
+ServiceObjects::ServiceObjects()
+    : mapping_(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
+                                  sizeof(StatusBoard), sharedMemoryName)),
+      mutex_(CreateMutexW(nullptr, FALSE, sharedMemoryMutexName)),
+      event_(CreateEventW(nullptr, FALSE, FALSE, sharedMemoryEventName)),
+      view_(MapViewOfFile(mapping_.get(), FILE_MAP_WRITE, 0, 0, 0)) {
+  static_cast<StatusBoard*>(view_.get())->version = 5;
+}
+
+StatusBlock ServiceObjects::block() const {
+  return static_cast<const StatusBoard*>(view_.get())->block;
+}
+
+void ServiceObjects::signalReload() const {
+  const KernelHandle event(OpenEventW(EVENT_MODIFY_STATE, FALSE, block().propertyEvent.data()));
+  ASSERT_TRUE(event);
+  SetEvent(event.get());
+}
+
+void expectAnswers(std::initializer_list<Answer> answers) {
+  for (const Answer& answer : answers)
+    EXPECT_EQ(static_cast<unsigned>(answer.ask()), static_cast<unsigned>(answer.expected))
+        << answer.what;
+}
+
+ApoWorld::ApoWorld() {
+  filter.id = L"filter";
+  other.id = L"other";
+  microphone.id = L"microphone";
+  other.store.texts[4] = L"{99999999-2222-3333-4444-555555555555}";
+  microphone.store.texts[4] = L"{11111111-2222-3333-4444-555555555555}";
+  system.captureEndpoints.devices = {&filter, &other, &microphone};
+  microphone.volume.masterDb = 0.0F;
+  microphone.volume.channelDb = {0.0F, 0.0F};
+}
+
+void ApoWorld::TearDown() {
+  for (const FakeDevice* device : {&filter, &other, &microphone, &speaker})
+    EXPECT_EQ(device->allReferences(), 0U);
+  EXPECT_EQ(system.references + system.captureEndpoints.references, 0U);
+}
+
+APOInitSystemEffects2 ApoWorld::blob(const GUID& processingMode) {
+  return {.APOInit = {.cbSize = sizeof(APOInitSystemEffects2), .clsid = mfx.id},
+          .pAPOEndpointProperties = &microphone.store,
+          .pAPOSystemEffectsProperties = &filter.store,
+          .pReserved = nullptr,
+          .pDeviceCollection = &system.captureEndpoints,
+          .nSoftwareIoDeviceInCollection = 0,
+          .nSoftwareIoConnectorIndex = 1,
+          .AudioProcessingMode = processingMode,
+          .InitializeForDiscoveryOnly = FALSE};
+}
+
+HRESULT ApoWorld::initialize(CaptureObject& object, APOInitSystemEffects2 data, UINT32 size) {
+  return object.object->Initialize(size, reinterpret_cast<BYTE*>(&data));
+}
+
+CaptureObject ApoWorld::initialized(const ClassCase& which, const GUID& processingMode) {
+  CaptureObject object(which.id);
+  auto data = blob(processingMode);
+  data.APOInit.clsid = which.id;
+  EXPECT_EQ(initialize(object, data), S_OK);
+  return object;
+}
+
+void ApoWorld::writeFactorySettings() {
+  registry.select(L"1");
+  registry.writeSetting(L"1", 1, rawCount,
+                        [](unsigned number) { return factorySettings()[number - 1]; });
+}
+
+}  // namespace vellumic::test

@@ -1,0 +1,99 @@
+#include "tests/apo/ImportTable.h"
+
+#include <cstring>
+
+namespace vellumic::test {
+namespace {
+
+template <class T>
+T* at(HMODULE module, std::size_t offset) {
+  return reinterpret_cast<T*>(reinterpret_cast<BYTE*>(module) + offset);
+}
+
+bool isCode(const void* address) {
+  MEMORY_BASIC_INFORMATION information{};
+  VirtualQuery(address, &information, sizeof information);
+  constexpr DWORD executable =
+      PAGE_EXECUTE | PAGE_EXECUTE_READ | PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
+  return (information.Protect & executable) != 0;
+}
+
+}  // namespace
+
+ImportTable::ImportTable(HMODULE module) {
+  const auto* dos = at<IMAGE_DOS_HEADER>(module, 0);
+  const auto* nt = at<IMAGE_NT_HEADERS>(module, static_cast<std::size_t>(dos->e_lfanew));
+  const auto& directory = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+  for (auto* dll = at<IMAGE_IMPORT_DESCRIPTOR>(module, directory.VirtualAddress); dll->Name != 0;
+       ++dll) {
+    auto* name = at<IMAGE_THUNK_DATA>(module, dll->OriginalFirstThunk);
+    auto* slot = at<void*>(module, dll->FirstThunk);
+    for (; name->u1.AddressOfData != 0; ++name, ++slot) {
+      if (IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal) || !isCode(*slot)) continue;
+      const auto* entry =
+          at<IMAGE_IMPORT_BY_NAME>(module, static_cast<std::size_t>(name->u1.AddressOfData));
+      imports_.push_back({entry->Name, slot, *slot});
+    }
+  }
+  constexpr std::size_t codeBytes = 64;
+  auto* memory =
+      static_cast<unsigned char*>(VirtualAlloc(nullptr, sizeof(Block) + codeBytes * imports_.size(),
+                                               MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
+  block_ = reinterpret_cast<Block*>(memory);
+  unsigned char* code = memory + sizeof(Block);
+  for (std::size_t i = 0; i < imports_.size() && i < std::size(block_->counts); ++i)
+    insertCounter(i, code);
+}
+
+// mov r11d, gs:[48h]; mov rax, &watchedThread; cmp r11, [rax]; jne over; lock inc [rax + count];
+// over: mov rax, original; jmp rax. Both registers are free at a function's entry.
+void ImportTable::insertCounter(std::size_t index, unsigned char*& code) {
+  unsigned char* const start = code;
+  const auto bytes = [&](std::initializer_list<unsigned char> list) {
+    for (const unsigned char byte : list) *code++ = byte;
+  };
+  const auto number = [&](auto value) {
+    std::memcpy(code, &value, sizeof value);
+    code += sizeof value;
+  };
+  bytes({0x65, 0x44, 0x8B, 0x1C, 0x25});
+  number(std::uint32_t{0x48});
+  bytes({0x48, 0xB8});
+  number(reinterpret_cast<std::uint64_t>(block_));
+  bytes({0x4C, 0x3B, 0x18, 0x75, 0x08, 0xF0, 0x48, 0xFF, 0x80});
+  number(static_cast<std::uint32_t>(offsetof(Block, counts) + index * sizeof(std::uint64_t)));
+  bytes({0x48, 0xB8});
+  number(reinterpret_cast<std::uint64_t>(imports_[index].original));
+  bytes({0xFF, 0xE0});
+  write(imports_[index].slot, start);
+}
+
+ImportTable::~ImportTable() {
+  for (const Import& import : imports_) write(import.slot, import.original);
+  // The stand-ins stay in memory: another thread may be inside one.
+}
+
+void ImportTable::write(void** slot, void* value) {
+  DWORD protection = 0;
+  VirtualProtect(slot, sizeof *slot, PAGE_READWRITE, &protection);
+  *slot = value;
+  VirtualProtect(slot, sizeof *slot, protection, &protection);
+}
+
+void* ImportTable::replace(const char* function, void* replacement) {
+  for (const Import& import : imports_) {
+    if (import.name != function) continue;
+    write(import.slot, replacement);
+    return import.original;
+  }
+  return nullptr;
+}
+
+std::vector<ImportTable::Calls> ImportTable::calls() const {
+  std::vector<Calls> result;
+  for (std::size_t i = 0; i < imports_.size(); ++i)
+    if (block_->counts[i] != 0) result.push_back({imports_[i].name, block_->counts[i]});
+  return result;
+}
+
+}  // namespace vellumic::test

@@ -1,0 +1,150 @@
+// Whole lives: a thousand of them, and many with arguments from a random generator.
+#include <windows.h>
+
+#include <psapi.h>
+
+#include <array>
+#include <cstring>
+#include <random>
+
+#include "tests/apo/ApoWorld.h"
+
+namespace vellumic::test {
+namespace {
+
+std::size_t committedBytes() {
+  PROCESS_MEMORY_COUNTERS counters{};
+  GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
+  return counters.WorkingSetSize;
+}
+
+// Handle values are given out again lowest first: one that grows tells of handles left open.
+std::uintptr_t nextHandle() {
+  const KernelHandle handle(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+  return reinterpret_cast<std::uintptr_t>(handle.get());
+}
+
+class Life : public ApoWorld {};
+
+TEST_F(Life, AThousandRoundsWithoutGrowth) {
+  const ServiceObjects service;
+  system.defaultRender = &speaker;
+  std::array<float, 480 * 4> samples{};
+  const auto round = [&](int number) {
+    const ClassCase& which = classCases[static_cast<std::size_t>(number) % 3];
+    CaptureObject object(which.id);
+    ASSERT_EQ(initialize(object, blob(mode::speech)), S_OK);
+    MediaType format = MediaType::extensible(4, 0);
+    ASSERT_EQ(object.lock(format), S_OK);
+    const auto done = object.process(samples.data(), 480);
+    ASSERT_EQ(done.u32ValidFrameCount, 480U);
+    ASSERT_EQ(object.configuration->UnlockForProcess(), S_OK);
+    object = CaptureObject();
+    ASSERT_EQ(format.references, 0U);
+  };
+  constexpr int warmUp = 100, rounds = 1000;
+  for (int i = 0; i < warmUp; ++i) round(i);
+  const std::size_t memory = committedBytes();
+  const std::uintptr_t handle = nextHandle();
+  for (int i = warmUp; i < rounds; ++i) round(i);
+  const std::size_t grown = committedBytes() - std::min(memory, committedBytes());
+  RecordProperty("grown_bytes", static_cast<int>(grown));
+  EXPECT_LT(grown, 3U << 20);
+  EXPECT_LE(nextHandle(), handle + 16 * 4);
+}
+
+// Fuzzed blobs, formats and connections: every answer is a result, and whatever happened the
+// object is destroyed cleanly.
+TEST_F(Life, RandomArguments) {
+  std::mt19937 random(20240611);
+  const auto below = [&](unsigned limit) { return random() % limit; };
+  std::array<float, 480 * 16> samples{};
+  int locked = 0;
+  for (int life = 0; life < 150; ++life) {
+    MediaType formats[2];
+    CaptureObject object(classCases[below(3)].id);
+    for (int step = 0; step < 40; ++step) {
+      for (MediaType& format : formats) {
+        const unsigned channels[] = {1, 2, 4, 8, below(65536)};
+        const unsigned rates[] = {16000, 44100, 48000, below(200000), random()};
+        const DWORD masks[] = {0, 3, 4, random()};
+        format.absent = below(40) == 0;
+        format.uncompressed = below(4) == 0 ? E_FAIL : S_OK;
+        format.wave =
+            below(2) == 0
+                ? MediaType::plain(channels[below(5)], rates[below(5)]).wave
+                : MediaType::extensible(channels[below(5)], masks[below(4)], rates[below(5)]).wave;
+        if (below(8) == 0) {  // any bytes
+          auto* const bytes = reinterpret_cast<unsigned char*>(&format.wave);
+          bytes[below(sizeof format.wave)] = static_cast<unsigned char>(random());
+        }
+      }
+      if (below(2) == 0) formats[1].wave = formats[0].wave;
+      APOInitSystemEffects2 data = blob();
+      data.APOInit.cbSize = random();
+      data.nSoftwareIoDeviceInCollection = below(5);
+      for (auto& part : {&data.AudioProcessingMode.Data1, &data.APOInit.clsid.Data1})
+        if (below(3) == 0) *part = random();
+      if (below(10) == 0) data.pDeviceCollection = nullptr;
+      const UINT32 sizes[] = {88, 88, 56, below(120), random()};
+      microphone.store.texts[4].assign(below(300), static_cast<wchar_t>(below(65536)));
+      IAudioMediaType* answer = nullptr;
+      HRESULT result = S_OK;
+      switch (below(6)) {
+        case 0:
+          result = initialize(object, data, sizes[below(5)]);
+          break;
+        case 1: {
+          APO_CONNECTION_DESCRIPTOR in{};
+          in.pBuffer = random();
+          in.u32MaxFrameCount = random();
+          in.pFormat = below(20) == 0 ? nullptr : &formats[0];
+          APO_CONNECTION_DESCRIPTOR out = in;
+          if (below(2) == 0) out.pFormat = &formats[1];
+          APO_CONNECTION_DESCRIPTOR* list[] = {&in, &out, nullptr};
+          result = object.configuration->LockForProcess(
+              below(3) == 0 ? random() : 1, &list[below(20) == 0 ? 2 : 0],
+              below(9) == 0 ? below(3) : 1, below(20) == 0 ? nullptr : &list[1]);
+          locked += result == S_OK ? 1 : 0;
+          break;
+        }
+        case 2:
+          result = object.configuration->UnlockForProcess();
+          break;
+        case 3:
+          result = object.object->IsInputFormatSupported(below(3) == 0 ? nullptr : &formats[0],
+                                                         &formats[1], &answer);
+          break;
+        case 4:
+          result = object.object->IsOutputFormatSupported(below(3) == 0 ? nullptr : &formats[0],
+                                                          &formats[1], &answer);
+          break;
+        default: {
+          APO_CONNECTION_PROPERTY in{};
+          in.pBuffer = reinterpret_cast<UINT_PTR>(samples.data());
+          in.u32ValidFrameCount = below(481);
+          in.u32BufferFlags = static_cast<APO_BUFFER_FLAGS>(below(4));
+          APO_CONNECTION_PROPERTY out = in;
+          APO_CONNECTION_PROPERTY *inputs = &in, *outputs = &out;
+          for (float& sample : samples) {
+            const std::uint32_t bits = random();
+            std::memcpy(&sample, &bits, sizeof sample);
+          }
+          const UINT32 connections = below(5) == 0 ? below(3) * 2 : 1;
+          object.realTime->APOProcess(connections, &inputs, connections, &outputs);
+        }
+      }
+      if (answer != nullptr) answer->Release();
+      const auto code = static_cast<unsigned>(result);
+      const bool known = result == S_OK || (code >> 16) == 0x887D || result == E_POINTER ||
+                         result == E_INVALIDARG || result == E_UNEXPECTED || result == E_FAIL;
+      ASSERT_TRUE(known) << "life " << life << ", step " << step << ": " << std::hex << code;
+    }
+    object = CaptureObject();
+    ASSERT_EQ(formats[0].references + formats[1].references, 0U) << "life " << life;
+  }
+  EXPECT_GT(locked, 20);
+}
+
+}  // namespace
+}  // namespace vellumic::test

@@ -1,0 +1,118 @@
+// The file as it ships: sections, flags, version, imports.
+#include <algorithm>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include "tests/apo/ApoWorld.h"
+
+namespace vellumic::test {
+namespace {
+
+const IMAGE_NT_HEADERS64& headers() {
+  const auto* base = reinterpret_cast<const BYTE*>(library());
+  const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
+  return *reinterpret_cast<const IMAGE_NT_HEADERS64*>(base + dos->e_lfanew);
+}
+
+struct Section {
+  std::uintptr_t begin = 0, end = 0;
+  DWORD flags = 0;
+  bool holds(const void* address) const {
+    const auto place = reinterpret_cast<std::uintptr_t>(address);
+    return place >= begin && place < end;
+  }
+};
+Section section(const char* name) {
+  const auto* first = IMAGE_FIRST_SECTION(&headers());
+  for (const auto* s = first; s != first + headers().FileHeader.NumberOfSections; ++s)
+    if (std::string(reinterpret_cast<const char*>(s->Name),
+                    strnlen(reinterpret_cast<const char*>(s->Name), 8)) == name) {
+      const auto begin = reinterpret_cast<std::uintptr_t>(library()) + s->VirtualAddress;
+      return {begin, begin + s->Misc.VirtualSize, s->Characteristics};
+    }
+  return {};
+}
+
+TEST(Module, IsLocatableAndKeepsDataFromRunning) {
+  constexpr WORD wanted = IMAGE_DLLCHARACTERISTICS_DYNAMIC_BASE |
+                          IMAGE_DLLCHARACTERISTICS_NX_COMPAT | 0x20;  // high-entropy addresses
+  EXPECT_EQ(headers().OptionalHeader.DllCharacteristics & wanted, wanted);
+  EXPECT_NE(headers().OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_BASERELOC].Size, 0U);
+  EXPECT_EQ(headers().FileHeader.Machine, IMAGE_FILE_MACHINE_AMD64);
+  // A manifest would keep it out of the protected audio process.
+  EXPECT_EQ(FindResourceW(library(), MAKEINTRESOURCEW(2), MAKEINTRESOURCEW(24)), nullptr);
+  EXPECT_NE(FindResourceW(library(), MAKEINTRESOURCEW(1), L"TYPELIB"), nullptr);
+  const HRSRC version = FindResourceW(library(), MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(16));
+  ASSERT_NE(version, nullptr);
+  const auto* words = static_cast<const DWORD*>(LockResource(LoadResource(library(), version)));
+  const auto* fixed = reinterpret_cast<const VS_FIXEDFILEINFO*>(words + 10);
+  ASSERT_EQ(fixed->dwSignature, 0xFEEF04BD);
+  EXPECT_EQ(fixed->dwFileVersionMS, (3U << 16) + 18);
+}
+
+TEST(Module, NeedsOnlyTheSystem) {
+  const auto* base = reinterpret_cast<const BYTE*>(library());
+  const auto& directory = headers().OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+  const auto* dll =
+      reinterpret_cast<const IMAGE_IMPORT_DESCRIPTOR*>(base + directory.VirtualAddress);
+  std::set<std::string> needed;
+  for (; dll->Name != 0; ++dll) {
+    std::string name = reinterpret_cast<const char*>(base + dll->Name);
+    for (char& c : name) c = static_cast<char>(std::tolower(c));
+    needed.insert(name);
+  }
+  const std::set<std::string> system{"kernel32.dll", "advapi32.dll", "msvcrt.dll", "ole32.dll",
+                                     "oleaut32.dll", "rpcrt4.dll",   "user32.dll"};
+  for (const std::string& name : needed) EXPECT_TRUE(system.contains(name)) << name;
+}
+
+// The audio engine holds these pages in memory for the real-time thread.
+TEST(Module, WhatTheRealTimeThreadTouchesIsResident) {
+  const Section code = section("RT_CODE"), tables = section("RT_CONST"), data = section("RT_DATA");
+  EXPECT_EQ(code.flags & (IMAGE_SCN_MEM_EXECUTE | IMAGE_SCN_MEM_WRITE), IMAGE_SCN_MEM_EXECUTE);
+  EXPECT_EQ(tables.flags & (IMAGE_SCN_MEM_EXECUTE | IMAGE_SCN_MEM_WRITE), 0U);
+  EXPECT_NE(data.flags & IMAGE_SCN_MEM_WRITE, 0U);
+  EXPECT_GE(data.end - data.begin, 3U * 0x444);
+  FakeSystem system;
+  for (const ClassCase& which : classCases) {
+    const CaptureObject object(which.id);
+    const auto* const* table = *reinterpret_cast<const void* const* const*>(object.realTime.get());
+    EXPECT_TRUE(tables.holds(table)) << which.name;
+    for (int slot = 3; slot < 6; ++slot) EXPECT_TRUE(code.holds(table[slot])) << slot;
+  }
+}
+
+// By the linker's map: lines of an address and a function.
+TEST(Module, TheMapShowsTheFrameCoreInItsSection) {
+  std::ifstream map(programFolder().parent_path() / "VellumicAPO64c.map");
+  ASSERT_TRUE(map);
+  std::map<std::string, std::uint64_t> places;
+  std::uint64_t begin = 0, size = 0;
+  for (std::string line; std::getline(map, line);) {
+    std::istringstream words(line);
+    std::string first, rest;
+    words >> first;
+    if (line.starts_with("RT_CODE")) {
+      words >> std::hex >> begin >> size;
+    } else if (first.starts_with("0x") && std::getline(words >> std::ws, rest)) {
+      places[rest] = std::stoull(first, nullptr, 16);
+    }
+  }
+  ASSERT_NE(size, 0U);
+  for (const char* function :
+       {"non-virtual thunk to vellumic::CBaseAudioProcessingObject::APOProcess(",
+        "vellumic::CBaseAudioProcessingObject::APOProcess(", "vellumic::admitCall(",
+        "vellumic::runCall(", "vellumic::processBlock(", "vellumic::forwardFrames(",
+        "vellumic::fadeFrames(", "vellumic::passThroughFrames(", "vellumic::applyEffect(",
+        "vellumic::stepFade(", "vellumic::swapSets("}) {
+    const auto found = std::ranges::find_if(
+        places, [=](const auto& entry) { return entry.first.starts_with(function); });
+    ASSERT_NE(found, places.end()) << function;
+    EXPECT_TRUE(found->second >= begin && found->second < begin + size) << function;
+  }
+}
+
+}  // namespace
+}  // namespace vellumic::test
