@@ -76,6 +76,26 @@ TEST(EchoCanceller, WarmUpKeepsTheMeasurementNoise) {
   }
 }
 
+TEST(EchoCanceller, DecorrelatesBothReferencesWithTheSameCrossSpectrum) {
+  EchoScene scene;
+  EchoBench bench(scene);
+  bench.run(1, {.shared = 0.3F});
+  // In the first block the smoothed powers are those of the block, times 0.3 as the cross-spectrum.
+  const auto& spectrum = bench.spectra.present().spectrum;
+  for (Eigen::Index k = 10; k < 1000; k += 90) {
+    const std::complex<float> first = spectrum[0][k], second = spectrum[1][k];
+    const std::complex<float> cross = 0.2F * first * std::conj(second);
+    const std::complex<float> expected[] = {
+        std::conj(first) - cross / std::norm(second) * std::conj(second),
+        std::conj(second) - cross / std::norm(first) * std::conj(first)};
+    for (std::size_t r = 0; r < 2; ++r)
+      EXPECT_LT(std::abs(bench.canceller.references[r].decorrelated[k] - expected[r]),
+                1e-4F * std::abs(expected[r]));
+    EXPECT_NEAR(bench.canceller.references[0].scaledPower[k], 0.96F * 0.3F * std::norm(first),
+                1e-4F * std::norm(first));
+  }
+}
+
 TEST(EchoPathFilter, LimitsTheGainToARealNumber) {
   constexpr int length = 128;
   Fft fft(2 * length);
@@ -205,8 +225,8 @@ TEST(EchoCanceller, RecoversFromSettingsThatNoArithmeticSurvives) {
   }
   bench.canceller.apply({});
   bench.run(200);
-  EXPECT_TRUE(allFinite(bench.output));
   EXPECT_GT(bench.run(20), 10.0);
+  EXPECT_GT(energy(bench.output), 0.0);
 }
 
 TEST(EchoCanceller, AllocatesNothingAtAnyBlockLength) {
