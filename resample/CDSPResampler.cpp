@@ -51,6 +51,7 @@ CDSPResampler<Interpolator>::CDSPResampler(double source, double destination, in
     return;
   }
   const Factors factors = destination > source ? Factors{ratio, 1} : Factors{1, ratio};
+  // No plain low-pass has three branches or more: the request names the measured kernel alone.
   const FilterRequest request{1.0 / ratio, transitionBand, attenuation,
                               static_cast<double>(factors.up), ratio};
   auto filter = CDSPFIRFilter::get(request, [&] {
