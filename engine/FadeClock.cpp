@@ -42,6 +42,12 @@ VELLUMIC_RT_CODE void stepFade(FadeView fade, ConstImageView image, ConstMaskVie
   }
 }
 
+VELLUMIC_RT_CODE void stepFade(FadeView fade, ConstImageView image, ConstMaskView mask,
+                               std::size_t frames) noexcept {
+  const bool repeats = mask[Entry::fadeRequested] != 0;
+  for (std::size_t n = 0; n < (repeats ? frames : 1); ++n) stepFade(fade, image, mask);
+}
+
 VELLUMIC_RT_CODE bool changeUnderWay(FadeView fade) noexcept {
   return fade[Fade::phase] != idle || fade[Fade::done] != 0.0F;
 }

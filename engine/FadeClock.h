@@ -11,6 +11,9 @@ namespace vellumic {
 // safe.
 void stepFade(FadeView fade, ConstImageView image, ConstMaskView mask) noexcept;
 
+// A run of frames, at the cost of one while no fade is requested.
+void stepFade(FadeView fade, ConstImageView image, ConstMaskView mask, std::size_t frames) noexcept;
+
 // A change is under way: it must end before another may start.
 bool changeUnderWay(FadeView fade) noexcept;
 

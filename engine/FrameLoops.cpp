@@ -42,7 +42,7 @@ VELLUMIC_RT_CODE void forwardRuns(FrameEngine& engine, const FrameStream& stream
     const std::size_t frames = std::min(left, FrameEngine::runLength);
     copyFrames(input, stream.inputChannels, engine.run.data(), width, frames);
     engine.equalizer.processFrames(engine.run.data(), width, frames);
-    for (std::size_t n = 0; n < frames; ++n) stepFade(set.fade, set.image, set.mask);
+    stepFade(set.fade, set.image, set.mask, frames);
     copyFrames(engine.run.data(), width, output, stream.outputChannels, frames);
     input += frames * stream.inputChannels;
     output += frames * stream.outputChannels;
