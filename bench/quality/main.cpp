@@ -1,6 +1,6 @@
 // vellumic-quality: makes the seeded scenes, runs the yardstick on them and scores recordings.
 //
-//   vellumic-quality list
+//   vellumic-quality list|head
 //   vellumic-quality scene NAME --mics N --near TALK.wav --far TALK.wav FOLDER
 //   vellumic-quality yardstick FOLDER OUTPUT.wav
 //   vellumic-quality score FOLDER LABEL=OUTPUT.wav... [--svg FILE]
@@ -101,6 +101,13 @@ std::string change(const std::optional<double>& from, const std::optional<double
   return from && to ? cell(from) + " > " + cell(to) : "-";
 }
 
+// The head of the score table, in the order of the rows below.
+constexpr const char* scoreHead =
+    "| scene | mics | chain | ERLE from 5 s, dB | to 10 dB, s | to 20 dB, s | double talk SDR, dB "
+    "| near SDR, dB | SI-SDR, dB | segmental SNR, dB | speech loss, dB | noise attenuation, dB "
+    "| output level, dBFS |\n"
+    "|---|---|---|---|---|---|---|---|---|---|---|---|---|\n";
+
 void scoreAll(const fs::path& folder, const std::vector<std::string>& outputs,
               const std::string& svg) {
   const StoredScene stored = readScene(folder);
@@ -142,7 +149,8 @@ int run(int argc, char** argv) {
   std::vector<std::string> outputs;
   int microphones = 2;
 
-  auto* list = app.add_subcommand("list", "names of the scenes, and the head of the score table");
+  auto* list = app.add_subcommand("list", "names of the scenes");
+  auto* head = app.add_subcommand("head", "head of the score table");
   auto* scene = app.add_subcommand("scene", "make a scene: mix, components and far end as WAV");
   scene->add_option("name", name)->required();
   scene->add_option("folder", folder)->required();
@@ -160,6 +168,8 @@ int run(int argc, char** argv) {
 
   if (*list) {
     for (const SceneSpec& spec : standardScenes()) std::cout << spec.name << '\n';
+  } else if (*head) {
+    std::cout << scoreHead;
   } else if (*scene) {
     make(name, microphones, nearFile, farFile, folder);
   } else if (*yardstick) {
