@@ -1,18 +1,22 @@
 #include "array/ArrayNoiseProcessing.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace vellumic {
 namespace {
 
 constexpr float internalRate = 16000.0F;  // Hz; other rates stretch the time constants
 
-// A bin that the beamformer could not solve must not stay in the postfilter's averages.
-void zeroWhatIsNotFinite(Eigen::ArrayXcf& spectrum) {
+// Of one bin: a thousand times what frames of 512 samples reach at 120 dB above full scale. The
+// averages forget it in seconds, and their ratios stay within float.
+constexpr float largestPower = 1e20F;
+
+// What is not finite, or absurdly large, must not stay in the averages of the next stage: broken
+// samples, and bins that the beamformer could not solve.
+void zeroWhatIsNotSound(Eigen::Ref<Eigen::ArrayXcf> spectrum) {
   for (std::complex<float>& bin : spectrum) {
     const float power = bin.real() * bin.real() + bin.imag() * bin.imag();
-    if (!std::isfinite(power)) bin = 0.0F;
+    if (!(power <= largestPower)) bin = 0.0F;  // NaN too
   }
 }
 
@@ -74,14 +78,16 @@ void ArrayNoiseProcessing::process(const Input& input,
     output = input.col(0).head(output.size());
     return;
   }
-  for (Eigen::Index c = 0; c < channelCount; ++c)
+  for (Eigen::Index c = 0; c < channelCount; ++c) {
     channels[static_cast<std::size_t>(c)].analyzeFrame(input.col(c), spectra.col(c));
+    zeroWhatIsNotSound(spectra.col(c));
+  }
 
   if (beamformerEnabled)
     beamformer.process(spectra, beamformed);
   else
     beamformed = spectra.col(0);
-  zeroWhatIsNotFinite(beamformed);
+  zeroWhatIsNotSound(beamformed);
 
   if (postfilterEnabled)
     postfilter.process(beamformed, enhanced);

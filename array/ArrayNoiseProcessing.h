@@ -4,6 +4,9 @@
 // (NoisePostfilter) and resynthesizes by overlap-add. With frames of 512 at 16 kHz: hops of 128,
 // 257 bins, 125 frames a second, a delay of 384 samples. At start three silent hops come out.
 //
+// A bin that is not finite, or of a power above 1e20, counts as 0 on the way into the beamformer
+// and out of it: broken samples are over with the frames that hold them.
+//
 // Threads: construction, assignment, init and applyParameters allocate and need the audio thread
 // kept away; process, apply and adopt are for the audio thread.
 #pragma once

@@ -145,7 +145,8 @@ void NoiseEstimator::estimatePresence(const Eigen::ArrayXf& power,
     const float prior = std::max(s.snrFloor, decisionDirected / priorPresence);
     const float v = posterior * prior / std::max(epsilon, prior + 1.0F);
     const float odds = absence / priorPresence * (1.0F + prior) * std::exp(-v);
-    presence_[k] = 1.0F / std::max(epsilon, 1.0F + odds);
+    // A ratio beyond float gives no odds; the noise then stands still.
+    presence_[k] = std::min(1.0F / std::max(epsilon, 1.0F + odds), 1.0F);
   }
 }
 

@@ -86,6 +86,19 @@ TEST(ArrayNoiseProcessing, ABinWithoutSolutionDoesNotStayInThePostfilter) {
   EXPECT_TRUE(chain.postfilter.noiseEstimator.S.isFinite().all());
 }
 
+TEST(ArrayNoiseProcessing, BrokenSamplesAreOverWithTheirFrames) {
+  using Limits = std::numeric_limits<float>;
+  for (const float broken : {Limits::quiet_NaN(), Limits::infinity(), 1e19F, -3e17F}) {
+    ArrayNoiseProcessing chain(2, 512);
+    Eigen::ArrayXXf input = noiseBlock(3 * rate, 2);
+    input.col(1).segment(rate, hop).setConstant(broken);
+    const Eigen::ArrayXf output = processed(chain, input);
+    EXPECT_TRUE(output.isFinite().all()) << broken;
+    EXPECT_LT(output.abs().maxCoeff(), 0.1F) << broken;
+    EXPECT_GT(output.tail(rate).square().mean(), 1e-6F) << broken;
+  }
+}
+
 TEST(ArrayNoiseProcessing, LongSilenceDoesNotEndIt) {
   cutDenormals();
   ArrayNoiseProcessing chain(2, 512);

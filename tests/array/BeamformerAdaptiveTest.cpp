@@ -81,6 +81,10 @@ TEST(BeamformerAdaptive, PassesTheFirstMicrophoneButForTheBinsSolvedSoFar) {
   EXPECT_EQ(BeamformerAdaptive(1, 0, 125.0F).binsPerFrame, 0);
   BeamformerAdaptive beamformer(3, 257, 125.0F);
   EXPECT_NEAR(beamformer.covarianceRate, 0.0015987F, 1e-7F);
+  beamformer.apply({.covarianceTimeConstant = -1.0F, .thresholdScale = 1.0F});
+  EXPECT_EQ(beamformer.covarianceRate, 1.0F);  // held to its lower bound
+  beamformer.apply({});
+  EXPECT_NEAR(beamformer.covarianceRate, 0.0015987F, 1e-7F);
   Eigen::ArrayXcf output(257);
   const Eigen::ArrayXXcf input = randomFrame(257, 3, 1);
   beamformer.process(input, output);

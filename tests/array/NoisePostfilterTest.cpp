@@ -73,6 +73,16 @@ TEST(NoisePostfilter, SpeechLeavesTheSecondSmoothedSpectrumAlone) {
   EXPECT_NEAR(estimator.S2[100], 1.0F, 1e-3F);
 }
 
+// As after a gain of 1e18, which a stored value can ask for.
+TEST(NoisePostfilter, APriorRatioBeyondFloatLeavesTheNoiseAlone) {
+  NoiseEstimator estimator(bins);
+  const Eigen::ArrayXf steady = Eigen::ArrayXf::Ones(bins);
+  for (int frame = 0; frame < 500; ++frame) estimator.update(steady, steady);
+  const float before = estimator.noiseUnbiased[100];
+  estimator.update(2.0F * steady, Eigen::ArrayXf::Constant(bins, 3e38F));
+  EXPECT_EQ(estimator.noiseUnbiased[100], before);
+}
+
 // One bin of full gain: the Hamming window spreads it over its neighbours with 0.54 to 0.23.
 TEST(SpectralGain, ShapingSmoothsOverBinsAndKeepsTheEnergy) {
   SpectralGain spectralGain(bins);
