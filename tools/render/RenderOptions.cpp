@@ -90,6 +90,7 @@ std::optional<RenderOptions> parseRenderOptions(int argc, const char* const* arg
 
   CLI::App app{description, "vellumic-render"};
   app.footer(footer);
+  app.allow_windows_style_options(false);  // "/path" is a file
   app.add_option("--class", className, "efx (equaliser), mfx (array chain), kdmfx")
       ->option_text("CLASS [mfx]");
   app.add_option("--mode", modeName, namesOf(modeNames))->option_text("MODE [default]");

@@ -1,0 +1,95 @@
+#include "tools/host/HostOptions.h"
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <map>
+
+namespace vellumic::tools {
+namespace {
+
+const std::map<std::string, GUID> modes{
+    {"default", {0xC18E2F7E, 0x933D, 0x4965, {0xB7, 0xD1, 0x1E, 0xEF, 0x22, 0x8D, 0x2A, 0xF3}}},
+    {"raw", {0x9E90EA20, 0xB493, 0x4FD1, {0xA1, 0xA8, 0x7E, 0x13, 0x61, 0xA9, 0x56, 0xCF}}},
+    {"speech", {0xFC1CFC9B, 0xB9D6, 0x4CFA, {0xB5, 0xE0, 0x4B, 0xB2, 0x16, 0x68, 0x78, 0xB2}}}};
+
+constexpr const char* footer = R"(
+Without --settings and --set the registry's active setting is used as it is. With them a setting of
+this program's own is stored and active while it runs (as administrator), starting from the factory
+values.
+
+Examples:
+  vellumic-host --class efx --set equalizer.enabled=true in.wav out.wav
+  vellumic-host --class mfx --mode speech --settings array.toml --far speakers.wav in.wav out.wav
+  vellumic-host --class mfx --class efx --endpoint Array --live 10 out.wav
+  vellumic-host --list)";
+
+}  // namespace
+
+std::optional<HostOptions> parseHostOptions(int argc, const char* const* argv) {
+  HostOptions options;
+  std::string mode = "default";
+  std::vector<std::string> files;
+  CLI::App app("Runs the registered capture effects as the audio engine would.", "vellumic-host");
+  app.footer(footer);
+  app.allow_windows_style_options(false);  // "/path" is a file
+  app.add_option("--class", options.classes, "efx, mfx or kdmfx; several process in turn")
+      ->option_text("CLASS [mfx]")
+      ->expected(1)
+      ->take_all();
+  app.add_option("--mode", mode, "default, raw or speech")->option_text("MODE [default]");
+  app.add_option("--endpoint", options.endpoint, "microphone: part of its name, or GUID")
+      ->option_text("TEXT");
+  app.add_option("--settings", options.settingsFiles, "settings file (repeatable)")
+      ->option_text("FILE.toml")
+      ->expected(1)
+      ->take_all();
+  app.add_option("--set", options.assignments, "one setting (repeatable)")
+      ->option_text("NAME=VALUE")
+      ->expected(1)
+      ->take_all();
+  auto* farOption =
+      app.add_option("--far", options.farFile, "the loudspeakers' loopback from a file")
+          ->option_text("FILE.wav");
+  app.add_option("--monitor", options.monitor, "the loopback from this microphone")
+      ->option_text("TEXT")
+      ->excludes(farOption);
+  app.add_option("--volume", options.volume, "linear endpoint volume, where it is stood in for")
+      ->option_text("X [1]")
+      ->check(CLI::Range(0.0F, 1.0F));
+  app.add_flag("--service", options.service, "stand in for the companion service");
+  app.add_option("--reload", options.reloadFile, "settings on top at every other reload")
+      ->option_text("FILE.toml");
+  app.add_option("--reload-every", options.reloadEvery, "have the setting read again while running")
+      ->option_text("SECONDS")
+      ->check(CLI::Range(0.05, 3600.0));
+  app.add_option("--live", options.liveSeconds, "from the microphone, for so long")
+      ->option_text("SECONDS")
+      ->check(CLI::Range(0.1, 86400.0));
+  app.add_flag("--list", options.list, "list the microphones");
+  app.add_option("FILES", files, "INPUT.wav OUTPUT.wav, with --live OUTPUT.wav")->option_text(" ");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp&) {
+    std::cout << app.help();
+    return std::nullopt;
+  } catch (const CLI::ParseError& error) {
+    throw HostUsageError(std::string(error.what()) + "; see vellumic-host --help");
+  }
+  const auto found = modes.find(mode);
+  if (found == modes.end())
+    throw HostUsageError("--mode " + mode + ": write default, raw or speech");
+  options.mode = found->second;
+  if (options.classes.empty()) options.classes.push_back("mfx");
+  if (options.reloadEvery > 0.0 && !options.service)
+    throw HostUsageError("--reload-every: needs --service, which knows the objects' events");
+  if (options.list) return options;
+  const std::size_t wanted = options.liveSeconds > 0.0 ? 1 : 2;
+  if (files.size() != wanted)
+    throw HostUsageError(wanted == 1 ? "write one file, OUTPUT.wav, with --live"
+                                     : "write two files: INPUT.wav OUTPUT.wav");
+  if (wanted == 2) options.inputFile = files.front();
+  options.outputFile = files.back();
+  return options;
+}
+
+}  // namespace vellumic::tools

@@ -1,0 +1,38 @@
+// The command line of vellumic-host, read and checked, nothing opened yet.
+#pragma once
+
+#include <windows.h>
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace vellumic::tools {
+
+struct HostOptions {
+  std::vector<std::string> classes;  // in the order in which they process
+  GUID mode{};
+  std::string endpoint;  // name or GUID; empty: the default
+  std::vector<std::string> settingsFiles, assignments;
+  std::string farFile, monitor;
+  std::string reloadFile;    // on top of the settings, every other reload
+  double reloadEvery = 0.0;  // s; 0: never
+  double liveSeconds = 0.0;  // 0: from a file
+  float volume = 1.0F;
+  bool service = false, list = false;
+  std::string inputFile, outputFile;
+
+  [[nodiscard]] bool storesSettings() const {
+    return !settingsFiles.empty() || !assignments.empty() || !reloadFile.empty();
+  }
+};
+
+class HostUsageError : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Nothing when help was asked for and printed. Throws HostUsageError.
+std::optional<HostOptions> parseHostOptions(int argc, const char* const* argv);
+
+}  // namespace vellumic::tools

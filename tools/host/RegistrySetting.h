@@ -1,0 +1,30 @@
+// A setting in the registry for as long as the program runs, as a controlling program would store
+// it: Param<n> values of a setting of our own, selected as the active one. The setting that was
+// active before is selected again at the end. Writing needs an administrator's rights on Windows.
+#pragma once
+
+#include <windows.h>
+
+#include <optional>
+#include <string>
+
+#include "control/Handle.h"
+#include "parameters/Catalogue.h"
+
+namespace vellumic::tools {
+
+class RegistrySetting {
+ public:
+  explicit RegistrySetting(const RawValues& values);  // throws std::runtime_error
+  ~RegistrySetting();
+  RegistrySetting(const RegistrySetting&) = delete;
+  RegistrySetting& operator=(const RegistrySetting&) = delete;
+
+  void store(const RawValues& values);
+
+ private:
+  RegistryKey settings_, setting_;
+  std::optional<std::wstring> activeBefore_;
+};
+
+}  // namespace vellumic::tools

@@ -1,0 +1,96 @@
+#include "tools/host/ServiceStandIn.h"
+
+#include <cstring>
+#include <stdexcept>
+
+#include "control/Names.h"
+
+namespace vellumic::tools {
+
+ServiceStandIn::ServiceStandIn()
+    : mapping_(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
+                                  sizeof(StatusBoard), sharedMemoryName)) {
+  const bool exists = GetLastError() == ERROR_ALREADY_EXISTS;
+  view_.reset(MapViewOfFile(mapping_.get(), FILE_MAP_WRITE, 0, 0, sizeof(StatusBoard)));
+  if (!view_ || exists)
+    throw std::runtime_error("service: cannot make the status board; is the service running?");
+  static_cast<StatusBoard*>(view_.get())->version = statusLayoutVersion;
+  mutex_.reset(CreateMutexW(nullptr, FALSE, sharedMemoryMutexName));
+  event_.reset(CreateEventW(nullptr, FALSE, FALSE, sharedMemoryEventName));
+  ping_.reset(CreateEventW(nullptr, FALSE, FALSE, pingEventName));
+  quit_.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  if (!mutex_ || !event_ || !ping_ || !quit_)
+    throw std::runtime_error("service: cannot make its events");
+  thread_ = std::thread([this] { watch(); });
+}
+
+ServiceStandIn::~ServiceStandIn() {
+  SetEvent(quit_.get());
+  thread_.join();
+}
+
+void ServiceStandIn::watch() noexcept {
+  constexpr DWORD pingEveryMs = 1000;
+  const HANDLE handles[] = {quit_.get(), event_.get()};
+  ULONGLONG nextPing = GetTickCount64() + pingEveryMs;
+  for (;;) {
+    const ULONGLONG now = GetTickCount64();
+    const DWORD wait = nextPing > now ? static_cast<DWORD>(nextPing - now) : 0;
+    const DWORD result = WaitForMultipleObjects(2, handles, FALSE, wait);
+    if (result == WAIT_OBJECT_0) return;
+    if (result == WAIT_OBJECT_0 + 1) noteBoard();
+    if (result != WAIT_TIMEOUT) continue;
+    // One signal wakes one object: as many as there are, a moment apart.
+    std::size_t objects = 0;
+    {
+      const std::scoped_lock lock(seenMutex_);
+      objects = seen_.size();
+    }
+    for (std::size_t i = 0; i < objects; ++i) {
+      SetEvent(ping_.get());
+      if (WaitForSingleObject(event_.get(), 100) == WAIT_OBJECT_0) noteBoard();
+    }
+    nextPing += pingEveryMs;
+  }
+}
+
+void ServiceStandIn::noteBoard() noexcept {
+  if (WaitForSingleObject(mutex_.get(), 1000) != WAIT_OBJECT_0) return;
+  const StatusBlock block = static_cast<const StatusBoard*>(view_.get())->block;
+  ReleaseMutex(mutex_.get());
+  std::array<std::uint32_t, 4> instance{};
+  std::memcpy(instance.data(), &block.instance, sizeof instance);
+  const std::scoped_lock lock(seenMutex_);
+  Seen& seen = seen_[instance];
+  seen.classId = block.classId;
+  seen.propertyEvent = block.propertyEvent;
+  ++seen.times;
+}
+
+int ServiceStandIn::timesSeen(const CLSID& classId) const {
+  const std::scoped_lock lock(seenMutex_);
+  int times = 0;
+  for (const auto& [instance, seen] : seen_)
+    if (IsEqualGUID(seen.classId, classId)) times += seen.times;
+  return times;
+}
+
+bool ServiceStandIn::waitFor(const CLSID& classId, DWORD milliseconds) const {
+  constexpr DWORD step = 10;
+  for (DWORD waited = 0; timesSeen(classId) == 0; waited += step) {
+    if (waited >= milliseconds) return false;
+    Sleep(step);
+  }
+  return true;
+}
+
+std::size_t ServiceStandIn::tellToReload() const {
+  const std::scoped_lock lock(seenMutex_);
+  for (const auto& [instance, seen] : seen_)
+    if (const KernelHandle event(OpenEventW(EVENT_MODIFY_STATE, FALSE, seen.propertyEvent.data()));
+        event)
+      SetEvent(event.get());
+  return seen_.size();
+}
+
+}  // namespace vellumic::tools

@@ -1,0 +1,50 @@
+// The companion service as far as the effects know it: it owns the status board, pings once a
+// second, notes which objects answer, and tells them to read their setting again.
+//
+// Construct it before the effects: they look for the board when they are made.
+#pragma once
+
+#include <windows.h>
+
+#include <array>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "control/Handle.h"
+#include "control/StatusBlock.h"
+
+namespace vellumic::tools {
+
+class ServiceStandIn {
+ public:
+  ServiceStandIn();  // throws std::runtime_error if the real service runs
+  ~ServiceStandIn();
+  ServiceStandIn(const ServiceStandIn&) = delete;
+  ServiceStandIn& operator=(const ServiceStandIn&) = delete;
+
+  // Waits until an object of the class has shown itself; false after the time.
+  bool waitFor(const CLSID& classId, DWORD milliseconds) const;
+  // Signals the property event of every object seen. Gives their number.
+  std::size_t tellToReload() const;
+  // How often the board showed an object of the class.
+  int timesSeen(const CLSID& classId) const;
+
+ private:
+  void watch() noexcept;
+  void noteBoard() noexcept;
+
+  struct Seen {
+    CLSID classId{};
+    StatusText propertyEvent{};
+    int times = 0;
+  };
+  KernelHandle mapping_, mutex_, event_, ping_, quit_;
+  MappedView view_;
+  mutable std::mutex seenMutex_;
+  std::map<std::array<std::uint32_t, 4>, Seen> seen_;  // by instance
+  std::thread thread_;
+};
+
+}  // namespace vellumic::tools
