@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 #include "control/DeviceProperties.h"
 
 namespace vellumic {
 namespace {
+
+constexpr UINT mostChannels = 4096;  // of any stream
 
 // Runs the steps in order up to the first failure, whose result it gives.
 template <class... Steps>
@@ -18,33 +21,22 @@ HRESULT inOrder(Steps... steps) {
 
 }  // namespace
 
-HRESULT readLevels(IAudioEndpointVolume& volume, VolumeLevels& levels) {
-  UINT channels = 0;
-  const HRESULT result =
-      inOrder([&] { return volume.GetChannelCount(&channels); },
-              [&] { return volume.GetMasterVolumeLevel(&levels.masterDb); },
-              [&] { return volume.GetMasterVolumeLevelScalar(&levels.masterScalar); });
-  if (FAILED(result)) return result;
-  channels = std::min(channels, UINT{4096});  // the most that a stream can have
-  levels.channelLevelsDb.assign(channels, 0.0F);
-  levels.channelLevelsScalar.assign(channels, 0.0F);
-  for (UINT channel = 0; channel < channels; ++channel) {
-    const HRESULT channelResult = inOrder(
-        [&] { return volume.GetChannelVolumeLevel(channel, &levels.channelLevelsDb[channel]); },
-        [&] {
-          return volume.GetChannelVolumeLevelScalar(channel, &levels.channelLevelsScalar[channel]);
-        });
-    if (FAILED(channelResult)) return channelResult;
-  }
-  if (channels > 0) {
-    levels.channel0Db = levels.channelLevelsDb[0];
-    levels.channel0Scalar = levels.channelLevelsScalar[0];
-  }
-  if (channels > 1) {
-    levels.channel1Db = levels.channelLevelsDb[1];
-    levels.channel1Scalar = levels.channelLevelsScalar[1];
-  }
-  return S_OK;
+HRESULT readLevels(IAudioEndpointVolume& volume, UINT channels, VolumeLevels& levels) {
+  const auto readChannel = [&](UINT channel, float& decibels, float& scalar) {
+    return inOrder([&] { return volume.GetChannelVolumeLevel(channel, &decibels); },
+                   [&] { return volume.GetChannelVolumeLevelScalar(channel, &scalar); });
+  };
+  HRESULT result = inOrder([&] { return volume.GetMasterVolumeLevel(&levels.masterDb); },
+                           [&] { return volume.GetMasterVolumeLevelScalar(&levels.masterScalar); });
+  if (SUCCEEDED(result) && channels > 0)
+    result = readChannel(0, levels.channel0Db, levels.channel0Scalar);
+  if (SUCCEEDED(result) && channels > 1)
+    result = readChannel(1, levels.channel1Db, levels.channel1Scalar);
+  const std::size_t kept = std::min<std::size_t>(channels, levels.channelLevelsDb.size());
+  for (UINT channel = 0; SUCCEEDED(result) && channel < kept; ++channel)
+    result =
+        readChannel(channel, levels.channelLevelsDb[channel], levels.channelLevelsScalar[channel]);
+  return result;
 }
 
 HRESULT _CAudioEndpointVolumeCallback::QueryInterface(REFIID id, void** object) noexcept {
@@ -114,8 +106,10 @@ HRESULT _CAudioEndpointVolumeCallback::refresh() {
     const LockScope scope(levelLock_);
     refreshedVolume_ = control;
   }
-  VolumeLevels fresh;
-  result = readLevels(*control.get(), fresh);
+  VolumeLevels fresh = levels();  // the channels stay as many as the snapshot had
+  UINT channels = 0;
+  result = inOrder([&] { return control->GetChannelCount(&channels); },
+                   [&] { return readLevels(*control.get(), channels, fresh); });
   if (FAILED(result)) return result;
   const LockScope scope(levelLock_);
   levels_ = std::move(fresh);
@@ -134,9 +128,16 @@ void _CAudioEndpointVolumeCallback::tellTarget() {
 HRESULT _CAudioEndpointVolumeCallback::takeSnapshot(IAudioEndpointVolume& control) {
   BOOL muted = FALSE;
   if (FAILED(control.GetMute(&muted))) return S_OK;
+  UINT channels = 0;
   VolumeLevels levels;
+  const auto readSized = [&] {
+    channels = std::min(channels, mostChannels);
+    levels.channelLevelsDb.resize(channels);
+    levels.channelLevelsScalar.resize(channels);
+    return readLevels(control, channels, levels);
+  };
   const HRESULT result = inOrder([&] { return control.GetVolumeRange(&minDb, &maxDb, &stepDb); },
-                                 [&] { return readLevels(control, levels); });
+                                 [&] { return control.GetChannelCount(&channels); }, readSized);
   if (FAILED(result)) return result;
   const LockScope scope(levelLock_);
   muted_ = muted != FALSE;
@@ -163,14 +164,16 @@ void _CAudioEndpointVolumeCallback::detach() {
 }
 
 void _CAudioEndpointVolumeCallback::unfollow() noexcept {
-  if (registered_) endpointVolume_->UnregisterControlChangeNotify(this);
-  registered_ = false;
-  endpointVolume_.reset();
-  ComPtr<IAudioEndpointVolume> refreshed;
+  ComPtr<IAudioEndpointVolume> control, refreshed;
+  bool registered = false;
   {
     const LockScope scope(levelLock_);
-    refreshed = std::move(refreshedVolume_);
+    control = std::move(endpointVolume_);
+    registered = std::exchange(registered_, false);
   }
+  if (registered) control->UnregisterControlChangeNotify(this);
+  const LockScope scope(levelLock_);  // no notification runs any more: this was the last one's
+  std::swap(refreshed, refreshedVolume_);
 }
 
 VolumeLevels _CAudioEndpointVolumeCallback::levels() const {

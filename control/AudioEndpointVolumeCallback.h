@@ -43,8 +43,9 @@ struct VolumeLevels {
   float masterDb = unknownLevel, channel0Db = unknownLevel, channel1Db = unknownLevel;
 };
 
-// Reads master and channel levels; the first failure ends it and is returned.
-HRESULT readLevels(IAudioEndpointVolume& volume, VolumeLevels& levels);
+// Reads the levels of a control with that many channels: master, the first two channels, and the
+// vectors as far as they go. The first failure ends it and is returned.
+HRESULT readLevels(IAudioEndpointVolume& volume, UINT channels, VolumeLevels& levels);
 
 class _CAudioEndpointVolumeCallback final : public IAudioEndpointVolumeCallback {
  public:

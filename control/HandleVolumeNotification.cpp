@@ -69,16 +69,18 @@ bool CHandleVolumeNotification::add(VolumeHandler handler, HANDLE effectsChanged
 }
 
 void CHandleVolumeNotification::clear() noexcept {
-  // Entries stay readable until no handler can run any more: one that is running finds its levels.
-  const auto forEach = [this](auto&& action) {
-    for (auto& entry : entries_)
-      action(*entry.second.get());  // the map changes on this thread only
-  };
-  forEach([](Callback& callback) { callback.detach(); });
-  forEach([](Callback& callback) { callback.unfollow(); });
-  std::map<std::wstring, ComPtr<Callback>> removed;
+  while (const auto entry = first()) {
+    entry->detach();
+    entry->unfollow();
+    // Readable until here: a handler that was running found its levels.
+    const LockScope scope(mapLock_);
+    std::erase_if(entries_, [&](const auto& item) { return item.second.get() == entry.get(); });
+  }
+}
+
+ComPtr<_CAudioEndpointVolumeCallback> CHandleVolumeNotification::first() const noexcept {
   const LockScope scope(mapLock_);
-  removed.swap(entries_);
+  return entries_.empty() ? ComPtr<Callback>() : entries_.begin()->second;
 }
 
 ComPtr<_CAudioEndpointVolumeCallback> CHandleVolumeNotification::find(

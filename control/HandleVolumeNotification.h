@@ -1,8 +1,9 @@
 // Follows the system volume of an object's endpoint: from its lock to its unlock.
 //
-// Threads: add() and clear() on the control thread, one at a time and never under parameterLock;
-// the readers on any thread but the real-time thread. clear() holds no lock while it unregisters,
-// so an audio service that waits there for a running notification cannot deadlock with it.
+// Threads: add() and clear() on control threads, where an add() that meets a clear() may be cleared
+// with the rest, and never under parameterLock; the readers on any thread but the real-time thread.
+// clear() holds no lock while it unregisters, so an audio service that waits there for a running
+// notification cannot deadlock with it.
 #pragma once
 
 #include <map>
@@ -41,6 +42,7 @@ class CHandleVolumeNotification {
 
  private:
   using Callback = _CAudioEndpointVolumeCallback;
+  ComPtr<Callback> first() const noexcept;  // empty: no entry
   ComPtr<Callback> find(const std::wstring& id) const;
 
   mutable CriticalLock mapLock_;

@@ -174,6 +174,15 @@ TEST_F(Volume, MonoEndpointMovesTheMasterOnly) {
   EXPECT_EQ(microphone.volume.references, 2U);  // registered with, and one kept for refreshes
 }
 
+TEST_F(Volume, WithoutAFirstMuteStateOnlyTheMasterIsFollowed) {
+  microphone.volume.failing = "mute";
+  ASSERT_TRUE(add());
+  sets.setVolumes(notification.volumes(L"mic"));
+  microphone.volume.failing.clear();
+  EXPECT_EQ(microphone.volume.notify(), S_OK);
+  expectVolumes(gain(-6), 1.0F, 1.0F);
+}
+
 TEST_F(Volume, WhatCannotBeReadDecidesWhatTheLockSees) {
   struct Case {
     const char* failing;
