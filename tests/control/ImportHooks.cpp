@@ -12,7 +12,8 @@ namespace {
 
 enum class Kind { handle, view, key };
 std::mutex registerMutex;
-std::set<std::pair<Kind, const void*>> opened;
+// Never destroyed: the runtime closes handles until the process is gone.
+auto& opened = *new std::set<std::pair<Kind, const void*>>;
 std::function<bool()> queryAction;
 
 void note(Kind kind, const void* object, bool isOpen) {

@@ -16,6 +16,7 @@ namespace vellumic::test {
 class RegistrySandbox {
  public:
   RegistrySandbox() : name_(L"Software\\VellumicTest" + std::to_wstring(GetCurrentProcessId())) {
+    RegDeleteTreeW(HKEY_CURRENT_USER, name_.c_str());  // of a process that did not end by itself
     EXPECT_EQ(ERROR_SUCCESS, RegCreateKeyW(HKEY_CURRENT_USER, name_.c_str(), &root_));
     EXPECT_EQ(ERROR_SUCCESS, RegOverridePredefKey(HKEY_LOCAL_MACHINE, root_));
   }
