@@ -45,6 +45,7 @@ class CaptureObject : public CSharedMemoryAccessHandler,
     if (options.propertyEvent) sync.event(ThreadEvent::reload) = createOpenEvent(nullptr);
     if (options.pingEvent) sync.event(ThreadEvent::ping) = createOpenEvent(pingEventName);
     updateStatus([](StatusBlock& block) { block.instance.Data1 = 77; });
+    this->endpointGuidString = L"{endpoint}";
     open();
     this->start(this);
     Sleep(5);  // the thread must wait for the end of this scope
@@ -243,6 +244,13 @@ TEST_F(ParameterThread, EndsInEveryState) {
   }
   { Endpoint failingWait({.propertyEvent = false}); }
   {
+    Endpoint unusedSignals;
+    ASSERT_TRUE(unusedSignals.reload());
+    for (const auto which : {ThreadEvent::unused1, ThreadEvent::unused2, ThreadEvent::unused3})
+      SetEvent(unusedSignals.sync.event(which).get());
+    EXPECT_TRUE(unusedSignals.reload());
+  }
+  {
     std::atomic<bool> reloading{false};
     Endpoint destroyedAtWork;
     ASSERT_TRUE(destroyedAtWork.reload());
@@ -252,18 +260,20 @@ TEST_F(ParameterThread, EndsInEveryState) {
   }
   onRegistryQuery(nullptr);
   OpenObjects after = openObjects();
-  --after.keys;  // the earlier reload's, of the object that reloaded twice
+  after.keys -= 2;  // the earlier reloads', of the objects that reloaded twice
   EXPECT_EQ(after, before);
 }
 
 TEST_F(ParameterThread, ManyReloadsLoseOneKeyEachAndNothingElse) {
   constexpr int reloads = 1000;
+  registry.write(renderEndpointsPath + std::wstring(L"{endpoint}\\FxProperties"), L"", 0);
   onRegistryQuery([] { return true; });
   const OpenObjects before = openObjects();
   {
     Endpoint object;
     ASSERT_TRUE(object.reload());
     const OpenObjects first = openObjects();
+    EXPECT_EQ(first.keys, before.keys + 3);  // the setting's tree, the endpoint, the product
     const auto used = object.arena.used();
     for (int reload = 1; reload < reloads; ++reload) ASSERT_TRUE(object.reload());
     EXPECT_EQ(openObjects().handles, first.handles);

@@ -129,6 +129,9 @@ TEST_F(RegistryTest, OversizedValueCountsAndLeavesTheSlot) {
   EXPECT_EQ(parallelCount(L"2"), rawCount);
   EXPECT_EQ(values.a[4], 0.0F);
   EXPECT_EQ(values.a[5], 6.0F);
+  values.a[4] = untouched;
+  ASSERT_TRUE(reload());
+  EXPECT_EQ(values.a[4], untouched);
 }
 
 TEST_F(RegistryTest, HardwareOutputPathMapsTheChoice) {
@@ -153,7 +156,7 @@ TEST_F(RegistryTest, HeadsetOverrideIsTheLastMatchingDevices) {
   };
   const auto first = device(L"\\0001", L"isstrtc.sys"), second = device(L"\\0002", L"isstrtc.sys");
   device(L"\\0000", L"ISSTRTC.SYS");
-  device(L"\\0003", std::wstring(120, L'd'));
+  device(L"\\0003", std::wstring(126, L'd'));  // 254 bytes, the longest
   registry.write(first, L"HeadsetStatus", 1);
   registry.write(second, L"HeadsetStatus", 2);
   parameters.readHardwareOutputPath();
