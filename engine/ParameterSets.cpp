@@ -96,9 +96,10 @@ std::optional<EffectsChange> ParameterSets::lock(const StreamFormat& format,
   engine_.outputIndex = slotMapOf(format.outputChannels, format.outputMask);
   engine_.arena = &arena_;
 
-  prepareImage(engine_, fadeState(), image, pendingMask());
+  const bool usesLoopback = prepareImage(engine_, fadeState(), image, pendingMask());
   const EffectsChange change = build(processingMode, effectMode);
   engine_.adopt();
+  if (usesLoopback) engine_.pipeline.startLoopback();
   copyPendingToCurrent();
 
   endFade(fadeState());

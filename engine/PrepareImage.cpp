@@ -17,19 +17,16 @@ void clear(ImageView image, Entry first, Entry last) noexcept {
   for (std::size_t i = index(first); i <= index(last); ++i) image.at(i) = 0.0F;
 }
 
-void preparePipeline(FrameEngine& engine, EffectMode mode, int channels) {
-  PipelineHandover& handover = engine.handover.pipeline;
-  if (mode == EffectMode::array) {
+void preparePipeline(PipelineHandover& handover, EffectMode mode, int channels) {
+  if (mode == EffectMode::array)
     handover.prepareStream(streamBlockSize, channels, false);
-    engine.pipeline.startLoopback();
-  } else if (mode == EffectMode::arrayFourChannel) {
+  else if (mode == EffectMode::arrayFourChannel)
     handover.prepareStream(streamBlockSize, channels - frameReferences, true);
-  }
 }
 
 }  // namespace
 
-void prepareImage(FrameEngine& engine, FadeView fadeState, ImageView image, MaskView mask) {
+bool prepareImage(FrameEngine& engine, FadeView fadeState, ImageView image, MaskView mask) {
   clear(image, Entry::effectStates, Entry::lastEffectState);
   clear(image, Entry::inputLowFrequency, Entry::outputBacks);
   clear(image, Entry::extraSpeakers, Entry::lastExtraSpeakers);
@@ -45,10 +42,11 @@ void prepareImage(FrameEngine& engine, FadeView fadeState, ImageView image, Mask
   image[Entry::outputGain] = 1.0F;
 
   const float category = image[Entry::category];
-  if (category == static_cast<float>(Category::speech) ||
-      category == static_cast<float>(Category::other))
-    preparePipeline(engine, mode, channels);
+  const bool readied = category == static_cast<float>(Category::speech) ||
+                       category == static_cast<float>(Category::other);
+  if (readied) preparePipeline(engine.handover.pipeline, mode, channels);
   buildMask(ConstImageView(image.span()), mask);
+  return readied && mode == EffectMode::array;
 }
 
 }  // namespace vellumic

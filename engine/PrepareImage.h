@@ -10,6 +10,9 @@ class FrameEngine;
 
 // Takes mode, category and channel count from entries 7, 5 and 19, that is from the build before.
 // Only the speech mode and those without a category of their own ready the pipeline.
-void prepareImage(FrameEngine& engine, FadeView fadeState, ImageView image, MaskView mask);
+//
+// True if the stream takes its references from the loopback. Start that once the stream's own
+// build is adopted: it opens for the internal rate in force.
+bool prepareImage(FrameEngine& engine, FadeView fadeState, ImageView image, MaskView mask);
 
 }  // namespace vellumic

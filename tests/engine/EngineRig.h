@@ -18,11 +18,13 @@ struct RigSetup {
   EffectMode mode = EffectMode::equalizer;
   ProcessingMode processingMode = ProcessingMode::standard;
   StreamFormat format{.sampleRate = 48000.0F, .inputChannels = 2, .outputChannels = 2};
+  LoopbackOpener openLoopback{};
 };
 
 class EngineRig {
  public:
-  explicit EngineRig(const RawValues& settings, const RigSetup& setup = {}) : setup_(setup) {
+  explicit EngineRig(const RawValues& settings, const RigSetup& setup = {})
+      : core(std::make_unique<CaptureCore>(setup.openLoopback)), setup_(setup) {
     if (!core->sets.allocate()) throw std::bad_alloc();
     std::ranges::copy(settings, core->sets.rawParameters().begin());
     core->sets.settingRead();
@@ -62,7 +64,7 @@ class EngineRig {
   FadeView fade() { return FadeView(*core->context.fadeSlot); }
   ImageView image() { return ImageView(*core->context.imageSlot); }
 
-  std::unique_ptr<CaptureCore> core = std::make_unique<CaptureCore>(LoopbackOpener{});
+  std::unique_ptr<CaptureCore> core;
 
  private:
   RigSetup setup_;

@@ -35,6 +35,24 @@ TEST(Process, AReloadWhileUnlockedOnlyStages) {
   EXPECT_EQ(rig.core->engine.equalizer.pairs()[0].section(0, 0).b0, 0.25F);
 }
 
+// A loopback keeps the rate that it opens at.
+TEST(Process, ALockOpensTheLoopbackAfterItsOwnBuildIsInForce) {
+  const CaptureCore* core = nullptr;
+  int opened = 0;
+  const auto open = [&]() -> std::unique_ptr<PacketSource> {
+    if (core == nullptr) return nullptr;
+    ++opened;
+    EXPECT_FALSE(core->engine.handover.pipeline.waiting());
+    return nullptr;
+  };
+  EngineRig rig(factorySettings(), {.mode = EffectMode::array,
+                                    .openLoopback = {.onHelperThread = false, .open = open}});
+  core = rig.core.get();
+  rig.reload(factoryWith({{Raw::internalRate, 24000.0F}}));
+  rig.lock({});
+  EXPECT_EQ(opened, 1);
+}
+
 struct ChannelCase {
   std::uint32_t inputs, outputs;
 };
@@ -82,6 +100,41 @@ TEST(Process, TheKeywordDetectorLeavesItsFourChannelFormWithAReload) {
   rig.core->sets.reload(factorySettings(), setup.processingMode, EffectMode::array);
   for (int call = 0; call < 20; ++call) rig.call(input);
   EXPECT_EQ(rig.image()[Entry::effectMode], static_cast<float>(EffectMode::array));
+}
+
+// Loudspeakers at 24 kHz that played 100 ms.
+class OnePacket final : public PacketSource {
+ public:
+  MixFormat mixFormat() const noexcept override { return {.channels = 2, .sampleRate = 24000}; }
+  bool start() noexcept override { return true; }
+  void stop() noexcept override {}
+  std::optional<std::uint32_t> nextPacketSize() noexcept override { return taken_ ? 0 : 2400; }
+  bool get(Packet& packet) noexcept override {
+    packet = {.samples = nullptr, .frames = 2400, .silent = true};
+    return true;
+  }
+  void release(std::uint32_t) noexcept override { taken_ = true; }
+
+ private:
+  bool taken_ = false;
+};
+
+TEST(Process, TheLoopbackOpensAtTheInternalRateOfItsStream) {
+  bool present = false;
+  const RigSetup setup{.mode = EffectMode::array,
+                       .openLoopback = {.open = [&present]() -> std::unique_ptr<PacketSource> {
+                                          return present ? std::make_unique<OnePacket>() : nullptr;
+                                        },
+                                        .onHelperThread = false}};
+  EngineRig rig(factorySettings(), setup);
+  present = true;
+  rig.reload(factoryWith({{Raw::internalRate, 24000.0F}}));  // not adopted before the lock
+  rig.lock(setup.format);
+  LoopbackSource& loopback = rig.core->engine.pipeline.echo.loopback;
+  loopback.drain();
+  ChannelArrays rows(2, std::vector<float>(2400));
+  EXPECT_FALSE(loopback.popBlock(rows, 2400));  // the first block is dropped
+  EXPECT_TRUE(loopback.popBlock(rows, 2400));
 }
 
 TEST(Call, ChecksCountsThenLock) {
