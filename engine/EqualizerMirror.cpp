@@ -17,14 +17,6 @@ constexpr std::array<SideEntries, equalizerSides> sides{{
     {Entry::equalizerEnableSecond, Entry::equalizerCoefficientsSecond},
 }};
 
-bool withoutEffect(const EqualizerSettings& settings) noexcept {
-  return std::ranges::all_of(settings.bands, [](const auto& side) {
-    return std::ranges::all_of(side, [](const EqualizerBandSettings& band) {
-      return band.gain == 1.0F || band.enable == 0.0F;
-    });
-  });
-}
-
 void mirrorBand(const EqualizerBandSettings& band, float sampleRate, std::size_t first,
                 ImageView image) noexcept {
   const auto design = designBiquad(band.type, band.frequency, band.q, band.gain, sampleRate);
@@ -42,7 +34,7 @@ void mirrorEqualizer(const EqualizerSettings& settings, float sampleRate,
     for (std::size_t band = 0; band < settings.bands[side].size(); ++band)
       image.at(index(sides[side].enables) + band) = settings.bands[side][band].enable;
 
-  if (settings.master == 1.0F && withoutEffect(settings)) image[Entry::equalizerMaster] = 0.0F;
+  if (settings.master == 1.0F && settings.allBandsNeutral()) image[Entry::equalizerMaster] = 0.0F;
   if (image[Entry::equalizerMaster] == 0.0F) return;
 
   for (std::size_t side = 0; side < sides.size(); ++side)
