@@ -35,24 +35,6 @@ TEST(Process, AReloadWhileUnlockedOnlyStages) {
   EXPECT_EQ(rig.core->engine.equalizer.pairs()[0].section(0, 0).b0, 0.25F);
 }
 
-// A loopback keeps the rate that it opens at.
-TEST(Process, ALockOpensTheLoopbackAfterItsOwnBuildIsInForce) {
-  const CaptureCore* core = nullptr;
-  int opened = 0;
-  const auto open = [&]() -> std::unique_ptr<PacketSource> {
-    if (core == nullptr) return nullptr;
-    ++opened;
-    EXPECT_FALSE(core->engine.handover.pipeline.waiting());
-    return nullptr;
-  };
-  EngineRig rig(factorySettings(), {.mode = EffectMode::array,
-                                    .openLoopback = {.onHelperThread = false, .open = open}});
-  core = rig.core.get();
-  rig.reload(factoryWith({{Raw::internalRate, 24000.0F}}));
-  rig.lock({});
-  EXPECT_EQ(opened, 1);
-}
-
 struct ChannelCase {
   std::uint32_t inputs, outputs;
 };
