@@ -23,6 +23,15 @@ Examples:
   vellumic-host --class mfx --class efx --endpoint Array --live 10 out.wav
   vellumic-host --list)";
 
+// A repeatable option that takes exactly one value each time, so that files may follow it.
+CLI::Option* addEach(CLI::App& app, const std::string& name, std::vector<std::string>& values,
+                     const std::string& description) {
+  return app
+      .add_option_function<std::string>(
+          name, [&values](const std::string& value) { values.push_back(value); }, description)
+      ->trigger_on_parse();
+}
+
 }  // namespace
 
 std::optional<HostOptions> parseHostOptions(int argc, const char* const* argv) {
@@ -32,21 +41,14 @@ std::optional<HostOptions> parseHostOptions(int argc, const char* const* argv) {
   CLI::App app("Runs the registered capture effects as the audio engine would.", "vellumic-host");
   app.footer(footer);
   app.allow_windows_style_options(false);  // "/path" is a file
-  app.add_option("--class", options.classes, "efx, mfx or kdmfx; several process in turn")
-      ->option_text("CLASS [mfx]")
-      ->expected(1)
-      ->take_all();
+  addEach(app, "--class", options.classes, "efx, mfx or kdmfx; several process in turn")
+      ->option_text("CLASS [mfx]");
   app.add_option("--mode", mode, "default, raw or speech")->option_text("MODE [default]");
   app.add_option("--endpoint", options.endpoint, "microphone: part of its name, or GUID")
       ->option_text("TEXT");
-  app.add_option("--settings", options.settingsFiles, "settings file (repeatable)")
-      ->option_text("FILE.toml")
-      ->expected(1)
-      ->take_all();
-  app.add_option("--set", options.assignments, "one setting (repeatable)")
-      ->option_text("NAME=VALUE")
-      ->expected(1)
-      ->take_all();
+  addEach(app, "--settings", options.settingsFiles, "settings file (repeatable)")
+      ->option_text("FILE.toml");
+  addEach(app, "--set", options.assignments, "one setting (repeatable)")->option_text("NAME=VALUE");
   auto* farOption =
       app.add_option("--far", options.farFile, "the loudspeakers' loopback from a file")
           ->option_text("FILE.wav");

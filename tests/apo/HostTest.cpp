@@ -1,0 +1,179 @@
+// The registered library under vellumic-host, against the renderer of the same build and on a
+// microphone that never stops.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <random>
+#include <sstream>
+
+#include "control/Handle.h"
+#include "tools/WaveFile.h"
+
+namespace vellumic::tools {
+namespace {
+
+std::filesystem::path programFolder() {
+  wchar_t path[1024] = {};
+  GetModuleFileNameW(nullptr, path, 1024);
+  return std::filesystem::path(path).parent_path();
+}
+
+struct Result {
+  DWORD code = 99;
+  std::string text;  // both streams
+
+  // The number behind a label, or -1.
+  double number(const std::string& label) const {
+    const std::size_t place = text.find(label);
+    return place == std::string::npos ? -1.0 : std::atof(text.c_str() + place + label.size());
+  }
+};
+
+class Host : public testing::Test {
+ protected:
+  Host() { std::filesystem::create_directories(folder); }
+  ~Host() override { std::filesystem::remove_all(folder); }
+
+  Result run(const std::string& program, const std::string& arguments) const {
+    const auto log = folder / "log.txt";
+    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
+    const HANDLE file = CreateFileW(log.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited,
+                                    CREATE_ALWAYS, 0, nullptr);
+    std::string command = (programFolder() / (program + ".exe")).string() + " " + arguments;
+    STARTUPINFOA startup{};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = startup.hStdError = file;
+    PROCESS_INFORMATION information{};
+    EXPECT_TRUE(CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+                               &startup, &information));
+    const KernelHandle process(information.hProcess), thread(information.hThread);
+    WaitForSingleObject(process.get(), 60000);
+    Result result;
+    GetExitCodeProcess(process.get(), &result.code);
+    CloseHandle(file);
+    std::stringstream text;
+    text << std::ifstream(log).rdbuf();
+    result.text = text.str();
+    return result;
+  }
+  std::string path(const char* name) const { return (folder / name).string(); }
+
+  // Bursts of noise, alike but not the same in all channels.
+  void writeNoise(const char* name, int channels, int sampleRate, unsigned seed) const {
+    WaveData wave{.format = {.sampleRate = sampleRate, .channels = channels}, .samples = {}};
+    std::mt19937 random(seed);
+    std::normal_distribution<float> noise(0.0F, 0.1F);
+    for (int frame = 0; frame < 3 * sampleRate; ++frame) {
+      const float common = frame / (sampleRate / 4) % 2 == 0 ? noise(random) : 0.0F;
+      for (int c = 0; c < channels; ++c) wave.samples.push_back(common + 0.1F * noise(random));
+    }
+    writeWave(path(name), wave);
+  }
+
+  const std::filesystem::path folder =
+      std::filesystem::temp_directory_path() /
+      ("vellumic-host-test-" + std::to_string(GetCurrentProcessId()));
+};
+
+TEST_F(Host, GivesTheRenderersSamples) {
+  writeNoise("four.wav", 4, 48000, 1);
+  writeNoise("two.wav", 2, 44100, 2);
+  writeNoise("one.wav", 1, 16000, 3);
+  writeNoise("far.wav", 2, 48000, 4);
+  std::ofstream(path("change.toml")) << "level.enabled = false\n";
+  const std::string factory = "--settings settings/factory.toml --far " + path("far.wav") + " ";
+  const std::string cases[] = {
+      "--class efx --settings settings/speech_equalizer.toml four.wav",
+      "--class efx --settings settings/speech_equalizer.toml one.wav",
+      "--class mfx --mode speech " + factory + "four.wav",
+      "--class mfx --mode default " + factory + "two.wav",
+      "--class mfx --mode raw " + factory + "one.wav",
+      "--class kdmfx --mode speech " + factory + "four.wav",
+      "--class kdmfx --mode default " + factory + "two.wav",
+  };
+  for (const std::string& line : cases) {
+    SCOPED_TRACE(line);
+    const std::size_t name = line.rfind(' ') + 1;
+    const std::string arguments = line.substr(0, name) + path(line.substr(name).c_str()) + " ";
+    const Result hosted = run("vellumic-host", "--endpoint array4 " + arguments + path("host.wav"));
+    const Result rendered = run("vellumic-render", arguments + path("render.wav"));
+    ASSERT_EQ(hosted.code, 0U) << hosted.text;
+    ASSERT_EQ(rendered.code, 0U) << rendered.text;
+    EXPECT_EQ(hosted.text.find("warning"), std::string::npos) << hosted.text;
+    const WaveData a = readWave(path("host.wav")), b = readWave(path("render.wav"));
+    ASSERT_EQ(a.samples.size(), b.samples.size());
+    EXPECT_EQ(std::memcmp(a.samples.data(), b.samples.data(), a.samples.size() * sizeof(float)), 0);
+    const WaveData input = readWave(path(line.substr(name).c_str()));
+    EXPECT_NE(a.samples, input.samples);  // something was done
+  }
+}
+
+// The echo reference counts: without it the result is another.
+TEST_F(Host, TheFarEndIsHeard) {
+  writeNoise("four.wav", 4, 48000, 1);
+  writeNoise("far.wav", 2, 48000, 1);
+  const std::string start = "--endpoint array4 --class mfx --settings settings/factory.toml ";
+  ASSERT_EQ(run("vellumic-host", start + path("four.wav") + " " + path("near.wav")).code, 0U);
+  ASSERT_EQ(run("vellumic-host", start + "--far " + path("far.wav") + " " + path("four.wav") + " " +
+                                     path("both.wav"))
+                .code,
+            0U);
+  EXPECT_NE(readWave(path("near.wav")).samples, readWave(path("both.wav")).samples);
+}
+
+TEST_F(Host, TellsWhatIsWrongInOneLine) {
+  writeNoise("three.wav", 3, 48000, 1);
+  const std::string files = path("three.wav") + " " + path("out.wav");
+  const struct {
+    std::string arguments;
+    const char* part;
+  } faults[] = {
+      {"--class lfx " + files, "efx, mfx or kdmfx"},
+      {"--endpoint nowhere " + files, "array8"},
+      {"--endpoint array4 " + files, "refuses"},
+      {"--reload-every 1 " + files, "--service"},
+      {"--endpoint array4 --settings gone.toml " + files, "gone.toml"},
+  };
+  for (const auto& fault : faults) {
+    const Result result = run("vellumic-host", fault.arguments);
+    EXPECT_EQ(result.code, 1U) << result.text;
+    EXPECT_NE(result.text.find(fault.part), std::string::npos) << result.text;
+  }
+}
+
+// Two effects on one live microphone, their setting changed every second, pinged every second.
+TEST_F(Host, LiveWithReloads) {
+  std::ofstream(path("change.toml")) << "noise.enabled = false\nequalizer.enabled = true\n";
+  const Result live =
+      run("vellumic-host",
+          "--endpoint array4 --class mfx --class efx --mode speech --settings "
+          "settings/factory.toml --reload " +
+              path("change.toml") +
+              " --reload-every 1 --service --monitor \"Monitor of speaker\" --live 20 " +
+              path("live.wav"));
+  std::cout << live.text;
+  ASSERT_EQ(live.code, 0U);
+  EXPECT_GE(live.number("Reloads: "), 15.0);
+  EXPECT_GE(live.number("mfx seen "), 10.0);
+  EXPECT_GE(live.number("efx seen "), 10.0);
+  // The machine may be busy with something else for a moment, never for long.
+  EXPECT_GE(live.number("Periods missed: "), 0.0);
+  EXPECT_LE(live.number("Periods missed: "), 4.0);
+  EXPECT_LT(live.number("p99 "), 10000.0);
+  const WaveData wave = readWave(path("live.wav"));
+  EXPECT_GE(wave.frames(), 20U * 48000U);
+  EXPECT_EQ(wave.format.channels, 4);
+  double energy = 0.0;
+  for (const float sample : wave.samples) energy += double{sample} * double{sample};
+  EXPECT_TRUE(std::isfinite(energy));
+  EXPECT_GT(energy, 0.0);
+}
+
+}  // namespace
+}  // namespace vellumic::tools
