@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <vector>
 
 #include "control/BoundedText.h"
 #include "control/DeviceProperties.h"

@@ -7,7 +7,6 @@
 #pragma once
 
 #include <map>
-#include <optional>
 #include <string>
 
 #include "control/AudioEndpointVolumeCallback.h"

@@ -70,8 +70,7 @@ void CParametersInRegistry::readHardwareOutputPath() {
 
 void CParametersInRegistry::readHeadsetOverride(HKEY device) {
   RegistryKey status = openKey(device, L"HeadsetStatus");
-  headsetStatusKey
-      .release();  // with several devices the last one's key is kept, the others stay open
+  headsetStatusKey.release();  // of several devices only the last one's key is closed in the end
   headsetStatusKey = std::move(status);
   if (!headsetStatusKey) return;
   std::uint32_t headset = 0;
