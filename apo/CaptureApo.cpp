@@ -62,10 +62,13 @@ HRESULT CaptureApo<Traits>::Initialize(UINT32 dataSize, BYTE* data) noexcept {
   InitData init{};
   if (const HRESULT result = readInitData(dataSize, data, init); FAILED(result)) return result;
 
+  bool late = false;  // another call was first; the object is its
   HRESULT result = guarded([&] {
     const LockScope scope(sync_.objectLock);
-    return initialize(init);
+    late = isInitialized.load();
+    return late ? apo_error::alreadyInitialized : initialize(init);
   });
+  if (late) return result;
   if (SUCCEEDED(result) && !Traits::startsWorkerInsideLock)
     result = guarded([&] {
       this->start(this);
@@ -183,26 +186,28 @@ HRESULT CaptureApo<Traits>::LockForProcess(UINT32 inputCount, APO_CONNECTION_DES
   if (!connectionLimits().accept(inputCount, outputCount) || inputs == nullptr ||
       outputs == nullptr || inputs[0] == nullptr || outputs[0] == nullptr)
     return E_UNEXPECTED;
-  const LockScope scope(objectCritSec);
-  if (isLocked.load()) return apo_error::locked;
-  if (!isInitialized.load()) return apo_error::notInitialized;
+  HRESULT result = S_OK;
+  {
+    const LockScope scope(objectCritSec);
+    if (isLocked.load()) return apo_error::locked;
+    if (!isInitialized.load()) return apo_error::notInitialized;
 
-  inputFormat_ = ComPtr<IAudioMediaType>::share(inputs[0]->pFormat);
-  outputFormat_ = ComPtr<IAudioMediaType>::share(outputs[0]->pFormat);
-  if (!inputFormat_ || !outputFormat_) return E_UNEXPECTED;
-  if (!formatTable_.supports(inputFormat_.get(), outputFormat_.get()))
-    return apo_error::invalidConnectionFormat;
-  const HRESULT result = guarded([this] {
-    return startStream(*inputFormat_->GetAudioFormat(), *outputFormat_->GetAudioFormat());
-  });
-  if (FAILED(result) && volume_) volume_->clear();
+    inputFormat_ = ComPtr<IAudioMediaType>::share(inputs[0]->pFormat);
+    outputFormat_ = ComPtr<IAudioMediaType>::share(outputs[0]->pFormat);
+    if (!inputFormat_ || !outputFormat_) return E_UNEXPECTED;
+    if (!formatTable_.supports(inputFormat_.get(), outputFormat_.get()))
+      return apo_error::invalidConnectionFormat;
+    result = guarded([this] {
+      return startStream(*inputFormat_->GetAudioFormat(), *outputFormat_->GetAudioFormat());
+    });
+  }
+  if (FAILED(result) && volume_) volume_->clear();  // no lock held, see the volume holder
   return result;
 }
 
 template <class Traits>
 HRESULT CaptureApo<Traits>::startStream(const WAVEFORMATEX& input, const WAVEFORMATEX& output) {
   const bool volumeKnown = followVolume();
-  const Volumes volumes = volumeKnown ? volume_->volumes(deviceIdString) : Volumes{};
   const StreamFormat format{.sampleRate = static_cast<float>(input.nSamplesPerSec),
                             .inputChannels = input.nChannels,
                             .outputChannels = output.nChannels,
@@ -210,7 +215,7 @@ HRESULT CaptureApo<Traits>::startStream(const WAVEFORMATEX& input, const WAVEFOR
                             .outputMask = maskOf(output)};
   {
     const LockScope scope(sync_.parameterLock);
-    if (volumeKnown) sets_.setVolumes(volumes);
+    if (volumeKnown) sets_.setVolumes(volume_->volumes(deviceIdString));
     const auto effects = sets_.lock(format, processingMode_, Traits::lockMode, context);
     if (!effects) return E_OUTOFMEMORY;
     if (effects->changed() && sync_.effectsChangedEvent) SetEvent(sync_.effectsChangedEvent.get());
@@ -229,12 +234,12 @@ HRESULT CaptureApo<Traits>::startStream(const WAVEFORMATEX& input, const WAVEFOR
 template <class Traits>
 bool CaptureApo<Traits>::followVolume() {
   if constexpr (Traits::followsVolume) {
-    HANDLE event = nullptr;
+    KernelHandle event;  // ours: GetEffectsList may replace the stored one meanwhile
     {
       const LockScope scope(sync_.parameterLock);
-      event = sync_.effectsChangedEvent.get();
+      if (sync_.effectsChangedEvent) event = duplicateEvent(sync_.effectsChangedEvent.get());
     }
-    return volume_->add([this](std::wstring id) { onVolumeChanged(std::move(id)); }, event,
+    return volume_->add([this](std::wstring id) { onVolumeChanged(std::move(id)); }, event.get(),
                         deviceIdString);
   } else {
     return false;
@@ -251,12 +256,14 @@ void CaptureApo<Traits>::publishRate(std::uint32_t rate) {
 
 template <class Traits>
 HRESULT CaptureApo<Traits>::UnlockForProcess() noexcept {
-  const LockScope scope(objectCritSec);
-  if (!isLocked.load()) return apo_error::alreadyUnlocked;
-  inputFormat_.reset();
-  outputFormat_.reset();
-  isLocked.store(false);
-  if (volume_) volume_->clear();
+  {
+    const LockScope scope(objectCritSec);
+    if (!isLocked.load()) return apo_error::alreadyUnlocked;
+    inputFormat_.reset();
+    outputFormat_.reset();
+    isLocked.store(false);
+  }
+  if (volume_) volume_->clear();  // no lock held
   return S_OK;
 }
 

@@ -2,16 +2,14 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <new>
 
 namespace vellumic {
 
 void Arena::Free::operator()(std::byte* memory) const noexcept { std::free(memory); }
 
 // calloc of this size is fresh zero pages from the system: they take no memory until touched.
-Arena::Arena() : memory_(static_cast<std::byte*>(std::calloc(capacity, 1))) {
-  if (!memory_) throw std::bad_alloc();
-}
+Arena::Arena() noexcept
+    : memory_(static_cast<std::byte*>(std::calloc(capacity, 1))), active_(memory_ != nullptr) {}
 
 void* Arena::allocate(std::size_t size) noexcept {
   if (!active_ || size >= capacity - used_) return nullptr;

@@ -16,7 +16,7 @@ class Arena {
  public:
   static constexpr std::size_t capacity = 40'000'000;
 
-  Arena();  // throws std::bad_alloc
+  Arena() noexcept;  // without memory nothing can be allocated
 
   // The next `size` bytes, zeroed, aligned to 4 as long as all sizes are multiples of 4; null
   // when used() + size would reach the capacity or more.
@@ -35,7 +35,7 @@ class Arena {
   std::unique_ptr<std::byte[], Free> memory_;
   std::size_t used_ = 0;
   std::size_t liveCount_ = 0;
-  bool active_ = true;
+  bool active_;
 };
 
 }  // namespace vellumic
