@@ -13,7 +13,8 @@
 namespace vellumic::plot {
 namespace {
 
-constexpr int panelWidth = 860, marginLeft = 70, marginRight = 20, gap = 46, top = 50;
+constexpr int panelWidth = 860, marginLeft = 84, marginRight = 20, gap = 46, top = 50,
+              untitledTop = 24;
 constexpr std::array<const char*, 6> colours{"#1f6feb", "#d1495b", "#2a9d5c",
                                              "#e09f3e", "#7b4fb5", "#555555"};
 
@@ -71,7 +72,32 @@ std::string escaped(const std::string& text) {
 }
 
 Figure::Figure(std::string title, double seconds)
-    : title_(std::move(title)), seconds_(std::max(seconds, 0.01)), height_(top) {}
+    : Figure(std::move(title), {.low = 0.0, .high = std::max(seconds, 0.01)}) {}
+
+Figure::Figure(std::string title, Axis axis)
+    : title_(std::move(title)), axis_(axis), height_(title_.empty() ? untitledTop : top) {}
+
+double Figure::across(double x) const {
+  const double part = axis_.logarithmic ? std::log(x / axis_.low) / std::log(axis_.high / axis_.low)
+                                        : (x - axis_.low) / (axis_.high - axis_.low);
+  return part * panelWidth;
+}
+
+std::vector<double> Figure::axisTicks() const {
+  std::vector<double> ticks;
+  if (axis_.logarithmic) {
+    for (double power = std::pow(10.0, std::floor(std::log10(axis_.low))); power <= axis_.high;
+         power *= 10.0)
+      for (const double factor : {1.0, 2.0, 5.0})
+        if (factor * power >= axis_.low && factor * power <= axis_.high)
+          ticks.push_back(factor * power);
+  } else {
+    const double step = tickStep(axis_.high - axis_.low, 10);
+    for (double x = std::ceil(axis_.low / step) * step; x <= axis_.high + 1e-9; x += step)
+      ticks.push_back(x);
+  }
+  return ticks;
+}
 
 void Figure::addPanel(const std::string& title, const std::string& body, int height,
                       const std::vector<std::pair<double, std::string>>& ticks) {
@@ -82,10 +108,8 @@ void Figure::addPanel(const std::string& title, const std::string& body, int hei
                       place * height, place * height) +
                format("<text x='-6' y='%.1f' class='y'>", place * height + 4) + escaped(text) +
                "</text>";
-  const double step = tickStep(seconds_, 10);
-  for (double t = 0.0; t <= seconds_ + 1e-9; t += step)
-    panels_ += format("<text x='%.1f' y='%d' class='x'>%g</text>", t / seconds_ * panelWidth,
-                      height + 15, t);
+  for (const double x : axisTicks())
+    panels_ += format("<text x='%.1f' y='%d' class='x'>%g</text>", across(x), height + 15, x);
   panels_ += body;
   panels_ += format("<rect width='%d' height='%d' class='f'/></g>", panelWidth, height);
   height_ += height + gap;
@@ -100,7 +124,7 @@ void Figure::addSpectrogram(const std::string& title, std::span<const float> sam
   Picture picture{.width = panelWidth, .height = rows, .rgb = {}};
   picture.rgb.resize(static_cast<std::size_t>(3 * panelWidth * rows));
   for (int column = 0; column < panelWidth; ++column) {
-    const auto start = static_cast<std::size_t>(column * seconds_ / panelWidth * rate);
+    const auto start = static_cast<std::size_t>(column * axis_.high / panelWidth * rate);
     for (std::size_t n = 0; n < frame; ++n) {
       const double hann =
           0.5 - 0.5 * std::cos(2 * std::numbers::pi * static_cast<double>(n) / frame);
@@ -143,27 +167,49 @@ void Figure::addLines(const std::string& title, const std::string& unit, std::ve
                        format("%g", std::abs(y) < 1e-9 * step ? 0.0 : y));
 
   std::string body;
+  const auto legendWidth = [](const Line& line) {
+    return 14 + 7 * static_cast<int>(line.name.size());
+  };
   int legend = panelWidth;
+  for (const Line& line : lines) legend -= legendWidth(line);
   for (std::size_t i = 0; i < lines.size(); ++i) {
     const char* colour = colours[i % colours.size()];
     std::string path;
     bool pen = false;
     for (std::size_t n = 0; n < lines[i].x.size(); ++n) {
-      if (!std::isfinite(lines[i].y[n])) {
+      const bool outside = lines[i].x[n] < axis_.low || lines[i].x[n] > axis_.high;
+      if (outside || !std::isfinite(lines[i].y[n])) {
         pen = false;
         continue;
       }
       const double y = std::clamp((high - lines[i].y[n]) / (high - low), 0.0, 1.0);
-      path +=
-          format("%c%.1f %.1f", pen ? 'L' : 'M', lines[i].x[n] / seconds_ * panelWidth, y * height);
+      path += format("%c%.1f %.1f", pen ? 'L' : 'M', across(lines[i].x[n]), y * height);
       pen = true;
     }
     body += format("<path class='l' stroke='%s' d='", colour) + path + "'/>";
-    legend -= 14 + 7 * static_cast<int>(lines[i].name.size());
-    body += format("<text x='%d' y='-8' style='fill:%s'>", legend, colour) + escaped(lines[i].name) +
-            "</text>";
+    body += format("<text x='%d' y='-8' style='fill:%s'>", legend, colour) +
+            escaped(lines[i].name) + "</text>";
   }
   addPanel(title + (unit.empty() ? "" : ", " + unit), body, height, ticks);
+}
+
+void Figure::addBars(const std::string& title, const std::vector<Bar>& bars) {
+  constexpr int row = 20;
+  const int height = row * static_cast<int>(bars.size());
+  std::string body;
+  std::vector<std::pair<double, std::string>> names;
+  for (std::size_t i = 0; i < bars.size(); ++i) {
+    names.emplace_back((static_cast<double>(i) + 0.5) / static_cast<double>(bars.size()),
+                       bars[i].name);
+    for (const auto& [begin, end] : bars[i].stretches) {
+      const double from = std::clamp(begin, axis_.low, axis_.high);
+      const double to = std::clamp(end, axis_.low, axis_.high);
+      body += format("<rect x='%.1f' y='%d' width='%.1f' height='%d' fill='%s'/>", across(from),
+                     static_cast<int>(i) * row + 4, std::max(0.5, across(to) - across(from)),
+                     row - 8, colours[i % colours.size()]);
+    }
+  }
+  addPanel(title, body, height, names);
 }
 
 std::string Figure::svg() const {

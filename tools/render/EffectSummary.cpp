@@ -5,6 +5,7 @@
 #include <cmath>
 #include <vector>
 
+#include "array/OutputLevelControl.h"
 #include "engine/CaptureCore.h"
 #include "frontend/BankPair.h"
 
@@ -50,9 +51,21 @@ std::string whyEchoIsIdle(const RenderJob& job) {
   return "";
 }
 
+// The keyword detector passes the array stages by, but only where its pipeline is readied.
+bool runsArrayStages(const RenderJob& job) {
+  return job.captureClass == CaptureClass::mfx || !preparesPipeline(job.mode);
+}
+
 bool cancelsEcho(const RenderJob& job, const PipelineSettings& settings) {
   return job.captureClass == CaptureClass::mfx && settings.echoCancelEnabled &&
          !settings.bandTest && !settings.referenceMonitor && whyEchoIsIdle(job).empty();
+}
+
+int lookAheadSamples(const LevelControlSettings& level) {
+  if (!level.levelControlEnabled || !level.lookAheadEnabled) return 0;
+  OutputLevelControl control;
+  control.apply(level);
+  return std::max(1, control.lookAheadLength);
 }
 
 std::vector<std::string> arrayStages(const RenderJob& job, const PipelineSettings& settings) {
@@ -72,13 +85,12 @@ std::vector<std::string> arrayStages(const RenderJob& job, const PipelineSetting
 std::string arraySummary(CaptureCore& core, const RenderJob& job) {
   if (!core.engine.pipelineRuns) return whyPipelineIsOff(job);
   const PipelineSettings& settings = core.engine.handover.pipeline.settings();
-  const bool wholeChain = job.captureClass == CaptureClass::mfx;
   std::vector<std::string> stages;
-  if (wholeChain) stages = arrayStages(job, settings);
+  if (runsArrayStages(job)) stages = arrayStages(job, settings);
   if (settings.level.levelControlEnabled) stages.emplace_back("automatic gain control");
   std::string text =
       stages.empty() ? "rate conversion only: every stage is switched off" : joined(stages);
-  if (!wholeChain) text += " (this class runs no array stage)";
+  if (!runsArrayStages(job)) text += " (this class runs no array stage)";
   if (!preparesPipeline(job.mode) && job.input.format.channels > 2)
     text += " (two microphones: this mode does not count them)";
   return text;
@@ -105,11 +117,9 @@ std::size_t delayFrames(CaptureCore& core, const RenderJob& job) {
   const BankPair banks(2, settings.deviceRate, settings.internalRate);
 
   int internal = microphoneDelay + settings.blockSize + banks.output.framesBeforeOutput();
-  const bool wholeChain = job.captureClass == CaptureClass::mfx;
-  if (wholeChain) internal += noiseOverlap;
+  if (runsArrayStages(job)) internal += noiseOverlap;
   if (cancelsEcho(job, settings)) internal += settings.blockSize / 2;
-  if (settings.level.levelControlEnabled && settings.level.lookAheadEnabled)
-    internal += std::max(1, static_cast<int>(settings.level.lookAheadTime * 16000.0F));
+  internal += lookAheadSamples(settings.level);
   return static_cast<std::size_t>(banks.input.framesBeforeOutput() +
                                   std::lround(internal * perInternal));
 }

@@ -44,12 +44,17 @@ void checkFar(const RenderOptions& options, const WaveFormat& format) {
 
 }  // namespace
 
-RenderJob loadJob(const RenderOptions& options, SettingsWarnings& warnings) {
+RenderJob loadSettings(const RenderOptions& options, SettingsWarnings& warnings) {
+  RenderJob job;
+  job.settings = startSettings(options, warnings);
+  job.changes = settingChanges(options, job.settings, warnings);
+  return job;
+}
+
+RenderJob loadSound(const RenderOptions& options) {
   RenderJob job;
   job.captureClass = options.captureClass;
   job.mode = options.mode;
-  job.settings = startSettings(options, warnings);
-  job.changes = settingChanges(options, job.settings, warnings);
   job.input = readWave(options.inputFile);
   checkInput(options, job.input.format);
   job.channelMask = options.channelMask.value_or(job.input.format.channelMask);

@@ -1,4 +1,4 @@
-// From options to a job: reads every file that the options name and checks them together.
+// From options to a job: reads the files that the options name and checks them together.
 #pragma once
 
 #include "parameters/SettingsFile.h"
@@ -6,7 +6,11 @@
 
 namespace vellumic::tools {
 
-// Throws std::runtime_error with one line: the file, what is wrong, what to do.
-RenderJob loadJob(const RenderOptions& options, SettingsWarnings& warnings);
+// Both throw std::runtime_error with one line: the file, what is wrong, what to do.
+
+// Only the settings and their changes.
+RenderJob loadSettings(const RenderOptions& options, SettingsWarnings& warnings);
+// Everything else: the sound and how to run it.
+RenderJob loadSound(const RenderOptions& options);
 
 }  // namespace vellumic::tools

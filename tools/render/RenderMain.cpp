@@ -2,14 +2,12 @@
 
 #include <cstdio>
 #include <exception>
+#include <filesystem>
+#include <fstream>
 
-#include "tools/render/CallTiming.h"
-#include "tools/render/EffectSummary.h"
-#include "tools/render/LoadJob.h"
-#include "tools/render/ProcessUsage.h"
-#include "tools/render/ProgressBar.h"
 #include "tools/render/RenderOptions.h"
-#include "tools/render/Renderer.h"
+#include "tools/render/Rendering.h"
+#include "tools/render/report/Report.h"
 
 namespace vellumic::tools {
 namespace {
@@ -22,43 +20,70 @@ void warnOfIdleOptions(const RenderOptions& options) {
     std::fputs("warning: the class efx does not follow the volume\n", stderr);
 }
 
-void printPath(const RenderJob& job, const RenderResult& result) {
-  const double milliseconds =
-      1e3 * static_cast<double>(result.delayFrames) / job.input.format.sampleRate;
-  std::printf("Effects: %s\n", result.effects.c_str());
-  std::printf("Delay: %zu frames = %.1f ms%s\n", result.delayFrames, milliseconds,
-              job.align ? ", removed" : "");
-  const auto refused = refusal(job);
-  std::printf("Library: %s\n", refused ? ("would refuse this stream: " + *refused).c_str()
-                                       : "would accept this stream");
+// Nothing is rendered for a page that cannot be written.
+void checkReport(const RenderOptions& options) {
+  for (const auto& [option, file] :
+       {std::pair{"--report ", options.reportFile}, std::pair{"--picture ", options.pictureFile}}) {
+    if (file.empty()) continue;
+    if (!drawsReports())
+      throw UsageError(option + file + ": this build draws none; use the native vellumic-render");
+    const auto folder = std::filesystem::path(file).parent_path();
+    if (!folder.empty() && !std::filesystem::is_directory(folder))
+      throw UsageError(option + file + ": no folder " + folder.string() + "; make it first");
+  }
+}
+
+void writeText(const std::string& path, const std::string& text) {
+  std::ofstream file(path, std::ios::binary);
+  file << text;
+  file.close();
+  if (!file) throw std::runtime_error(path + ": cannot be written; check the folder and the disk");
+}
+
+void print(const std::vector<std::string>& lines) {
+  for (const std::string& line : lines) std::printf("%s\n", line.c_str());
+}
+
+void printAll(const RenderOptions& options, const std::vector<Rendering>& renderings,
+              const std::vector<Variant>& variants, const Table& table) {
+  const bool timing = options.timing || !options.reportFile.empty();
+  // A sweep changes figures, seldom the path: its table says enough.
+  const std::size_t inFull = options.sweep.empty() ? renderings.size() : 0;
+  for (std::size_t n = 0; n < inFull; ++n) {
+    if (renderings.size() > 1)
+      std::printf("%s: %s\n", renderings[n].label.c_str(), variants[n].outputFile.c_str());
+    print(renderings[n].lines);
+    if (timing) print(renderings[n].timingLines);
+    if (renderings.size() > 1) std::printf("\n");
+  }
+  if (!table.empty()) std::fputs(plainText(table).c_str(), stdout);
 }
 
 void run(const RenderOptions& options) {
+  checkReport(options);
   SettingsWarnings warnings;
-  const RenderJob job = loadJob(options, warnings);
+  const std::vector<Variant> variants = variantsOf(options, warnings);
+  RenderJob job = loadSound(options);
   for (const std::string& warning : warnings)
     std::fprintf(stderr, "warning: %s\n", warning.c_str());
   warnOfIdleOptions(options);
 
-  CallTiming timing;
-  timing.reserve(job.input.frames() / job.blockFrames + 1000);
-  const double cpuBefore = cpuSeconds();
-  RenderResult result;
-  {
-    ProgressBar progress;
-    result = render(job, [&](const CallReport& call) {
-      timing.add(call.microseconds, call.completedBlock);
-      progress.show(call.share);
-    });
-  }
-  const double cpu = cpuSeconds() - cpuBefore;
-  writeWave(options.outputFile, result.output);
-  printPath(job, result);
-  if (options.timing) {
-    const double period = static_cast<double>(job.blockFrames) / job.input.format.sampleRate;
-    std::fputs(timingText(timing, period, result.processedSeconds, cpu, peakMegabytes()).c_str(),
-               stdout);
-  }
+  const SoundFigures input = soundFigures(job.input);
+  std::vector<Rendering> renderings;
+  for (const Variant& variant : variants) renderings.push_back(renderVariant(job, variant, input));
+
+  Table table;
+  if (!options.sweep.empty())
+    table = figureTable(options.sweep.substr(0, options.sweep.find('=')), renderings);
+  else if (renderings.size() > 1)
+    table = figureTable("settings", renderings);
+  printAll(options, renderings, variants, table);
+
+  const std::string name = std::filesystem::path(options.inputFile).filename().string();
+  if (!options.reportFile.empty())
+    writeText(options.reportFile, reportPage(job, name, renderings, table));
+  if (!options.pictureFile.empty())
+    writeText(options.pictureFile, reportPicture(job, name, renderings));
 }
 
 }  // namespace

@@ -25,12 +25,15 @@ constexpr const char* description =
 constexpr const char* footer = R"(
 Settings start from the factory values; --raw-parameters replaces all of them, then come the
 --settings files in order, then --set. The output is 32-bit float WAV of the same rate, channels
-and length (longer with --tail).
+and length (longer with --tail). --compare and --sweep put a word into the output's name, as in
+out-WORD.wav, and print a table.
 
 Examples:
   vellumic-render --class efx --settings settings/speech_equalizer.toml in.wav out.wav
   vellumic-render --class mfx --mode speech --far speakers.wav --align --timing mics.wav clean.wav
-  vellumic-render --set noise.enabled=false --change 5:quiet.toml in.wav out.wav)";
+  vellumic-render --set noise.enabled=false --change 5:quiet.toml in.wav out.wav
+  vellumic-render --mode speech --compare quiet.toml --report both.html mics.wav clean.wav
+  vellumic-render --mode speech --sweep noise.gain.floor2_db=-20,-10,-5 mics.wav clean.wav)";
 
 template <class Value>
 std::string namesOf(const std::map<std::string, Value>& table) {
@@ -121,6 +124,16 @@ std::optional<RenderOptions> parseRenderOptions(int argc, const char* const* arg
   app.add_flag("--tail", options.tail, "render the delay out: a longer output");
   app.add_flag("--align", options.align, "remove the delay");
   app.add_flag("--timing", options.timing, "print how long the calls took");
+  app.add_option("--report", options.reportFile, "write a page of figures and pictures")
+      ->option_text("FILE.html");
+  app.add_option("--picture", options.pictureFile, "write the page's figure over time alone")
+      ->option_text("FILE.svg");
+  auto* compare = app.add_option("--compare", options.compareFile,
+                                 "also render with this instead of --settings")
+                      ->option_text("OTHER.toml");
+  app.add_option("--sweep", options.sweep, "render once per value of a setting")
+      ->option_text("NAME=A,B,C")
+      ->excludes(compare);
   app.add_option("INPUT.wav", options.inputFile)->required()->option_text(" ");
   app.add_option("OUTPUT.wav", options.outputFile)->required()->option_text(" ");
 

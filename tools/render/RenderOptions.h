@@ -28,6 +28,9 @@ struct RenderOptions {
   std::optional<std::uint32_t> channelMask;
   float volume = 1.0F;
   bool muted = false, timing = false, tail = false, align = false;
+  std::string reportFile, pictureFile;
+  std::string compareFile;  // settings to set beside the given ones
+  std::string sweep;        // NAME=A,B,C
   std::string inputFile, outputFile;
 };
 
