@@ -75,6 +75,7 @@ VELLUMIC_RT_CODE void runFrames(ProcessContext& context) noexcept {
 }  // namespace
 
 VELLUMIC_RT_CODE void processBlock(ProcessContext& context) noexcept VELLUMIC_NONBLOCKING {
+  if (context.inputFlags != buffer_flags::valid) context.engine->pipeline.skipFrames();
   if (context.inputFlags == buffer_flags::silent) {
     std::fill_n(context.outputBuffer,
                 std::size_t{context.outputChannels} * context.inputValidFrames, 0.0F);

@@ -9,9 +9,9 @@
 // Delay from frame to frame: both converters + 1024 + one block, + 384 internal samples with the
 // noise processing, + half a block with the cancellers.
 //
-// Threads: processFrame, processFrame12 and adopt belong to the real-time thread; startLoopback,
-// stopLoopback, applyParameters and construction to a control thread while no frame runs.
-// applyParameters and adopt need the lock that guards the hand-over.
+// Threads: processFrame, processFrame12, skipFrames and adopt belong to the real-time thread;
+// startLoopback, stopLoopback, applyParameters and construction to a control thread while no frame
+// runs. applyParameters and adopt need the lock that guards the hand-over.
 #pragma once
 
 #include <memory>
@@ -49,6 +49,10 @@ class ArrayPipeline {
   // The four-channel form: frame[0..1] microphones, frame[2..3] references, which pass untouched.
   // Further microphones of the configuration read silence.
   void processFrame12(float* frame) noexcept VELLUMIC_NONBLOCKING;
+
+  // Frames of the stream passed by without the pipeline, as a silent buffer does: the loudspeakers
+  // played on meanwhile, so that what the loopback holds is stale.
+  void skipFrames() noexcept VELLUMIC_NONBLOCKING { echo.skip(); }
 
   // The loopback is opened for the internal rate in force, and keeps it.
   bool startLoopback() { return echo.loopback.start(); }

@@ -119,6 +119,25 @@ TEST(Process, TheLoopbackOpensAtTheInternalRateOfItsStream) {
   EXPECT_TRUE(loopback.popBlock(rows, 2400));
 }
 
+TEST(Process, BuffersWithoutSamplesMakeTheReferencesStale) {
+  for (const std::uint32_t flags :
+       {buffer_flags::valid, buffer_flags::silent, buffer_flags::invalid}) {
+    const RigSetup setup{
+        .mode = EffectMode::array,
+        .processingMode = ProcessingMode::speech,
+        .format = {.sampleRate = 16000.0F, .inputChannels = 2, .outputChannels = 2},
+        .openLoopback = {.open = [] { return std::make_unique<OnePacket>(); },
+                         .onHelperThread = false}};
+    EngineRig rig(factorySettings(), setup);
+    rig.call(constant(2 * 160, 0.0F), flags);
+    rig.call(constant(2 * 1024, 0.0F));  // a block is complete
+    LoopbackSource& loopback = rig.core->engine.pipeline.echo.loopback;
+    ChannelArrays rows(2, std::vector<float>(1));
+    loopback.popBlock(rows, 1);  // false after a discard
+    EXPECT_EQ(loopback.popBlock(rows, 1), flags == buffer_flags::valid) << flags;
+  }
+}
+
 TEST(Call, ChecksCountsThenLock) {
   constexpr CallState ready{.initialized = true, .locked = true, .limits = {}};
   EXPECT_TRUE(admitCall(ready, 1, 1));

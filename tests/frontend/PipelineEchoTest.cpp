@@ -145,13 +145,22 @@ TEST(PipelineEcho, AFreshStreamUnlocksAndKeepsLongTermKnowledge) {
 }
 
 TEST(PipelineEcho, APauseOfTheStreamLeavesNoStaleReferences) {
-  Room room(320);
-  room.play(3.0F);
-  for (std::size_t n = 0; n < 3 * rate; ++n) room.speakers.tick();  // unlocked, music plays on
-  room.rig.begin(2);
-  room.rig.pipeline.startLoopback();
-  EXPECT_TRUE(room.play(5.0F).delayLocked);
-  EXPECT_GT(room.enhancement(), 20.0F);
+  for (const std::size_t frames : {rate / 100, 3 * rate}) {
+    for (const bool unlocked : {false, true}) {
+      SCOPED_TRACE(frames);
+      Room room(320);
+      room.play(3.0F);
+      for (std::size_t n = 0; n < frames; ++n) room.speakers.tick();  // music plays on
+      if (unlocked) {
+        room.rig.begin(2);
+        room.rig.pipeline.startLoopback();
+      } else {
+        room.rig.pipeline.skipFrames();
+      }
+      EXPECT_TRUE(room.play(5.0F).delayLocked);
+      EXPECT_GT(room.enhancement(), 20.0F) << (unlocked ? "unlocked" : "silent buffers");
+    }
+  }
 }
 
 TEST(PipelineEcho, CancelledBlocksComeHalfABlockLater) {
