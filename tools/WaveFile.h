@@ -29,4 +29,8 @@ struct WaveData {
 WaveData readWave(const std::string& path);
 void writeWave(const std::string& path, const WaveData& wave);
 
+// Throws what writeWave() would throw for a target that is no file or has no folder: to be asked
+// before long work.
+void checkWaveTarget(const std::string& path);
+
 }  // namespace vellumic::tools

@@ -69,6 +69,7 @@ WaveData readWave(const std::string& path) {
 }
 
 void writeWave(const std::string& path, const WaveData& wave) {
+  checkWaveTarget(path);
   const std::string temporary = path + ".part";
   SF_INFO info{};
   info.samplerate = wave.format.sampleRate;
