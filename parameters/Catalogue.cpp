@@ -96,10 +96,12 @@ bool isParameterGroup(std::string_view name) {
 
 std::string nearestParameterName(std::string_view name) {
   const bool decibels = name.ends_with(decibelSuffix);
+  const std::string group = isParameterGroup(name) ? std::string(name) + "." : "";
   std::string nearest;
   std::size_t fewest = std::string_view::npos;
   for (const Parameter& parameter : catalogue()) {
     std::string known = parameter.name;
+    if (!known.starts_with(group)) continue;
     if (decibels && parameter.takesDecibels()) known += decibelSuffix;
     const std::size_t edits = editDistance(name, known);
     if (edits < fewest) {

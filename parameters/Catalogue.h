@@ -49,7 +49,7 @@ const Parameter* findParameter(Raw slot);
 // Whether the dotted name is the beginning of a parameter's name: "noise.gain".
 bool isParameterGroup(std::string_view name);
 
-// The known name with the fewest edits from `name`.
+// The known name with the fewest edits from `name`; one of the group if `name` is a group's.
 std::string nearestParameterName(std::string_view name);
 
 // All stages on; zero where nothing reads the slot.

@@ -81,10 +81,10 @@ std::string_view trimmed(std::string_view text) {
 
 std::string contents(const std::filesystem::path& file) {
   std::ifstream stream(file, std::ios::binary);
-  std::string text{std::istreambuf_iterator<char>(stream), {}};
+  stream.peek();  // a folder opens, but cannot be read
   if (!stream.is_open() || stream.bad())
     throw SettingsError(file.string() + ": cannot be read; check the path and its permissions");
-  return text;
+  return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 }  // namespace
@@ -109,7 +109,8 @@ void applySettingsFile(const std::filesystem::path& file, RawValues& values,
 void applyAssignment(std::string_view assignment, RawValues& values, SettingsWarnings& warnings) {
   const std::string where = "--set " + std::string(assignment);
   const auto equals = assignment.find('=');
-  if (equals == std::string_view::npos || trimmed(assignment.substr(equals + 1)).empty())
+  if (equals == std::string_view::npos || trimmed(assignment.substr(0, equals)).empty() ||
+      trimmed(assignment.substr(equals + 1)).empty())
     throw SettingsError(where + ": needs the form NAME=VALUE");
   Changes changes(values);
   changes.set(where, std::string(trimmed(assignment.substr(0, equals))),

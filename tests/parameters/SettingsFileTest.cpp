@@ -54,6 +54,7 @@ TEST(SettingsFile, FaultsNameLineSettingAndRemedyAndChangeNothing) {
        {"test.toml:2: ", "echo.power_smothing", "echo.power_smoothing?"}},
       {"[equalizer.left.band1]\ngian_db = 3", {"test.toml:3: ", "equalizer.left.band1.gain_db?"}},
       {"[equaliser]", {":2: equaliser: no such setting"}},
+      {"noise = 1", {":2: noise: no such setting; did you mean noise."}},
       {"noise.enabled = \"yes\"",
        {":2: ", "true or false", "the text \"yes\"", "noise.enabled = true"}},
       {"level.level = true", {":2: level.level", "a number", "found true"}},

@@ -170,7 +170,12 @@ INSTANTIATE_TEST_SUITE_P(
         DelayCase{"level48", 48000, {"--set", "echo.enabled=0"}, false},
         DelayCase{"echo48", 48000, {"--set", "level.enabled=0"}, true},
         DelayCase{"echo16", 16000, {"--set", "level.enabled=0"}, true},
-        DelayCase{"kdmfx48", 48000, {"--class", "kdmfx"}, false}),
+        DelayCase{"longestLookAhead",
+                  16000,
+                  {"--set", "echo.enabled=0", "--set", "limiter.look_ahead_s=1e30"},
+                  false},
+        DelayCase{"kdmfx48", 48000, {"--class", "kdmfx"}, false},
+        DelayCase{"kdmfxMedia48", 48000, {"--class", "kdmfx", "--mode", "media"}, false}),
     [](const auto& test) { return test.param.name; });
 
 // The far file plays into the microphone, 20 ms late: with --far it goes, without and in a gap of
@@ -243,6 +248,8 @@ TEST_F(RenderFiles, EveryErrorIsOneLineAndLeavesNoOutput) {
                               {{"--settings", bad, in, out}, "echo.enabled"},
                               {{"--set", "echo.enabled", in, out}, "echo.enabled"},
                               {{"--raw-parameters", bad, in, out}, "5460"},
+                              {{"--raw-parameters", path("."), in, out}, path(".")},
+                              {{"--settings", path("."), in, out}, path(".")},
                               {{"--far", path("none.wav"), in, out}, "none.wav"},
                               {{"--far", wide, in, out}, "13 channels"},
                               {{"--far-gap", "1:2", in, out}, "--far"},
@@ -250,6 +257,7 @@ TEST_F(RenderFiles, EveryErrorIsOneLineAndLeavesNoOutput) {
                               {{wide, out}, "13 channels"},
                               {{notWave, out}, "not.wav"},
                               {{in}, "OUTPUT.wav"},
+                              {{in, path(".")}, "name a sound file"},
                               {{in, path("none/out.wav")}, "none"}}) {
     const Outcome outcome = run(error.arguments);
     EXPECT_EQ(outcome.exitCode, 1) << error.named;
