@@ -189,6 +189,7 @@ void Figure::addLines(const std::string& title, const std::string& unit, std::ve
     body += format("<path class='l' stroke='%s' d='", colour) + path + "'/>";
     body += format("<text x='%d' y='-8' style='fill:%s'>", legend, colour) +
             escaped(lines[i].name) + "</text>";
+    legend += legendWidth(lines[i]);
   }
   addPanel(title + (unit.empty() ? "" : ", " + unit), body, height, ticks);
 }

@@ -26,7 +26,7 @@ constexpr const char* footer = R"(
 Settings start from the factory values; --raw-parameters replaces all of them, then come the
 --settings files in order, then --set. The output is 32-bit float WAV of the same rate, channels
 and length (longer with --tail). --compare and --sweep put a word into the output's name, as in
-out-WORD.wav, and print a table.
+out_WORD.wav, and print a table.
 
 Examples:
   vellumic-render --class efx --settings settings/speech_equalizer.toml in.wav out.wav

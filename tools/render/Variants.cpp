@@ -16,14 +16,14 @@ Variant variantFrom(const RenderOptions& options, SettingsWarnings& warnings) {
           .outputFile = options.outputFile};
 }
 
-// "out.wav" and "quiet" give "out-quiet.wav".
+// "out.wav" and "quiet" give "out_quiet.wav".
 std::string outputFor(const std::string& outputFile, std::string label) {
   std::ranges::replace_if(
       label,
       [](unsigned char c) { return std::isalnum(c) == 0 && c != '.' && c != '-' && c != '_'; },
       '_');
   std::filesystem::path path = outputFile;
-  const std::string name = path.stem().string() + "-" + label + path.extension().string();
+  const std::string name = path.stem().string() + "_" + label + path.extension().string();
   return path.replace_filename(name).string();
 }
 

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <tuple>
 
 #include "tools/plot/Figure.h"
 #include "tools/render/report/ReportFigures.h"
@@ -41,6 +42,20 @@ Course courseOf(const Trace& trace, Read read) {
   return course;
 }
 
+// Settings seldom change these: one panel serves all renderings that are alike.
+bool sameStates(const Rendering& a, const Rendering& b) {
+  const auto states = [](const TracePoint& point) {
+    const PipelineProbe& probe = point.probe;
+    return std::tuple(probe.lastLag, probe.loopbackDelay, probe.microphoneDelay, probe.streaming,
+                      probe.delayLocked, probe.converged, probe.signalActive);
+  };
+  return std::ranges::equal(a.trace.points(), b.trace.points(), {}, states, states);
+}
+
+bool shownBefore(const std::vector<Rendering>& renderings, const Rendering& rendering) {
+  return &rendering != &renderings.front() && sameStates(rendering, renderings.front());
+}
+
 void addSound(plot::Figure& figure, const RenderJob& job,
               const std::vector<Rendering>& renderings) {
   const int rate = job.input.format.sampleRate;
@@ -68,6 +83,7 @@ void addEcho(plot::Figure& figure, const std::vector<Rendering>& renderings) {
   figure.addLines("Echo stage: microphone 1 before over after, while the loudspeakers play (ERLE)",
                   "dB", std::move(erle));
   for (const Rendering& rendering : renderings) {
+    if (shownBefore(renderings, rendering)) continue;
     const auto course = [&](const char* name, int PipelineProbe::*field) {
       return lineOf(name, courseOf(rendering.trace,
                                    [field](const PipelineProbe& probe) { return probe.*field; }));
@@ -106,7 +122,7 @@ plot::Bar barOf(const std::string& name, const Trace& trace, bool PipelineProbe:
 
 void addStates(plot::Figure& figure, const std::vector<Rendering>& renderings) {
   for (const Rendering& rendering : renderings) {
-    if (!rendering.trace.arrayRan()) continue;
+    if (!rendering.trace.arrayRan() || shownBefore(renderings, rendering)) continue;
     const Trace& trace = rendering.trace;
     figure.addBars("States" + inTitle(rendering),
                    {barOf("packets", trace, &PipelineProbe::streaming),
