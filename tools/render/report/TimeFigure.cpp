@@ -56,6 +56,12 @@ bool shownBefore(const std::vector<Rendering>& renderings, const Rendering& rend
   return &rendering != &renderings.front() && sameStates(rendering, renderings.front());
 }
 
+std::string stateTitle(const std::vector<Rendering>& renderings, const Rendering& rendering) {
+  const bool alike = std::ranges::all_of(
+      renderings, [&](const Rendering& other) { return sameStates(other, renderings.front()); });
+  return alike ? "" : inTitle(rendering);
+}
+
 void addSound(plot::Figure& figure, const RenderJob& job,
               const std::vector<Rendering>& renderings) {
   const int rate = job.input.format.sampleRate;
@@ -88,7 +94,8 @@ void addEcho(plot::Figure& figure, const std::vector<Rendering>& renderings) {
       return lineOf(name, courseOf(rendering.trace,
                                    [field](const PipelineProbe& probe) { return probe.*field; }));
     };
-    figure.addLines("Lag of the microphones, delays against it" + inTitle(rendering), "samples",
+    figure.addLines("Lag of the microphones, delays against it" + stateTitle(renderings, rendering),
+                    "samples",
                     {course("lag", &PipelineProbe::lastLag),
                      course("loudspeaker delay", &PipelineProbe::loopbackDelay),
                      course("microphone delay", &PipelineProbe::microphoneDelay)});
@@ -124,7 +131,7 @@ void addStates(plot::Figure& figure, const std::vector<Rendering>& renderings) {
   for (const Rendering& rendering : renderings) {
     if (!rendering.trace.arrayRan() || shownBefore(renderings, rendering)) continue;
     const Trace& trace = rendering.trace;
-    figure.addBars("States" + inTitle(rendering),
+    figure.addBars("States" + stateTitle(renderings, rendering),
                    {barOf("packets", trace, &PipelineProbe::streaming),
                     barOf("delay set", trace, &PipelineProbe::delayLocked),
                     barOf("converged", trace, &PipelineProbe::converged),

@@ -1,0 +1,110 @@
+// vellumic-ctl beside real effects: the library as built, in this process.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <sstream>
+#include <thread>
+
+#include "tests/apo/ApoWorld.h"
+#include "tests/tools/CtlRun.h"
+
+namespace vellumic::tools {
+namespace {
+
+using test::CaptureObject;
+
+class CtlEffects : public test::ApoWorld {
+ protected:
+  CtlEffects() { writeFactorySettings(); }
+};
+
+std::size_t countOf(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (auto at = text.find(part); at != text.npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+bool boardExists() {
+  return static_cast<bool>(KernelHandle(OpenEventW(SYNCHRONIZE, FALSE, sharedMemoryEventName)));
+}
+
+TEST_F(CtlEffects, StatusSeesThreeComeAndGo) {
+  testing::internal::CaptureStdout();
+  std::thread watching([] { ctl({"status", "--watch", "--json", "--seconds", "4"}); });
+  for (int i = 0; i < 500 && !boardExists(); ++i) Sleep(2);
+  {
+    std::array<CaptureObject, 3> objects{initialized(test::efx), initialized(test::mfx),
+                                         initialized(test::kdmfx, test::mode::speech)};
+    Sleep(1500);
+    objects[1] = CaptureObject();
+    Sleep(700);
+  }
+  watching.join();
+  std::istringstream output(testing::internal::GetCapturedStdout());
+  std::vector<std::string> reports;
+  for (std::string line; std::getline(output, line);) reports.push_back(line);
+
+  ASSERT_GE(reports.size(), 4U);
+  EXPECT_CONTAINS(reports.front(), "\"active\": false");
+  const auto alive = [](const std::string& report) { return countOf(report, "\"alive\": true"); };
+  const auto all = std::ranges::find(reports, 3U, alive);
+  ASSERT_NE(all, reports.end());
+  EXPECT_CONTAINS(*all, ("{\"active\": true, \"setting\": \"1\"",
+                          "\"class\": \"CVellumicAPOCaptureEFX\"",
+                          "\"class\": \"CVellumicAPOCaptureMFX\"",
+                          "\"class\": \"CVellumicAPOCaptureKDMFX\"",
+                          "\"mode\": \"speech\", \"rateHz\": 48000",
+                          "\"version\": \"3.18\"",
+                          "\"endpoint\": \"{11111111-2222-3333-4444-555555555555}\"",
+                          "\"propertyEvent\": \"Global\\\\VellumicAPOPropEvent{"));
+  EXPECT_NE(std::ranges::find(all, reports.end(), 2U, alive), reports.end());
+  EXPECT_EQ(alive(reports.back()), 0U);
+  EXPECT_EQ(countOf(reports.back(), "\"alive\": false"), 3U);
+}
+
+TEST_F(CtlEffects, StatusJoinsABoardOfSomebodyElse) {
+  const test::ServiceObjects service;
+  const CaptureObject first = initialized(test::efx), second = initialized(test::mfx);
+  const auto outcome = captured({"status"});
+  EXPECT_CONTAINS(outcome.printed,
+              ("CVellumicAPOCaptureEFX  alive  mode default  48000 Hz",
+                    "CVellumicAPOCaptureMFX  alive",
+                    "Active: yes, 2 effects run with setting 1.\n"));
+  ASSERT_EQ(ctl({"settings", "set", "engine.enabled=off"}), 0);
+  EXPECT_CONTAINS(captured({"status"}).printed, "Active: no, 2 effects run but");
+}
+
+TEST_F(CtlEffects, ChangedSettingIsHeard) {
+  const test::ServiceObjects service;
+  CaptureObject object = initialized(test::efx);
+  const CaptureObject other = initialized(test::mfx);
+  test::MediaType format = test::MediaType::extensible(2, 3);
+  ASSERT_EQ(object.lock(format), S_OK);
+  std::array<float, 960> samples{};
+  const auto heard = [&] {
+    samples.fill(0.5F);
+    object.process(samples.data(), 480);
+    return samples[958];
+  };
+  EXPECT_EQ(heard(), 0.5F);
+  const auto outcome =
+      captured({"settings", "set", "equalizer.enabled=true", "equalizer.left.band1.enabled=true",
+                "equalizer.left.band1.type=gain", "equalizer.left.band1.gain=0.25"});
+  EXPECT_CONTAINS(outcome.printed, "Told 2 running effects to read it.");
+  for (int i = 0; i < 1000 && heard() == 0.5F; ++i) Sleep(5);
+  EXPECT_NEAR(heard(), 0.125F, 1e-4F);
+  object.configuration->UnlockForProcess();
+}
+
+TEST_F(CtlEffects, VolumeIsWhatAnEffectWouldSee) {
+  microphone.volume.masterDb = -6.0F;
+  microphone.volume.channelDb = {-6.0F, -20.0F};
+  EXPECT_CONTAINS(captured({"volume", "micro"}).printed,
+              ("master         0.50119  -6.0 dB",
+                    "second channel 0.10000  -20.0 dB"));
+  EXPECT_CONTAINS(captured({"mute", "micro"}).printed, "\nnot muted\n");
+  EXPECT_CONTAINS(captured({"mute", "none"}).complained, "device none: no active microphone");
+}
+
+}  // namespace
+}  // namespace vellumic::tools

@@ -1,0 +1,33 @@
+// vellumic-ctl called as a function in a test's own registry.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tools/ctl/CtlMain.h"
+
+namespace vellumic::tools {
+
+inline int ctl(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), "vellumic-ctl");
+  std::vector<const char*> argv;
+  for (const std::string& argument : arguments) argv.push_back(argument.c_str());
+  return ctlMain(static_cast<int>(argv.size()), argv.data());
+}
+
+struct CtlOutcome {
+  int exitCode;
+  std::string printed, complained;
+};
+inline CtlOutcome captured(const std::vector<std::string>& arguments) {
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  const int exitCode = ctl(arguments);
+  return {.exitCode = exitCode,
+          .printed = testing::internal::GetCapturedStdout(),
+          .complained = testing::internal::GetCapturedStderr()};
+}
+
+}  // namespace vellumic::tools

@@ -1,0 +1,167 @@
+// vellumic-ctl settings, in a registry of the test's own.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <bit>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "parameters/Catalogue.h"
+#include "tests/control/RegistrySandbox.h"
+#include "tests/tools/CtlRun.h"
+#include "tools/ctl/SettingsTree.h"
+
+namespace vellumic::tools {
+namespace {
+
+
+constexpr std::size_t unread = 500;  // a slot that nothing reads
+
+class CtlSettings : public testing::Test {
+ protected:
+  CtlSettings() { std::filesystem::create_directories(folder_); }
+  ~CtlSettings() override { std::filesystem::remove_all(folder_); }
+
+  std::string path(const std::string& name) const { return (folder_ / name).string(); }
+  std::string file(const std::string& name, const std::string& content) const {
+    std::ofstream(path(name), std::ios::binary) << content;
+    return path(name);
+  }
+  void store(const std::wstring& setting, const RawValues& values) {
+    registry.writeSetting(setting, 1, rawCount, [&](unsigned number) { return values[number - 1]; });
+  }
+  static std::array<std::uint32_t, rawCount> bits(const std::wstring& setting) {
+    return std::bit_cast<std::array<std::uint32_t, rawCount>>(
+        SettingsTree::read(setting).value_or(StoredSetting{}).values);
+  }
+  static float stored(const std::wstring& setting, Raw slot) {
+    return SettingsTree::read(setting).value_or(StoredSetting{}).values[index(slot)];
+  }
+
+  test::RegistrySandbox registry;
+
+ private:
+  std::filesystem::path folder_ = std::filesystem::temp_directory_path() /
+                                  ("vellumic-ctl" + std::to_string(GetCurrentProcessId()));
+};
+
+TEST_F(CtlSettings, ApplyMakesTheTreeAndShowTellsWhatDiffers) {
+  const auto toml = file("quiet.toml", "[noise]\nenabled = false\ngain.floor1_db = -20\n");
+  const auto applied = captured({"settings", "apply", toml});
+  EXPECT_EQ(applied.exitCode, 0) << applied.complained;
+  EXPECT_CONTAINS(applied.printed, "Created HKEY_LOCAL_MACHINE\\SOFTWARE\\Mirandor");
+  EXPECT_EQ(SettingsTree::names(), std::vector<std::wstring>{L"2"});
+  EXPECT_FLOAT_EQ(stored(L"2", Raw::gainFloor1), 0.1F);
+  EXPECT_EQ(stored(L"2", Raw::noisePostfilter), 0.0F);
+  EXPECT_EQ(stored(L"2", Raw::masterEnable), 1.0F);
+
+  const auto shown = captured({"settings", "show", "--changed"});
+  EXPECT_CONTAINS(shown.printed, "Setting 2 (active): 1365 values, 2 of ");
+  EXPECT_TRUE(std::ranges::count(shown.printed, '\n') == 3) << shown.printed;
+  EXPECT_CONTAINS(captured({"settings", "show"}).printed, "pipeline.internal_rate_hz");
+  EXPECT_CONTAINS(captured({"settings", "list"}).printed, "* 2          1365  2\n");
+}
+
+TEST_F(CtlSettings, SetKeepsEverythingElse) {
+  RawValues values = factorySettings();
+  values[unread] = 7.0F;
+  store(L"5", values);
+  store(L"2", factorySettings());
+  registry.select(L"2");
+  ASSERT_EQ(ctl({"settings", "set", "5", "noise.enabled=off", "limiter.level_db=-6", "--fade"}), 0);
+  EXPECT_EQ(SettingsTree::activeName(), L"5");
+  values[index(Raw::noisePostfilter)] = 0.0F;
+  values[index(Raw::limiterLevel)] = stored(L"5", Raw::limiterLevel);
+  values[index(Raw::fadeRequest)] = 1.0F;
+  EXPECT_NEAR(values[index(Raw::limiterLevel)], 0.5012F, 1e-4F);
+  EXPECT_EQ(SettingsTree::read(L"5")->values, values);
+  EXPECT_EQ(SettingsTree::read(L"2")->values, factorySettings());
+  // A fade is asked for with each change.
+  ASSERT_EQ(ctl({"settings", "set", "beamformer.enabled=false"}), 0);
+  EXPECT_EQ(stored(L"5", Raw::fadeRequest), 0.0F);
+  ASSERT_EQ(ctl({"settings", "activate", "2"}), 0);
+  EXPECT_EQ(SettingsTree::activeName(), L"2");
+}
+
+TEST_F(CtlSettings, ExportsCarryEveryValue) {
+  RawValues values = factorySettings();
+  values[index(Raw::echoReservedFloor)] = 1.0F / 3.0F;
+  values[index(bandSlot(1, 9, BandField::type))] = 6.0F;
+  store(L"4", values);
+  ASSERT_EQ(ctl({"settings", "export", "4", path("all.toml")}), 0);
+  ASSERT_EQ(ctl({"settings", "apply", path("all.toml"), "6"}), 0);
+  EXPECT_EQ(bits(L"6"), bits(L"4"));
+
+  values[unread] = std::bit_cast<float>(0x7FC12345U);
+  store(L"4", values);
+  EXPECT_CONTAINS(captured({"settings", "export", "4", path("all.toml")}).complained,
+              "1 values");
+  ASSERT_EQ(ctl({"settings", "export", "4", path("all.reg")}), 0);
+  std::ifstream stream(path("all.reg"), std::ios::binary);
+  const std::string bytes{std::istreambuf_iterator<char>(stream), {}};
+  std::wstring text(bytes.size() / 2, L'\0');
+  std::memcpy(text.data(), bytes.data(), bytes.size());
+  EXPECT_TRUE(text.starts_with(L"\xFEFFWindows Registry Editor Version 5.00\r\n"));
+  EXPECT_NE(text.find(L"}\\Settings\\4]\r\n\"Param1\"=dword:00000000\r\n"), text.npos);
+  EXPECT_NE(text.find(L"\"Param501\"=dword:7fc12345\r\n"), text.npos);
+  EXPECT_EQ(std::ranges::count(text, L'='), std::ptrdiff_t{rawCount});
+}
+
+TEST_F(CtlSettings, ShortSettingIsReadAsTheEffectsReadIt) {
+  registry.writeSetting(L"2", 1, 323, [](unsigned) { return 0.0F; });
+  EXPECT_EQ(SettingsTree::read(L"2")->stored, 323U);
+  ASSERT_EQ(ctl({"settings", "set", "noise.enabled=true"}), 0);
+  EXPECT_EQ(SettingsTree::read(L"2")->stored, unsigned{rawCount});
+  EXPECT_EQ(stored(L"2", Raw::shortSettingMark), 1.0F);
+}
+
+TEST_F(CtlSettings, FaultsAreOneLineAndChangeNothing) {
+  store(L"2", factorySettings());
+  store(L"3", factorySettings());
+  registry.select(L"2");
+  const auto broken = file("broken.toml", "[noise]\nenabled = false\nenabld = true\n");
+  const auto invalid = file("invalid.toml", "noise = [\n");
+  struct Case {
+    std::vector<std::string> arguments;
+    const char* complaint;
+  };
+  const Case cases[] = {
+      {{"settings", "set", "beamformer.enabled=false", "noise.enabld=false"},
+       "did you mean noise.enabled"},
+      {{"settings", "set", "3", "noise.enabled=false", "echo.warmup_blocks=soon"},
+       "echo.warmup_blocks"},
+      {{"settings", "set", "noise.enabled=false", "beamformer.enabled"}, "NAME=VALUE"},
+      {{"settings", "set", "3"}, "nothing to set"},
+      {{"settings", "set", "9", "noise.enabled=false"}, "Settings\\9: no such setting"},
+      {{"settings", "set", "x", "noise.enabled=false"}, "setting x: no such number"},
+      {{"settings", "apply", broken, "3"}, "broken.toml:3: noise.enabld"},
+      {{"settings", "apply", invalid}, "invalid.toml:"},
+      {{"settings", "apply", path("none.toml")}, "none.toml: cannot be read"},
+      {{"settings", "apply", broken, "1234567890"}, "write N as 0 to 999999999"},
+      {{"settings", "export", path("out.txt")}, "FILE.toml or FILE.reg"},
+      {{"settings", "export", path("no/where.toml")}, "cannot be written"},
+      {{"settings", "export", "3"}, "no file"},
+      {{"settings", "show", "9"}, "no such setting"},
+      {{"settings", "activate", "9"}, "no such setting"},
+      {{"settings", "aktivate", "3"}, "aktivate: no such command"},
+      {{"settings"}, "--help"},
+      {{"stauts"}, "stauts: no such command"},
+      {{"status", "--seconds", "-1"}, "--seconds"},
+  };
+  for (const auto& [arguments, complaint] : cases) {
+    const auto outcome = captured(arguments);
+    EXPECT_EQ(outcome.exitCode, 1) << complaint;
+    EXPECT_CONTAINS(outcome.complained, complaint);
+    EXPECT_EQ(std::ranges::count(outcome.complained, '\n'), 1) << outcome.complained;
+    EXPECT_EQ(outcome.printed, "");
+  }
+  EXPECT_EQ(SettingsTree::activeName(), L"2");
+  for (const wchar_t* setting : {L"2", L"3"})
+    EXPECT_EQ(SettingsTree::read(setting)->values, factorySettings());
+  EXPECT_EQ(SettingsTree::names(), (std::vector<std::wstring>{L"2", L"3"}));
+}
+
+}  // namespace
+}  // namespace vellumic::tools
