@@ -85,6 +85,58 @@ TEST(Mirror, AFlatEqualiserClearsItsMasterButStaysInForce) {
   EXPECT_EQ(rig.core->sets.effectFlags(), 0U);  // never reported as an effect
 }
 
+TEST(Mirror, WritesTheBandsThatAreOnAndKeepsTheOthers) {
+  // Not on, but not 0 either: the mirror is written all the same.
+  RawValues values = factoryWith({{Raw::equalizerMaster, 0.5F}});
+  for (const int band : {1, 2}) values[index(bandSlot(0, band, BandField::type))] = 2.0F;
+  values[index(bandSlot(0, 1, BandField::enable))] = 1.0F;
+  values[index(bandSlot(0, 2, BandField::enable))] = 0.5F;
+  EngineRig rig(values);
+  const BiquadCoefficients low = *designBiquad(2, 1000.0F, 0.7F, 1.0F, 48000.0F);
+  const std::vector<float> expected{low.a1, low.a2, low.b0, low.b1, low.b2, 0, 0, 0, 0, 0};
+  const auto mirrored = [&] {
+    const auto first = rig.image().span().subspan(index(Entry::equalizerCoefficientsFirst) + 5, 10);
+    return std::vector<float>(first.begin(), first.end());
+  };
+  EXPECT_EQ(mirrored(), expected);
+  values[index(bandSlot(0, 1, BandField::enable))] = 0.0F;
+  rig.reload(values);
+  rig.call(constant(2, 0.0F));
+  EXPECT_EQ(rig.image().at(index(Entry::equalizerEnableFirst) + 1), 0.0F);
+  EXPECT_EQ(rig.image().at(index(Entry::equalizerEnableFirst) + 2), 0.5F);
+  EXPECT_EQ(mirrored(), expected);
+}
+
+struct MicrophoneCase {
+  EffectMode mode;
+  ProcessingMode processingMode;
+  std::uint32_t channels;
+  int microphones;
+};
+class MicrophoneTest : public testing::TestWithParam<MicrophoneCase> {};
+
+TEST_P(MicrophoneTest, AStreamOfSpeechOrNoCategorySizesThePipeline) {
+  const auto& [mode, processingMode, channels, microphones] = GetParam();
+  EngineRig rig(factorySettings(),
+                {.mode = mode,
+                 .processingMode = processingMode,
+                 .format = {.inputChannels = channels, .outputChannels = channels}});
+  EXPECT_EQ(rig.core->engine.pipeline.micCount(), microphones);
+}
+constexpr auto array = EffectMode::array, fourChannel = EffectMode::arrayFourChannel;
+INSTANTIATE_TEST_SUITE_P(
+    Streams, MicrophoneTest,
+    testing::Values(MicrophoneCase{array, ProcessingMode::standard, 8, 8},
+                    MicrophoneCase{array, ProcessingMode::speech, 4, 4},
+                    MicrophoneCase{array, ProcessingMode::notification, 4, 4},
+                    MicrophoneCase{array, ProcessingMode::standard, 1, 2},
+                    MicrophoneCase{array, ProcessingMode::raw, 8, 2},
+                    MicrophoneCase{array, ProcessingMode::media, 8, 2},
+                    MicrophoneCase{array, ProcessingMode::communications, 4, 2},
+                    MicrophoneCase{fourChannel, ProcessingMode::standard, 4, 2},
+                    MicrophoneCase{fourChannel, ProcessingMode::speech, 8, 6},
+                    MicrophoneCase{fourChannel, ProcessingMode::speech, 1, 2}));
+
 TEST(FadeRequest, IsUsedUpByOneBuild) {
   EngineRig rig(factorySettings());
   rig.reload(byFade(factorySettings()));
