@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -86,14 +87,13 @@ TEST_F(Host, GivesTheRenderersSamples) {
   writeNoise("two.wav", 2, 44100, 2);
   writeNoise("one.wav", 1, 16000, 3);
   writeNoise("far.wav", 2, 48000, 4);
-  std::ofstream(path("change.toml")) << "level.enabled = false\n";
   const std::string factory = "--settings settings/factory.toml --far " + path("far.wav") + " ";
   const std::string cases[] = {
       "--class efx --settings settings/speech_equalizer.toml four.wav",
       "--class efx --settings settings/speech_equalizer.toml one.wav",
       "--class mfx --mode speech " + factory + "four.wav",
       "--class mfx --mode default " + factory + "two.wav",
-      "--class mfx --mode raw " + factory + "one.wav",
+      "--class mfx --mode speech " + factory + "one.wav",
       "--class kdmfx --mode speech " + factory + "four.wav",
       "--class kdmfx --mode default " + factory + "two.wav",
   };
