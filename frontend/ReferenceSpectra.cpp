@@ -27,7 +27,7 @@ void ReferenceSpectra::setBlockLength(int blockLength) {
   silence_.setup(blockLength);
   blockFft_.prepare(2 * blockLength);
   frameFft_.prepare(blockLength);
-  pastIsSilent_ = withoutPastDone_ = true;
+  withoutPastDone_ = true;
 }
 
 void ReferenceSpectra::advance(std::span<const float> reference0,

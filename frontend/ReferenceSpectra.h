@@ -45,7 +45,6 @@ class ReferenceSpectra {
   void transform(bool past, ReferenceBlock& block) noexcept;
 
   int blockLength_ = 0;
-  bool pastIsSilent_ = true;      // no block came before the present one
   bool withoutPastDone_ = false;  // in this block
   std::array<Eigen::ArrayXf, 2> previous_, current_;
   Eigen::ArrayXf frame_;     // 2 * blockLength
