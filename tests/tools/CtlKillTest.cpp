@@ -34,15 +34,15 @@ LSTATUS WINAPI writeOrEnd(HKEY key, LPCWSTR name, DWORD reserved, DWORD type, co
 }
 
 const test::ChildMode child{"set-and-die", [] {
-  HKEY root = nullptr;
-  RegOpenKeyW(HKEY_CURRENT_USER, variable(treeVariable).c_str(), &root);
-  RegOverridePredefKey(HKEY_LOCAL_MACHINE, root);
-  writesLeft = std::stoi(variable(writesVariable));
-  test::ImportTable imports(GetModuleHandleW(nullptr));
-  writeValue = reinterpret_cast<decltype(writeValue)>(
-      imports.replace("RegSetValueExW", reinterpret_cast<void*>(&writeOrEnd)));
-  return ctl({"settings", "set", "noise.enabled=false"});
-}};
+                              HKEY root = nullptr;
+                              RegOpenKeyW(HKEY_CURRENT_USER, variable(treeVariable).c_str(), &root);
+                              RegOverridePredefKey(HKEY_LOCAL_MACHINE, root);
+                              writesLeft = std::stoi(variable(writesVariable));
+                              test::ImportTable imports(GetModuleHandleW(nullptr));
+                              writeValue = reinterpret_cast<decltype(writeValue)>(imports.replace(
+                                  "RegSetValueExW", reinterpret_cast<void*>(&writeOrEnd)));
+                              return ctl({"settings", "set", "noise.enabled=false"});
+                            }};
 
 // As an effect reads at its start and at a reload.
 struct Reading {

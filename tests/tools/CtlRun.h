@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,11 @@ inline CtlOutcome captured(const std::vector<std::string>& arguments) {
   return {.exitCode = exitCode,
           .printed = testing::internal::GetCapturedStdout(),
           .complained = testing::internal::GetCapturedStderr()};
+}
+
+inline void expectParts(const std::string& text, std::initializer_list<std::string> parts) {
+  for (const std::string& part : parts)
+    EXPECT_NE(text.find(part), std::string::npos) << "no <" << part << "> in: " << text;
 }
 
 }  // namespace vellumic::tools

@@ -12,6 +12,17 @@ constexpr std::size_t mostDigits = 9;
 constexpr const char* description =
     "Reads and writes the settings of the capture effects, and shows which effects run.";
 constexpr const char* footer = R"(
+Commands:
+  settings list
+  settings show [N] [--changed]
+  settings set [N] NAME=VALUE... [--fade]
+  settings apply FILE.toml [N] [--fade]
+  settings export [N] FILE.toml|FILE.reg
+  settings activate N
+  status [--watch] [--json] [--seconds S]
+  volume [DEVICE]
+  mute [DEVICE]
+
 N is the number of a setting; without it the active one is meant. A changed setting is checked as
 a whole, written as a whole, made the active one, and then told to the running effects. Writing
 needs an administrator's rights.
@@ -128,6 +139,18 @@ void printHelp(const CLI::App& app) {
   std::cout << app.help("", all ? CLI::AppFormatMode::All : CLI::AppFormatMode::Normal);
 }
 
+// The first words are commands; the library's own message would not name the wrong one.
+void checkCommands(const CLI::App& app, int argc, const char* const* argv) {
+  const CLI::App* level = &app;
+  for (int i = 1; i < argc && argv[i][0] != '-' && !level->get_subcommands({}).empty(); ++i) {
+    const std::string word = argv[i];
+    const auto next = level->get_subcommands(
+        [&](const CLI::App* command) { return command->get_name() == word; });
+    if (next.empty()) throw CtlError(word + ": no such command; see vellumic-ctl --help");
+    level = next.front();
+  }
+}
+
 }  // namespace
 
 std::optional<CtlOptions> parseCtlOptions(int argc, const char* const* argv) {
@@ -138,6 +161,7 @@ std::optional<CtlOptions> parseCtlOptions(int argc, const char* const* argv) {
   app.require_subcommand(1);
   addSettings(app, options, words);
   const CLI::Option* seconds = addRest(app, options, words);
+  checkCommands(app, argc, argv);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {
