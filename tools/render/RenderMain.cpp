@@ -63,6 +63,7 @@ void run(const RenderOptions& options) {
   checkReport(options);
   SettingsWarnings warnings;
   const std::vector<Variant> variants = variantsOf(options, warnings);
+  for (const Variant& variant : variants) checkWaveTarget(variant.outputFile);
   RenderJob job = loadSound(options);
   for (const std::string& warning : warnings)
     std::fprintf(stderr, "warning: %s\n", warning.c_str());
