@@ -18,8 +18,10 @@ RawValues startSettings(const RenderOptions& options, SettingsWarnings& warnings
 // Each change comes on top of the setting before it; a fade is only for the change that asks.
 std::vector<SettingChange> settingChanges(const RenderOptions& options, RawValues values,
                                           SettingsWarnings& warnings) {
-  std::vector<ChangeOption> ordered = options.changes;
-  std::ranges::stable_sort(ordered, {}, &ChangeOption::seconds);
+  std::vector<ChangeOption> ordered;
+  for (const ChangeOption& change : options.changes)
+    ordered.insert(std::ranges::upper_bound(ordered, change.seconds, {}, &ChangeOption::seconds),
+                   change);
   std::vector<SettingChange> changes;
   for (const ChangeOption& change : ordered) {
     values[index(Raw::fadeRequest)] = 0.0F;

@@ -134,8 +134,12 @@ std::optional<RenderOptions> parseRenderOptions(int argc, const char* const* arg
   app.add_option("--sweep", options.sweep, "render once per value of a setting")
       ->option_text("NAME=A,B,C")
       ->excludes(compare);
-  app.add_option("INPUT.wav", options.inputFile)->required()->option_text(" ");
-  app.add_option("OUTPUT.wav", options.outputFile)->required()->option_text(" ");
+  app.add_option("INPUT.wav", options.inputFile, "what the microphones hear")
+      ->required()
+      ->option_text(" ");
+  app.add_option("OUTPUT.wav", options.outputFile, "what applications get")
+      ->required()
+      ->option_text(" ");
 
   try {
     app.parse(argc, argv);

@@ -42,24 +42,35 @@ Course courseOf(const Trace& trace, Read read) {
   return course;
 }
 
-// Settings seldom change these: one panel serves all renderings that are alike.
-bool sameStates(const Rendering& a, const Rendering& b) {
-  const auto states = [](const TracePoint& point) {
-    const PipelineProbe& probe = point.probe;
-    return std::tuple(probe.lastLag, probe.loopbackDelay, probe.microphoneDelay, probe.streaming,
-                      probe.delayLocked, probe.converged, probe.signalActive);
-  };
-  return std::ranges::equal(a.trace.points(), b.trace.points(), {}, states, states);
+// Settings seldom change what follows: one panel serves all renderings that are alike.
+using Alike = bool (*)(const Rendering&, const Rendering&);
+
+auto delaysOf(const TracePoint& point) {
+  return std::tuple(point.probe.lastLag, point.probe.loopbackDelay, point.probe.microphoneDelay);
 }
 
-bool shownBefore(const std::vector<Rendering>& renderings, const Rendering& rendering) {
-  return &rendering != &renderings.front() && sameStates(rendering, renderings.front());
+auto statesOf(const TracePoint& point) {
+  return std::tuple(point.probe.streaming, point.probe.delayLocked, point.probe.converged,
+                    point.probe.signalActive);
 }
 
-std::string stateTitle(const std::vector<Rendering>& renderings, const Rendering& rendering) {
-  const bool alike = std::ranges::all_of(
-      renderings, [&](const Rendering& other) { return sameStates(other, renderings.front()); });
-  return alike ? "" : inTitle(rendering);
+template <auto read>
+bool alike(const Rendering& a, const Rendering& b) {
+  return std::ranges::equal(a.trace.points(), b.trace.points(), {}, read, read);
+}
+
+struct Panel {
+  const Rendering* rendering;
+  std::string suffix;  // of its title
+};
+
+std::vector<Panel> panelsOf(const std::vector<Rendering>& renderings, Alike alike) {
+  std::vector<Panel> panels;
+  for (const Rendering& rendering : renderings)
+    if (panels.empty() || !alike(rendering, renderings.front()))
+      panels.push_back({.rendering = &rendering, .suffix = inTitle(rendering)});
+  if (panels.size() == 1) panels.front().suffix.clear();
+  return panels;
 }
 
 void addSound(plot::Figure& figure, const RenderJob& job,
@@ -88,14 +99,13 @@ void addEcho(plot::Figure& figure, const std::vector<Rendering>& renderings) {
   if (erle.empty()) return;
   figure.addLines("Echo stage: microphone 1 before over after, while the loudspeakers play (ERLE)",
                   "dB", std::move(erle));
-  for (const Rendering& rendering : renderings) {
-    if (shownBefore(renderings, rendering)) continue;
-    const auto course = [&](const char* name, int PipelineProbe::*field) {
-      return lineOf(name, courseOf(rendering.trace,
-                                   [field](const PipelineProbe& probe) { return probe.*field; }));
+  for (const auto& [rendering, suffix] : panelsOf(renderings, alike<delaysOf>)) {
+    const Trace& trace = rendering->trace;
+    const auto course = [&trace](const char* name, int PipelineProbe::*field) {
+      return lineOf(name,
+                    courseOf(trace, [field](const PipelineProbe& probe) { return probe.*field; }));
     };
-    figure.addLines("Lag of the microphones, delays against it" + stateTitle(renderings, rendering),
-                    "samples",
+    figure.addLines("Lag of the microphones, delays against it" + suffix, "samples",
                     {course("lag", &PipelineProbe::lastLag),
                      course("loudspeaker delay", &PipelineProbe::loopbackDelay),
                      course("microphone delay", &PipelineProbe::microphoneDelay)});
@@ -128,14 +138,13 @@ plot::Bar barOf(const std::string& name, const Trace& trace, bool PipelineProbe:
 }
 
 void addStates(plot::Figure& figure, const std::vector<Rendering>& renderings) {
-  for (const Rendering& rendering : renderings) {
-    if (!rendering.trace.arrayRan() || shownBefore(renderings, rendering)) continue;
-    const Trace& trace = rendering.trace;
-    figure.addBars("States" + stateTitle(renderings, rendering),
-                   {barOf("packets", trace, &PipelineProbe::streaming),
-                    barOf("delay set", trace, &PipelineProbe::delayLocked),
-                    barOf("converged", trace, &PipelineProbe::converged),
-                    barOf("signal", trace, &PipelineProbe::signalActive)});
+  for (const auto& [rendering, suffix] : panelsOf(renderings, alike<statesOf>)) {
+    const Trace& trace = rendering->trace;
+    if (!trace.arrayRan()) continue;
+    figure.addBars("States" + suffix, {barOf("packets", trace, &PipelineProbe::streaming),
+                                       barOf("delay set", trace, &PipelineProbe::delayLocked),
+                                       barOf("converged", trace, &PipelineProbe::converged),
+                                       barOf("signal", trace, &PipelineProbe::signalActive)});
   }
 }
 
