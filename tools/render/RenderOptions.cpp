@@ -63,11 +63,11 @@ std::pair<double, std::string> splitSeconds(const std::string& text, const std::
     }
   } catch (const std::logic_error&) {  // not a number
   }
-  throw UsageError(option + " " + text + ": write " + form + ", both at least 0");
+  throw UsageError(option + " " + text + ": write " + form);
 }
 
 TimeSpan gapFrom(const std::string& text) {
-  const std::string form = "START:LENGTH in seconds";
+  const std::string form = "START:LENGTH in seconds, both at least 0";
   const auto [start, rest] = splitSeconds(text, "--far-gap", form);
   const auto [length, nothing] = splitSeconds(rest + ":-", "--far-gap", form);
   return {.start = start, .length = length};
@@ -152,7 +152,7 @@ std::optional<RenderOptions> parseRenderOptions(int argc, const char* const* arg
   options.captureClass = named("--class", className, classNames);
   options.mode = named("--mode", modeName, modeNames);
   for (const std::string& change : changes) {
-    auto [seconds, file] = splitSeconds(change, "--change", "SECONDS:FILE.toml");
+    auto [seconds, file] = splitSeconds(change, "--change", "SECONDS:FILE.toml, seconds from 0 on");
     options.changes.push_back({.seconds = seconds, .file = std::move(file)});
   }
   for (const std::string& gap : gaps) options.farGaps.push_back(gapFrom(gap));
