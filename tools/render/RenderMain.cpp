@@ -71,6 +71,7 @@ void run(const RenderOptions& options) {
 
   const SoundFigures input = soundFigures(job.input);
   std::vector<Rendering> renderings;
+  renderings.reserve(variants.size());
   for (const Variant& variant : variants) renderings.push_back(renderVariant(job, variant, input));
 
   Table table;
