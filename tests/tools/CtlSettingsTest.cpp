@@ -97,7 +97,7 @@ TEST_F(CtlSettings, ExportsCarryEveryValue) {
 
   values[unread] = std::bit_cast<float>(0x7FC12345U);
   store(L"4", values);
-  expectParts(captured({"settings", "export", "4", path("all.toml")}).complained, {"1 values"});
+  expectParts(captured({"settings", "export", "4", path("all.toml")}).complained, {"warning: 1 stored without a name"});
   ASSERT_EQ(ctl({"settings", "export", "4", path("all.reg")}), 0);
   std::ifstream stream(path("all.reg"), std::ios::binary);
   const std::string bytes{std::istreambuf_iterator<char>(stream), {}};

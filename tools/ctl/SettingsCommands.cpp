@@ -139,7 +139,7 @@ void showStoredSetting(const CtlOptions& options) {
   for (const Parameter& parameter : catalogue())
     if (!options.changedOnly || differs(parameter, values)) printParameter(parameter, values);
   if (const unsigned unread = unreadValues(values); unread > 0)
-    std::printf("%u more values are stored that nothing reads.\n", unread);
+    std::printf("Stored besides, and read by nothing: %u.\n", unread);
 }
 
 void changeSetting(const CtlOptions& options) {
@@ -190,7 +190,8 @@ void exportSetting(const CtlOptions& options) {
     const std::string text = writeSettings(values, SettingsScope::all);
     writeFile(options.file, text.data(), text.size());
     if (const unsigned unread = unreadValues(values); unread > 0)
-      std::fprintf(stderr, "warning: %u values that nothing reads are left out; .reg keeps them\n",
+      std::fprintf(stderr,
+                   "warning: %u stored without a name and left out; a .reg file keeps all\n",
                    unread);
   } else {
     throw CtlError(options.file + ": unknown kind of file; name it FILE.toml or FILE.reg");
