@@ -98,6 +98,23 @@ TEST_F(RenderFiles, ThePageIsSelfContainedAndSaysWhatIsPrinted) {
             std::string::npos);
 }
 
+// A peak of no width makes the sound infinite or worse; nothing of the kind reaches the drawing.
+TEST_F(RenderFiles, BrokenSoundIsStillDrawn) {
+  const std::string in = wave("in.wav", {.sampleRate = 48000, .channels = 1}, softNoise(960, 1, 1));
+  const Outcome outcome =
+      run({"--class", "efx", "--set", "equalizer.enabled=1", "--set",
+           "equalizer.left.band1.enabled=1", "--set", "equalizer.left.band1.gain=2", "--set",
+           "equalizer.left.band1.q=0", "--report", path("page.html"), in, path("out.wav")});
+  ASSERT_EQ(outcome.exitCode, 0) << outcome.complained;
+  ASSERT_FALSE(std::isfinite(readWave(path("out.wav")).samples[500]));
+  const std::string page = contentOf(path("page.html"));
+  EXPECT_TRUE(wellFormed(page));
+  for (std::size_t n = 0; (n = page.find(" d='", n)) != std::string::npos; ++n) {
+    const std::string course = page.substr(n, page.find('\'', n + 4) - n);
+    EXPECT_EQ(course.find_first_of("nif"), std::string::npos) << course;
+  }
+}
+
 TEST_F(RenderFiles, TheDrawnResponseIsTheEqualisersGain) {
   const std::string in = wave("in.wav", {.sampleRate = 48000, .channels = 1}, softNoise(960, 1, 1));
   const Outcome outcome =
@@ -216,13 +233,14 @@ TEST_F(RenderFiles, EveryErrorOfReportsIsOneLineAndLeavesNoOutput) {
   };
   for (const ErrorCase& error :
        std::vector<ErrorCase>{{{"--sweep", "noise.gain.floor1"}, "NAME=A,B,C"},
-                              {{"--sweep", "noise.gain.flor1=0.1"}, "noise.gain.floor1"},
                               {{"--sweep", "noise.gain.floor1=0.1,loud"}, "noise.gain.floor1"},
                               {{"--sweep", many}, "21 values"},
                               {{"--compare", path("none.toml")}, "none.toml"},
                               {{"--compare", bad}, "echo.enabled"},
                               {{"--compare", bad, "--sweep", "noise.gain.floor1=0"}, "--sweep"},
                               {{"--report", path("none/page.html")}, "--report"},
+                              {{"--report", path("")}, "is a folder"},
+                              {{"--sweep", "noise.gain.flor1=1"}, "--sweep noise.gain.flor1"},
                               {{"--picture", path("none/picture.svg")}, "--picture"}}) {
     std::vector<std::string> arguments = error.arguments;
     arguments.insert(arguments.end(), {in, out});

@@ -128,7 +128,8 @@ void Figure::addSpectrogram(const std::string& title, std::span<const float> sam
     for (std::size_t n = 0; n < frame; ++n) {
       const double hann =
           0.5 - 0.5 * std::cos(2 * std::numbers::pi * static_cast<double>(n) / frame);
-      block[n] = start + n < samples.size() ? samples[start + n] * static_cast<float>(hann) : 0.0F;
+      const float sample = start + n < samples.size() ? samples[start + n] : 0.0F;
+      block[n] = std::isfinite(sample) ? sample * static_cast<float>(hann) : 0.0F;
     }
     fft.fwd(bins, block);
     for (int row = 0; row < rows; ++row) {

@@ -33,7 +33,7 @@ class Figure {
   Figure(std::string title, Axis axis);
 
   // Only over time, from 0.
-  // 512-sample Hann frames, magnitudes from -100 to -20 dBFS.
+  // 512-sample Hann frames, magnitudes from -100 to -20 dBFS; what is not finite is silent.
   void addSpectrogram(const std::string& title, std::span<const float> samples, double rate);
   // The y range is taken from the data unless given.
   void addLines(const std::string& title, const std::string& unit, std::vector<Line> lines,

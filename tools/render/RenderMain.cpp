@@ -27,6 +27,8 @@ void checkReport(const RenderOptions& options) {
     if (file.empty()) continue;
     if (!drawsReports())
       throw UsageError(option + file + ": this build draws none; use the native vellumic-render");
+    if (std::filesystem::is_directory(file))
+      throw UsageError(option + file + ": is a folder; name a file in it");
     const auto folder = std::filesystem::path(file).parent_path();
     if (!folder.empty() && !std::filesystem::is_directory(folder))
       throw UsageError(option + file + ": no folder " + folder.string() + "; make it first");

@@ -48,6 +48,9 @@ std::vector<Variant> sweep(const RenderOptions& options, SettingsWarnings& warni
     throw UsageError("--sweep " + options.sweep +
                      ": write NAME=A,B,C as in noise.gain.floor2_db=-20,-10,-5");
   const std::string name = options.sweep.substr(0, sign);
+  if (!findParameter(name))
+    throw UsageError("--sweep " + name + ": no such setting; did you mean " +
+                     nearestParameterName(name) + "?");
   std::istringstream list(options.sweep.substr(sign + 1));
   std::vector<Variant> variants;
   for (std::string value; std::getline(list, value, ',');) {

@@ -54,8 +54,8 @@ std::string equalizerFigure(const RenderJob& job, const std::vector<Rendering>& 
     lines.push_back(std::move(left));
     if (!alike) lines.push_back(std::move(right));
   }
-  if (lines.empty()) return "";
   const double top = std::min(highest, 0.5 * static_cast<double>(rate));
+  if (lines.empty() || top <= lowest) return "";
   plot::Figure figure("", plot::Axis{.low = lowest, .high = top, .logarithmic = true});
   figure.addLines("Response of the equaliser over frequency in Hz", "dB", std::move(lines),
                   std::pair{-20.0, 20.0});
