@@ -68,9 +68,9 @@ void LoopbackSource::freeRetired() noexcept {
 }
 
 // Takes a stream that has arrived and passes the one it replaces on to be freed elsewhere.
-void LoopbackSource::adopt() noexcept {
+bool LoopbackSource::adopt() noexcept {
   LoopbackStream* fresh = arriving_.exchange(nullptr, std::memory_order_acquire);
-  if (fresh == nullptr) return;
+  if (fresh == nullptr) return false;
   if (LoopbackStream* old = std::exchange(stream_, fresh)) {
     old->nextRetired = retired_.load(std::memory_order_relaxed);
     while (!retired_.compare_exchange_weak(old->nextRetired, old, std::memory_order_release,
@@ -80,35 +80,45 @@ void LoopbackSource::adopt() noexcept {
   stream_->setDelay(delay_);
   streaming_.store(false, std::memory_order_relaxed);
   skipFirstBlock_ = true;
+  return true;
 }
 
 void LoopbackSource::drain() noexcept VELLUMIC_NONBLOCKING {
   if (draining_.exchange(true, std::memory_order_acquire)) return;
-  adopt();
-  if (stream_ != nullptr) {
-    const LoopbackStream::Outcome outcome = stream_->drain();
-    working_.store(!outcome.failed, std::memory_order_relaxed);
-    if (outcome.waiting == LoopbackStream::Packets::some) {
-      streaming_.store(true, std::memory_order_relaxed);
-    } else if (!outcome.failed && streaming_.exchange(false, std::memory_order_relaxed)) {
-      stream_->silence();  // the loudspeakers paused: what is queued is the past
-      stream_->setDelay(delay_);
-    }
-  }
+  // A device has been playing since it was opened beside the audio: what piled up is the past.
+  if (adopt() && opener_.onHelperThread)
+    dropWaiting();
+  else
+    takeWaiting();
   draining_.store(false, std::memory_order_release);
 }
 
 void LoopbackSource::discard() noexcept VELLUMIC_NONBLOCKING {
   if (draining_.exchange(true, std::memory_order_acquire)) return;
   adopt();
-  if (stream_ != nullptr) {
-    const LoopbackStream::Outcome outcome = stream_->discard();
-    working_.store(!outcome.failed, std::memory_order_relaxed);
-    streaming_.store(outcome.waiting == LoopbackStream::Packets::some, std::memory_order_relaxed);
-    stream_->restartRing();
-    skipFirstBlock_ = discarded_ = true;
-  }
+  dropWaiting();
   draining_.store(false, std::memory_order_release);
+}
+
+void LoopbackSource::takeWaiting() noexcept {
+  if (stream_ == nullptr) return;
+  const LoopbackStream::Outcome outcome = stream_->drain();
+  working_.store(!outcome.failed, std::memory_order_relaxed);
+  if (outcome.waiting == LoopbackStream::Packets::some) {
+    streaming_.store(true, std::memory_order_relaxed);
+  } else if (!outcome.failed && streaming_.exchange(false, std::memory_order_relaxed)) {
+    stream_->silence();  // the loudspeakers paused: what is queued is the past
+    stream_->setDelay(delay_);
+  }
+}
+
+void LoopbackSource::dropWaiting() noexcept {
+  if (stream_ == nullptr) return;
+  const LoopbackStream::Outcome outcome = stream_->discard();
+  working_.store(!outcome.failed, std::memory_order_relaxed);
+  streaming_.store(outcome.waiting == LoopbackStream::Packets::some, std::memory_order_relaxed);
+  stream_->restartRing();
+  skipFirstBlock_ = discarded_ = true;
 }
 
 bool LoopbackSource::popBlock(ChannelArrays& target, int count) noexcept VELLUMIC_NONBLOCKING {

@@ -39,7 +39,9 @@ class LoopbackSource {
   // Hz; counts for streams that are opened from now on.
   void setTargetRate(double rate) noexcept { targetRate_.store(rate, std::memory_order_relaxed); }
 
-  // Moves every waiting packet into the ring. Bounded in packets and in failures.
+  // Moves every waiting packet into the ring. Bounded in packets and in failures. The first drain
+  // of a stream that was opened on the helper thread discards instead: its packets are as old as
+  // the opening.
   void drain() noexcept VELLUMIC_NONBLOCKING;
 
   // For the first block after the references went unread: throws away what waits and what is
@@ -61,7 +63,9 @@ class LoopbackSource {
  private:
   bool openAndHandOver() noexcept;
   void freeRetired() noexcept;
-  void adopt() noexcept;
+  bool adopt() noexcept;
+  void takeWaiting() noexcept;
+  void dropWaiting() noexcept;
 
   LoopbackOpener opener_;
   std::atomic<double> targetRate_{16000.0};

@@ -238,6 +238,23 @@ TEST_F(Loopback, StartTellsWhenNothingCanBeOpened) {
   }
 }
 
+TEST(LoopbackOpening, DropsWhatPiledUpSinceTheDeviceWasOpened) {
+  Device device;
+  device.packets = {3000};
+  LoopbackSource source({openerOf(device).open, true});
+  ChannelArrays rows(2, std::vector<float>(block));
+  ASSERT_TRUE(source.start());
+  while (device.played == 0) source.drain();
+  EXPECT_FALSE(source.popBlock(rows, block));
+  for (const bool expected : {false, true}) {
+    device.packets = {1024};
+    source.drain();
+    EXPECT_EQ(source.popBlock(rows, block), expected);
+  }
+  EXPECT_EQ(rows[0][0], 3001.0F);
+  source.stop();
+}
+
 TEST(LoopbackOpening, RunsBesideTheAudioThread) {
   Device device;
   std::atomic<bool> go{false};
