@@ -3,11 +3,13 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <sstream>
 #include <thread>
 
 #include "tests/apo/ApoWorld.h"
 #include "tests/tools/CtlRun.h"
+#include "tools/ctl/StatusCollector.h"
 
 namespace vellumic::tools {
 namespace {
@@ -68,6 +70,17 @@ TEST_F(CtlEffects, StatusJoinsABoardOfSomebodyElse) {
                "CVellumicAPOCaptureMFX  alive", "Active: yes, 2 effects run with setting 1.\n"});
   ASSERT_EQ(ctl({"settings", "set", "engine.enabled=off"}), 0);
   expectParts(captured({"status"}).printed, {"Active: no, 2 effects run but"});
+}
+
+TEST_F(CtlEffects, BoardOutlivesItsMaker) {
+  std::optional<CompanionLink> maker(CompanionLink::Missing::make);
+  CompanionLink guest(CompanionLink::Missing::make);
+  EXPECT_TRUE(maker->madeBoard() && !guest.madeBoard());
+  maker.reset();
+  const CaptureObject late = initialized(test::efx);
+  StatusCollector collector(guest);
+  collector.collect();
+  EXPECT_EQ(collector.aliveCount(), 1U);
 }
 
 TEST_F(CtlEffects, ChangedSettingIsHeard) {

@@ -71,8 +71,10 @@ CompanionLink::CompanionLink(Missing missing)
   check(mutex_, sharedMemoryMutexName);
   ping_ = createOpenEvent(pingEventName);
   check(ping_, pingEventName);
-  if (!madeBoard_) return;  // its maker, not we, is woken by a publication
-  event_.reset(CreateEventW(access.get(), FALSE, FALSE, sharedMemoryEventName));
+  // A publication wakes the maker. A guest holds the event too: effects need it when the maker has
+  // gone.
+  event_.reset(OpenEventW(SYNCHRONIZE, FALSE, sharedMemoryEventName));
+  if (!event_) event_.reset(CreateEventW(access.get(), FALSE, FALSE, sharedMemoryEventName));
   check(event_, sharedMemoryEventName);
 }
 

@@ -10,7 +10,8 @@
 namespace vellumic::tools {
 namespace {
 
-constexpr DWORD answerMs = 40;  // a waiting effect answers within one
+constexpr DWORD answerMs = 50;  // a waiting effect answers within one or two
+constexpr std::size_t spareRounds = 4;
 constexpr int mostPings = 200;
 
 // The effect's property event; empty when the effect is gone. Other names in the block are not
@@ -54,7 +55,7 @@ bool StatusCollector::refresh() {
 bool StatusCollector::collect() {
   bool changed = false;
   std::size_t quiet = 0;
-  for (int i = 0; i < mostPings && quiet < aliveCount() + 2; ++i) {
+  for (int i = 0; i < mostPings && quiet < aliveCount() + spareRounds; ++i) {
     const auto block = link_.ping(answerMs);
     const bool fresh = block && note(*block);
     quiet = fresh ? 0 : quiet + 1;

@@ -21,7 +21,7 @@ class StatusCollector {
  public:
   explicit StatusCollector(CompanionLink& link) : link_(link) {}
 
-  // Pings until as many pings in a row as there are effects, and two more, brought nothing new.
+  // Pings until as many pings in a row as there are effects, and some more, brought nothing new.
   // True when an effect has come, changed or gone.
   bool collect();
   [[nodiscard]] const std::vector<SeenObject>& objects() const noexcept { return objects_; }
