@@ -7,8 +7,11 @@
 #include <sstream>
 #include <thread>
 
+#include "control/OpenEvent.h"
+#include "control/SharedMemoryAccessHandler.h"
 #include "tests/apo/ApoWorld.h"
 #include "tests/tools/CtlRun.h"
+#include "tools/ctl/SettingsTree.h"
 #include "tools/ctl/StatusCollector.h"
 
 namespace vellumic::tools {
@@ -81,6 +84,33 @@ TEST_F(CtlEffects, BoardOutlivesItsMaker) {
   StatusCollector collector(guest);
   collector.collect();
   EXPECT_EQ(collector.aliveCount(), 1U);
+}
+
+TEST_F(CtlEffects, EffectsAreToldOnceAndAfterTheWrite) {
+  const test::ServiceObjects service;
+  constexpr wchar_t name[] = L"Global\\VellumicAPOPropEvent{test}";
+  const KernelHandle event = createOpenEvent(name);
+  CSharedMemoryAccessHandler effect;
+  ASSERT_TRUE(effect.open());
+  effect.updateStatus([&](StatusBlock& block) {
+    block.instance.Data1 = block.alive = block.propertyEventPresent = 1;
+    copyText(block.propertyEvent, name);
+  });
+  effect.publishStatus();
+  int told = 0;
+  std::optional<StoredSetting> written;
+  std::thread listening([&] {
+    while (WaitForSingleObject(event.get(), told == 0 ? 10000 : 1000) == WAIT_OBJECT_0) {
+      ++told;
+      written = SettingsTree::read(SettingsTree::activeName());
+    }
+  });
+  EXPECT_EQ(ctl({"settings", "set", "noise.enabled=false", "limiter.enabled=false"}), 0);
+  listening.join();
+  EXPECT_EQ(told, 1);
+  ASSERT_TRUE(written);
+  EXPECT_EQ(written->values[index(Raw::noisePostfilter)], 0.0F);
+  EXPECT_EQ(written->values[index(Raw::limiter)], 0.0F);
 }
 
 TEST_F(CtlEffects, ChangedSettingIsHeard) {

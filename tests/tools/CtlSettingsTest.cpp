@@ -97,7 +97,8 @@ TEST_F(CtlSettings, ExportsCarryEveryValue) {
 
   values[unread] = std::bit_cast<float>(0x7FC12345U);
   store(L"4", values);
-  expectParts(captured({"settings", "export", "4", path("all.toml")}).complained, {"warning: 1 stored without a name"});
+  expectParts(captured({"settings", "export", "4", path("all.toml")}).complained,
+              {"warning: 1 stored without a name"});
   ASSERT_EQ(ctl({"settings", "export", "4", path("all.reg")}), 0);
   std::ifstream stream(path("all.reg"), std::ios::binary);
   const std::string bytes{std::istreambuf_iterator<char>(stream), {}};
@@ -143,6 +144,7 @@ TEST_F(CtlSettings, FaultsAreOneLineAndChangeNothing) {
       {{"settings", "export", path("out.txt")}, "FILE.toml or FILE.reg"},
       {{"settings", "export", path("no/where.toml")}, "cannot be written"},
       {{"settings", "export", "3"}, "no file"},
+      {{"settings", "export", "3", path("a.reg"), path("b.reg")}, "one file"},
       {{"settings", "show", "9"}, "no such setting"},
       {{"settings", "activate", "9"}, "no such setting"},
       {{"settings", "aktivate", "3"}, "aktivate: no such command"},

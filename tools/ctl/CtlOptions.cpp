@@ -61,6 +61,7 @@ void readChange(CtlOptions& options, std::vector<std::string> words) {
 
 // [N] FILE
 void readExport(CtlOptions& options, const std::vector<std::string>& words) {
+  if (words.size() > 2) throw CtlError("settings export: write [N] and one file");
   if (words.size() == 2) options.setting = settingNumber(words.front());
   options.file = words.back();
   if (words.size() == 1 && isNumber(options.file))
@@ -110,7 +111,6 @@ void addSettings(CLI::App& app, CtlOptions& options, Words& words) {
       addCommand(settings, options, exportFile, "export", "write a setting to a file");
   write->add_option("[N] FILE", words.list, "FILE.toml, or FILE.reg with the stored bits")
       ->required()
-      ->expected(1, 2)
       ->option_text(" ");
 
   CLI::App* activate =

@@ -100,7 +100,8 @@ void showVolume(const std::string& device) {
     printGain("master", gains.master);
     printGain("first channel", gains.first);
     printGain("second channel", gains.second);
-    if (volume.channelCount(id) == 0) std::puts("The device has no volume control.");
+    if (volume.channelCount(id) == 0)
+      std::puts("Its volume control is missing or cannot be read; this is what effects then see.");
   });
 }
 
