@@ -32,33 +32,32 @@ struct EndpointEffectTraits {
   static constexpr bool startsWorkerInsideLock = true;
 };
 
+// What both forms of the microphone-array pipeline have in common; a live reload leaves the
+// four-channel form for the array mode.
+struct ArrayEffectTraits {
+  static constexpr ParameterThreadTraits worker{.mode = EffectMode::array,
+                                                .copiesEqualizerEffect = false};
+  static constexpr std::span<const ReportedEffect> effects = arrayEffects;
+  static constexpr bool reportsPendingEffects = false;
+  static constexpr bool followsVolume = true;
+  static constexpr bool readsOutputPath = false;
+};
+
 // Microphone-array pipeline.
-struct ModeEffectTraits {
+struct ModeEffectTraits : ArrayEffectTraits {
   using OwnInterface = IVellumicAPOCaptureMFX;
   static constexpr const APO_REG_PROPERTIES& record = recordMFX;
   static constexpr eAPO_TYPE formatType = eAPO_TYPE::eAPO_TYPE_CaptureMFX;
   static constexpr EffectMode lockMode = EffectMode::array;
-  static constexpr ParameterThreadTraits worker{.mode = EffectMode::array,
-                                                .copiesEqualizerEffect = false};
-  static constexpr std::span<const ReportedEffect> effects = arrayEffects;
-  static constexpr bool reportsPendingEffects = false;
-  static constexpr bool followsVolume = true;
-  static constexpr bool readsOutputPath = false;
   static constexpr bool startsWorkerInsideLock = true;
 };
 
-// The pipeline's four-channel form; a live reload leaves that form for the array mode.
-struct KeywordDetectorTraits {
+// The pipeline's four-channel form.
+struct KeywordDetectorTraits : ArrayEffectTraits {
   using OwnInterface = IVellumicAPOCaptureKDMFX;
   static constexpr const APO_REG_PROPERTIES& record = recordKDMFX;
   static constexpr eAPO_TYPE formatType = eAPO_TYPE::eAPO_TYPE_CaptureKDMFX;
   static constexpr EffectMode lockMode = EffectMode::arrayFourChannel;
-  static constexpr ParameterThreadTraits worker{.mode = EffectMode::array,
-                                                .copiesEqualizerEffect = false};
-  static constexpr std::span<const ReportedEffect> effects = arrayEffects;
-  static constexpr bool reportsPendingEffects = false;
-  static constexpr bool followsVolume = true;
-  static constexpr bool readsOutputPath = false;
   static constexpr bool startsWorkerInsideLock = false;
 };
 

@@ -26,6 +26,9 @@ struct WaveData {
   std::size_t frames() const { return samples.size() / static_cast<std::size_t>(format.channels); }
 };
 
+// What a WAV file's 32-bit sizes have room for, headers included.
+inline constexpr std::size_t mostWaveSamples = (std::size_t{1} << 30U) - 1024;
+
 WaveData readWave(const std::string& path);
 void writeWave(const std::string& path, const WaveData& wave);
 

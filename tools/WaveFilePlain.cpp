@@ -94,6 +94,8 @@ WaveData readWave(const std::string& path) {
 
 void writeWave(const std::string& path, const WaveData& wave) {
   checkWaveTarget(path);
+  if (wave.samples.size() > mostWaveSamples)
+    throw std::runtime_error(path + ": longer than a WAV file can be; render it in pieces");
   const auto size = static_cast<std::uint32_t>(wave.samples.size() * sizeof(float));
   const auto channels = static_cast<std::uint16_t>(wave.format.channels);
   const auto rate = static_cast<std::uint32_t>(wave.format.sampleRate);

@@ -70,6 +70,8 @@ WaveData readWave(const std::string& path) {
 
 void writeWave(const std::string& path, const WaveData& wave) {
   checkWaveTarget(path);
+  if (wave.samples.size() > mostWaveSamples)
+    throw std::runtime_error(path + ": longer than a WAV file can be; render it in pieces");
   const std::string temporary = path + ".part";
   SF_INFO info{};
   info.samplerate = wave.format.sampleRate;
