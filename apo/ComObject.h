@@ -62,7 +62,10 @@ class ComObject final : public Object {
     ULONG STDMETHODCALLTYPE AddRef() noexcept override { return ++count_; }
     ULONG STDMETHODCALLTYPE Release() noexcept override {
       const ULONG left = --count_;
-      if (left == 0) delete &owner_;
+      if (left == 0) {
+        delete &owner_;
+        Module::dropUse();  // last: the teardown waits for threads that run this library's code
+      }
       return left;
     }
 
@@ -74,7 +77,6 @@ class ComObject final : public Object {
   explicit ComObject(IUnknown* outer) : outer_(outer != nullptr ? outer : &identity_) {
     Module::addUse();
   }
-  ~ComObject() override { Module::dropUse(); }
 
   Identity identity_{*this};
   IUnknown* const outer_;  // no count: it outlives its parts

@@ -54,6 +54,26 @@ TEST_F(Life, AThousandRoundsWithoutGrowth) {
   EXPECT_LE(nextHandle(), handle + 16 * 4);
 }
 
+// A format that asks, whenever it is released, whether the library may go.
+class AskingFormat : public MediaType {
+ public:
+  ULONG STDMETHODCALLTYPE Release() override {
+    answer = exported<HRESULT WINAPI()>("DllCanUnloadNow")();
+    return MediaType::Release();
+  }
+  HRESULT answer = E_FAIL;
+};
+
+TEST_F(Life, TheLibraryStaysUntilTheTeardownIsOver) {
+  AskingFormat format;
+  format.wave = MediaType::plain(2).wave;
+  CaptureObject object = initialized(mfx);
+  ASSERT_EQ(object.lock(format), S_OK);
+  object = CaptureObject();
+  EXPECT_EQ(format.answer, S_FALSE);  // the destructor's own releases
+  EXPECT_EQ(exported<HRESULT WINAPI()>("DllCanUnloadNow")(), S_OK);
+}
+
 // Fuzzed blobs, formats and connections: every answer is a result, and whatever happened the
 // object is destroyed cleanly.
 TEST_F(Life, RandomArguments) {
