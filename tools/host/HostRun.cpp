@@ -1,8 +1,11 @@
 #include "tools/host/HostRun.h"
 
 #include <algorithm>
-#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdio>
+#include <exception>
+#include <mutex>
 #include <thread>
 
 #include "parameters/SettingsFile.h"
@@ -117,6 +120,18 @@ void HostRun::reload() {
   service_->tellToReload();
 }
 
+void HostRun::reloadUntil(const std::stop_token& stop) noexcept {
+  try {
+    const auto pause = std::chrono::milliseconds(static_cast<int>(1000.0 * options_.reloadEvery));
+    std::mutex mutex;
+    std::condition_variable_any wake;
+    std::unique_lock lock(mutex);
+    while (!wake.wait_for(lock, stop, pause, [&stop] { return stop.stop_requested(); })) reload();
+  } catch (const std::exception& error) {
+    warn(error.what());
+  }
+}
+
 void HostRun::runFile() {
   WaveData wave = readWave(options_.inputFile);
   const auto channels = static_cast<std::size_t>(wave.format.channels);
@@ -148,13 +163,9 @@ void HostRun::runLive() {
   chain_->reserve(static_cast<std::size_t>(seconds * 200.0));
 
   // Storing 1365 values takes longer than a period: off the audio thread.
-  std::atomic<bool> done{false};
-  std::thread reloader;
+  std::jthread reloader;
   if (options_.reloadEvery > 0.0)
-    reloader = std::thread([&] {
-      const auto pause = static_cast<DWORD>(1000.0 * options_.reloadEvery);
-      for (Sleep(pause); !done; Sleep(pause)) reload();
-    });
+    reloader = std::jthread([this](const std::stop_token& stop) { reloadUntil(stop); });
   const LiveFigures figures =
       capture.run(options_.liveSeconds, [&](const float* packet, unsigned frames) {
         const std::size_t start = wave.samples.size();
@@ -166,8 +177,7 @@ void HostRun::runLive() {
           frame += count;
         }
       });
-  done = true;
-  if (reloader.joinable()) reloader.join();
+  reloader = {};  // stops at once, also in the middle of a pause
   unlock();
   writeWave(options_.outputFile, wave);
   std::printf("Live: %d packets, %d lost before a packet, %d late wake-ups, longest wait %.1f ms\n",

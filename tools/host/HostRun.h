@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <optional>
+#include <stop_token>
 #include <vector>
 
 #include "parameters/Catalogue.h"
@@ -29,6 +30,7 @@ class HostRun {
   void unlock();
   void process(float* samples, unsigned frames);
   void reload();
+  void reloadUntil(const std::stop_token& stop) noexcept;  // a thread of its own
   void runFile();
   void runLive();
   void printFigures() const;
