@@ -142,8 +142,20 @@ void scoreAll(const fs::path& folder, const std::vector<std::string>& outputs,
   if (!svg.empty()) std::ofstream(svg) << figure.svg();
 }
 
+constexpr const char* footer = R"(
+A scene is a folder of WAV files: mix (the microphones), its parts speech, noise and echo, and far
+(the loudspeakers). All are at 16 kHz.
+
+Examples:
+  vellumic-quality list
+  vellumic-quality scene everything room --mics 4 --near talker.wav --far caller.wav
+  vellumic-quality yardstick room speex.wav
+  vellumic-quality score room ours=clean.wav speex=speex.wav --svg room.svg)";
+
 int run(int argc, char** argv) {
-  CLI::App app{"Makes seeded scenes of a talker, noise and loudspeakers, and scores recordings."};
+  CLI::App app{"Makes seeded scenes of a talker, noise and loudspeakers, and scores recordings.",
+               "vellumic-quality"};
+  app.footer(footer);
   app.require_subcommand(1);
   std::string name, nearFile, farFile, folder, output, svg;
   std::vector<std::string> outputs;
@@ -152,19 +164,25 @@ int run(int argc, char** argv) {
   auto* list = app.add_subcommand("list", "names of the scenes");
   auto* head = app.add_subcommand("head", "head of the score table");
   auto* scene = app.add_subcommand("scene", "make a scene: mix, components and far end as WAV");
-  scene->add_option("name", name)->required();
-  scene->add_option("folder", folder)->required();
+  scene->add_option("name", name, "one of `vellumic-quality list`")->required();
+  scene->add_option("folder", folder, "made if missing")->required();
   scene->add_option("--mics", microphones, "microphones")->check(CLI::Range(1, 8));
   scene->add_option("--near", nearFile, "recorded talker, 16 kHz")->required();
   scene->add_option("--far", farFile, "recorded far end, 16 kHz")->required();
   auto* yardstick = app.add_subcommand("yardstick", "run SpeexDSP over a scene");
-  yardstick->add_option("folder", folder)->required();
-  yardstick->add_option("output", output)->required();
+  yardstick->add_option("folder", folder, "a scene")->required();
+  yardstick->add_option("output", output, "WAV to write")->required();
   auto* scoring = app.add_subcommand("score", "one table row per output");
-  scoring->add_option("folder", folder)->required();
+  scoring->add_option("folder", folder, "a scene")->required();
   scoring->add_option("outputs", outputs, "LABEL=FILE.wav, aligned with the input")->required();
-  scoring->add_option("--svg", svg, "spectrograms and ERLE over time");
-  CLI11_PARSE(app, argc, argv);
+  scoring->add_option("--svg", svg, "picture to write: spectrograms and ERLE over time");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& help) {
+    return app.exit(help);
+  } catch (const CLI::ParseError& error) {
+    throw std::runtime_error(std::string(error.what()) + "; see vellumic-quality --help");
+  }
 
   if (*list) {
     for (const SceneSpec& spec : standardScenes()) std::cout << spec.name << '\n';

@@ -226,22 +226,26 @@ TEST_F(RenderFiles, EveryErrorOfReportsIsOneLineAndLeavesNoOutput) {
   const std::string in = wave("in.wav", {.sampleRate = 48000, .channels = 1}, softNoise(480, 1, 1));
   const std::string bad = text("bad.toml", "echo.enabeld = true\n"), out = path("out.wav");
   std::string many = "noise.gain.floor1=0";
-  for (int n = 0; n < 20; ++n) many += ",0";
+  for (int n = 1; n <= 20; ++n) many += "," + std::to_string(n);
   struct ErrorCase {
     std::vector<std::string> arguments;
     std::string named;
   };
-  for (const ErrorCase& error :
-       std::vector<ErrorCase>{{{"--sweep", "noise.gain.floor1"}, "NAME=A,B,C"},
-                              {{"--sweep", "noise.gain.floor1=0.1,loud"}, "noise.gain.floor1"},
-                              {{"--sweep", many}, "21 values"},
-                              {{"--compare", path("none.toml")}, "none.toml"},
-                              {{"--compare", bad}, "echo.enabled"},
-                              {{"--compare", bad, "--sweep", "noise.gain.floor1=0"}, "--sweep"},
-                              {{"--report", path("none/page.html")}, "--report"},
-                              {{"--report", path("")}, "is a folder"},
-                              {{"--sweep", "noise.gain.flor1=1"}, "--sweep noise.gain.flor1"},
-                              {{"--picture", path("none/picture.svg")}, "--picture"}}) {
+  for (const ErrorCase& error : std::vector<ErrorCase>{
+           {{"--sweep", "noise.gain.floor1"}, "NAME=A,B,C"},
+           {{"--sweep", "noise.gain.floor1=0.1,loud"}, "--sweep noise.gain.floor1=loud"},
+           {{"--sweep", "noise.gain.floor1=0,,1"}, "--sweep noise.gain.floor1="},
+           {{"--sweep", "noise.gain.floor1=0,1,0"}, "0 twice"},
+           {{"--report", out}, "is also a sound file"},
+           {{"--picture", in}, "is also a sound file"},
+           {{"--sweep", many}, "21 values"},
+           {{"--compare", path("none.toml")}, "none.toml"},
+           {{"--compare", bad}, "echo.enabled"},
+           {{"--compare", bad, "--sweep", "noise.gain.floor1=0"}, "--sweep"},
+           {{"--report", path("none/page.html")}, "--report"},
+           {{"--report", path("")}, "is a folder"},
+           {{"--sweep", "noise.gain.flor1=1"}, "--sweep noise.gain.flor1"},
+           {{"--picture", path("none/picture.svg")}, "--picture"}}) {
     std::vector<std::string> arguments = error.arguments;
     arguments.insert(arguments.end(), {in, out});
     const Outcome outcome = run(arguments);

@@ -20,6 +20,27 @@ void warnOfIdleOptions(const RenderOptions& options) {
     std::fputs("warning: the class efx does not follow the volume\n", stderr);
 }
 
+bool sameFile(const std::string& a, const std::string& b) {
+  namespace fs = std::filesystem;
+  return !b.empty() && fs::weakly_canonical(a) == fs::weakly_canonical(b);
+}
+
+// A page must not replace the sound that it is about.
+void checkOverwriting(const RenderOptions& options, const std::vector<Variant>& variants) {
+  std::vector<std::string> sounds{options.inputFile, options.farFile};
+  for (const Variant& variant : variants) sounds.push_back(variant.outputFile);
+  for (const auto& [option, file] :
+       {std::pair{"--report ", options.reportFile}, std::pair{"--picture ", options.pictureFile}}) {
+    if (file.empty()) continue;
+    for (const std::string& sound : sounds)
+      if (sameFile(file, sound))
+        throw UsageError(option + file + ": is also a sound file here; name another file");
+  }
+  if (!options.pictureFile.empty() && sameFile(options.pictureFile, options.reportFile))
+    throw UsageError("--picture " + options.pictureFile +
+                     ": is also the report; name another file");
+}
+
 // Nothing is rendered for a page that cannot be written.
 void checkReport(const RenderOptions& options) {
   for (const auto& [option, file] :
@@ -66,6 +87,7 @@ void run(const RenderOptions& options) {
   SettingsWarnings warnings;
   const std::vector<Variant> variants = variantsOf(options, warnings);
   for (const Variant& variant : variants) checkWaveTarget(variant.outputFile);
+  checkOverwriting(options, variants);
   RenderJob job = loadSound(options);
   for (const std::string& warning : warnings)
     std::fprintf(stderr, "warning: %s\n", warning.c_str());

@@ -41,6 +41,26 @@ std::vector<Variant> comparison(const RenderOptions& options, SettingsWarnings& 
   return pair;
 }
 
+// One value of a sweep. Messages about it name the option that the user wrote.
+Variant sweptVariant(const RenderOptions& options, const std::string& assignment,
+                     SettingsWarnings& warnings) {
+  const std::string ours = "--set " + assignment;
+  const auto renamed = [&ours, &assignment](const std::string& message) {
+    return message.starts_with(ours) ? "--sweep " + assignment + message.substr(ours.size())
+                                     : message;
+  };
+  RenderOptions one = options;
+  one.assignments.push_back(assignment);
+  try {
+    SettingsWarnings own;
+    Variant variant = variantFrom(one, own);
+    for (const std::string& warning : own) warnings.push_back(renamed(warning));
+    return variant;
+  } catch (const SettingsError& error) {
+    throw UsageError(renamed(error.what()));
+  }
+}
+
 std::vector<Variant> sweep(const RenderOptions& options, SettingsWarnings& warnings) {
   constexpr std::size_t mostValues = 20;
   const std::size_t sign = options.sweep.find('=');
@@ -54,11 +74,11 @@ std::vector<Variant> sweep(const RenderOptions& options, SettingsWarnings& warni
   std::istringstream list(options.sweep.substr(sign + 1));
   std::vector<Variant> variants;
   for (std::string value; std::getline(list, value, ',');) {
-    RenderOptions one = options;
-    one.assignments.push_back(name + "=" + value);
-    variants.push_back(variantFrom(one, warnings));
+    variants.push_back(sweptVariant(options, name + "=" + value, warnings));
     variants.back().label = value;
     variants.back().outputFile = outputFor(options.outputFile, value);
+    if (std::ranges::count(variants, variants.back().outputFile, &Variant::outputFile) > 1)
+      throw UsageError("--sweep " + name + ": has " + value + " twice; give each value once");
   }
   if (variants.size() > mostValues)
     throw UsageError("--sweep " + name + ": has " + std::to_string(variants.size()) +
