@@ -123,7 +123,7 @@ std::string changedSettings(const std::vector<Rendering>& renderings) {
   std::string heads = headCell("name");
   for (const Rendering& rendering : renderings)
     heads += headCell(rendering.label.empty() ? "value" : rendering.label);
-  return "<table id=\"settings\">\n<tr>" + heads + headCell("factory") + headCell("meaning") +
+  return "<table id=\"settings\">\n<tr>" + heads + headCell("factory value") + headCell("meaning") +
          "</tr>\n" + rows + "</table>\n";
 }
 
