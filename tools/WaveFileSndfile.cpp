@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include "tools/WaveFile.h"
@@ -47,12 +48,21 @@ std::uint32_t maskOf(SNDFILE* file, int channels) {
   return mask;
 }
 
+// The library's words for what went wrong, without its frame around the system's.
+std::string reason() {
+  std::string text = sf_strerror(nullptr);
+  constexpr std::string_view frame = "System error : ";
+  if (text.starts_with(frame)) text.erase(0, frame.size());
+  while (!text.empty() && (text.back() == '.' || text.back() == '\n')) text.pop_back();
+  return text;
+}
+
 }  // namespace
 
 WaveData readWave(const std::string& path) {
   SF_INFO info{};
   const File file(sf_open(path.c_str(), SFM_READ, &info));
-  if (!file) throw std::runtime_error(path + ": " + sf_strerror(nullptr) + "; give a WAV file");
+  if (!file) throw std::runtime_error(path + ": " + reason() + "; give a WAV file");
   if (info.channels < 1 || info.channels > 64 || info.samplerate < 1 || info.samplerate > 768000)
     throw std::runtime_error(path + ": " + std::to_string(info.channels) + " channels at " +
                              std::to_string(info.samplerate) + " Hz cannot be read");
@@ -79,7 +89,7 @@ void writeWave(const std::string& path, const WaveData& wave) {
   const bool placed = wave.format.channelMask != 0;
   info.format = (placed ? SF_FORMAT_WAVEX : SF_FORMAT_WAV) | SF_FORMAT_FLOAT;
   File file(sf_open(temporary.c_str(), SFM_WRITE, &info));
-  if (!file) throw std::runtime_error(path + ": cannot be written: " + sf_strerror(nullptr));
+  if (!file) throw std::runtime_error(path + ": cannot be written: " + reason());
   if (placed) {
     std::vector<int> map;
     for (const auto& [position, bit] : positions)
