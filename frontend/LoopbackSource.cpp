@@ -86,7 +86,7 @@ bool LoopbackSource::adopt() noexcept {
 void LoopbackSource::drain() noexcept VELLUMIC_NONBLOCKING {
   if (draining_.exchange(true, std::memory_order_acquire)) return;
   // A device has been playing since it was opened beside the audio: what piled up is the past.
-  if (adopt() && opener_.onHelperThread)
+  if (adopt() && opener_.dropsBacklog)
     dropWaiting();
   else
     takeWaiting();

@@ -40,8 +40,7 @@ class LoopbackSource {
   void setTargetRate(double rate) noexcept { targetRate_.store(rate, std::memory_order_relaxed); }
 
   // Moves every waiting packet into the ring. Bounded in packets and in failures. The first drain
-  // of a stream that was opened on the helper thread discards instead: its packets are as old as
-  // the opening.
+  // of a stream whose opener drops its backlog discards instead.
   void drain() noexcept VELLUMIC_NONBLOCKING;
 
   // For the first block after the references went unread: throws away what waits and what is

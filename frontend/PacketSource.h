@@ -44,6 +44,9 @@ struct LoopbackOpener {
   // Opening a device can take seconds: then it runs on a short-lived thread of its own. Offline
   // sources open inside start(), so that every run gives the same result.
   bool onHelperThread = true;
+  // What waits at the first drain() is as old as the opening, and is dropped. An offline source
+  // that stands in for a device has it too, to give the samples that the device would.
+  bool dropsBacklog = onHelperThread;
 };
 
 }  // namespace vellumic

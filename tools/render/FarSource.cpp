@@ -60,6 +60,7 @@ void FarSource::release(std::uint32_t frames) noexcept {
 LoopbackOpener farOpener(const RenderJob& job, const StreamClock& clock) {
   LoopbackOpener opener;
   opener.onHelperThread = false;
+  opener.dropsBacklog = true;  // as the library's loopback does
   opener.open = [&job, &clock]() -> std::unique_ptr<PacketSource> {
     if (!job.far) return nullptr;
     return std::make_unique<FarSource>(*job.far, job.farGaps, clock);
