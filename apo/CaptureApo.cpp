@@ -197,9 +197,10 @@ HRESULT CaptureApo<Traits>::LockForProcess(UINT32 inputCount, APO_CONNECTION_DES
     if (!inputFormat_ || !outputFormat_) return E_UNEXPECTED;
     if (!formatTable_.supports(inputFormat_.get(), outputFormat_.get()))
       return apo_error::invalidConnectionFormat;
-    result = guarded([this] {
-      return startStream(*inputFormat_->GetAudioFormat(), *outputFormat_->GetAudioFormat());
-    });
+    const WAVEFORMATEX* const input = inputFormat_->GetAudioFormat();
+    const WAVEFORMATEX* const output = outputFormat_->GetAudioFormat();
+    if (input == nullptr || output == nullptr) return apo_error::invalidConnectionFormat;
+    result = guarded([&] { return startStream(*input, *output); });
   }
   if (FAILED(result) && volume_) volume_->clear();  // no lock held, see the volume holder
   return result;
