@@ -2,7 +2,6 @@
 
 #include <oleauto.h>
 
-#include <algorithm>
 #include <cwchar>
 #include <string>
 #include <string_view>
@@ -10,15 +9,12 @@
 #include "apo/Module.h"
 #include "apo/RegistrationRecord.h"
 #include "apo/RegistrationScript.h"
+#include "apo/RegistryStatus.h"
 #include "control/ComPtr.h"
 #include "control/Handle.h"
 
 namespace vellumic {
 namespace {
-
-HRESULT fromStatus(LSTATUS status) noexcept {
-  return HRESULT_FROM_WIN32(static_cast<unsigned long>(status));
-}
 
 // Sends everything that goes to HKEY_CLASSES_ROOT to the user's own classes, for a scope.
 class ClassesRoot {

@@ -1,13 +1,13 @@
 #include "apo/RegistrationRecord.h"
 
-#include <objbase.h>
-
 #include <array>
 #include <cstdio>
 #include <cwchar>
 #include <utility>
 #include <vector>
 
+#include "apo/RegistryStatus.h"
+#include "control/BoundedText.h"
 #include "control/Handle.h"
 
 namespace vellumic {
@@ -15,8 +15,6 @@ namespace {
 
 constexpr wchar_t recordsPath[] = L"AudioEngine\\AudioProcessingObjects";
 constexpr REGSAM createAccess = 0x20006;  // KEY_WRITE
-
-using GuidText = std::array<wchar_t, 40>;
 
 std::vector<HANDLE>& watchers() {
   static std::vector<HANDLE> events;
@@ -28,13 +26,13 @@ HRESULT setText(HKEY key, const wchar_t* name, const wchar_t* text) noexcept {
   const std::size_t length = wcsnlen(text, mostBytes / sizeof(wchar_t));
   const std::size_t bytes = (length + 1) * sizeof(wchar_t);
   if (bytes > mostBytes) return HRESULT_FROM_WIN32(ERROR_INVALID_PARAMETER);
-  return HRESULT_FROM_WIN32(static_cast<unsigned long>(RegSetValueExW(
-      key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text), static_cast<DWORD>(bytes))));
+  return fromStatus(RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text),
+                                   static_cast<DWORD>(bytes)));
 }
 
 HRESULT setNumber(HKEY key, const wchar_t* name, UINT32 number) noexcept {
-  return HRESULT_FROM_WIN32(static_cast<unsigned long>(RegSetValueExW(
-      key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number), sizeof number)));
+  return fromStatus(RegSetValueExW(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number),
+                                   sizeof number));
 }
 
 HRESULT writeValues(HKEY key, const APO_REG_PROPERTIES& record) noexcept {
@@ -59,9 +57,8 @@ HRESULT writeValues(HKEY key, const APO_REG_PROPERTIES& record) noexcept {
   for (UINT32 i = 0; i < record.u32NumAPOInterfaces; ++i) {
     std::array<wchar_t, 32> name{};
     swprintf(name.data(), name.size(), L"APOInterface%u", i);
-    GuidText id{};
-    StringFromGUID2(record.iidAPOInterfaceList[i], id.data(), static_cast<int>(id.size()));
-    if (const HRESULT result = setText(key, name.data(), id.data()); FAILED(result)) return result;
+    const GuidText id(record.iidAPOInterfaceList[i]);
+    if (const HRESULT result = setText(key, name.data(), id.c_str()); FAILED(result)) return result;
   }
   return S_OK;
 }
@@ -73,15 +70,15 @@ HRESULT writeRecord(const APO_REG_PROPERTIES* record) noexcept {
   RegistryKey records;
   LSTATUS status = RegCreateKeyExW(HKEY_CLASSES_ROOT, recordsPath, 0, nullptr, 0, createAccess,
                                    nullptr, records.put(), nullptr);
-  if (status != ERROR_SUCCESS) return HRESULT_FROM_WIN32(static_cast<unsigned long>(status));
-  GuidText id{};
-  if (StringFromGUID2(record->clsid, id.data(), static_cast<int>(id.size())) == 0) return S_OK;
+  if (status != ERROR_SUCCESS) return fromStatus(status);
+  const GuidText id(record->clsid);
+  if (*id.c_str() == L'\0') return S_OK;
 
-  RegDeleteKeyW(records.get(), id.data());  // an old record, if there is one
+  RegDeleteKeyW(records.get(), id.c_str());  // an old record, if there is one
   RegistryKey key;
-  status = RegCreateKeyExW(records.get(), id.data(), 0, nullptr, 0, createAccess, nullptr,
+  status = RegCreateKeyExW(records.get(), id.c_str(), 0, nullptr, 0, createAccess, nullptr,
                            key.put(), nullptr);
-  if (status != ERROR_SUCCESS) return HRESULT_FROM_WIN32(static_cast<unsigned long>(status));
+  if (status != ERROR_SUCCESS) return fromStatus(status);
   if (const HRESULT result = writeValues(key.get(), *record); FAILED(result)) return result;
   for (const HANDLE event : watchers()) SetEvent(event);
   return S_OK;
@@ -91,11 +88,10 @@ HRESULT removeRecord(const APO_REG_PROPERTIES* record) noexcept {
   if (record == nullptr) return E_POINTER;
   RegistryKey records;
   LSTATUS status = RegOpenKeyExW(HKEY_CLASSES_ROOT, recordsPath, 0, createAccess, records.put());
-  if (status != ERROR_SUCCESS) return HRESULT_FROM_WIN32(static_cast<unsigned long>(status));
-  GuidText id{};
-  StringFromGUID2(record->clsid, id.data(), static_cast<int>(id.size()));
-  status = RegDeleteKeyW(records.get(), id.data());
-  return HRESULT_FROM_WIN32(static_cast<unsigned long>(status));
+  if (status != ERROR_SUCCESS) return fromStatus(status);
+  const GuidText id(record->clsid);
+  status = RegDeleteKeyW(records.get(), id.c_str());
+  return fromStatus(status);
 }
 
 void addRecordWatcher(HANDLE event) { watchers().push_back(event); }
