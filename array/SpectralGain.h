@@ -6,9 +6,9 @@
 
 #include <Eigen/Core>
 
-#include "array/Fft.h"
 #include "parameters/StageSettings.h"
 #include "platform/Realtime.h"
+#include "spectra/Fft.h"
 
 namespace vellumic {
 

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "array/OutputLevelControl.h"
-#include "frontend/DelayEstimator.h"
-#include "frontend/EchoCanceller.h"
-#include "frontend/ReferenceSpectra.h"
+#include "echo/DelayEstimator.h"
+#include "echo/EchoCanceller.h"
+#include "echo/ReferenceSpectra.h"
 
 namespace {
 

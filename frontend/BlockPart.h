@@ -7,11 +7,11 @@
 #include <Eigen/Core>
 #include <vector>
 
+#include "echo/DelayEstimator.h"
+#include "echo/EchoCanceller.h"
+#include "echo/ReferenceSpectra.h"
 #include "filters/BiquadSection.h"
-#include "frontend/DelayEstimator.h"
-#include "frontend/EchoCanceller.h"
 #include "frontend/LiveCount.h"
-#include "frontend/ReferenceSpectra.h"
 #include "frontend/SampleRing.h"
 
 namespace vellumic {

@@ -1,4 +1,4 @@
-#include "frontend/SpectralTracker.h"
+#include "echo/SpectralTracker.h"
 
 namespace vellumic {
 

@@ -9,9 +9,9 @@
 
 #include <Eigen/Core>
 
-#include "array/Fft.h"
-#include "frontend/ReferenceSpectra.h"
+#include "echo/ReferenceSpectra.h"
 #include "parameters/StageSettings.h"
+#include "spectra/Fft.h"
 
 namespace vellumic {
 

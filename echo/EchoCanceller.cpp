@@ -1,4 +1,4 @@
-#include "frontend/EchoCanceller.h"
+#include "echo/EchoCanceller.h"
 
 #include <algorithm>
 #include <cassert>

@@ -1,4 +1,4 @@
-#include "frontend/EchoPathFilter.h"
+#include "echo/EchoPathFilter.h"
 
 #include <algorithm>
 #include <cmath>

@@ -10,9 +10,9 @@
 
 #include <Eigen/Core>
 
-#include "array/Fft.h"
-#include "frontend/ReferenceHistory.h"
-#include "frontend/SpectralTracker.h"
+#include "echo/ReferenceHistory.h"
+#include "echo/SpectralTracker.h"
+#include "spectra/Fft.h"
 
 namespace vellumic {
 

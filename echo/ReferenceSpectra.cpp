@@ -1,4 +1,4 @@
-#include "frontend/ReferenceSpectra.h"
+#include "echo/ReferenceSpectra.h"
 
 #include <cassert>
 #include <cmath>

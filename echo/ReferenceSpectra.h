@@ -11,8 +11,8 @@
 #include <array>
 #include <span>
 
-#include "array/Fft.h"
 #include "platform/Realtime.h"
+#include "spectra/Fft.h"
 
 namespace vellumic {
 

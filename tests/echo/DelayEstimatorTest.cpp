@@ -4,7 +4,7 @@
 #include <random>
 #include <vector>
 
-#include "frontend/DelayEstimator.h"
+#include "echo/DelayEstimator.h"
 #include "tests/support/RealtimeGuard.h"
 
 namespace vellumic {

@@ -6,8 +6,8 @@
 
 #include <Eigen/Core>
 
-#include "array/Fft.h"
 #include "platform/Realtime.h"
+#include "spectra/Fft.h"
 
 namespace vellumic {
 

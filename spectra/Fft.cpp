@@ -1,4 +1,4 @@
-#include "array/Fft.h"
+#include "spectra/Fft.h"
 
 #include <unsupported/Eigen/FFT>
 #include <vector>

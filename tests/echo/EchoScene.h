@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-#include "frontend/EchoCanceller.h"
+#include "echo/EchoCanceller.h"
 
 namespace vellumic::testing {
 

@@ -1,4 +1,4 @@
-#include "frontend/ReferenceHistory.h"
+#include "echo/ReferenceHistory.h"
 
 namespace vellumic {
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 
-#include "frontend/EchoCanceller.h"
-#include "tests/frontend/EchoScene.h"
+#include "echo/EchoCanceller.h"
+#include "tests/echo/EchoScene.h"
 #include "tests/support/RealtimeGuard.h"
 
 namespace vellumic::testing {

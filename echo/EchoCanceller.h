@@ -16,13 +16,13 @@
 #include <array>
 #include <span>
 
-#include "array/Fft.h"
-#include "frontend/EchoPathFilter.h"
-#include "frontend/ReferenceHistory.h"
-#include "frontend/ReferenceSpectra.h"
-#include "frontend/ResidualSuppressor.h"
+#include "echo/EchoPathFilter.h"
+#include "echo/ReferenceHistory.h"
+#include "echo/ReferenceSpectra.h"
+#include "echo/ResidualSuppressor.h"
 #include "parameters/StageSettings.h"
 #include "platform/Realtime.h"
+#include "spectra/Fft.h"
 
 namespace vellumic {
 

@@ -5,7 +5,7 @@
 
 #include <Eigen/Core>
 
-#include "frontend/SpectralTracker.h"
+#include "echo/SpectralTracker.h"
 
 namespace vellumic {
 

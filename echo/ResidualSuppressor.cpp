@@ -1,4 +1,4 @@
-#include "frontend/ResidualSuppressor.h"
+#include "echo/ResidualSuppressor.h"
 
 #include <algorithm>
 #include <cmath>

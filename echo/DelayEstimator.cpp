@@ -1,4 +1,4 @@
-#include "frontend/DelayEstimator.h"
+#include "echo/DelayEstimator.h"
 
 #include <algorithm>
 #include <cassert>
