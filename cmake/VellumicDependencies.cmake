@@ -11,17 +11,18 @@ else()
   find_package(GTest REQUIRED)
 endif()
 
-# CLI11 and toml++ are header-only and lie directly in /usr/include, which a cross build must not
-# search: link the two folders into the build tree and search that.
+# CLI11, toml++ and xsimd are header-only and lie directly in /usr/include, which a cross build must not
+# search: link the folders into the build tree and search that.
 set(header_only "${CMAKE_BINARY_DIR}/header-only")
 file(MAKE_DIRECTORY "${header_only}")
-foreach(folder CLI toml++)
+foreach(folder CLI toml++ xsimd)
   if(NOT EXISTS "${header_only}/${folder}")
     file(CREATE_LINK "/usr/include/${folder}" "${header_only}/${folder}" SYMBOLIC)
   endif()
 endforeach()
 add_library(vellumic_header_only INTERFACE)
 target_include_directories(vellumic_header_only SYSTEM INTERFACE "${header_only}")
+add_library(vellumic_xsimd ALIAS vellumic_header_only)
 
 if(NOT WIN32 AND VELLUMIC_TOOLS)
   find_package(PkgConfig REQUIRED)

@@ -17,6 +17,30 @@ function(vellumic_layer name)
   endforeach()
 endfunction()
 
+# Sources compiled once per instruction set, into a layer: vellumic_kernels(array Covariances.cpp).
+# See platform/KernelBuild.h for what such a source may hold.
+function(vellumic_kernels layer)
+  set(sets base)
+  if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+    list(APPEND sets avx2)
+  endif()
+  foreach(set ${sets})
+    set(target vellumic_${layer}_kernels_${set})
+    add_library(${target} OBJECT ${ARGN})
+    target_link_libraries(${target} PRIVATE vellumic_options vellumic_xsimd)
+    if(set STREQUAL avx2)
+      target_compile_definitions(${target} PRIVATE VELLUMIC_KERNEL_AVX2=1)
+      if(MSVC)
+        target_compile_options(${target} PRIVATE /arch:AVX2)
+      else()
+        target_compile_options(${target} PRIVATE -mavx2 -mfma)
+      endif()
+    endif()
+    target_sources(vellumic_${layer} PRIVATE $<TARGET_OBJECTS:${target}>)
+  endforeach()
+  set_property(GLOBAL APPEND PROPERTY VELLUMIC_KERNELS ${layer})
+endfunction()
+
 # One executable per subsystem, one ctest entry each:
 # vellumic_test(filters SOURCES ... USES filters [LIBRARIES ...] [TIMEOUT s] [LOCK name])
 # Its ctest name is <preset>.<name>, so that a summary of several builds reads by itself.
