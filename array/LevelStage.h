@@ -3,8 +3,9 @@
 //
 // The level detector is the smoothed magnitude, compared with the mean magnitude 2/pi of a sine of
 // peak `level`. A slow memory can hold the gain down in pauses, so that noise is not pulled up.
-// Settings act as written, zeros too; a state that is no longer finite starts over at the next
-// apply(). Thread: real-time only.
+// Settings act as written, zeros too. Whatever they and the input are, the state stays in the
+// ranges below; a state that the settings of an apply() cannot have led to starts over there.
+// Thread: real-time only.
 #pragma once
 
 #include "parameters/StageSettings.h"
@@ -20,16 +21,20 @@ class LevelStage {
   float process(float input) noexcept VELLUMIC_NONBLOCKING;
 
   // State, linear.
-  float envelope = 0.0F;           // smoothed input magnitude
-  float smoothedReduction = 1.0F;  // after attack and release
-  float reductionFloor = 1.0F;     // slow memory of the reduction
+  float envelope = 0.0F;           // smoothed input magnitude, 0 to 1e6
+  float smoothedReduction = 1.0F;  // after attack and release, 1 to 1e12
+  float reductionFloor = 1.0F;     // slow memory of the reduction, 1 to 1e12
   float gain = 0.0F;               // last gain applied
 
  private:
+  void returnWithinReach() noexcept;
+  float targetReduction() const noexcept;  // what the envelope asks for
+
   // The times are meant for this rate and keep it, whatever the internal rate of the pipeline.
   static constexpr float sampleRate = 16000.0F;
 
   float makeupGain_ = 1.0F, level_ = 1.0F, floorMargin_ = 1.0F;
+  float knee_ = 1.0F;  // mean magnitude of a sine of peak level_
   bool floorEnabled_ = false;
   float envelopeCoefficient_ = 0.0F, attackCoefficient_ = 0.0F, releaseCoefficient_ = 0.0F,
         floorCoefficient_ = 0.0F;

@@ -129,29 +129,43 @@ TEST(OutputLevelControl, LimiterActsBeforeTheSignalArrives) {
   EXPECT_NEAR(greatest, 0.5011872F * meanOfSine, 0.01F);
 }
 
+// Whatever the settings before were, and whatever they left behind.
 TEST(OutputLevelControl, BadSettingsAreForgottenWithTheNextGoodOnes) {
-  constexpr float odd[] = {0.0F, -1.0F, 1e30F, -1e30F, 1e-40F};
+  constexpr float odd[] = {0.0F, -1.0F, 1e30F, -1e30F, 1e-40F, -1e-3F, 1e3F, 1e-6F, 3.0F};
   for (const float level : odd)
-    for (const float time : odd) {
-      OutputLevelControl control;
-      LevelControlSettings bad = switchedOn();
-      bad.levelStage = {level, level, time, time, time, true, time, level};
-      bad.limiterStage = bad.levelStage;
-      bad.lookAheadTime = time;
-      control.apply(bad);
-      const RealtimeGuard guard;
-      peakAfter(control, 1.0F, 0.5F);
-      control.apply(switchedOn());
-      EXPECT_TRUE(std::isfinite(peakAfter(control, 0.1F, 0.5F))) << level << " " << time;
-      EXPECT_EQ(guard.violations(), 0) << guard.first();
-    }
+    for (const float gain : odd)
+      for (const float time : odd) {
+        OutputLevelControl control;
+        LevelControlSettings bad = switchedOn();
+        bad.levelStage = {gain, level, time, time, time, true, time, level};
+        bad.limiterStage = bad.levelStage;
+        bad.lookAheadTime = time;
+        const RealtimeGuard guard;
+        control.apply(bad);
+        peakAfter(control, 0.1F, 0.2F);
+        for (const LevelStage* stage : {&control.levelStage, &control.limiterStage}) {
+          EXPECT_TRUE(stage->envelope >= 0.0F && stage->envelope <= 1e6F);
+          for (const float reduction : {stage->smoothedReduction, stage->reductionFloor})
+            EXPECT_TRUE(reduction >= 1.0F && reduction <= 1e12F) << reduction;
+        }
+        control.apply(switchedOn());
+        peakAfter(control, 0.03F, 1.0F);
+        const float heard = decibels(peakAfter(control, 0.03F, 0.5F));
+        EXPECT_EQ(guard.violations(), 0) << guard.first();
+        EXPECT_GT(heard, -40.0F) << gain << " " << level << " " << time;
+        EXPECT_LT(heard, -6.0F) << gain << " " << level << " " << time;
+      }
+}
+
+TEST(OutputLevelControl, StateWithinReachOutlivesSettings) {
   OutputLevelControl control;
-  LevelControlSettings silent = switchedOn();
-  silent.levelStage.level = 0.0F;  // an infinite reduction
-  control.apply(silent);
-  EXPECT_FALSE(peakAfter(control, 1.0F, 0.5F) > 0.0F);
   control.apply(switchedOn());
-  EXPECT_NEAR(decibels(peakAfter(control, 0.1F, 3.0F)), -16.0F, 0.3F);
+  peakAfter(control, 1.0F, 2.0F);
+  peakAfter(control, 0.001F, 0.5F);
+  const float gain = control.levelStage.gain;
+  control.apply(switchedOn());
+  peakAfter(control, 0.001F, 0.01F);
+  EXPECT_NEAR(decibels(control.levelStage.gain), decibels(gain), 0.1F);
 }
 
 }  // namespace
