@@ -16,6 +16,7 @@
 #include "bench/quality/Scene.h"
 #include "bench/quality/Score.h"
 #include "bench/quality/SpeexChain.h"
+#include "tools/OutputFile.h"
 #include "tools/WaveFile.h"
 #include "tools/plot/Figure.h"
 
@@ -26,6 +27,8 @@ namespace fs = std::filesystem;
 
 Channels readChannels(const fs::path& path) {
   const tools::WaveData wave = tools::readWave(path.string());
+  if (wave.samples.empty())
+    throw std::runtime_error(path.string() + ": holds no sound; give another file");
   if (wave.format.sampleRate != static_cast<int>(sceneRate))
     throw std::runtime_error(path.string() + ": rate " + std::to_string(wave.format.sampleRate) +
                              " Hz, scenes are at 16000: convert it first");
@@ -68,6 +71,15 @@ StoredScene readScene(const fs::path& folder) {
                   .noise = readChannels(folder / "noise.wav"),
                   .echo = readChannels(folder / "echo.wav"),
                   .far = readChannels(folder / "far.wav")};
+  for (const auto& [name, part] :
+       {std::pair{"speech.wav", &stored.scene.speech}, std::pair{"noise.wav", &stored.scene.noise},
+        std::pair{"echo.wav", &stored.scene.echo}})
+    if (part->front().size() != stored.scene.mix.front().size())
+      throw std::runtime_error((folder / name).string() +
+                               ": is not as long as mix.wav; make the scene anew");
+  if (stored.scene.far.size() != 2)
+    throw std::runtime_error((folder / "far.wav").string() +
+                             ": has not two channels; make the scene anew");
   for (Signal& side : stored.scene.far) side.resize(stored.scene.mix.front().size());
   stored.spec.microphones = static_cast<int>(stored.scene.mix.size());
   return stored;
@@ -139,7 +151,7 @@ void scoreAll(const fs::path& folder, const std::vector<std::string>& outputs,
     if (!line.x.empty()) erle.push_back(std::move(line));
   }
   if (!erle.empty()) figure.addLines("echo return loss enhancement", "dB", std::move(erle));
-  if (!svg.empty()) std::ofstream(svg) << figure.svg();
+  if (!svg.empty()) tools::writeWholeFile(svg, figure.svg());
 }
 
 constexpr const char* footer = R"(
@@ -207,7 +219,9 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   try {
-    return vellumic::quality::run(argc, argv);
+    const int result = vellumic::quality::run(argc, argv);
+    vellumic::tools::finishPrinting();
+    return result;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "vellumic-quality: %s\n", error.what());
     return 1;

@@ -1,6 +1,12 @@
 // What vellumic-render says about a rendering: printed, in tables and on its page.
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cmath>
+#include <csignal>
+#include <iostream>
 #include <sstream>
 
 #include "tests/tools/RenderFiles.h"
@@ -236,6 +242,9 @@ TEST_F(RenderFiles, EveryErrorOfReportsIsOneLineAndLeavesNoOutput) {
            {{"--sweep", "noise.gain.floor1=0.1,loud"}, "--sweep noise.gain.floor1=loud"},
            {{"--sweep", "noise.gain.floor1=0,,1"}, "--sweep noise.gain.floor1="},
            {{"--sweep", "noise.gain.floor1=0,1,0"}, "0 twice"},
+           {{"--sweep", "noise.gain.floor1=0,"}, "NAME=A,B,C"},
+           {{"--sweep", ""}, "--sweep: is empty"},
+           {{"--picture", ""}, "--picture: is empty"},
            {{"--report", out}, "is also a sound file"},
            {{"--picture", in}, "is also a sound file"},
            {{"--sweep", many}, "21 values"},
@@ -253,6 +262,47 @@ TEST_F(RenderFiles, EveryErrorOfReportsIsOneLineAndLeavesNoOutput) {
     EXPECT_NE(outcome.complained.find(error.named), std::string::npos) << outcome.complained;
     EXPECT_EQ(std::ranges::count(outcome.complained, '\n'), 1) << outcome.complained;
     EXPECT_FALSE(std::filesystem::exists(out));
+  }
+}
+
+// As on a full disk: no file may grow beyond the limit.
+TEST_F(RenderFiles, AFullDiskLeavesTheOldPageAndPicture) {
+  const std::string in = wave("in.wav", {.sampleRate = 16000, .channels = 1}, softNoise(100, 1, 1));
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  for (const char* option : {"--report", "--picture"}) {
+    const std::string page = text("page", "old");
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit small{.rlim_cur = 4000, .rlim_max = before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+    const Outcome outcome = run({option, page, in, path("out.wav")});
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_NE(outcome.complained.find("page: cannot be written whole"), std::string::npos);
+    EXPECT_TRUE(contentOf(page) == "old");
+    EXPECT_FALSE(std::filesystem::exists(page + ".part"));
+  }
+}
+
+TEST_F(RenderFiles, AFullStandardOutputIsAnError) {
+  const std::string in = wave("in.wav", {.sampleRate = 16000, .channels = 1}, softNoise(100, 1, 1));
+  for (const bool help : {true, false}) {
+    std::fflush(stdout);
+    const int kept = dup(1), full = open("/dev/full", O_WRONLY);
+    dup2(full, 1);
+    const std::string out = path("out.wav");
+    std::vector<const char*> argv{"vellumic-render", in.c_str(), out.c_str()};
+    if (help) argv[1] = "--help";
+    testing::internal::CaptureStderr();
+    const int exitCode = renderMain(3, argv.data());
+    const std::string complained = testing::internal::GetCapturedStderr();
+    dup2(kept, 1);
+    std::clearerr(stdout);
+    std::cout.clear();
+    close(kept);
+    close(full);
+    EXPECT_EQ(exitCode, 1);
+    EXPECT_NE(complained.find("standard output"), std::string::npos) << complained;
   }
 }
 

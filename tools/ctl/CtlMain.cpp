@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "tools/OutputFile.h"
 #include "tools/ctl/CtlOptions.h"
 #include "tools/ctl/SettingsCommands.h"
 #include "tools/ctl/StatusCommand.h"
@@ -40,7 +41,7 @@ void run(const CtlOptions& options) {
 int ctlMain(int argc, const char* const* argv) {
   try {
     if (const auto options = parseCtlOptions(argc, argv)) run(*options);
-    std::fflush(stdout);
+    finishPrinting();
     return 0;
   } catch (const std::exception& error) {
     std::fflush(stdout);

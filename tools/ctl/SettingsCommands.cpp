@@ -4,10 +4,10 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 
 #include "parameters/SettingValue.h"
 #include "parameters/SettingsFile.h"
+#include "tools/OutputFile.h"
 #include "tools/ctl/RegFile.h"
 #include "tools/ctl/SettingsTree.h"
 #include "tools/ctl/StatusCollector.h"
@@ -103,13 +103,6 @@ void printParameter(const Parameter& parameter, const RawValues& values) {
   std::puts(line.c_str());
 }
 
-void writeFile(const std::string& file, const char* data, std::size_t bytes) {
-  std::ofstream stream(std::filesystem::path(file), std::ios::binary | std::ios::trunc);
-  stream.write(data, static_cast<std::streamsize>(bytes));
-  stream.close();
-  if (!stream) throw CtlError(file + ": cannot be written; check the path and its permissions");
-}
-
 }  // namespace
 
 void listStoredSettings() {
@@ -184,11 +177,10 @@ void exportSetting(const CtlOptions& options) {
   const std::string extension = std::filesystem::path(options.file).extension().string();
   if (extension == ".reg") {
     const std::wstring text = regFileText(name, values);
-    writeFile(options.file, reinterpret_cast<const char*>(text.data()),
-              text.size() * sizeof(wchar_t));
+    writeWholeFile(options.file,
+                   {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)});
   } else if (extension == ".toml") {
-    const std::string text = writeSettings(values, SettingsScope::all);
-    writeFile(options.file, text.data(), text.size());
+    writeWholeFile(options.file, writeSettings(values, SettingsScope::all));
     if (const unsigned unread = unreadValues(values); unread > 0)
       std::fprintf(stderr,
                    "warning: %u stored without a name and left out; a .reg file keeps all\n",

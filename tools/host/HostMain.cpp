@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "tools/OutputFile.h"
 #include "tools/host/ComTools.h"
 #include "tools/host/HostOptions.h"
 #include "tools/host/HostRun.h"
@@ -15,6 +16,7 @@ int hostMain(int argc, const char* const* argv) {
       const Apartment apartment;
       HostRun(*options).go();
     }
+    finishPrinting();
     return 0;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "vellumic-host: %s\n", error.what());

@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
-#include <fstream>
 
+#include "tools/OutputFile.h"
 #include "tools/render/RenderOptions.h"
 #include "tools/render/Rendering.h"
 #include "tools/render/report/Report.h"
@@ -56,13 +56,6 @@ void checkReport(const RenderOptions& options) {
   }
 }
 
-void writeText(const std::string& path, const std::string& text) {
-  std::ofstream file(path, std::ios::binary);
-  file << text;
-  file.close();
-  if (!file) throw std::runtime_error(path + ": cannot be written; check the folder and the disk");
-}
-
 void print(const std::vector<std::string>& lines) {
   for (const std::string& line : lines) std::printf("%s\n", line.c_str());
 }
@@ -107,9 +100,9 @@ void run(const RenderOptions& options) {
 
   const std::string name = std::filesystem::path(options.inputFile).filename().string();
   if (!options.reportFile.empty())
-    writeText(options.reportFile, reportPage(job, name, renderings, table));
+    writeWholeFile(options.reportFile, reportPage(job, name, renderings, table));
   if (!options.pictureFile.empty())
-    writeText(options.pictureFile, reportPicture(job, name, renderings));
+    writeWholeFile(options.pictureFile, reportPicture(job, name, renderings));
 }
 
 }  // namespace
@@ -117,6 +110,7 @@ void run(const RenderOptions& options) {
 int renderMain(int argc, const char* const* argv) {
   try {
     if (const auto options = parseRenderOptions(argc, argv)) run(*options);
+    finishPrinting();
     return 0;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "vellumic-render: %s\n", error.what());

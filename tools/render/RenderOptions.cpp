@@ -149,6 +149,10 @@ std::optional<RenderOptions> parseRenderOptions(int argc, const char* const* arg
   } catch (const CLI::ParseError& error) {
     throw UsageError(std::string(error.what()) + "; see vellumic-render --help");
   }
+  for (const CLI::Option* option : app.get_options())
+    for (const std::string& value : option->results())
+      if (value.empty())
+        throw UsageError(option->get_name() + ": is empty; give it a value or leave it out");
   options.captureClass = named("--class", className, classNames);
   options.mode = named("--mode", modeName, modeNames);
   for (const std::string& change : changes) {

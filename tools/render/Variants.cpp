@@ -64,7 +64,8 @@ Variant sweptVariant(const RenderOptions& options, const std::string& assignment
 std::vector<Variant> sweep(const RenderOptions& options, SettingsWarnings& warnings) {
   constexpr std::size_t mostValues = 20;
   const std::size_t sign = options.sweep.find('=');
-  if (sign == std::string::npos || sign == 0 || sign + 1 == options.sweep.size())
+  if (sign == std::string::npos || sign == 0 || sign + 1 == options.sweep.size() ||
+      options.sweep.back() == ',')
     throw UsageError("--sweep " + options.sweep +
                      ": write NAME=A,B,C as in noise.gain.floor2_db=-20,-10,-5");
   const std::string name = options.sweep.substr(0, sign);
