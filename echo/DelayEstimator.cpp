@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "echo/kernels/CorrelationKernels.h"
+
 namespace vellumic {
 
 namespace {
@@ -57,23 +59,15 @@ void DelayEstimator::update(const Eigen::Ref<const Eigen::ArrayXXf>& reference,
 }
 
 int DelayEstimator::rawLag() noexcept {
-  padded_.head(windowSize_) = referenceHistory_;
   padded_.tail(windowSize_).setZero();
-  fft_.forward(padded_.data(), referenceBins_.data());
+  padded_.head(windowSize_) = referenceHistory_;
+  referenceBins_.fromSamples(fft_, padded_.data());
   padded_.head(windowSize_) = micHistory_;
-  fft_.forward(padded_.data(), micBins_.data());
-  micBins_ = referenceBins_.conjugate() * micBins_;
-  fft_.inverse(micBins_.data(), padded_.data());
-
-  Eigen::Index best = 0;
-  float greatest = 0.0F;
-  for (Eigen::Index i = 0; i < padded_.size(); ++i) {
-    const float magnitude = std::abs(padded_[i]);
-    if (!(magnitude > greatest)) continue;
-    greatest = magnitude;
-    best = i;
-  }
-  const int lag = static_cast<int>(best);
+  micBins_.fromSamples(fft_, padded_.data());
+  correlationKernels().correlate(referenceBins_.planes(), micBins_.planes(),
+                                 static_cast<int>(micBins_.size()));
+  micBins_.toSamples(fft_, padded_.data());
+  const int lag = correlationKernels().firstPeak(padded_.data(), 2 * windowSize_);
   return lag > windowSize_ ? lag - 2 * windowSize_ : lag;
 }
 

@@ -6,6 +6,7 @@
 
 #include <Eigen/Core>
 
+#include "echo/SplitSpectrum.h"
 #include "platform/Realtime.h"
 #include "spectra/Fft.h"
 
@@ -41,7 +42,7 @@ class DelayEstimator {
   int blockSize_ = 1024, windowSize_ = 4096;
   Eigen::ArrayXf referenceHistory_, micHistory_;  // windowSize
   Eigen::ArrayXf padded_;                         // 2 * windowSize
-  Eigen::ArrayXcf referenceBins_, micBins_;
+  SplitSpectrum referenceBins_, micBins_;
   Fft fft_;
 };
 

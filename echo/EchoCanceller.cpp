@@ -1,22 +1,18 @@
 #include "echo/EchoCanceller.h"
 
-#include <algorithm>
 #include <cassert>
 #include <cmath>
+#include <utility>
+
+#include "echo/kernels/KalmanKernels.h"
 
 namespace vellumic {
-
 namespace {
 
-using Bin = std::complex<float>;
-
-// The plain product. operator* also repairs products of infinities, which costs a branch per bin
-// and changes nothing for finite values.
-Bin product(Bin a, Bin b) noexcept {
-  return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
-}
-
-float energy(const Eigen::ArrayXf& samples) noexcept { return samples.square().sum(); }
+constexpr float startingNoise = 10.0F;
+constexpr float silentUpdate = 1e-5F;      // no coefficient change to speak of
+constexpr float settledShare = 0.95F;      // of the bins
+constexpr float divergenceMargin = 70.0F;  // energy of a block at full scale 1
 
 }  // namespace
 
@@ -32,13 +28,14 @@ void EchoCanceller::size() {
   fft_.prepare(2 * blockLength_);
   const Eigen::Index bins = blockLength_ + 1;
   for (auto& filter : filters) filter.setup(blockLength_);
-  for (auto& reference : references) reference.setup(bins);
-  crossSpectrum.setupCross(bins);
+  ownStatistics_.setup(bins);
   updatePower.setZero(bins);
-  noisePower.setConstant(bins, 10.0F);
-  for (auto* samples : {&previousError_, &error_, &echoEstimate_}) samples->setZero(blockLength_);
+  noisePower.setConstant(bins, startingNoise);
+  meanNoisePower_ = startingNoise;
+  errorEnergy_ = 0.0F;
+  for (auto* samples : {&previousError_, &error_}) samples->setZero(blockLength_);
   frame_.setZero(2 * blockLength_);
-  for (auto* spectrum : {&echoSpectrum_, &micSpectrum_, &errorSpectrum_}) spectrum->setZero(bins);
+  for (auto* spectrum : {&echoSpectrum_, &errorSpectrum_}) spectrum->setZero(bins);
   suppressor.setup(blockLength_);
 }
 
@@ -49,9 +46,7 @@ void EchoCanceller::setup() noexcept VELLUMIC_NONBLOCKING {
 
 void EchoCanceller::apply(const EchoCancellerSettings& settings) noexcept VELLUMIC_NONBLOCKING {
   settings_ = settings;
-  crossSpectrum.pole = settings.powerSmoothing;
-  for (auto& reference : references) reference.power.pole = settings.powerSmoothing;
-  for (auto& filter : filters) filter.processNoise.pole = settings.filterPole;
+  for (auto& filter : filters) filter.pole = settings.filterPole;
 }
 
 void EchoCanceller::carryOver(const EchoCanceller& old) noexcept VELLUMIC_NONBLOCKING {
@@ -62,19 +57,17 @@ void EchoCanceller::carryOver(const EchoCanceller& old) noexcept VELLUMIC_NONBLO
   suppressor.longTermLevel = old.suppressor.longTermLevel;
 }
 
-void EchoCanceller::process(ReferenceSpectra& spectra, std::span<const float> microphone,
+void EchoCanceller::process(ReferenceSpectra& references, std::span<const float> microphone,
                             std::span<float> output) noexcept VELLUMIC_NONBLOCKING {
-  assert(spectra.blockLength() == blockLength_ && std::ssize(microphone) == blockLength_ &&
+  assert(references.blockLength() == blockLength_ && std::ssize(microphone) == blockLength_ &&
          std::ssize(output) == blockLength_);
-  const ReferenceBlock* block = startedOver_ ? &spectra.withoutPast() : &spectra.present();
-  startedOver_ = false;
-  cancelLinear(*block, microphone);
-  if (startedOver_) block = &spectra.silence();
-  const float meanNoisePower = noisePower.mean();
-  suppressor.process({previousError_, error_, *block, blockEnergy, meanNoisePower}, settings_);
+  const ReferenceBlock* block = &join(references);
+  cancelLinear(references, *block, microphone);
+  if (startedOver_) block = &references.silence();
+  suppressor.process({previousError_, error_, *block, blockEnergy, meanNoisePower_}, settings_);
 
   auto result = Eigen::Map<Eigen::ArrayXf>(output.data(), blockLength_);
-  if (suppressor.isFinite() && std::isfinite(covarianceEnergy + energy(error_) + meanNoisePower)) {
+  if (suppressor.isFinite() && std::isfinite(covarianceEnergy + errorEnergy_ + meanNoisePower_)) {
     result = suppressor.cleanBlock;
   } else {
     recover();
@@ -89,83 +82,81 @@ void EchoCanceller::recover() noexcept {
     if (!std::isfinite(*number)) *number = 0.0F;
 }
 
-void EchoCanceller::cancelLinear(const ReferenceBlock& block,
+// The references of this block. Whoever starts later than they do has no part in their past.
+const ReferenceBlock& EchoCanceller::join(ReferenceSpectra& references) noexcept {
+  if (!std::exchange(startedOver_, false)) return references.present();
+  sharesStatistics_ = references.atStart();
+  return references.withoutPast();
+}
+
+void EchoCanceller::cancelLinear(ReferenceSpectra& references, const ReferenceBlock& block,
                                  std::span<const float> microphone) noexcept {
-  const auto samples = Eigen::Map<const Eigen::ArrayXf>(microphone.data(), blockLength_);
-  echoEstimate_.setZero();
-  for (std::size_t r = 0; r < 2; ++r) filters[r].addEcho(block.spectrum[r], fft_, echoEstimate_);
+  kalmanKernels().predictEcho({.reference0 = block.spectrum[0].planes(),
+                               .weights0 = filters[0].weights.planes(),
+                               .reference1 = block.spectrum[1].planes(),
+                               .weights1 = filters[1].weights.planes(),
+                               .echo = echoSpectrum_.planes()},
+                              blockLength_ + 1);
+  echoSpectrum_.toSamples(fft_, frame_.data());  // the first half is wrapped around
+  measureError(microphone);
 
-  previousError_.swap(error_);
-  error_ = samples - echoEstimate_;
-  transformTail(echoEstimate_, echoSpectrum_);
-  blockEnergy = samples.square().sum();
-  transformTail(samples, micSpectrum_);
-  errorSpectrum_ = micSpectrum_ - echoSpectrum_;
-
-  updateStatistics(block);
-  decorrelate(block);
+  const DecorrelatedReferences& decorrelated =
+      sharesStatistics_ ? references.decorrelated()
+                        : references.decorrelatedBy(ownStatistics_, block);
   for (std::size_t r = 0; r < 2; ++r)
-    filters[r].adapt(references[r], errorSpectrum_, noisePower, fft_);
-  updatePower = filters[0].processNoise.power + filters[1].processNoise.power;
+    filters[r].adapt({.decorrelated = decorrelated.decorrelated[r],
+                      .scaledPower = decorrelated.scaledPower[r],
+                      .error = errorSpectrum_,
+                      .noisePower = noisePower},
+                     {.fft = fft_, .update = echoSpectrum_, .frame = frame_});
   checkHealth();
 }
 
-// Spectrum of blockLength zeros followed by the samples.
-void EchoCanceller::transformTail(const Eigen::Ref<const Eigen::ArrayXf>& samples,
-                                  Eigen::ArrayXcf& spectrum) noexcept {
-  frame_.tail(blockLength_) = samples;
-  fft_.forward(frame_.data(), spectrum.data());
-}
+// Takes the echo estimate from the second half of frame_: error samples, spectrum, noise.
+void EchoCanceller::measureError(std::span<const float> microphone) noexcept {
+  auto tail = frame_.tail(blockLength_);
+  previousError_.swap(error_);
+  const auto energies =
+      kalmanKernels().subtract(microphone.data(), tail.data(), error_.data(), blockLength_);
+  blockEnergy = energies.microphone;
+  errorEnergy_ = energies.error;
 
-void EchoCanceller::updateStatistics(const ReferenceBlock& block) noexcept {
-  for (std::size_t r = 0; r < 2; ++r) references[r].power.updatePower(block.spectrum[r]);
-  crossSpectrum.updateCross(block.spectrum[0], block.spectrum[1]);
-  if (blockCounter <= settings_.warmupBlocks) {
-    ++blockCounter;
-    return;
-  }
-  // While a bin still moves its noise falls toward 0.1, which speeds the filter up; once it has
-  // settled the noise follows the residual.
-  const float pole = settings_.powerSmoothing;
-  for (Eigen::Index k = 0; k < noisePower.size(); ++k) {
-    const float residual = std::norm(micSpectrum_[k]) - std::norm(echoSpectrum_[k]);
-    const float followed = (1.0F - pole) * std::max(residual, 1e-5F) + pole * noisePower[k];
-    const float decayed = std::max(0.1F, pole * noisePower[k]);
-    noisePower[k] = updatePower[k] < settings_.updateThreshold ? followed : decayed;
-  }
-}
+  // Spectra of blockLength zeros followed by the samples.
+  frame_.head(blockLength_).setZero();
+  echoSpectrum_.fromSamples(fft_, frame_.data());
+  tail = Eigen::Map<const Eigen::ArrayXf>(microphone.data(), blockLength_);
+  errorSpectrum_.fromSamples(fft_, frame_.data());
 
-// Takes out of each reference what its smoothed cross-spectrum predicts from the other. Both use
-// the cross-spectrum as it stands, without conjugating it for the second: tuned that way.
-void EchoCanceller::decorrelate(const ReferenceBlock& block) noexcept {
-  const float factor = settings_.crossFactor;
-  for (Eigen::Index k = 0; k < updatePower.size(); ++k) {
-    const float power0 = references[0].power.power[k];
-    const float power1 = references[1].power.power[k];
-    const Bin cross = crossSpectrum.cross[k];
-    const Bin coherence = cross / (std::sqrt(power0 * power1) + 1e-10F);
-    const float scale = 1.0F - factor * factor * std::norm(coherence);
-    references[0].scaledPower[k] = power0 * scale;
-    references[1].scaledPower[k] = power1 * scale;
-
-    const Bin first = std::conj(block.spectrum[0][k]);
-    const Bin second = std::conj(block.spectrum[1][k]);
-    references[0].decorrelated[k] = first - product(factor * cross / (power1 + 1e-10F), second);
-    references[1].decorrelated[k] = second - product(factor * cross / (power0 + 1e-10F), first);
-  }
+  const bool warmingUp = blockCounter <= settings_.warmupBlocks;
+  if (warmingUp) ++blockCounter;
+  const float sum = kalmanKernels().measureError({.microphone = errorSpectrum_.planes(),
+                                                  .echo = echoSpectrum_.planes(),
+                                                  .updatePower = updatePower.data(),
+                                                  .pole = settings_.powerSmoothing,
+                                                  .threshold = settings_.updateThreshold,
+                                                  .holdNoise = warmingUp,
+                                                  .error = errorSpectrum_.planes(),
+                                                  .noise = noisePower.data()},
+                                                 blockLength_ + 1);
+  meanNoisePower_ = sum / static_cast<float>(blockLength_ + 1);
 }
 
 void EchoCanceller::checkHealth() noexcept {
-  covarianceEnergy = filters[0].posterior.square().mean() + filters[1].posterior.square().mean();
-  if (!converged) converged = isSettled();
+  const auto health = kalmanKernels().judge({.posterior0 = filters[0].posterior.data(),
+                                             .posterior1 = filters[1].posterior.data(),
+                                             .processNoise0 = filters[0].processNoise.data(),
+                                             .processNoise1 = filters[1].processNoise.data(),
+                                             .threshold = settings_.updateThreshold,
+                                             .silence = silentUpdate,
+                                             .updatePower = updatePower.data()},
+                                            blockLength_ + 1);
+  covarianceEnergy = health.covariance / static_cast<float>(blockLength_ + 1);
+  // Silence proves nothing.
+  if (!converged && health.moving)
+    converged = static_cast<float>(health.settled) >
+                std::round(static_cast<float>(blockLength_) * settledShare);
   // Louder than the microphone: worse than no filter at all.
-  if (converged && energy(error_) > blockEnergy + 70.0F) setup();
-}
-
-bool EchoCanceller::isSettled() const noexcept {
-  if ((updatePower.abs() <= 1e-5F).all()) return false;  // silence proves nothing
-  const auto settled = (updatePower < settings_.updateThreshold).count();
-  return static_cast<float>(settled) > std::round(static_cast<float>(blockLength_) * 0.95F);
+  if (converged && errorEnergy_ > blockEnergy + divergenceMargin) setup();
 }
 
 }  // namespace vellumic

@@ -3,45 +3,50 @@
 // G. Enzner, P. Vary, "Frequency-domain adaptive Kalman filter for acoustic echo control in
 // hands-free telephones", Signal Processing 86(6), 2006.
 //
-// The gain, the covariances and the scaled power are complex numbers in the general form; with
-// power spectra of real origin their imaginary parts are zero, so they are kept as real numbers.
+// Per bin, with G and D of DecorrelatedReferences, E the error's spectrum and T its noise power:
+//   C = A + Q                    prior covariance
+//   H = C / (3 C G + T)          gain, at most 2 / |G|; the 3 is headroom for what the two
+//                                references and the truncated path add to the error
+//   U = constrained(D H E)       coefficient change: a causal filter of blockLength taps
+//   W += U
+//   A = (1 - H G) C              posterior covariance
+//   Q = p Q + (1 - p) |U|^2      process noise, learned from the changes
+// The gain, the covariances and G are complex numbers in the general form; with power spectra of
+// real origin their imaginary parts are zero, so they are kept as real numbers.
 // Thread: real-time only, after setup.
 #pragma once
 
 #include <Eigen/Core>
 
-#include "echo/ReferenceHistory.h"
-#include "echo/SpectralTracker.h"
+#include "echo/SplitSpectrum.h"
 #include "spectra/Fft.h"
 
 namespace vellumic {
 
 class EchoPathFilter {
  public:
-  // Arrays over blockLength + 1 bins unless noted.
-  Eigen::ArrayXcf weights;       // W, zero at the start
-  Eigen::ArrayXf posterior;      // state covariance A, 1 at the start
-  Eigen::ArrayXf prior;          // C
-  Eigen::ArrayXf kalmanGain;     // H
-  Eigen::ArrayXcf update;        // coefficient change of the latest block
-  SpectralTracker processNoise;  // its smoothed power, Q
+  // Arrays over blockLength + 1 bins.
+  SplitSpectrum weights;        // W, zero at the start
+  Eigen::ArrayXf posterior;     // A, 1 at the start
+  Eigen::ArrayXf processNoise;  // Q
+  float pole = 0.7F;            // p
 
   // Sizes for this block length and starts over; allocates only when the length changes.
   void setup(int blockLength);
 
-  // Adds the echo of this block to `estimate` (blockLength samples). `fft` has 2 * blockLength.
-  void addEcho(const Eigen::ArrayXcf& reference, Fft& fft, Eigen::ArrayXf& estimate) noexcept;
-
-  // One adaptation step. `error` is the error's spectrum, `noisePower` the measurement noise.
-  void adapt(const ReferenceHistory& reference, const Eigen::ArrayXcf& error,
-             const Eigen::ArrayXf& noisePower, Fft& fft) noexcept;
-
- private:
-  void computeGain(const Eigen::ArrayXf& power, const Eigen::ArrayXf& noisePower) noexcept;
-
-  int blockLength_ = 0;
-  Eigen::ArrayXcf echoBins_;
-  Eigen::ArrayXf time_;  // 2 * blockLength: echo or gradient
+  struct Observation {
+    const SplitSpectrum& decorrelated;  // D
+    const Eigen::ArrayXf& scaledPower;  // G
+    const SplitSpectrum& error;         // E
+    const Eigen::ArrayXf& noisePower;   // T
+  };
+  // Work space of one adaptation, of no meaning between two.
+  struct Workspace {
+    Fft& fft;               // 2 * blockLength
+    SplitSpectrum& update;  // U
+    Eigen::ArrayXf& frame;  // 2 * blockLength
+  };
+  void adapt(const Observation& observed, Workspace work) noexcept;
 };
 
 }  // namespace vellumic

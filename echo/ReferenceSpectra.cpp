@@ -5,6 +5,8 @@
 #include <numbers>
 #include <utility>
 
+#include "echo/kernels/ReferenceKernels.h"
+
 namespace vellumic {
 
 void ReferenceBlock::setup(Eigen::Index blockLength) {
@@ -25,9 +27,17 @@ void ReferenceSpectra::setBlockLength(int blockLength) {
   present_.setup(blockLength);
   withoutPast_.setup(blockLength);
   silence_.setup(blockLength);
+  statistics_.setup(blockLength + 1);
+  decorrelated_.setup(blockLength + 1);
+  ownDecorrelated_.setup(blockLength + 1);
   blockFft_.prepare(2 * blockLength);
   frameFft_.prepare(blockLength);
   withoutPastDone_ = true;
+  started_ = false;
+}
+
+void ReferenceSpectra::apply(const EchoCancellerSettings& settings) noexcept VELLUMIC_NONBLOCKING {
+  settings_ = settings;
 }
 
 void ReferenceSpectra::advance(std::span<const float> reference0,
@@ -38,14 +48,23 @@ void ReferenceSpectra::advance(std::span<const float> reference0,
     const float* samples = r == 0 ? reference0.data() : reference1.data();
     current_[r] = Eigen::Map<const Eigen::ArrayXf>(samples, blockLength_);
   }
+  atStart_ = !std::exchange(started_, true);
   transform(true, present_);
+  statistics_.update(present_.spectrum, settings_, decorrelated_);
   withoutPastDone_ = false;
 }
 
 const ReferenceBlock& ReferenceSpectra::withoutPast() noexcept VELLUMIC_NONBLOCKING {
+  if (atStart_) return present_;
   if (!withoutPastDone_) transform(false, withoutPast_);
   withoutPastDone_ = true;
   return withoutPast_;
+}
+
+const DecorrelatedReferences& ReferenceSpectra::decorrelatedBy(
+    ReferenceStatistics& own, const ReferenceBlock& block) noexcept VELLUMIC_NONBLOCKING {
+  own.update(block.spectrum, settings_, ownDecorrelated_);
+  return ownDecorrelated_;
 }
 
 void ReferenceSpectra::transform(bool past, ReferenceBlock& block) noexcept {
@@ -55,7 +74,7 @@ void ReferenceSpectra::transform(bool past, ReferenceBlock& block) noexcept {
     else
       frame_.head(blockLength_).setZero();
     frame_.tail(blockLength_) = current_[r];
-    blockFft_.forward(frame_.data(), block.spectrum[r].data());
+    block.spectrum[r].fromSamples(blockFft_, frame_.data());
   }
   const int half = blockLength_ / 2;
   for (std::size_t pass = 0; pass < 2; ++pass) {
@@ -67,8 +86,9 @@ void ReferenceSpectra::transform(bool past, ReferenceBlock& block) noexcept {
     else
       sumFrame_ << Eigen::ArrayXf::Zero(half), current_[0].head(half) + current_[1].head(half);
     sumFrame_ *= window_;
-    frameFft_.forward(sumFrame_.data(), sumBins_.data());
-    block.sumMagnitude[pass] = sumBins_.abs2().sqrt();
+    sumBins_.fromSamples(frameFft_, sumFrame_.data());
+    referenceKernels().magnitude(sumBins_.planes(), block.sumMagnitude[pass].data(),
+                                 static_cast<int>(sumBins_.size()));
   }
 }
 

@@ -1,7 +1,8 @@
 #include "echo/ResidualSuppressor.h"
 
-#include <algorithm>
 #include <cmath>
+
+#include "echo/kernels/SuppressorKernels.h"
 
 namespace vellumic {
 
@@ -34,30 +35,24 @@ void ResidualSuppressor::process(const Input& input,
   }
 }
 
-void ResidualSuppressor::suppressFrame(const Eigen::ArrayXf& magnitude, const Input& input,
+void ResidualSuppressor::suppressFrame(const Eigen::ArrayXf& reference, const Input& input,
                                        const EchoCancellerSettings& settings) noexcept {
-  fft_.forward(errorFrame_.data(), errorBins_.data());
-  const float pole = settings.referenceSmoothing;
-  referenceMagnitude = pole * referenceMagnitude + (1.0F - pole) * magnitude;
+  errorBins_.fromSamples(fft_, errorFrame_.data());
   longTermLevel = settings.levelSmoothing * longTermLevel + (1.0F - settings.levelSmoothing) *
                                                                 input.blockEnergy /
                                                                 static_cast<float>(blockLength_);
-  const float strength = longTermLevel * settings.overSubtraction;
-  const float step = settings.couplingStep / (input.meanNoisePower + 1.0F);
-  for (Eigen::Index k = 0; k < errorBins_.size(); ++k) {
-    const float power = std::norm(errorBins_[k]);
-    const float leak = couplingGain[k] * referenceMagnitude[k];
-    const float gain = 1.0F - leak * leak * strength / std::max(power, 1e-10F);
-    // Written so that NaN falls to the lower bounds.
-    const float bounded = gain > settings.suppressionFloor ? gain : settings.suppressionFloor;
-    suppression[k] = std::min(bounded, 1.0F);
-    // The error magnitude pulls the coupling up, its own prediction pulls it down. Under a steady
-    // hum and silent speakers nothing pulls down: the bounds keep that from running away.
-    const float coupling = couplingGain[k] + step * (std::sqrt(power) - leak * couplingGain[k]);
-    couplingGain[k] = coupling > 0.0F ? std::min(coupling, greatestCoupling) : 0.0F;
-    errorBins_[k] *= suppression[k];
-  }
-  fft_.inverse(errorBins_.data(), suppressedFrame_.data());
+  suppressorKernels().suppress({.reference = reference.data(),
+                                .pole = settings.referenceSmoothing,
+                                .strength = longTermLevel * settings.overSubtraction,
+                                .step = settings.couplingStep / (input.meanNoisePower + 1.0F),
+                                .floor = settings.suppressionFloor,
+                                .greatestCoupling = greatestCoupling,
+                                .referenceMagnitude = referenceMagnitude.data(),
+                                .couplingGain = couplingGain.data(),
+                                .gain = suppression.data(),
+                                .error = errorBins_.planes()},
+                               static_cast<int>(errorBins_.size()));
+  errorBins_.toSamples(fft_, suppressedFrame_.data());
 }
 
 bool ResidualSuppressor::isFinite() const noexcept {

@@ -2,6 +2,12 @@
 // magnitude leaks into the error and subtracts that, over-weighted by the long-term level of the
 // microphone.
 //
+// Per bin, with E the error's spectrum, F the references' magnitude and s the level times the
+// over-subtraction:
+//   R = p R + (1 - p) F;  gain = 1 - (c R)^2 s / |E|^2;  c += step (|E| - (c R) c);  E *= gain
+// The error magnitude pulls the coupling c up, its own prediction pulls it down. Under a steady hum
+// and silent speakers nothing pulls down: its bounds keep it from running away.
+//
 // Frames of blockLength samples, hop half of that, Hann analysis, no synthesis window: two frames
 // per block; the output lags the input by blockLength / 2 samples.
 // Thread: real-time only, after setup.
@@ -40,12 +46,12 @@ class ResidualSuppressor {
  private:
   static constexpr float greatestCoupling = 1000.0F;
 
-  void suppressFrame(const Eigen::ArrayXf& magnitude, const Input& input,
+  void suppressFrame(const Eigen::ArrayXf& reference, const Input& input,
                      const EchoCancellerSettings& settings) noexcept;
 
   int blockLength_ = 0;
   Eigen::ArrayXf analysisWindow_, errorFrame_, suppressedFrame_, overlap_;
-  Eigen::ArrayXcf errorBins_;
+  SplitSpectrum errorBins_;
   Fft fft_;
 };
 

@@ -40,6 +40,7 @@ void ArrayPipeline::adopt(PipelineHandover& handover) noexcept VELLUMIC_NONBLOCK
 void ArrayPipeline::apply(const PipelineRecord& record, bool resetNoise) noexcept {
   record_ = record;
   const PipelineSettings& settings = record_.settings;
+  block_->references.apply(settings.echo);
   for (EchoCanceller& canceller : block_->cancellers) canceller.apply(settings.echo);
   block_->setHighPass(record_.highPass, static_cast<float>(settings.internalRate));
   echo.loopback.setTargetRate(settings.internalRate);

@@ -87,6 +87,11 @@ struct EchoBench {
         spectra(static_cast<int>(scene.length)),
         canceller(static_cast<int>(scene.length)),
         output(scene.length) {
+    apply(settings);
+  }
+
+  void apply(const EchoCancellerSettings& settings) {
+    spectra.apply(settings);
     canceller.apply(settings);
   }
 
