@@ -65,7 +65,7 @@ class CBaseAudioProcessingObject : public IAudioProcessingObject,
   std::atomic<bool> isLocked{false};
   std::atomic<bool> isInitialized{false};
   const APO_REG_PROPERTIES* const registrationProperties;
-  CriticalLock objectCritSec;  // serialises validate, lock and unlock
+  CriticalLock objectCritSec;  // serialises Initialize, format queries, validate, lock, unlock
   UINT32 inputChannelCount = 0;
   ProcessContext context;
 };

@@ -62,13 +62,12 @@ HRESULT CaptureApo<Traits>::Initialize(UINT32 dataSize, BYTE* data) noexcept {
   InitData init{};
   if (const HRESULT result = readInitData(dataSize, data, init); FAILED(result)) return result;
 
-  bool late = false;  // another call was first; the object is its
+  const LockScope scope(objectCritSec);  // until a failure is undone: the next call finds no rest
+  if (isInitialized.load()) return apo_error::alreadyInitialized;
   HRESULT result = guarded([&] {
-    const LockScope scope(sync_.objectLock);
-    late = isInitialized.load();
-    return late ? apo_error::alreadyInitialized : initialize(init);
+    const LockScope builder(sync_.objectLock);
+    return initialize(init);
   });
-  if (late) return result;
   if (SUCCEEDED(result) && !Traits::startsWorkerInsideLock)
     result = guarded([&] {
       this->start(this);
@@ -158,6 +157,7 @@ HRESULT CaptureApo<Traits>::isFormatSupported(IAudioMediaType* input, IAudioMedi
                                               IAudioMediaType* requested,
                                               IAudioMediaType** supported) noexcept {
   if (requested == nullptr || supported == nullptr) return E_POINTER;
+  const LockScope scope(objectCritSec);
   if (!formatTable_.supports(input, output)) return apo_error::formatNotSupported;
   formatTable_.keep(input, output);
   requested->AddRef();

@@ -5,7 +5,7 @@
 // = 0x70800 = 460,800 bytes. It depends on the type alone, so all objects of a type share one,
 // built when the first object of the type is made.
 //
-// Threads: control thread.
+// Threads: control threads, one at a time (objectCritSec).
 #pragma once
 
 #include <cstddef>

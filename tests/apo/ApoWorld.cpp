@@ -67,6 +67,13 @@ void ServiceObjects::signalReload() const {
   SetEvent(event.get());
 }
 
+bool ServiceObjects::pingIsAnswered() const {
+  const KernelHandle ping(OpenEventW(EVENT_MODIFY_STATE, FALSE, pingEventName));
+  ResetEvent(event_.get());
+  return ping && SetEvent(ping.get()) != FALSE &&
+         WaitForSingleObject(event_.get(), 5000) == WAIT_OBJECT_0;
+}
+
 void expectAnswers(std::initializer_list<Answer> answers) {
   for (const Answer& answer : answers)
     EXPECT_EQ(static_cast<unsigned>(answer.ask()), static_cast<unsigned>(answer.expected))

@@ -108,6 +108,8 @@ class ServiceObjects {
   [[nodiscard]] StatusBlock block() const;
   // The parameter thread that publishes next re-reads its setting.
   void signalReload() const;
+  // Whether a parameter thread publishes when the service asks.
+  [[nodiscard]] bool pingIsAnswered() const;
 
  private:
   KernelHandle mapping_, mutex_, event_;

@@ -1,0 +1,62 @@
+// Two or more threads in one object's control operations.
+#include <array>
+#include <thread>
+
+#include "tests/apo/ApoWorld.h"
+
+namespace vellumic::test {
+namespace {
+
+class Threads : public ApoWorld {};
+
+// Tells that it was asked, and has nothing in it after a while.
+class LateEmptyCollection : public FakeCollection {
+ public:
+  HRESULT STDMETHODCALLTYPE GetCount(UINT* count) override {
+    SetEvent(asked.get());
+    Sleep(50);
+    *count = 0;
+    return S_OK;
+  }
+  KernelHandle asked{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+};
+
+TEST_F(Threads, AnInitializeThatFailsLeavesTheNextOneAlone) {
+  for (const ClassCase& which : classCases) {
+    SCOPED_TRACE(which.name);
+    const ServiceObjects service;
+    LateEmptyCollection empty;
+    CaptureObject object(which.id);
+    HRESULT failed = S_OK;
+    std::thread first([&] {
+      auto data = blob();
+      data.pDeviceCollection = &empty;
+      failed = initialize(object, data);
+    });
+    ASSERT_EQ(WaitForSingleObject(empty.asked.get(), 5000), WAIT_OBJECT_0);
+    EXPECT_EQ(initialize(object, blob()), S_OK);
+    first.join();
+    EXPECT_EQ(failed, E_FAIL);
+    EXPECT_TRUE(service.pingIsAnswered());  // the second's thread is at work
+  }
+}
+
+TEST_F(Threads, FormatsMayBeAskedForAtOnce) {
+  CaptureObject object = initialized(efx);
+  std::array<MediaType, 2> formats{MediaType::plain(2), MediaType::extensible(4, 0)};
+  std::array<std::thread, 4> threads;
+  for (std::size_t t = 0; t < threads.size(); ++t)
+    threads[t] = std::thread([&object, &format = formats[t % formats.size()]] {
+      for (int i = 0; i < 20000; ++i) {
+        IAudioMediaType* answer = nullptr;
+        EXPECT_EQ(object.object->IsInputFormatSupported(&format, &format, &answer), S_OK);
+        if (answer != nullptr) answer->Release();
+      }
+    });
+  for (std::thread& thread : threads) thread.join();
+  object = CaptureObject();
+  for (const MediaType& format : formats) EXPECT_EQ(format.references, 0U);
+}
+
+}  // namespace
+}  // namespace vellumic::test
