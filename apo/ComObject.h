@@ -15,7 +15,7 @@
 #include <atomic>
 #include <new>
 
-#include "apo/Module.h"
+#include "control/Module.h"
 
 namespace vellumic {
 

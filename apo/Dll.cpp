@@ -7,8 +7,8 @@
 
 #include "apo/CaptureApo.h"
 #include "apo/ClassFactory.h"
-#include "apo/Module.h"
 #include "apo/Registration.h"
+#include "control/Module.h"
 #include "control/SyncObject.h"
 
 namespace vellumic {
@@ -47,10 +47,8 @@ class RegistrationScope {
 using vellumic::InstallScope;
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
-  if (reason == DLL_PROCESS_ATTACH) {
-    vellumic::Module::setInstance(instance);
-    DisableThreadLibraryCalls(instance);
-  }
+  // Threads' ends are told to the library: the runtime frees their thread-local data then.
+  if (reason == DLL_PROCESS_ATTACH) vellumic::Module::setInstance(instance);
   return TRUE;
 }
 

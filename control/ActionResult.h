@@ -9,10 +9,14 @@
 #include <atomic>
 #include <new>
 
+#include "control/Module.h"
+
 namespace vellumic {
 
 template <class Value>
 class CActionResult final : public IUnknown {
+  const ModuleUse use_;
+
  public:
   explicit CActionResult(Value initial) noexcept : value(initial) {}
 

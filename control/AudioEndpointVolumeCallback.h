@@ -19,6 +19,7 @@
 
 #include "control/ComPtr.h"
 #include "control/Handle.h"
+#include "control/Module.h"
 #include "platform/CriticalLock.h"
 
 namespace vellumic {
@@ -48,6 +49,8 @@ struct VolumeLevels {
 HRESULT readLevels(IAudioEndpointVolume& volume, UINT channels, VolumeLevels& levels);
 
 class _CAudioEndpointVolumeCallback final : public IAudioEndpointVolumeCallback {
+  const ModuleUse use_;  // the audio service may hold it, and be inside it, after its object's end
+
  public:
   // device: whose levels a notification refreshes.
   explicit _CAudioEndpointVolumeCallback(std::wstring device) : device_(std::move(device)) {}

@@ -294,8 +294,7 @@ TEST_F(Answers, OtherInterfaces) {
     EXPECT_EQ(state, VARIANT_TRUE);
     ASSERT_EQ(perform(3)(), S_OK);
     EXPECT_FLOAT_EQ(result->value, which.endpointEffect ? 1.0F : 0.1F);
-    EXPECT_EQ(result->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
-    EXPECT_EQ(result->Release(), 0U);
+    EXPECT_EQ(reinterpret_cast<IUnknown*>(result)->Release(), 0U);  // the library's own operation
   }
 }
 

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <random>
 
+#include "apo/OwnInterfaces.h"
 #include "tests/apo/ApoWorld.h"
 
 namespace vellumic::test {
@@ -72,6 +73,26 @@ TEST_F(Life, TheLibraryStaysUntilTheTeardownIsOver) {
   object = CaptureObject();
   EXPECT_EQ(format.answer, S_FALSE);  // the destructor's own releases
   EXPECT_EQ(exported<HRESULT WINAPI()>("DllCanUnloadNow")(), S_OK);
+}
+
+// The audio service may hold a volume callback, and be inside it, longer than the object lives.
+TEST_F(Life, TheLibraryStaysWhileCallersHoldWhatItGave) {
+  const auto canUnload = exported<HRESULT WINAPI()>("DllCanUnloadNow");
+  CaptureObject object = initialized(mfx);
+  MediaType format = MediaType::plain(2);
+  ASSERT_EQ(object.lock(format), S_OK);
+  ASSERT_EQ(microphone.volume.callbacks.size(), 1U);
+  auto callback = ComPtr<IAudioEndpointVolumeCallback>::share(microphone.volume.callbacks[0]);
+  ComPtr<IUnknown> result;
+  ASSERT_EQ(as<ICaptureState>(object.object.get(), mfx.own)
+                ->PerformAction(3, reinterpret_cast<CActionResult<float>**>(result.put())),
+            S_OK);
+  object = CaptureObject();
+  EXPECT_EQ(canUnload(), S_FALSE);
+  callback.reset();
+  EXPECT_EQ(canUnload(), S_FALSE);
+  result.reset();
+  EXPECT_EQ(canUnload(), S_OK);
 }
 
 // Fuzzed blobs, formats and connections: every answer is a result, and whatever happened the

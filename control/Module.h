@@ -1,4 +1,5 @@
-// What keeps the library loaded: the count of live objects and of server locks.
+// What keeps the library loaded: the count of live objects, of what callers hold of them, and of
+// server locks.
 // Thread: any.
 #pragma once
 
@@ -27,6 +28,16 @@ class Module {
     static constinit HINSTANCE instance = nullptr;
     return instance;
   }
+};
+
+// One use of the library for as long as it lives. An object that callers may hold has it as its
+// first member, so that it ends last.
+class ModuleUse {
+ public:
+  ModuleUse() noexcept { Module::addUse(); }
+  ~ModuleUse() { Module::dropUse(); }
+  ModuleUse(const ModuleUse&) = delete;
+  ModuleUse& operator=(const ModuleUse&) = delete;
 };
 
 }  // namespace vellumic
