@@ -6,12 +6,17 @@
 #include <string>
 #include <string_view>
 
-#include "apo/Module.h"
 #include "apo/RegistrationRecord.h"
 #include "apo/RegistrationScript.h"
 #include "apo/RegistryStatus.h"
 #include "control/ComPtr.h"
 #include "control/Handle.h"
+#include "control/Module.h"
+
+// Missing in the headers of MinGW-w64.
+WINOLEAUTAPI RegisterTypeLibForUser(ITypeLib* library, OLECHAR* path, OLECHAR* helpFolder);
+WINOLEAUTAPI UnRegisterTypeLibForUser(REFGUID id, WORD major, WORD minor, LCID lcid,
+                                      SYSKIND system);
 
 namespace vellumic {
 namespace {
@@ -64,15 +69,39 @@ HRESULT writeValue(const ScriptValue& value, const std::wstring& module) noexcep
   return fromStatus(status);
 }
 
-HRESULT removeKey(const wchar_t* key) noexcept {
-  const LSTATUS status = RegDeleteTreeW(HKEY_CLASSES_ROOT, key);
+// What is not there needs no removing.
+HRESULT removed(LSTATUS status) noexcept {
   return status == ERROR_FILE_NOT_FOUND ? S_OK : fromStatus(status);
+}
+
+HRESULT removeValues(const ScriptKey& script) noexcept {
+  RegistryKey key;
+  LSTATUS status =
+      RegOpenKeyExW(HKEY_CLASSES_ROOT, script.key, 0, KEY_QUERY_VALUE | KEY_SET_VALUE, key.put());
+  if (status != ERROR_SUCCESS) return removed(status);
+  for (const ScriptValue& value : script.values)
+    if (value.key != nullptr)
+      if (const HRESULT result = removed(RegDeleteValueW(key.get(), value.name)); FAILED(result))
+        return result;
+  DWORD keys = 0, values = 0;
+  status = RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, &keys, nullptr, nullptr, &values,
+                            nullptr, nullptr, nullptr, nullptr);
+  if (status == ERROR_SUCCESS && keys == 0 && values == 0)
+    status = RegDeleteKeyW(HKEY_CLASSES_ROOT, script.key);
+  return removed(status);
+}
+
+HRESULT removeScript(const ScriptKey& script) noexcept {
+  return script.ownership == Ownership::whole
+             ? removed(RegDeleteTreeW(HKEY_CLASSES_ROOT, script.key))
+             : removeValues(script);
 }
 
 HRESULT writeScript() {
   const std::wstring module = modulePath();
   for (const ScriptKey& script : registrationScript) {
-    if (const HRESULT result = removeKey(script.key); FAILED(result)) return result;
+    if (script.ownership == Ownership::whole)
+      if (const HRESULT result = removeScript(script); FAILED(result)) return result;
     for (const ScriptValue& value : script.values)
       if (value.key != nullptr)
         if (const HRESULT result = writeValue(value, module); FAILED(result)) return result;
@@ -80,15 +109,18 @@ HRESULT writeScript() {
   return S_OK;
 }
 
-HRESULT registerTypes() {
+// A limited user may not register types with the general functions: they write to the machine's
+// classes, whatever HKEY_CLASSES_ROOT stands for.
+HRESULT registerTypes(InstallScope scope) {
   std::wstring module = modulePath();
   ComPtr<ITypeLib> library;
   if (const HRESULT result = LoadTypeLib(module.c_str(), library.put()); FAILED(result))
     return result;
-  return RegisterTypeLib(library.get(), module.data(), nullptr);
+  const auto registerIn = scope == InstallScope::user ? RegisterTypeLibForUser : RegisterTypeLib;
+  return registerIn(library.get(), module.data(), nullptr);
 }
 
-HRESULT unregisterTypes() {
+HRESULT unregisterTypes(InstallScope scope) {
   ComPtr<ITypeLib> library;
   if (const HRESULT result = LoadTypeLib(modulePath().c_str(), library.put()); FAILED(result))
     return result;
@@ -96,7 +128,9 @@ HRESULT unregisterTypes() {
   if (const HRESULT result = library->GetLibAttr(&attributes); FAILED(result)) return result;
   const TLIBATTR a = *attributes;
   library->ReleaseTLibAttr(attributes);
-  return UnRegisterTypeLib(a.guid, a.wMajorVerNum, a.wMinorVerNum, a.lcid, a.syskind);
+  const auto unregisterIn =
+      scope == InstallScope::user ? UnRegisterTypeLibForUser : UnRegisterTypeLib;
+  return unregisterIn(a.guid, a.wMajorVerNum, a.wMinorVerNum, a.lcid, a.syskind);
 }
 
 // The first failure of a row of steps that all run.
@@ -118,7 +152,7 @@ HRESULT registerLibrary(InstallScope scope) noexcept {
     const ClassesRoot root(scope);
     if (FAILED(root.result())) return root.result();
     if (const HRESULT result = writeScript(); FAILED(result)) return result;
-    if (const HRESULT result = registerTypes(); FAILED(result)) return result;
+    if (const HRESULT result = registerTypes(scope); FAILED(result)) return result;
     for (const APO_REG_PROPERTIES* record : registrationRecords())
       if (const HRESULT result = writeRecord(record); FAILED(result)) return result;
     return S_OK;
@@ -135,9 +169,9 @@ HRESULT unregisterLibrary(InstallScope scope) noexcept {
     const auto records = registrationRecords();
     for (auto record = records.rbegin(); record != records.rend(); ++record)
       failure.take(removeRecord(*record));
-    failure.take(unregisterTypes());
+    failure.take(unregisterTypes(scope));
     for (auto script = registrationScript.rbegin(); script != registrationScript.rend(); ++script)
-      failure.take(removeKey(script->key));
+      failure.take(removeScript(*script));
     return failure.result();
   } catch (...) {
     return E_OUTOFMEMORY;

@@ -7,6 +7,7 @@
 #include "apo/RegistrationRecord.h"
 #include "control/BoundedText.h"
 #include "tests/apo/ApoWorld.h"
+#include "tests/apo/ImportTable.h"
 
 namespace vellumic::test {
 namespace {
@@ -67,9 +68,10 @@ DWORD number(const Snapshot& snapshot, const std::wstring& path) {
   return *reinterpret_cast<const DWORD*>(found->second.data());
 }
 
+std::wstring libraryPath() { return (programFolder() / L"VellumicAPO64c.dll").wstring(); }
+
 DWORD regsvr32(const std::wstring& options) {
-  std::wstring command = L"regsvr32.exe /s " + options + L" \"" +
-                         (programFolder() / L"VellumicAPO64c.dll").wstring() + L"\"";
+  std::wstring command = L"regsvr32.exe /s " + options + L" \"" + libraryPath() + L"\"";
   STARTUPINFOW startup{};
   startup.cb = sizeof startup;
   PROCESS_INFORMATION information{};
@@ -82,8 +84,20 @@ DWORD regsvr32(const std::wstring& options) {
   return code;
 }
 
-void expectRegistered(const Snapshot& classes) {
-  const std::wstring dll = (programFolder() / L"VellumicAPO64c.dll").wstring();
+std::wstring typeLibraryPath(HKEY root) {  // as registered
+  std::array<wchar_t, 1024> path{L"(missing)"};
+  auto bytes = static_cast<DWORD>(sizeof path);
+  RegGetValueW(root,
+               L"Software\\Classes\\TypeLib\\{F9EEAA9C-622F-4EF9-8658-384DA91E1FCF}\\3.12\\0"
+               L"\\win64",
+               nullptr, RRF_RT_REG_SZ, nullptr, path.data(), &bytes);
+  return path.data();
+}
+
+void expectRegistered(HKEY root) {
+  const Snapshot classes = classesSnapshot(root);
+  const std::wstring dll = libraryPath();
+  EXPECT_EQ(_wcsicmp(typeLibraryPath(root).c_str(), dll.c_str()), 0) << "type library";
   EXPECT_EQ(text(classes, L"\\AppID\\VellumicAPO64c.dll\\@AppID"),
             L"{ED8C8A2F-9D0D-4005-ABC8-3529708C3957}");
   EXPECT_EQ(text(classes, L"\\AppID\\{ED8C8A2F-9D0D-4005-ABC8-3529708C3957}\\@"),
@@ -112,7 +126,7 @@ TEST(Registration, RegsvrAndBackLeavesNothing) {
   regsvr32(L"/u");  // whatever an earlier run left
   const Snapshot before = classesSnapshot();
   ASSERT_EQ(regsvr32(L""), 0U);
-  expectRegistered(classesSnapshot());
+  expectRegistered(HKEY_LOCAL_MACHINE);
   {
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     for (const ClassCase& which : classCases) {
@@ -130,14 +144,62 @@ TEST(Registration, RegsvrAndBackLeavesNothing) {
   EXPECT_EQ(exported<HRESULT WINAPI()>("DllUnregisterServer")(), notFound);  // nothing there
 }
 
+HRESULT WINAPI denied() { return TYPE_E_REGISTRYACCESS; }
+
+// A user's registration asks for no right on the machine: there the general functions for type
+// libraries write to the machine's classes, which a limited user may not.
 TEST(Registration, ForOneUser) {
+  ImportTable imports(library());
+  for (const char* function : {"RegisterTypeLib", "UnRegisterTypeLib"})
+    ASSERT_NE(imports.replace(function, reinterpret_cast<void*>(&denied)), nullptr);
   const auto install = exported<HRESULT WINAPI(BOOL, PCWSTR)>("DllInstall");
   const Snapshot machine = classesSnapshot(), before = classesSnapshot(HKEY_CURRENT_USER);
   ASSERT_EQ(install(TRUE, L"user"), S_OK);
-  expectRegistered(classesSnapshot(HKEY_CURRENT_USER));
+  expectRegistered(HKEY_CURRENT_USER);
   EXPECT_EQ(classesSnapshot(), machine);
   EXPECT_EQ(install(FALSE, L"user"), S_OK);
   EXPECT_EQ(classesSnapshot(HKEY_CURRENT_USER), before);
+}
+
+// Class keys are made anew; the application's keys may hold launch settings of others.
+TEST(Registration, LeavesWhatOthersKeepInTheApplicationsKeys) {
+  const std::wstring classes = L"Software\\Classes\\",
+                     application = L"AppID\\{ED8C8A2F-9D0D-4005-ABC8-3529708C3957}",
+                     stale = L"CLSID\\" + std::wstring(GuidText(efx.id).c_str()) + L"\\Stale";
+  const auto launch = [&] {
+    return classesSnapshot(HKEY_CURRENT_USER).contains(L"\\" + application + L"\\@RunAs");
+  };
+  RegSetKeyValueW(HKEY_CURRENT_USER, (classes + application).c_str(), L"RunAs", REG_SZ, L"x", 4);
+  RegSetKeyValueW(HKEY_CURRENT_USER, (classes + stale).c_str(), nullptr, REG_SZ, L"x", 4);
+  const auto install = exported<HRESULT WINAPI(BOOL, PCWSTR)>("DllInstall");
+  EXPECT_EQ(install(TRUE, L"user"), S_OK);
+  EXPECT_TRUE(launch());
+  EXPECT_FALSE(classesSnapshot(HKEY_CURRENT_USER).contains(L"\\" + stale));
+  EXPECT_EQ(install(FALSE, L"user"), S_OK);
+  EXPECT_TRUE(launch());
+  RegDeleteTreeW(HKEY_CURRENT_USER, (classes + application).c_str());
+}
+
+// Who reads the interfaces from the type library finds the operations where the vtable has them.
+TEST(Registration, TheTypeLibraryPutsOperationsBehindThoseOfIUnknown) {
+  ComPtr<ITypeLib> types;
+  ASSERT_EQ(LoadTypeLib(libraryPath().c_str(), types.put()), S_OK);
+  for (const ClassCase& which : classCases) {
+    SCOPED_TRACE(which.name);
+    ComPtr<ITypeInfo> own;
+    ASSERT_EQ(types->GetTypeInfoOfGuid(which.own, own.put()), S_OK);
+    const wchar_t* const names[] = {L"GetState", L"PerformAction"};
+    for (UINT i = 0; i < std::size(names); ++i) {
+      FUNCDESC* operation = nullptr;
+      BSTR name = nullptr;
+      ASSERT_EQ(own->GetFuncDesc(i, &operation), S_OK);
+      EXPECT_EQ(own->GetDocumentation(operation->memid, &name, nullptr, nullptr, nullptr), S_OK);
+      EXPECT_STREQ(name, names[i]);
+      EXPECT_EQ(operation->oVft, static_cast<SHORT>((3 + i) * sizeof(void*)));
+      SysFreeString(name);
+      own->ReleaseFuncDesc(operation);
+    }
+  }
 }
 
 class Records : public testing::Test {
