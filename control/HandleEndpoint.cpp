@@ -1,5 +1,7 @@
 #include "control/HandleEndpoint.h"
 
+#include <utility>
+
 #include "control/BoundedText.h"
 #include "control/DeviceProperties.h"
 
@@ -67,7 +69,9 @@ HRESULT CHandleEndpoint::identify(IMMDeviceCollection* devices, IPropertyStore* 
     ComPtr<IMMDevice> device;  // one that went meanwhile is skipped
     if (FAILED(endpoints->Item(position, device.put())) || !device) continue;
     if (!hasGuid(*device.get(), found.endpointGuid)) continue;
-    found.deviceIdString = idOf(*device.get());
+    auto id = idOf(*device.get());
+    if (id.empty()) continue;  // likewise
+    found.deviceIdString = std::move(id);
     ++found.matchingEndpointCount;
   }
   *this = std::move(found);

@@ -17,7 +17,8 @@ namespace vellumic {
 class CHandleEndpoint {
  public:
   // Takes entry deviceIndex of the collection, reads the endpoint's properties, and walks all
-  // active capture endpoints for those with the same GUID; the last match gives deviceIdString.
+  // active capture endpoints for those with the same GUID; the last match gives deviceIdString. An
+  // endpoint that fails meanwhile, also one that matches and cannot tell its id, is passed over.
   // No match is a success with an empty id. A property of another type than a text counts as
   // absent. E_INVALIDARG: no collection or store. E_FAIL: empty collection, no such entry, no
   // enumerator. On a failure all members are as constructed.

@@ -227,7 +227,7 @@ class FakeDevice : public Double<IMMDevice> {
   FakeStore store;
   FakeVolume volume;
   FakeClient client;
-  bool activates = true;
+  bool activates = true, tellsId = true;
 
   HRESULT STDMETHODCALLTYPE Activate(REFIID wanted, DWORD, PROPVARIANT*, void** object) override {
     *object = nullptr;
@@ -239,6 +239,8 @@ class FakeDevice : public Double<IMMDevice> {
     return store.QueryInterface(__uuidof(IPropertyStore), reinterpret_cast<void**>(opened));
   }
   HRESULT STDMETHODCALLTYPE GetId(LPWSTR* text) override {
+    *text = nullptr;
+    if (!tellsId) return AUDCLNT_E_DEVICE_INVALIDATED;
     *text = static_cast<wchar_t*>(CoTaskMemAlloc((id.size() + 1) * sizeof(wchar_t)));
     std::copy_n(id.c_str(), id.size() + 1, *text);
     return S_OK;

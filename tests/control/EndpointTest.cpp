@@ -60,6 +60,11 @@ TEST_F(EndpointIdentity, LastMatchGivesTheDeviceId) {
   EXPECT_EQ(block.endpoint.Data1, 0x11111111U);
   EXPECT_EQ(block.deviceIdPresent, 1);
   EXPECT_STREQ(block.deviceId.data(), L"mic");
+
+  microphone.tellsId = false;  // going away: the match before it stays
+  ASSERT_EQ(identify(1), S_OK);
+  EXPECT_EQ(endpoint.deviceIdString, L"other");
+  EXPECT_EQ(endpoint.matchingEndpointCount, 1U);
 }
 
 TEST_F(EndpointIdentity, NoMatchIsASuccessWithoutAnId) {
@@ -75,6 +80,9 @@ TEST_F(EndpointIdentity, NoMatchIsASuccessWithoutAnId) {
     EXPECT_EQ(block.deviceIdPresent, 0);
   }
   EXPECT_EQ(endpoint.jackSubTypeString, L"{jack}");
+  microphone.tellsId = false;
+  ASSERT_EQ(identify(), S_OK);
+  EXPECT_EQ(endpoint.matchingEndpointCount, 0U);
 }
 
 TEST_F(EndpointIdentity, FailuresLeaveNothing) {
