@@ -1,12 +1,11 @@
 #include "tools/ctl/CompanionLink.h"
 
-#include <sddl.h>
-
 #include <cstring>
 #include <string>
 
 #include "control/Names.h"
 #include "control/OpenEvent.h"
+#include "tools/ServiceAccess.h"
 #include "tools/ctl/CtlOptions.h"
 #include "tools/ctl/TextConversion.h"
 
@@ -14,26 +13,6 @@ namespace vellumic::tools {
 namespace {
 
 constexpr DWORD mutexPatienceMs = 100;
-
-// The audio service runs as a local service, which the default access of an administrator's
-// objects leaves out.
-class ServiceAccess {
- public:
-  ServiceAccess() {
-    constexpr wchar_t systemAdministratorsLocalService[] =
-        L"D:(A;;GA;;;SY)(A;;GA;;;BA)(A;;GA;;;LS)";
-    ConvertStringSecurityDescriptorToSecurityDescriptorW(
-        systemAdministratorsLocalService, SDDL_REVISION_1, &attributes_.lpSecurityDescriptor,
-        nullptr);
-  }
-  ~ServiceAccess() { LocalFree(attributes_.lpSecurityDescriptor); }
-  ServiceAccess(const ServiceAccess&) = delete;
-  ServiceAccess& operator=(const ServiceAccess&) = delete;
-  SECURITY_ATTRIBUTES* get() { return &attributes_; }
-
- private:
-  SECURITY_ATTRIBUTES attributes_ = {sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
-};
 
 [[noreturn]] void fail(const wchar_t* name, const std::string& fault) {
   throw CtlError(utf8(name) + ": " + fault);

@@ -2,25 +2,42 @@
 
 #include <cstring>
 #include <stdexcept>
+#include <string>
 
 #include "control/Names.h"
+#include "tools/ServiceAccess.h"
 
 namespace vellumic::tools {
+namespace {
 
-ServiceStandIn::ServiceStandIn()
-    : mapping_(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
-                                  sizeof(StatusBoard), sharedMemoryName)) {
-  const bool exists = GetLastError() == ERROR_ALREADY_EXISTS;
+// error: of the call that failed, or of one that found the object there.
+[[noreturn]] void fail(const std::string& what, DWORD error) {
+  std::string reason = "cannot be made (error " + std::to_string(error) + ")";
+  if (error == ERROR_ALREADY_EXISTS)
+    reason = "is there already; end the service or the vellumic-ctl that made it";
+  else if (error == ERROR_ACCESS_DENIED)
+    reason = "needs the right to create global objects; run as administrator";
+  throw std::runtime_error("--service: " + what + " " + reason);
+}
+
+}  // namespace
+
+ServiceStandIn::ServiceStandIn() {
+  ServiceAccess access;
+  mapping_.reset(CreateFileMappingW(INVALID_HANDLE_VALUE, access.get(), PAGE_READWRITE, 0,
+                                    sizeof(StatusBoard), sharedMemoryName));
+  if (!mapping_ || GetLastError() == ERROR_ALREADY_EXISTS) fail("the status board", GetLastError());
   view_.reset(MapViewOfFile(mapping_.get(), FILE_MAP_WRITE, 0, 0, sizeof(StatusBoard)));
-  if (!view_ || exists)
-    throw std::runtime_error("service: cannot make the status board; is the service running?");
+  if (!view_) fail("a view of the status board", GetLastError());
   static_cast<StatusBoard*>(view_.get())->version = statusLayoutVersion;
-  mutex_.reset(CreateMutexW(nullptr, FALSE, sharedMemoryMutexName));
-  event_.reset(CreateEventW(nullptr, FALSE, FALSE, sharedMemoryEventName));
-  ping_.reset(CreateEventW(nullptr, FALSE, FALSE, pingEventName));
+  mutex_.reset(CreateMutexW(access.get(), FALSE, sharedMemoryMutexName));
+  if (!mutex_) fail("the status board's mutex", GetLastError());
+  event_.reset(CreateEventW(access.get(), FALSE, FALSE, sharedMemoryEventName));
+  if (!event_) fail("the status board's event", GetLastError());
+  ping_.reset(CreateEventW(access.get(), FALSE, FALSE, pingEventName));
+  if (!ping_) fail("the ping event", GetLastError());
   quit_.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  if (!mutex_ || !event_ || !ping_ || !quit_)
-    throw std::runtime_error("service: cannot make its events");
+  if (!quit_) fail("an event", GetLastError());
   thread_ = std::thread([this] { watch(); });
 }
 

@@ -19,7 +19,8 @@ namespace vellumic::tools {
 
 class ServiceStandIn {
  public:
-  ServiceStandIn();  // throws std::runtime_error if the real service runs
+  // Throws std::runtime_error with the reason: a service runs, or the right to make it is missing.
+  ServiceStandIn();
   ~ServiceStandIn();
   ServiceStandIn(const ServiceStandIn&) = delete;
   ServiceStandIn& operator=(const ServiceStandIn&) = delete;
