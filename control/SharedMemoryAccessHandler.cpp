@@ -15,7 +15,9 @@ StatusBoard* board(const MappedView& view) noexcept {
 
 bool isNull(const GUID& guid) noexcept { return IsEqualGUID(guid, GUID{}); }
 
-// A semaphore ignores SetEvent; a service that made the mark an event sees it.
+// A mark is a semaphore, where there is one; an object of another type does not open. What tells is
+// that it is held: no access is asked for, and the signal, which services expect to be tried, does
+// nothing to a semaphore.
 void openMark(KernelHandle& mark, const wchar_t* name) noexcept {
   mark.release();
   mark = KernelHandle(OpenSemaphoreW(0, FALSE, name));

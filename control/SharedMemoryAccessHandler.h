@@ -49,8 +49,8 @@ class CSharedMemoryAccessHandler {
     return statusBlock_;
   }
 
-  // Opens the two running marks and signals those that exist. The handles of an earlier lock are
-  // replaced and stay open: marks live as long as the process.
+  // Opens those of the two running marks that a service has made. The handles of an earlier lock
+  // are replaced and stay open: marks live as long as the process.
   void markRunning() noexcept;
 
   KernelHandle mappingHandle;

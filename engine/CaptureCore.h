@@ -1,5 +1,6 @@
 // Everything portable of one capture object, in the order in which it must be built and torn down.
-// The Windows objects, the offline renderer and the tests all hold one of these.
+// The offline renderer, the benchmarks and the tests hold one of these. The Windows objects hold
+// the same members in the same order, with the parameter thread's events in the lock block.
 #pragma once
 
 #include <utility>
