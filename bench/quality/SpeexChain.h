@@ -1,7 +1,7 @@
 // The yardstick: SpeexDSP's echo canceller and preprocessor on the same scenes.
 #pragma once
 
-#include "bench/quality/Scene.h"
+#include "tools/quality/Scene.h"
 
 namespace vellumic::quality {
 

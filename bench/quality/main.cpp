@@ -1,147 +1,56 @@
 // vellumic-quality: makes the seeded scenes, runs the yardstick on them and scores recordings.
-//
-//   vellumic-quality list|head
-//   vellumic-quality scene NAME --mics N --near TALK.wav --far TALK.wav FOLDER
-//   vellumic-quality yardstick FOLDER OUTPUT.wav
-//   vellumic-quality score FOLDER LABEL=OUTPUT.wav... [--svg FILE]
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <stdexcept>
 
-#include "bench/quality/Scene.h"
-#include "bench/quality/Score.h"
+#include "bench/quality/SceneFolder.h"
+#include "bench/quality/ScoreTable.h"
 #include "bench/quality/SpeexChain.h"
+#include "parameters/SettingsFile.h"
 #include "tools/OutputFile.h"
-#include "tools/WaveFile.h"
 #include "tools/plot/Figure.h"
+#include "tools/quality/SceneCatalogue.h"
+#include "tools/quality/Score.h"
+#include "tools/quality/SoundFiles.h"
 
 namespace vellumic::quality {
 namespace {
 
-namespace fs = std::filesystem;
-
-Channels readChannels(const fs::path& path) {
-  const tools::WaveData wave = tools::readWave(path.string());
-  if (wave.samples.empty())
-    throw std::runtime_error(path.string() + ": holds no sound; give another file");
-  if (wave.format.sampleRate != static_cast<int>(sceneRate))
-    throw std::runtime_error(path.string() + ": rate " + std::to_string(wave.format.sampleRate) +
-                             " Hz, scenes are at 16000: convert it first");
-  const auto channels = static_cast<std::size_t>(wave.format.channels);
-  Channels out(channels);
-  for (std::size_t n = 0; n < wave.samples.size(); ++n)
-    out[n % channels].push_back(wave.samples[n]);
-  return out;
+void make(const std::string& name, std::uint64_t seed, int microphones, const std::string& nearFile,
+          const std::string& farFile, const std::string& folder) {
+  const auto spec = sceneNamed(name, seed, microphones);
+  if (!spec)
+    throw std::runtime_error("scene '" + name + "' is not known: see `vellumic-quality list`");
+  writeScene({*spec, makeScene(*spec, readChannels(nearFile)[0], readChannels(farFile)[0])},
+             folder);
 }
 
-void writeChannels(const fs::path& path, const Channels& channels) {
-  tools::WaveData wave;
-  wave.format.sampleRate = static_cast<int>(sceneRate);
-  wave.format.channels = static_cast<int>(channels.size());
-  for (std::size_t n = 0; n < channels.front().size(); ++n)
-    for (const Signal& channel : channels) wave.samples.push_back(channel[n]);
-  tools::writeWave(path.string(), wave);
+// LABEL=REST of an argument.
+std::pair<std::string, std::string> labelled(const std::string& text, const std::string& form) {
+  const auto sign = text.find('=');
+  if (sign == std::string::npos || sign == 0 || sign + 1 == text.size())
+    throw std::runtime_error("'" + text + "': write it as " + form);
+  return {text.substr(0, sign), text.substr(sign + 1)};
 }
 
-SceneSpec specNamed(const std::string& name) {
-  for (const SceneSpec& spec : standardScenes())
-    if (spec.name == name) return spec;
-  throw std::runtime_error("scene '" + name + "' is not known: see `vellumic-quality list`");
-}
-
-struct StoredScene {
-  SceneSpec spec;
-  Scene scene;
-};
-
-StoredScene readScene(const fs::path& folder) {
-  std::ifstream file(folder / "scene.txt");
-  std::string name;
-  if (!(file >> name))
-    throw std::runtime_error((folder / "scene.txt").string() +
-                             ": cannot be read, make the scene first");
-  StoredScene stored{specNamed(name), {}};
-  stored.scene = {.mix = readChannels(folder / "mix.wav"),
-                  .speech = readChannels(folder / "speech.wav"),
-                  .noise = readChannels(folder / "noise.wav"),
-                  .echo = readChannels(folder / "echo.wav"),
-                  .far = readChannels(folder / "far.wav")};
-  for (const auto& [name, part] :
-       {std::pair{"speech.wav", &stored.scene.speech}, std::pair{"noise.wav", &stored.scene.noise},
-        std::pair{"echo.wav", &stored.scene.echo}})
-    if (part->front().size() != stored.scene.mix.front().size())
-      throw std::runtime_error((folder / name).string() +
-                               ": is not as long as mix.wav; make the scene anew");
-  if (stored.scene.far.size() != 2)
-    throw std::runtime_error((folder / "far.wav").string() +
-                             ": has not two channels; make the scene anew");
-  for (Signal& side : stored.scene.far) side.resize(stored.scene.mix.front().size());
-  stored.spec.microphones = static_cast<int>(stored.scene.mix.size());
-  return stored;
-}
-
-void make(const std::string& name, int microphones, const std::string& nearFile,
-          const std::string& farFile, const fs::path& folder) {
-  SceneSpec spec = specNamed(name);
-  spec.microphones = microphones;
-  const Scene scene = makeScene(spec, readChannels(nearFile)[0], readChannels(farFile)[0]);
-  fs::create_directories(folder);
-  writeChannels(folder / "mix.wav", scene.mix);
-  writeChannels(folder / "speech.wav", scene.speech);
-  writeChannels(folder / "noise.wav", scene.noise);
-  writeChannels(folder / "echo.wav", scene.echo);
-  // The far end goes on in silence, so that the last delayed block still has its references.
-  Channels far = scene.far;
-  for (Signal& side : far) side.resize(side.size() + static_cast<std::size_t>(sceneRate));
-  writeChannels(folder / "far.wav", far);
-  std::ofstream(folder / "scene.txt") << name << '\n';
-}
-
-std::string cell(const std::optional<double>& value) {
-  if (!value) return "-";
-  char text[32];
-  std::snprintf(text, sizeof text, "%.1f", *value);
-  return text;
-}
-
-std::string change(const std::optional<double>& from, const std::optional<double>& to) {
-  return from && to ? cell(from) + " > " + cell(to) : "-";
-}
-
-// The head of the score table, in the order of the rows below.
-constexpr const char* scoreHead =
-    "| scene | mics | chain | ERLE from 5 s, dB | to 10 dB, s | to 20 dB, s | double talk SDR, dB "
-    "| near SDR, dB | SI-SDR, dB | segmental SNR, dB | speech loss, dB | noise attenuation, dB "
-    "| output level, dBFS |\n"
-    "|---|---|---|---|---|---|---|---|---|---|---|---|---|\n";
-
-void scoreAll(const fs::path& folder, const std::vector<std::string>& outputs,
+void scoreAll(const std::string& folder, const std::vector<std::string>& outputs,
               const std::string& svg) {
   const StoredScene stored = readScene(folder);
+  const Scorer scorer(stored.spec, stored.scene);
   plot::Figure figure(
       stored.spec.name + ", " + std::to_string(stored.spec.microphones) + " microphones",
       stored.spec.seconds);
   figure.addSpectrogram("microphone 1", stored.scene.mix[0], sceneRate);
   std::vector<plot::Line> erle;
   for (const std::string& output : outputs) {
-    const auto sign = output.find('=');
-    if (sign == std::string::npos)
-      throw std::runtime_error("'" + output + "': write it as LABEL=FILE.wav");
-    const std::string label = output.substr(0, sign);
-    const Signal signal = readChannels(output.substr(sign + 1))[0];
-    const Score result = score(stored.spec, stored.scene, signal);
-    std::cout << "| " << stored.spec.name << " | " << stored.spec.microphones << " | " << label
-              << " | " << cell(result.erleAt5s) << " | " << cell(result.timeTo10Db) << " | "
-              << cell(result.timeTo20Db) << " | " << cell(result.doubleTalkSdr) << " | "
-              << cell(result.nearSdr) << " | " << change(result.siSdrIn, result.siSdrOut) << " | "
-              << change(result.segmentalSnrIn, result.segmentalSnrOut) << " | "
-              << cell(result.speechLoss) << " | " << cell(result.noiseAttenuation) << " | "
-              << cell(result.outputLevel) << " |\n";
+    const auto [label, file] = labelled(output, "LABEL=FILE.wav");
+    Signal signal = readChannels(file)[0];
+    signal.resize(stored.scene.mix[0].size());
+    const Score result = scorer(signal);
+    std::cout << scoreRow(stored.spec.name, stored.spec.microphones, label,
+                          {result.figures, result.figures});
     figure.addSpectrogram(label, signal, sceneRate);
     plot::Line line{label, {}, {}};
     for (const ErlePoint& point : result.erle) {
@@ -154,14 +63,31 @@ void scoreAll(const fs::path& folder, const std::vector<std::string>& outputs,
   if (!svg.empty()) tools::writeWholeFile(svg, figure.svg());
 }
 
+// The level control is off: a gain that moves would blur what is measured.
+std::vector<NamedSettings> chainsFrom(const std::vector<std::string>& arguments) {
+  std::vector<NamedSettings> chains;
+  for (const std::string& argument : arguments) {
+    const auto [label, file] = labelled(argument, "LABEL=FILE.toml");
+    NamedSettings chain{label, factorySettings()};
+    SettingsWarnings warnings;
+    applySettingsFile(file, chain.values, warnings);
+    chain.values[index(Raw::levelControl)] = 0.0F;
+    chains.push_back(chain);
+  }
+  return chains;
+}
+
 constexpr const char* footer = R"(
 A scene is a folder of WAV files: mix (the microphones), its parts speech, noise and echo, and far
-(the loudspeakers). All are at 16 kHz.
+(the loudspeakers). All are at 16 kHz. `table` renders in memory, over four shifts of the blocks,
+with the level control off, and prints means with the worst in brackets.
 
 Examples:
   vellumic-quality list
   vellumic-quality scene everything room --mics 4 --near talker.wav --far caller.wav
   vellumic-quality yardstick room speex.wav
+  vellumic-quality table --scenes desk --seeds 1 2 --mics 4 --near talker.wav --far caller.wav \
+    --settings factory=settings/factory.toml --settings desk=settings/desk.toml
   vellumic-quality score room ours=clean.wav speex=speex.wav --svg room.svg)";
 
 int run(int argc, char** argv) {
@@ -170,8 +96,12 @@ int run(int argc, char** argv) {
   app.footer(footer);
   app.require_subcommand(1);
   std::string name, nearFile, farFile, folder, output, svg;
-  std::vector<std::string> outputs;
+  std::vector<std::string> outputs, scenes, settings;
+  std::vector<int> counts{2, 4, 8};
+  std::vector<std::uint64_t> seeds{1};
+  std::uint64_t seed = 1;
   int microphones = 2;
+  bool speex = false;
 
   auto* list = app.add_subcommand("list", "names of the scenes");
   auto* head = app.add_subcommand("head", "head of the score table");
@@ -179,6 +109,7 @@ int run(int argc, char** argv) {
   scene->add_option("name", name, "one of `vellumic-quality list`")->required();
   scene->add_option("folder", folder, "made if missing")->required();
   scene->add_option("--mics", microphones, "microphones")->check(CLI::Range(1, 8));
+  scene->add_option("--seed", seed, "draws the rooms of the kinds, and all noise");
   scene->add_option("--near", nearFile, "recorded talker, 16 kHz")->required();
   scene->add_option("--far", farFile, "recorded far end, 16 kHz")->required();
   auto* yardstick = app.add_subcommand("yardstick", "run SpeexDSP over a scene");
@@ -188,6 +119,14 @@ int run(int argc, char** argv) {
   scoring->add_option("folder", folder, "a scene")->required();
   scoring->add_option("outputs", outputs, "LABEL=FILE.wav, aligned with the input")->required();
   scoring->add_option("--svg", svg, "picture to write: spectrograms and ERLE over time");
+  auto* table = app.add_subcommand("table", "render and score scenes with several settings");
+  table->add_option("--scenes", scenes, "names; all standard scenes without it");
+  table->add_option("--mics", counts, "microphones")->check(CLI::Range(1, 8));
+  table->add_option("--seeds", seeds, "rows are over all of them");
+  table->add_option("--settings", settings, "LABEL=FILE.toml (repeatable)");
+  table->add_flag("--speex", speex, "SpeexDSP as well");
+  table->add_option("--near", nearFile, "recorded talker, 16 kHz")->required();
+  table->add_option("--far", farFile, "recorded far end, 16 kHz")->required();
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& help) {
@@ -198,16 +137,27 @@ int run(int argc, char** argv) {
 
   if (*list) {
     for (const SceneSpec& spec : standardScenes()) std::cout << spec.name << '\n';
+    for (const std::string& kind : sceneKinds()) std::cout << kind << '\n';
   } else if (*head) {
     std::cout << scoreHead;
   } else if (*scene) {
-    make(name, microphones, nearFile, farFile, folder);
+    make(name, seed, microphones, nearFile, farFile, folder);
   } else if (*yardstick) {
     const StoredScene stored = readScene(folder);
     const double tail = std::max(0.128, stored.spec.systemDelay + 0.1);
     const SpeexResult result = runSpeex(stored.scene.mix, stored.scene.far, tail);
     writeChannels(output, {result.output});
     std::printf("%.4f CPU seconds per second of audio\n", result.cpuPerSecond);
+  } else if (*table) {
+    if (scenes.empty())
+      for (const SceneSpec& spec : standardScenes()) scenes.push_back(spec.name);
+    printTable({.scenes = scenes,
+                .microphones = counts,
+                .seeds = seeds,
+                .chains = chainsFrom(settings),
+                .yardstick = speex,
+                .nearTalk = readChannels(nearFile)[0],
+                .farTalk = readChannels(farFile)[0]});
   } else {
     scoreAll(folder, outputs, svg);
   }

@@ -1,7 +1,8 @@
-#include "bench/quality/Room.h"
+#include "tools/quality/Room.h"
 
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <numbers>
 
 namespace vellumic::quality {
@@ -33,14 +34,20 @@ AxisImage axisImage(double source, double microphone, double length, int order, 
 }  // namespace
 
 void addImpulse(std::vector<float>& response, double position, double gain) {
+  constexpr double pi = std::numbers::pi;
   const int centre = static_cast<int>(std::lround(position));
   const int first = std::max(0, centre - halfTaps);
   const int last = std::min(static_cast<int>(response.size()) - 1, centre + halfTaps);
-  for (int n = first; n <= last; ++n) {
+  // sin(pi t) only changes its sign from tap to tap, and the window's phase turns by one step.
+  double sine = std::sin(pi * (first - position));
+  const double step = pi / (halfTaps + 1);
+  std::complex<double> phase = std::polar(1.0, step * (first - position));
+  const std::complex<double> turn = std::polar(1.0, step);
+  for (int n = first; n <= last; ++n, sine = -sine, phase *= turn) {
     const double t = n - position;
-    const double sinc = t == 0.0 ? 1.0 : std::sin(std::numbers::pi * t) / (std::numbers::pi * t);
-    const double window = 0.5 + 0.5 * std::cos(std::numbers::pi * t / (halfTaps + 1));
-    response[static_cast<std::size_t>(n)] += static_cast<float>(gain * sinc * window);
+    const double sinc = std::abs(t) < 1e-9 ? 1.0 : sine / (pi * t);
+    response[static_cast<std::size_t>(n)] +=
+        static_cast<float>(gain * sinc * (0.5 + 0.5 * phase.real()));
   }
 }
 

@@ -1,0 +1,155 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+
+#include "tools/quality/Distortion.h"
+#include "tools/quality/Intelligibility.h"
+#include "tools/quality/Scene.h"
+#include "tools/quality/SceneCatalogue.h"
+#include "tools/quality/Score.h"
+#include "tools/quality/Sources.h"
+
+namespace vellumic::quality {
+namespace {
+
+Signal noise(double seconds, unsigned seed) {
+  std::mt19937_64 random(seed);
+  std::normal_distribution<float> normal(0.0F, 0.1F);
+  Signal out(sceneSamples(seconds));
+  for (float& x : out) x = normal(random);
+  return out;
+}
+
+// Pink noise in syllables: what the measures need of speech.
+Signal babble(double seconds, unsigned seed) {
+  std::mt19937_64 random(seed);
+  Signal out = pinkNoise(sceneSamples(seconds), random);
+  std::uniform_real_distribution<float> level(0.0F, 1.0F);
+  float target = 0.0F, now = 0.0F;
+  for (std::size_t n = 0; n < out.size(); ++n) {
+    if (n % 2000 == 0) target = std::pow(level(random), 2.0F);
+    now += 0.002F * (target - now);
+    out[n] *= 0.1F * now;
+  }
+  return out;
+}
+
+Signal mixed(const Signal& a, const Signal& b, double decibelsBelow) {
+  const double gain = std::sqrt(energy(a) / energy(b)) * std::pow(10.0, -decibelsBelow / 20.0);
+  Signal out = a;
+  for (std::size_t n = 0; n < out.size(); ++n) out[n] += static_cast<float>(gain) * b[n];
+  return out;
+}
+
+TEST(Intelligibility, IsOneForTheSpeechItselfAtAnyLevelAndColour) {
+  const Signal clean = babble(8, 1);
+  const Intelligibility measure(clean);
+  EXPECT_NEAR(measure(clean), 1.0, 1e-6);
+  Signal loud = clean, coloured(clean.size());
+  for (float& x : loud) x *= 7.0F;
+  EXPECT_NEAR(measure(loud), 1.0, 1e-6);
+  for (std::size_t n = 1; n < clean.size(); ++n) coloured[n] = clean[n] - 0.8F * clean[n - 1];
+  EXPECT_GT(measure(coloured), 0.98);
+}
+
+// The paper's figures 1 and 5: the measure grows with the signal-to-noise ratio, from near 0 to 1.
+TEST(Intelligibility, GrowsWithTheSignalToNoiseRatio) {
+  const Signal clean = babble(12, 1), other = noise(12, 2);
+  const Intelligibility measure(clean);
+  EXPECT_LT(measure(other), 0.2);
+  double before = measure(mixed(clean, other, -20));
+  EXPECT_LT(before, 0.45);
+  for (const double snr : {-10.0, -5.0, 0.0, 5.0, 10.0, 20.0}) {
+    const double now = measure(mixed(clean, other, snr));
+    EXPECT_GT(now, before) << snr;
+    before = now;
+  }
+  EXPECT_GT(before, 0.9);
+}
+
+TEST(Intelligibility, DoesNotHearWhatIsAddedInSilence) {
+  Signal clean = babble(6, 1), heard = clean;
+  const Signal tail = noise(4, 3);
+  clean.resize(clean.size() + tail.size());
+  heard.insert(heard.end(), tail.begin(), tail.end());
+  EXPECT_GT(Intelligibility(clean)(heard), 0.97);
+}
+
+// Clipping at -15 dB holds what one burst can do: an outburst in one band for a twentieth of the
+// time must not pull the whole measure down as far as its energy would.
+TEST(Intelligibility, LimitsWhatOneMomentCanDo) {
+  const Signal clean = babble(10, 1);
+  Signal burst = clean, bursts = clean;
+  const Signal bang = noise(0.05, 4);
+  for (std::size_t n = 0; n < bang.size(); ++n) {
+    burst[80000 + n] += 10.0F * bang[n];
+    bursts[80000 + n] += 1000.0F * bang[n];
+  }
+  const Intelligibility measure(clean);
+  EXPECT_GT(measure(burst), 0.85);
+  EXPECT_NEAR(measure(bursts), measure(burst), 0.02);
+}
+
+TEST(Distortion, FilterInvariantSdrForgivesAFilterButNotNoise) {
+  const Signal clean = noise(4, 1), other = noise(4, 2);
+  Signal filtered(clean.size());
+  for (std::size_t n = 30; n < clean.size(); ++n)
+    filtered[n] = 0.5F * clean[n] - 0.3F * clean[n - 7] + 0.2F * clean[n - 30];
+  const FilterInvariantSdr measure(clean);
+  EXPECT_GT(measure(filtered), 30.0);
+  EXPECT_LT(scaleInvariantSdr(clean, filtered), 6.0);
+  EXPECT_NEAR(measure(mixed(filtered, other, 12)), 12.0, 0.3);
+}
+
+// A scene's parts handed to the scorer as if a chain had made them.
+TEST(Scorer, ReadsKnownAttenuationsBack) {
+  SceneSpec spec = *sceneNamed("desk", 3, 1);
+  const Scene scene = makeScene(spec, babble(20, 5), babble(20, 6));
+  Signal output(scene.mix[0].size());
+  for (std::size_t n = 0; n < output.size(); ++n)
+    output[n] = 0.5F * scene.speech[0][n] + 0.1F * scene.noise[0][n] + 0.01F * scene.echo[0][n];
+  const Figures figures = Scorer(spec, scene)(output).figures;
+  EXPECT_NEAR(*figures[Figure::noiseAttenuation], 20.0, 0.1);
+  EXPECT_NEAR(*figures[Figure::speechLoss], 6.0, 0.2);
+  EXPECT_NEAR(*figures[Figure::snrGain], 14.0, 0.3);
+  EXPECT_GT(*figures[Figure::erle], 30.0);
+  EXPECT_LE(*figures[Figure::erle], 40.0);
+  EXPECT_GT(*figures[Figure::doubleTalkSdr], 25.0);
+  EXPECT_GT(*figures[Figure::stoi], *figures[Figure::stoiIn] - 0.001);
+  EXPECT_EQ(*figures[Figure::timeTo20Db], 0.5);
+}
+
+TEST(Scenes, KindsAreDrawnFromTheirSeed) {
+  for (const std::string& kind : sceneKinds()) {
+    const SceneSpec one = *sceneNamed(kind, 1, 4), again = *sceneNamed(kind, 1, 4),
+                    other = *sceneNamed(kind, 2, 4);
+    EXPECT_EQ(one.room.size.x, again.room.size.x) << kind;
+    EXPECT_NE(one.room.size.x, other.room.size.x) << kind;
+    EXPECT_NE(one.noiseDb, other.noiseDb) << kind;
+    // Everything stands inside the room.
+    for (const Point& place : {one.talker, one.secondTalker.value_or(Point{}),
+                               one.rival.value_or(Point{}), Point{one.loudspeakerReach, 0, 0}}) {
+      EXPECT_LT(std::abs(place.x), 0.5 * one.room.size.x) << kind;
+      EXPECT_LT(place.y, 0.675 * one.room.size.y) << kind;
+    }
+  }
+  EXPECT_FALSE(sceneNamed("no-such-room", 1, 4));
+}
+
+TEST(Scenes, DriftMovesTheEchoAwayFromItsReference) {
+  const Signal reference = babble(10, 1);
+  const Signal late = delayed(reference, 0.02, 100.0);
+  const auto lagAt = [&](std::size_t second) {
+    const View there = View(late).subspan(second * 16000, 16000);
+    const View here = View(reference).subspan((second * 16000) - 400, 16000);
+    const auto match = crossCorrelation(here, there, -200, 400);
+    return std::ranges::max_element(match) - match.begin();
+  };
+  // 100 ppm are 1.6 samples a second.
+  EXPECT_NEAR(static_cast<double>(lagAt(8) - lagAt(1)), 7 * 1.6, 1.5);
+}
+
+}  // namespace
+}  // namespace vellumic::quality
