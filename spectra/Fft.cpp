@@ -4,14 +4,82 @@
 #include <unsupported/Eigen/FFT>
 #include <vector>
 
+#include "spectra/TransformTables.h"
+
 namespace vellumic {
 
 struct Fft::Plan {
-  explicit Plan(std::size_t size) : bins(size / 2 + 1) {
-    transform.SetFlag(Eigen::FFT<float>::HalfSpectrum);
+  virtual ~Plan() = default;
+  virtual void forward(const float* samples, float* re, float* im) noexcept = 0;
+  virtual void forward(const float* samples, std::complex<float>* bins) noexcept = 0;
+  virtual void inverse(const float* re, const float* im, float* samples) noexcept = 0;
+  virtual void inverse(const std::complex<float>* bins, float* samples) noexcept = 0;
+};
+
+namespace {
+
+// std::complex is laid out as a pair of numbers.
+const float* pairs(const std::complex<float>* bins) { return reinterpret_cast<const float*>(bins); }
+float* pairs(std::complex<float>* bins) { return reinterpret_cast<float*>(bins); }
+
+}  // namespace
+
+struct Fft::FastPlan final : Plan {
+  FastPlan(int size, const RealTransformKernels& kernelsInForce)
+      : kernels(kernelsInForce),
+        tables(RealTables::shared(size, kernels.lanes)),
+        scratch(size / 2) {}
+
+  void forward(const float* samples, float* re, float* im) noexcept override {
+    kernels.forward(tables->plan(), scratch.view(), samples, re, im);
   }
-  Eigen::FFT<float> transform;  // builds a table when it first meets a size and direction
-  std::vector<std::complex<float>> bins;
+  void forward(const float* samples, std::complex<float>* bins) noexcept override {
+    kernels.forwardPairs(tables->plan(), scratch.view(), samples, pairs(bins));
+  }
+  void inverse(const float* re, const float* im, float* samples) noexcept override {
+    kernels.inverse(tables->plan(), scratch.view(), re, im, samples);
+  }
+  void inverse(const std::complex<float>* bins, float* samples) noexcept override {
+    kernels.inversePairs(tables->plan(), scratch.view(), pairs(bins), samples);
+  }
+
+  const RealTransformKernels& kernels;  // of the set in force when the plan was made
+  std::shared_ptr<const RealTables> tables;
+  ScratchMemory<float> scratch;
+};
+
+// Any size.
+struct Fft::PlainPlan final : Plan {
+  explicit PlainPlan(int size) : size_(size), bins_(static_cast<std::size_t>(size / 2 + 1)) {
+    transform_.SetFlag(Eigen::FFT<float>::HalfSpectrum);
+    // It builds a table when it first meets a size and direction.
+    std::vector<float> samples(static_cast<std::size_t>(size));
+    forward(samples.data(), bins_.data());
+    inverse(bins_.data(), samples.data());
+  }
+
+  void forward(const float* samples, float* re, float* im) noexcept override {
+    forward(samples, bins_.data());
+    for (std::size_t k = 0; k < bins_.size(); ++k) {
+      re[k] = bins_[k].real();
+      im[k] = bins_[k].imag();
+    }
+  }
+  void forward(const float* samples, std::complex<float>* bins) noexcept override {
+    transform_.fwd(bins, samples, size_);
+  }
+  void inverse(const float* re, const float* im, float* samples) noexcept override {
+    for (std::size_t k = 0; k < bins_.size(); ++k) bins_[k] = {re[k], im[k]};
+    inverse(bins_.data(), samples);
+  }
+  void inverse(const std::complex<float>* bins, float* samples) noexcept override {
+    transform_.inv(samples, bins, size_);
+  }
+
+ private:
+  int size_;
+  Eigen::FFT<float> transform_;
+  std::vector<std::complex<float>> bins_;
 };
 
 Fft::Fft() = default;
@@ -29,40 +97,34 @@ Fft::~Fft() = default;
 
 void Fft::prepare(int size) {
   if (size == size_ && plan_) return;
-  const auto count = static_cast<std::size_t>(size);
-  auto plan = std::make_unique<Plan>(count);
-  std::vector<float> samples(count);
-  plan->transform.fwd(plan->bins.data(), samples.data(), size);
-  plan->transform.inv(samples.data(), plan->bins.data(), size);
-  plan_ = std::move(plan);
+  const RealTransformKernels& kernels = realTransformKernels();
+  if (RealTables::possible(size, kernels.lanes))
+    plan_ = std::make_unique<FastPlan>(size, kernels);
+  else
+    plan_ = std::make_unique<PlainPlan>(size);
   size_ = size;
 }
 
 void Fft::forward(const float* samples, std::complex<float>* bins) noexcept VELLUMIC_NONBLOCKING {
-  plan_->transform.fwd(bins, samples, size_);
+  plan_->forward(samples, bins);
 }
 
 void Fft::inverse(const std::complex<float>* bins, float* samples) noexcept VELLUMIC_NONBLOCKING {
-  plan_->transform.inv(samples, bins, size_);
+  plan_->inverse(bins, samples);
 }
 
 void Fft::forward(std::span<const float> samples, std::span<float> re,
                   std::span<float> im) noexcept VELLUMIC_NONBLOCKING {
   assert(std::ssize(samples) >= size_ && std::ssize(re) >= binCount() &&
          std::ssize(im) >= binCount());
-  forward(samples.data(), plan_->bins.data());
-  for (std::size_t k = 0; k < plan_->bins.size(); ++k) {
-    re[k] = plan_->bins[k].real();
-    im[k] = plan_->bins[k].imag();
-  }
+  plan_->forward(samples.data(), re.data(), im.data());
 }
 
 void Fft::inverse(std::span<const float> re, std::span<const float> im,
                   std::span<float> samples) noexcept VELLUMIC_NONBLOCKING {
   assert(std::ssize(samples) >= size_ && std::ssize(re) >= binCount() &&
          std::ssize(im) >= binCount());
-  for (std::size_t k = 0; k < plan_->bins.size(); ++k) plan_->bins[k] = {re[k], im[k]};
-  inverse(plan_->bins.data(), samples.data());
+  plan_->inverse(re.data(), im.data(), samples.data());
 }
 
 }  // namespace vellumic

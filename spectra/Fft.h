@@ -3,9 +3,12 @@
 // forward: n real samples to n / 2 + 1 bins, unscaled. inverse: those bins to n samples, times
 // 1 / n; the imaginary parts of the first and the last bin are taken as 0.
 //
-// Sizes: even, with small prime factors (others work, slowly).
+// Sizes: even. Multiples of 16 from 32 on with no prime factor above 5 run in vector registers
+// (kernels/TransformKernels.h), within 1.6e-7 of the exact result, root mean square; others go
+// through Eigen, several times slower. Equal sizes share their tables.
 // Threads: construction, copying and prepare allocate and belong off the audio path; forward and
-// inverse allocate nothing. An object holds scratch memory, so one thread uses it at a time.
+// inverse allocate nothing. An object holds scratch memory, 8 bytes a sample, so one thread uses it
+// at a time. The instruction set is that in force at prepare.
 #pragma once
 
 #include <complex>
@@ -44,6 +47,8 @@ class Fft {
 
  private:
   struct Plan;
+  struct FastPlan;
+  struct PlainPlan;
   std::unique_ptr<Plan> plan_;
   int size_ = 0;
 };
