@@ -29,15 +29,10 @@ void EchoStage::freshStream() noexcept VELLUMIC_NONBLOCKING {
 }
 
 bool EchoStage::run(BlockPart& block, Flags flags) noexcept VELLUMIC_NONBLOCKING {
-  if (flags.useLoopback) {
-    if (skipped_) {
-      loopback.discard();
-      delayLocked = false;
-    } else {
-      loopback.drain();
-    }
+  if (flags.useLoopback && drainLoopback()) {
+    delayLocked = false;
+    block.delayEstimator.reset();
   }
-  skipped_ = false;
   used_ = true;
 
   if (referenceRequired && !takeReferences(block)) {
@@ -55,6 +50,13 @@ bool EchoStage::run(BlockPart& block, Flags flags) noexcept VELLUMIC_NONBLOCKING
     const std::span<float> microphone = column(block.micBlock, i);
     block.cancellers[static_cast<std::size_t>(i)].process(block.references, microphone, microphone);
   }
+  return true;
+}
+
+// True if the references begin anew, so that they must be aligned anew.
+bool EchoStage::drainLoopback() noexcept {
+  if (!std::exchange(skipped_, false)) return loopback.drain();
+  loopback.discard();
   return true;
 }
 

@@ -3,7 +3,8 @@
 //
 // While the delay is not locked, each block measures the lag of the microphones behind the
 // references and, once it is certain, slides one of the streams so that the echo path begins a
-// tenth of a block into the filters. A filter that has converged and grows uncertain unlocks it.
+// tenth of a block into the filters. A filter that has converged and grows uncertain unlocks it;
+// so do references that begin anew, after a pause of the loudspeakers or of this stage.
 //
 // Threads: construction and the loopback's start and stop on a control thread while no block runs;
 // the rest is real-time.
@@ -40,6 +41,7 @@ class EchoStage {
   int lastLag = 0;  // samples; positive: the microphones trail
 
  private:
+  bool drainLoopback() noexcept;
   bool takeReferences(BlockPart& block) noexcept;
   void keepAligned(BlockPart& block) noexcept;
   void estimateDelay(BlockPart& block) noexcept;

@@ -16,6 +16,8 @@ LoopbackSource::~LoopbackSource() { stop(); }
 
 bool LoopbackSource::start() {
   if (!opener_.open) return false;
+  const double rate = targetRate_.load(std::memory_order_relaxed);
+  if (startRate_.exchange(rate) != rate) working_.store(false, std::memory_order_relaxed);
   if (opening_.load(std::memory_order_acquire) || working_.load(std::memory_order_relaxed))
     return true;
   if (helper_.joinable()) helper_.join();  // has finished
@@ -38,8 +40,10 @@ bool LoopbackSource::openAndHandOver() noexcept {
   try {
     auto packets = opener_.open();
     if (!packets) return false;
-    auto stream = std::make_unique<LoopbackStream>(std::move(packets), targetRate_.load());
+    const double rate = startRate_.load();
+    auto stream = std::make_unique<LoopbackStream>(std::move(packets), rate);
     if (!stream->start()) return false;
+    if (rate != startRate_.load()) return openAndHandOver();  // start() came meanwhile
     // A stream that the audio thread has not taken is replaced here.
     delete arriving_.exchange(stream.release(), std::memory_order_acq_rel);
   } catch (...) {
@@ -67,30 +71,38 @@ void LoopbackSource::freeRetired() noexcept {
   while (stream != nullptr) delete std::exchange(stream, stream->nextRetired);
 }
 
-// Takes a stream that has arrived and passes the one it replaces on to be freed elsewhere.
+// Takes a stream that has arrived and lets one go that serves another rate. True for a fresh one.
 bool LoopbackSource::adopt() noexcept {
   LoopbackStream* fresh = arriving_.exchange(nullptr, std::memory_order_acquire);
-  if (fresh == nullptr) return false;
-  if (LoopbackStream* old = std::exchange(stream_, fresh)) {
-    old->nextRetired = retired_.load(std::memory_order_relaxed);
-    while (!retired_.compare_exchange_weak(old->nextRetired, old, std::memory_order_release,
-                                           std::memory_order_relaxed)) {
-    }
-  }
-  stream_->setDelay(delay_);
+  const bool outdated = stream_ != nullptr && stream_->targetRate() != startRate_.load();
+  if (fresh == nullptr && !outdated) return false;
+  retire(std::exchange(stream_, fresh));
   streaming_.store(false, std::memory_order_relaxed);
   skipFirstBlock_ = true;
-  return true;
+  if (fresh != nullptr) fresh->setDelay(delay_);
+  return fresh != nullptr;
 }
 
-void LoopbackSource::drain() noexcept VELLUMIC_NONBLOCKING {
-  if (draining_.exchange(true, std::memory_order_acquire)) return;
+// Passes a stream on to be freed elsewhere.
+void LoopbackSource::retire(LoopbackStream* stream) noexcept {
+  if (stream == nullptr) return;
+  stream->nextRetired = retired_.load(std::memory_order_relaxed);
+  while (!retired_.compare_exchange_weak(stream->nextRetired, stream, std::memory_order_release,
+                                         std::memory_order_relaxed)) {
+  }
+}
+
+bool LoopbackSource::drain() noexcept VELLUMIC_NONBLOCKING {
+  if (draining_.exchange(true, std::memory_order_acquire)) return false;
+  const bool fresh = adopt();
+  const bool paused = !streaming();
   // A device has been playing since it was opened beside the audio: what piled up is the past.
-  if (adopt() && opener_.dropsBacklog)
+  if (fresh && opener_.dropsBacklog)
     dropWaiting();
   else
     takeWaiting();
   draining_.store(false, std::memory_order_release);
+  return paused && streaming();
 }
 
 void LoopbackSource::discard() noexcept VELLUMIC_NONBLOCKING {
@@ -107,8 +119,8 @@ void LoopbackSource::takeWaiting() noexcept {
   if (outcome.waiting == LoopbackStream::Packets::some) {
     streaming_.store(true, std::memory_order_relaxed);
   } else if (!outcome.failed && streaming_.exchange(false, std::memory_order_relaxed)) {
-    stream_->silence();  // the loudspeakers paused: what is queued is the past
-    stream_->setDelay(delay_);
+    stream_->restartRing();  // the loudspeakers paused: what is queued is the past
+    skipFirstBlock_ = true;
   }
 }
 

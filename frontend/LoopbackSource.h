@@ -4,7 +4,8 @@
 // Opening is kept away from the audio thread: start() hands it to a helper thread (or does it on
 // the spot, see LoopbackOpener) and returns; the finished stream is handed over by one atomic
 // pointer that the audio thread takes at its next drain(). Until then popBlock() is false.
-// A device that failed stays attached and silent; the next start() opens anew.
+// A device that failed stays attached and silent; the next start() opens anew. So it does when the
+// target rate has changed: the stream of the former rate gives nothing from then on.
 //
 // Threads: start, stop and the destructor belong to one control thread, hold no lock while they
 // wait and free replaced streams; stop and the destructor come when the audio thread is out.
@@ -31,17 +32,20 @@ class LoopbackSource {
   LoopbackSource(const LoopbackSource&) = delete;
   LoopbackSource& operator=(const LoopbackSource&) = delete;
 
-  // Opens unless a working stream is attached or being opened. True when one is there or, with a
-  // helper thread, on its way.
+  // Opens unless a working stream for the target rate is attached or being opened. True when one is
+  // there or, with a helper thread, on its way.
   bool start();
   void stop();
 
-  // Hz; counts for streams that are opened from now on.
+  // Hz; counts from the next start() on.
   void setTargetRate(double rate) noexcept { targetRate_.store(rate, std::memory_order_relaxed); }
 
   // Moves every waiting packet into the ring. Bounded in packets and in failures. The first drain
-  // of a stream whose opener drops its backlog discards instead.
-  void drain() noexcept VELLUMIC_NONBLOCKING;
+  // of a stream whose opener drops its backlog discards instead. When nothing waits the
+  // loudspeakers pause: the ring is emptied as for a fresh stream, and the first block dropped.
+  // True when packets begin to come, from a fresh stream or after a pause: where in a block they
+  // began is chance, so that an alignment found before no longer holds.
+  bool drain() noexcept VELLUMIC_NONBLOCKING;
 
   // For the first block after the references went unread: throws away what waits and what is
   // queued, so that fresh packets follow the delay's silence. The next two popBlock() are false:
@@ -63,11 +67,13 @@ class LoopbackSource {
   bool openAndHandOver() noexcept;
   void freeRetired() noexcept;
   bool adopt() noexcept;
+  void retire(LoopbackStream* stream) noexcept;
   void takeWaiting() noexcept;
   void dropWaiting() noexcept;
 
   LoopbackOpener opener_;
   std::atomic<double> targetRate_{16000.0};
+  std::atomic<double> startRate_{0.0};  // the target rate at the latest start()
   std::atomic<LoopbackStream*> arriving_{nullptr};  // helper to audio thread, owning
   std::atomic<LoopbackStream*> retired_{nullptr};   // audio to control thread, owning list
   std::atomic<bool> working_{false};                // handed over, and not failing by now

@@ -10,7 +10,10 @@
 namespace vellumic {
 
 LoopbackStream::LoopbackStream(std::unique_ptr<PacketSource> source, double targetRate)
-    : source_(std::move(source)), format_(source_->mixFormat()), input_(maxInput) {
+    : source_(std::move(source)),
+      format_(source_->mixFormat()),
+      targetRate_(targetRate),
+      input_(maxInput) {
   if (format_.channels < 1 || format_.sampleRate < 1)
     throw std::invalid_argument("loopback: a mix format without channels or rate");
   const int channels = std::min(format_.channels, 2);

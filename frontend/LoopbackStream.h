@@ -25,6 +25,7 @@ class LoopbackStream {
   LoopbackStream& operator=(const LoopbackStream&) = delete;
 
   bool start() noexcept { return source_->start(); }
+  double targetRate() const noexcept { return targetRate_; }
 
   enum class Packets { none, some };
   struct Outcome {
@@ -40,7 +41,6 @@ class LoopbackStream {
     return ring_.pop(target, count);
   }
   void setDelay(int samples) noexcept VELLUMIC_NONBLOCKING { ring_.setDelay(samples); }
-  void silence() noexcept VELLUMIC_NONBLOCKING { ring_.clear(); }      // indices stay
   void restartRing() noexcept VELLUMIC_NONBLOCKING { ring_.reset(); }  // only the delay is queued
 
   LoopbackStream* nextRetired = nullptr;  // link of a list of streams that wait to be freed
@@ -58,6 +58,7 @@ class LoopbackStream {
 
   std::unique_ptr<PacketSource> source_;
   MixFormat format_;
+  double targetRate_;  // Hz
   SampleRing ring_;
   std::vector<std::unique_ptr<resample::CDSPResampler24>> resamplers_;
   std::vector<double> input_;  // maxInput

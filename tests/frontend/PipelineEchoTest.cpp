@@ -79,6 +79,34 @@ TEST(PipelineEcho, APauseOfTheStreamLeavesNoStaleReferences) {
   }
 }
 
+TEST(PipelineEcho, RecoversFromPausesOfTheLoudspeakers) {
+  Room room(320);
+  room.play(3.0F);
+  for (const float pause : {0.3F, 4.99F, 5.017F, 5.04F}) {
+    SCOPED_TRACE(pause);
+    ASSERT_TRUE(room.rig.pipeline.probe().delayLocked);
+    room.speakers.playing = false;
+    room.play(pause);
+    room.speakers.playing = true;
+    EXPECT_FALSE(room.play(0.15F).delayLocked);
+    EXPECT_TRUE(room.play(3.0F).delayLocked);
+    EXPECT_GT(room.enhancement(), 20.0F);
+  }
+}
+
+TEST(PipelineEcho, ALockAtAnotherInternalRateOpensTheLoopbackAnew) {
+  Room room(320);
+  room.play(3.0F);
+  for (const float internalRate : {8000.0F, 16000.0F}) {
+    SCOPED_TRACE(internalRate);
+    room.rig.set(Raw::internalRate, internalRate);
+    room.rig.begin(2);
+    room.rig.pipeline.startLoopback();
+    EXPECT_TRUE(room.play(6.0F).delayLocked);
+    EXPECT_GT(room.enhancement(), 20.0F);
+  }
+}
+
 TEST(PipelineEcho, CancelledBlocksComeHalfABlockLater) {
   Room room(320);
   Noise noise(2);
