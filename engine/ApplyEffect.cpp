@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "engine/FrameEngine.h"
+#include "engine/SpeakerFrame.h"
 #include "parameters/Saturate.h"
 
 namespace vellumic {
@@ -25,53 +26,72 @@ VELLUMIC_RT_CODE void runPipeline(FrameEngine& engine, EffectMode mode, float* s
     engine.pipeline.processFrame12(slots);
 }
 
-VELLUMIC_RT_CODE bool usesPipeline(ConstImageView image, ConstMaskView mask) noexcept {
+VELLUMIC_RT_CODE bool isArrayMode(ConstImageView image, ConstMaskView mask) noexcept {
   if (mask[Entry::effectEnable] == 0) return false;
   const EffectMode mode = modeOf(image);
   return mode == EffectMode::array || mode == EffectMode::arrayFourChannel;
+}
+
+VELLUMIC_RT_CODE void trimInput(const FadeSide& side) noexcept {
+  trim(side.slots, side.image[Entry::inputGain], side.image[Entry::inputChannels]);
+}
+VELLUMIC_RT_CODE void trimOutput(const FadeSide& side) noexcept {
+  trim(side.slots, side.image[Entry::outputGain], side.image[Entry::inputChannels]);
+}
+
+VELLUMIC_RT_CODE void applySide(FrameEngine& engine, const FadeSide& side) noexcept {
+  if (side.mask[Entry::effectEnable] == 0) return;
+  const EffectMode mode = modeOf(side.image);
+  switch (mode) {
+    case EffectMode::array:
+    case EffectMode::arrayFourChannel:
+      trimInput(side);
+      if (side.runsPipeline) runPipeline(engine, mode, side.slots);
+      trimOutput(side);
+      break;
+    case EffectMode::equalizer:
+      engine.equalizer.process(side.slots);
+      break;
+  }
 }
 
 }  // namespace
 
 VELLUMIC_RT_CODE void applyEffect(FrameEngine& engine, float* slots, ConstImageView image,
                                   ConstMaskView mask) noexcept {
-  if (mask[Entry::effectEnable] == 0) return;
-  const EffectMode mode = modeOf(image);
-  switch (mode) {
-    case EffectMode::array:
-    case EffectMode::arrayFourChannel:
-      trim(slots, image[Entry::inputGain], image[Entry::inputChannels]);
-      if (engine.pipelineRuns) runPipeline(engine, mode, slots);
-      trim(slots, image[Entry::outputGain], image[Entry::inputChannels]);
-      break;
-    case EffectMode::equalizer:
-      engine.equalizer.process(slots);
-      break;
-  }
+  applySide(engine, {slots, image, mask, engine.runsPipeline});
 }
 
 VELLUMIC_RT_CODE bool isEqualizerOnly(ConstImageView image, ConstMaskView mask) noexcept {
   return mask[Entry::effectEnable] != 0 && modeOf(image) == EffectMode::equalizer;
 }
 
-VELLUMIC_RT_CODE void applyEffects(FrameEngine& engine, float* slots, ConstImageView image,
-                                   ConstMaskView mask, float* nextSlots, ConstImageView nextImage,
-                                   ConstMaskView nextMask, float weight) noexcept {
-  const bool sharesPipeline =
-      engine.pipelineRuns && usesPipeline(image, mask) && usesPipeline(nextImage, nextMask);
-  if (!sharesPipeline) {
-    applyEffect(engine, slots, image, mask);
-    applyEffect(engine, nextSlots, nextImage, nextMask);
+VELLUMIC_RT_CODE FadeSide outgoingSide(FrameEngine& engine, ConstImageView image,
+                                       ConstMaskView mask) noexcept {
+  return {engine.frame.data(), image, mask, engine.runsPipeline && isArrayMode(image, mask)};
+}
+
+VELLUMIC_RT_CODE FadeSide incomingSide(FrameEngine& engine) noexcept {
+  const ConstImageView image(engine.nextImage);
+  const ConstMaskView mask(engine.nextMask);
+  return {engine.fadeFrame.data(), image, mask,
+          engine.nextRunsPipeline && isArrayMode(image, mask)};
+}
+
+VELLUMIC_RT_CODE void applyEffects(FrameEngine& engine, const FadeSide& outgoing,
+                                   const FadeSide& incoming, float weight) noexcept {
+  if (!outgoing.runsPipeline || !incoming.runsPipeline) {
+    applySide(engine, outgoing);
+    applySide(engine, incoming);
     return;
   }
-  trim(slots, image[Entry::inputGain], image[Entry::inputChannels]);
-  trim(nextSlots, nextImage[Entry::inputGain], nextImage[Entry::inputChannels]);
-  for (int slot = 0; slot < slotCount; ++slot)
-    slots[slot] = (1.0F - weight) * slots[slot] + weight * nextSlots[slot];
-  runPipeline(engine, modeOf(image), slots);
-  std::copy_n(slots, slotCount, nextSlots);
-  trim(slots, image[Entry::outputGain], image[Entry::inputChannels]);
-  trim(nextSlots, nextImage[Entry::outputGain], nextImage[Entry::inputChannels]);
+  trimInput(outgoing);
+  trimInput(incoming);
+  mixPositions(outgoing.slots, incoming.slots, weight);
+  runPipeline(engine, modeOf(outgoing.image), outgoing.slots);
+  std::copy_n(outgoing.slots, slotCount, incoming.slots);
+  trimOutput(outgoing);
+  trimOutput(incoming);
 }
 
 }  // namespace vellumic

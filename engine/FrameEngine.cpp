@@ -13,14 +13,13 @@ FrameEngine::FrameEngine(LoopbackOpener openLoopback) : pipeline(std::move(openL
   }
 }
 
-VELLUMIC_RT_CODE void FrameEngine::adopt() noexcept VELLUMIC_NONBLOCKING {
+VELLUMIC_RT_CODE void FrameEngine::adopt(bool setWaits) noexcept VELLUMIC_NONBLOCKING {
   if (handover.equalizerWaiting) {
     equalizer.adopt(handover.equalizer);
     handover.equalizerWaiting = false;
   }
-  pipeline.adopt(handover.pipeline);
-  const PipelineSettings& settings = handover.pipeline.settings();
-  pipelineRuns = settings.enabled && settings.runState != RunState::off;
+  const bool switchesOff = pipeline.running() && !latestRunsPipeline();
+  if (!switchesOff || !setWaits) pipeline.adopt(handover.pipeline);
 }
 
 }  // namespace vellumic

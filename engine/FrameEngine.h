@@ -27,8 +27,13 @@ class FrameEngine {
   FrameEngine(const FrameEngine&) = delete;
   FrameEngine& operator=(const FrameEngine&) = delete;
 
-  // Takes over what the builders left. Under parameterLock. Real-time safe.
-  void adopt() noexcept VELLUMIC_NONBLOCKING;
+  // Takes over what the builders left. Under parameterLock. Real-time safe. A set that waits or
+  // fades in (setWaits) must not silence the one that is still heard: a pipeline record that
+  // switches the pipeline off stays in the hand-over until then.
+  void adopt(bool setWaits) noexcept VELLUMIC_NONBLOCKING;
+
+  // The pipeline's part in the latest build. Under parameterLock.
+  bool latestRunsPipeline() const noexcept { return handover.pipeline.settings().runs(); }
 
   // The incoming set; empty until the first lock gives it blocks from the arena.
   float* nextImage = nullptr;
@@ -47,9 +52,10 @@ class FrameEngine {
   SlotMap inputIndex;  // slot to stream position
   SlotMap outputIndex;
 
-  ArrayPipeline pipeline;     // modes 9 and 12
-  bool pipelineRuns = false;  // as of the latest adoption: enabled, and not in run state off
-  BiquadEqualizer equalizer;  // mode 10
+  ArrayPipeline pipeline;         // modes 9 and 12
+  bool runsPipeline = false;      // the set in force does: enabled, and not in run state off
+  bool nextRunsPipeline = false;  // the incoming set does
+  BiquadEqualizer equalizer;      // mode 10
 
   EngineHandover handover;
 };

@@ -58,17 +58,14 @@ VELLUMIC_RT_CODE void forwardFrames(FrameEngine& engine, const FrameStream& stre
     forwardRuns(engine, stream, set);
     return;
   }
-  const std::uint32_t read = std::min<std::uint32_t>(stream.inputChannels, slotCount);
-  const std::uint32_t written = std::min<std::uint32_t>(stream.outputChannels, slotCount);
   const float* input = stream.input;
   float* output = stream.output;
   for (std::uint32_t n = 0; n < stream.frames; ++n) {
     engine.frame.fill(0.0F);
-    std::copy_n(input, read, engine.frame.begin());
+    readPositions(input, stream.inputChannels, engine.frame.data());
     applyEffect(engine, engine.frame.data(), set.image, set.mask);
     stepFade(set.fade, set.image, set.mask);
-    std::copy_n(engine.frame.begin(), written, output);
-    std::fill_n(output + written, stream.outputChannels - written, 0.0F);
+    writePositions(engine.frame.data(), stream.outputChannels, output);
     input += stream.inputChannels;
     output += stream.outputChannels;
   }
@@ -76,20 +73,28 @@ VELLUMIC_RT_CODE void forwardFrames(FrameEngine& engine, const FrameStream& stre
 
 VELLUMIC_RT_CODE void fadeFrames(FrameEngine& engine, const FrameStream& stream,
                                  const ParameterSet& set) noexcept {
-  const ConstImageView nextImage(engine.nextImage);
-  const ConstMaskView nextMask(engine.nextMask);
+  const FadeSide outgoing = outgoingSide(engine, set.image, set.mask);
+  const FadeSide incoming = incomingSide(engine);
+  const bool byPosition = outgoing.runsPipeline || incoming.runsPipeline;
   const float* input = stream.input;
   float* output = stream.output;
   for (std::uint32_t n = 0; n < stream.frames; ++n) {
     const float weight = set.fade[Fade::weight];
     engine.frame.fill(0.0F);
-    readSpeakers(input, engine.inputIndex, set.mask, engine.frame.data());
+    if (byPosition)
+      readPositions(input, stream.inputChannels, outgoing.slots);
+    else
+      readSpeakers(input, engine.inputIndex, set.mask, outgoing.slots);
     engine.fadeFrame = engine.frame;
-    applyEffects(engine, engine.frame.data(), set.image, set.mask, engine.fadeFrame.data(),
-                 nextImage, nextMask, weight);
-    mixSpeakers(engine.frame.data(), engine.fadeFrame.data(), weight, set.mask);
+    applyEffects(engine, outgoing, incoming, weight);
     stepFade(set.fade, set.image, set.mask);
-    writeSpeakers(engine.frame.data(), engine.outputIndex, set.mask, output);
+    if (byPosition) {
+      mixPositions(outgoing.slots, incoming.slots, weight);
+      writePositions(outgoing.slots, stream.outputChannels, output);
+    } else {
+      mixSpeakers(outgoing.slots, incoming.slots, weight, set.mask);
+      writeSpeakers(outgoing.slots, engine.outputIndex, set.mask, output);
+    }
     input += stream.inputChannels;
     output += stream.outputChannels;
   }

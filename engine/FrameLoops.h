@@ -30,12 +30,13 @@ struct ParameterSet {
 void forwardFrames(FrameEngine& engine, const FrameStream& stream,
                    const ParameterSet& set) noexcept;
 
-// Both sets on the same frame, mixed by the fade's weight. Channels travel by speaker position:
-// only the front pair, as the image's marks of other speakers are always 0 after a lock; output
-// positions of other speakers keep what the buffer held.
+// Both sets on the same frame, mixed by the fade's weight. When either runs the pipeline, channels
+// travel by position as above. Otherwise by speaker: only the front pair, as the image's marks of
+// other speakers are always 0 after a lock; output positions of other speakers keep what the
+// buffer held.
 void fadeFrames(FrameEngine& engine, const FrameStream& stream, const ParameterSet& set) noexcept;
 
-// No effect; channels travel as in fadeFrames().
+// No effect; channels travel by speaker.
 void passThroughFrames(FrameEngine& engine, const FrameStream& stream, ConstMaskView mask) noexcept;
 
 }  // namespace vellumic

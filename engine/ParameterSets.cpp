@@ -70,7 +70,7 @@ EffectsChange ParameterSets::initialize(ProcessingMode processingMode, EffectMod
   image[Entry::constantTen] = 10.0F;
   storeMasterVolume(pendingImage_, 1.0F);
   const EffectsChange change = build(processingMode, effectMode);
-  engine_.adopt();
+  engine_.adopt(false);
   copyPendingToCurrent();
   return change;
 }
@@ -92,13 +92,15 @@ std::optional<EffectsChange> ParameterSets::lock(const StreamFormat& format,
   image[Entry::inputChannels] = static_cast<float>(format.inputChannels);
   image[Entry::outputChannels] = static_cast<float>(format.outputChannels);
   image[Entry::sampleRate] = format.sampleRate;
+  // A reload may have built for another mode; the stream is the class's own again.
+  image[Entry::effectMode] = static_cast<float>(effectMode);
   engine_.inputIndex = slotMapOf(format.inputChannels, format.inputMask);
   engine_.outputIndex = slotMapOf(format.outputChannels, format.outputMask);
   engine_.arena = &arena_;
 
   const bool usesLoopback = prepareImage(engine_, fadeState(), image, pendingMask());
   const EffectsChange change = build(processingMode, effectMode);
-  engine_.adopt();
+  engine_.adopt(false);
   if (usesLoopback) engine_.pipeline.startLoopback();
   copyPendingToCurrent();
 
@@ -163,11 +165,13 @@ void ParameterSets::refillNext() noexcept {
   std::memcpy(engine_.nextImage, currentImage_, imageBytes);
   std::memcpy(engine_.nextMask, currentMask_, maskBytes);
   std::memset(engine_.nextFadeState, 0, fadeBytes);
+  engine_.nextRunsPipeline = engine_.runsPipeline;
 }
 
 void ParameterSets::copyPendingToCurrent() noexcept {
   std::memcpy(currentImage_, pendingImage_, imageBytes);
   std::memcpy(currentMask_, pendingMask_, maskBytes);
+  engine_.runsPipeline = engine_.latestRunsPipeline();
 }
 
 void ParameterSets::fillContext(const StreamFormat& format, ProcessContext& context) noexcept {

@@ -8,7 +8,8 @@ namespace vellumic {
 
 class FrameEngine;
 
-// Takes mode, category and channel count from entries 7, 5 and 19, that is from the build before.
+// Takes mode and channel count of the stream from entries 7 and 19, and the category from entry 5,
+// that is from the build before.
 // Only the speech mode and those without a category of their own ready the pipeline.
 //
 // True if the stream takes its references from the loopback. Start that once the stream's own

@@ -27,6 +27,7 @@ VELLUMIC_RT_CODE void startChange(ProcessContext& context) noexcept {
     swapSets(*context.engine, nullptr, context.pendingImageSlot, context.pendingMaskSlot, nullptr,
              *context.toggle);
     rebuildNextMask(*context.engine);
+    context.engine->nextRunsPipeline = context.engine->latestRunsPipeline();
   } else {
     fade[Fade::done] = 1.0F;
   }
@@ -38,9 +39,11 @@ VELLUMIC_RT_CODE void endChange(ProcessContext& context) noexcept {
   if (fadeRequested(*context.maskSlot)) {
     swapSets(*context.engine, context.fadeSlot, context.imageSlot, context.maskSlot,
              context.reservedSlot, *context.toggle);
+    context.engine->runsPipeline = context.engine->nextRunsPipeline;
   } else {
     std::swap(*context.imageSlot, *context.pendingImageSlot);
     std::swap(*context.maskSlot, *context.pendingMaskSlot);
+    context.engine->runsPipeline = context.engine->latestRunsPipeline();
   }
   endFade(FadeView(*context.fadeSlot));
 }
@@ -49,9 +52,11 @@ VELLUMIC_RT_CODE void endChange(ProcessContext& context) noexcept {
 VELLUMIC_RT_CODE void takeChanges(ProcessContext& context) noexcept {
   CriticalLock& lock = context.lockBlock->parameterLock;
   if (!lock.tryEnter()) return;
-  context.engine->adopt();
   startChange(context);
   endChange(context);
+  const bool setWaits =
+      context.lockBlock->pending != 0 || changeUnderWay(FadeView(*context.fadeSlot));
+  context.engine->adopt(setWaits);
   lock.leave();
 }
 

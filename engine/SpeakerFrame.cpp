@@ -1,5 +1,6 @@
 #include "engine/SpeakerFrame.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 
@@ -40,7 +41,28 @@ VELLUMIC_RT_CODE void writeSlot(const float* slots, const SlotMap& map, std::siz
   if (map[slot] >= 0) output[map[slot]] = slots[slot];
 }
 
+VELLUMIC_RT_CODE float mixed(float sample, float next, float weight) noexcept {
+  return (1.0F - weight) * sample + weight * next;
+}
+
 }  // namespace
+
+VELLUMIC_RT_CODE void readPositions(const float* input, std::uint32_t channels,
+                                    float* slots) noexcept {
+  std::copy_n(input, std::min<std::uint32_t>(channels, slotCount), slots);
+}
+
+VELLUMIC_RT_CODE void writePositions(const float* slots, std::uint32_t channels,
+                                     float* output) noexcept {
+  const std::uint32_t written = std::min<std::uint32_t>(channels, slotCount);
+  std::copy_n(slots, written, output);
+  std::fill_n(output + written, channels - written, 0.0F);
+}
+
+VELLUMIC_RT_CODE void mixPositions(float* slots, const float* nextSlots, float weight) noexcept {
+  for (int slot = 0; slot < slotCount; ++slot)
+    slots[slot] = mixed(slots[slot], nextSlots[slot], weight);
+}
 
 VELLUMIC_RT_CODE void readSpeakers(const float* input, const SlotMap& map, ConstMaskView mask,
                                    float* slots) noexcept {
@@ -61,7 +83,7 @@ VELLUMIC_RT_CODE void writeSpeakers(const float* slots, const SlotMap& map, Cons
 VELLUMIC_RT_CODE void mixSpeakers(float* slots, const float* nextSlots, float weight,
                                   ConstMaskView mask) noexcept {
   const auto mix = [&](std::size_t slot) {
-    slots[slot] = (1.0F - weight) * slots[slot] + weight * nextSlots[slot];
+    slots[slot] = mixed(slots[slot], nextSlots[slot], weight);
   };
   for (const std::size_t slot : frontPair) mix(slot);
   if (mask[Entry::extraSpeakers] == 0) return;

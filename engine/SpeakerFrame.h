@@ -1,5 +1,5 @@
-// Reading and writing a frame by speaker position: the front pair always, other speakers under
-// their marks in the mask. Real-time safe.
+// Reading, mixing and writing the slots of a frame: by position in the stream, or by speaker, the
+// front pair always and others under their marks in the mask. Real-time safe.
 #pragma once
 
 #include "engine/SlotMap.h"
@@ -7,13 +7,21 @@
 
 namespace vellumic {
 
+// Channel c to slot c and back. Slots without a channel are left alone; channels without a slot
+// are dropped, or silent.
+void readPositions(const float* input, std::uint32_t channels, float* slots) noexcept;
+void writePositions(const float* slots, std::uint32_t channels, float* output) noexcept;
+
+// slots = (1 - weight) * slots + weight * nextSlots, all of them.
+void mixPositions(float* slots, const float* nextSlots, float weight) noexcept;
+
 // Slots that the stream does not have, or whose mark is 0, are left alone.
 void readSpeakers(const float* input, const SlotMap& map, ConstMaskView mask,
                   float* slots) noexcept;
 void writeSpeakers(const float* slots, const SlotMap& map, ConstMaskView mask,
                    float* output) noexcept;
 
-// slots = (1 - weight) * slots + weight * nextSlots, for the slots that writeSpeakers() writes.
+// As mixPositions(), for the slots that writeSpeakers() writes.
 void mixSpeakers(float* slots, const float* nextSlots, float weight, ConstMaskView mask) noexcept;
 
 }  // namespace vellumic

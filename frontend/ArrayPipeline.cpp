@@ -24,10 +24,6 @@ ArrayPipeline::ArrayPipeline(LoopbackOpener opener)
 
 ArrayPipeline::~ArrayPipeline() = default;
 
-bool ArrayPipeline::running() const noexcept {
-  return record_.settings.enabled && record_.settings.runState != RunState::off;
-}
-
 void ArrayPipeline::processFrame(float* frame) noexcept VELLUMIC_NONBLOCKING {
   if (!running()) return;
   run({frame, static_cast<std::size_t>(micCount())}, {});

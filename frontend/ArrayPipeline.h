@@ -58,6 +58,7 @@ class ArrayPipeline {
   bool startLoopback() { return echo.loopback.start(); }
   void stopLoopback() { echo.loopback.stop(); }
 
+  bool running() const noexcept { return record_.settings.runs(); }
   int micCount() const noexcept { return block_->micCount; }
   // Kept up to date by the frame path: after each block, hop and adoption.
   const PipelineProbe& probe() const noexcept { return probe_; }
@@ -72,7 +73,6 @@ class ArrayPipeline {
     float left = 0.0F, right = 0.0F;
   };
 
-  bool running() const noexcept;
   void apply(const PipelineRecord& record, bool resetNoise) noexcept;
   void run(std::span<float> microphones, References references) noexcept;
   void collect(References references) noexcept;

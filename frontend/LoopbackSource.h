@@ -73,7 +73,7 @@ class LoopbackSource {
 
   LoopbackOpener opener_;
   std::atomic<double> targetRate_{16000.0};
-  std::atomic<double> startRate_{0.0};  // the target rate at the latest start()
+  std::atomic<double> startRate_{0.0};              // the target rate at the latest start()
   std::atomic<LoopbackStream*> arriving_{nullptr};  // helper to audio thread, owning
   std::atomic<LoopbackStream*> retired_{nullptr};   // audio to control thread, owning list
   std::atomic<bool> working_{false};                // handed over, and not failing by now

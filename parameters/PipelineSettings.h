@@ -45,6 +45,9 @@ struct PipelineSettings {
   BeamformerSettings beamformer;
   LevelControlSettings level;  // level.levelControlEnabled is the pipeline's flag as well
 
+  // The pipeline touches its frames at all.
+  bool runs() const noexcept { return enabled && runState != RunState::off; }
+
   // Starts from the values in force, so that bad raw values keep them.
   void update(RawView raw, const StreamFacts& stream) noexcept;
 };

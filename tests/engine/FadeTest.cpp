@@ -143,6 +143,90 @@ TEST(Fade, TrimsWithoutAPipelineFollowTheWeights) {
   }
 }
 
+struct PipelineFade {
+  const char* name;
+  RawValues from, to;
+  EffectMode mode = EffectMode::array;
+  std::uint32_t channels = 4;
+};
+void PrintTo(const PipelineFade& fade, std::ostream* stream) { *stream << fade.name; }
+class PipelineFadeTest : public testing::TestWithParam<PipelineFade> {};
+
+// A side that is on sounds like a stream that never fades, 70 ms behind, one that is off like the
+// input, at every microphone.
+TEST_P(PipelineFadeTest, MixesWhatBothSettingsSoundLike) {
+  const auto& [name, from, to, mode, channels] = GetParam();
+  const RigSetup setup{.mode = mode,
+                       .format = {.inputChannels = channels, .outputChannels = channels}};
+  EngineRig rig(from, setup), outgoing(from, setup), incoming(from, setup);
+  constexpr std::uint32_t callFrames = 480;
+  std::uint32_t fadeFrame = 0;
+  float worst = 0.0F;
+  for (std::uint32_t call = 0; call < 70; ++call) {
+    std::vector<float> input(std::size_t{callFrames} * channels);
+    for (std::uint32_t n = 0; n < callFrames; ++n)
+      for (std::uint32_t c = 0; c < channels; ++c)
+        input[n * channels + c] =
+            0.1F * static_cast<float>(std::sin(0.02 * (c + 1) * (call * callFrames + n)));
+    if (call == 30) {
+      rig.reload(byFade(to));
+      incoming.reload(to);
+    }
+    const std::vector<float> heard = rig.call(input), before = outgoing.call(input),
+                             after = incoming.call(input);
+    for (std::uint32_t n = 0; n < callFrames; ++n) {
+      const float weight = static_cast<float>(fadeFrame) / rampFrames;
+      for (std::size_t s = n * channels; s < (n + 1) * channels; ++s)
+        worst =
+            std::max(worst, std::abs((1.0F - weight) * before[s] + weight * after[s] - heard[s]));
+      if (call >= 30 && fadeFrame < rampFrames) ++fadeFrame;
+    }
+  }
+  EXPECT_LT(worst, 1e-5F);
+}
+RawValues arrayWith(Raw slot, float value) {
+  RawValues values = bareArray(1.0F, 1.0F);
+  values[index(slot)] = value;
+  return values;
+}
+const RawValues arrayOn = bareArray(1.0F, 1.0F);
+const RawValues masterOff = arrayWith(Raw::masterEnable, 0.0F);
+const RawValues onlyMarkedOn = arrayWith(Raw::masterEnable, 0.5F);  // all but the pipeline is on
+const RawValues offInThisMode = arrayWith(Raw::keepInDefaultMode, 0.0F);
+INSTANTIATE_TEST_SUITE_P(
+    OnAndOff, PipelineFadeTest,
+    testing::Values(PipelineFade{"onToOn", arrayOn, arrayOn},
+                    PipelineFade{"eightMicrophones", arrayOn, arrayOn, EffectMode::array, 8},
+                    PipelineFade{"fourChannelForm", arrayOn, arrayOn, EffectMode::arrayFourChannel},
+                    PipelineFade{"onToOff", arrayOn, masterOff},
+                    PipelineFade{"offToOn", masterOff, arrayOn},
+                    PipelineFade{"onToOnlyMarkedOn", arrayOn, onlyMarkedOn},
+                    PipelineFade{"onlyMarkedOnToOn", onlyMarkedOn, arrayOn},
+                    PipelineFade{"onToOffInThisMode", arrayOn, offInThisMode},
+                    PipelineFade{"offInThisModeToOn", offInThisMode, arrayOn},
+                    PipelineFade{"fourChannelOnToOff", arrayOn, masterOff,
+                                 EffectMode::arrayFourChannel}),
+    [](const auto& test) { return test.param.name; });
+
+// Each side keeps its own sound whatever is set in mid-fade.
+TEST(Fade, SettingsThatComeInMidFadeWaitForItsEnd) {
+  for (const bool fadesOff : {true, false}) {
+    SCOPED_TRACE(fadesOff);
+    const RigSetup setup{.mode = EffectMode::array,
+                         .format = {.inputChannels = 4, .outputChannels = 4}};
+    EngineRig rig(arrayOn, setup), undisturbed(arrayOn, setup);
+    std::uint32_t equal = 0;
+    for (std::size_t call = 0; call < 60; ++call) {
+      const std::vector<float> input = sine(480, 4, 0.02, call * 480);
+      for (EngineRig* each : {&rig, &undisturbed})
+        if (call == 30) each->reload(byFade(fadesOff ? offInThisMode : arrayOn));
+      if (call == 40) rig.reload(fadesOff ? arrayOn : offInThisMode);
+      if (rig.call(input) == undisturbed.call(input)) ++equal;
+    }
+    EXPECT_EQ(equal, 30U + 22U) << "the fade takes 21 calls, the next set comes one later";
+  }
+}
+
 // Around each sample of a sine, s[n+1] - 2 cos(w) s[n] + s[n-1] is 0: what is left is not the sine.
 TEST(Fade, OfThePipelinesTrimsMakesNoStepBeyondTheRamp) {
   constexpr double w = 2.0 * std::numbers::pi * 1000.0 / 16000.0;

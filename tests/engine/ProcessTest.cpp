@@ -74,15 +74,29 @@ TEST(Process, TheHoldFlagPassesTheFrontPairOnly) {
             (std::vector{1.0F, 2.0F, EngineRig::untouched, EngineRig::untouched}));
 }
 
-TEST(Process, TheKeywordDetectorLeavesItsFourChannelFormWithAReload) {
+TEST(Process, TheKeywordDetectorLeavesItsFourChannelFormWithAReloadUntilTheNextLock) {
   const RigSetup setup{.mode = EffectMode::arrayFourChannel,
+                       .processingMode = ProcessingMode::speech,
                        .format = {.sampleRate = 16000.0F, .inputChannels = 4, .outputChannels = 4}};
-  EngineRig rig(factorySettings(), setup);
-  const std::vector<float> input = constant(4 * 160, 0.25F);
-  for (int call = 0; call < 20; ++call) EXPECT_EQ(rig.call(input)[3], 0.25F);  // passes untouched
-  rig.core->sets.reload(factorySettings(), setup.processingMode, EffectMode::array);
-  for (int call = 0; call < 20; ++call) rig.call(input);
+  const RawValues settings = factoryWith({{Raw::levelControl, 0.0F}});
+  EngineRig rig(settings, setup), fresh(settings, setup);
+  rig.core->sets.reload(settings, setup.processingMode, EffectMode::array);
+  for (int call = 0; call < 20; ++call) rig.call(constant(4 * 160, 0.0F));
   EXPECT_EQ(rig.image()[Entry::effectMode], static_cast<float>(EffectMode::array));
+
+  rig.core->sets.reload(settings, setup.processingMode, EffectMode::array);
+  rig.lock(setup.format);
+  for (std::size_t call = 0; call < 50; ++call) {
+    const std::vector<float> input = sine(160, 4, 0.3, call * 160);
+    const std::vector<float> heard = rig.call(input), wanted = fresh.call(input);
+    for (std::size_t n = 0; n < heard.size(); ++n) {
+      // The first two are converted and no more; the others pass untouched.
+      EXPECT_NEAR(heard[n], wanted[n], 1e-3F) << call;
+      if (n % 4 >= 2) {
+        EXPECT_EQ(heard[n], input[n]);
+      }
+    }
+  }
 }
 
 // Loudspeakers at 24 kHz that played 100 ms.

@@ -83,7 +83,7 @@ std::vector<std::string> arrayStages(const RenderJob& job, const PipelineSetting
 }
 
 std::string arraySummary(CaptureCore& core, const RenderJob& job) {
-  if (!core.engine.pipelineRuns) return whyPipelineIsOff(job);
+  if (!core.engine.runsPipeline) return whyPipelineIsOff(job);
   const PipelineSettings& settings = core.engine.handover.pipeline.settings();
   std::vector<std::string> stages;
   if (runsArrayStages(job)) stages = arrayStages(job, settings);
@@ -107,7 +107,7 @@ std::string effectSummary(CaptureCore& core, const RenderJob& job) {
 }
 
 std::size_t delayFrames(CaptureCore& core, const RenderJob& job) {
-  if (job.captureClass == CaptureClass::efx || !core.engine.pipelineRuns ||
+  if (job.captureClass == CaptureClass::efx || !core.engine.runsPipeline ||
       core.sets.currentMask()[Entry::effectEnable] == 0)
     return 0;
   constexpr int microphoneDelay = 1024, noiseOverlap = 384;  // internal samples
