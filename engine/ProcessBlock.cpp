@@ -87,6 +87,7 @@ VELLUMIC_RT_CODE void processBlock(ProcessContext& context) noexcept VELLUMIC_NO
   } else if (context.inputFlags == buffer_flags::valid) {
     takeChanges(context);
     runFrames(context);
+    context.engine->equalizer.restartBroken();
   } else {
     return;
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 
 #include "filters/BandDiagonal.h"
 
@@ -68,6 +69,14 @@ VELLUMIC_RT_CODE void BiquadChannelPair::processFrames(
 
 VELLUMIC_RT_CODE void BiquadChannelPair::reset() noexcept VELLUMIC_NONBLOCKING {
   for (BandLanes& lanes : lanes_) std::ranges::fill(lanes.memory, 0.0F);
+}
+
+VELLUMIC_RT_CODE void BiquadChannelPair::restartBroken() noexcept VELLUMIC_NONBLOCKING {
+  for (BandLanes& lanes : lanes_)
+    for (std::size_t side = 0; side < bands_.size(); ++side) {
+      float &z1 = lanes.memory[side], &z2 = lanes.memory[side + 2];
+      if (!std::isfinite(z1) || !std::isfinite(z2)) z1 = z2 = 0.0F;
+    }
 }
 
 BiquadSection BiquadChannelPair::section(int channel, int band) const {

@@ -36,6 +36,9 @@ class BiquadChannelPair {
   // Zeroes the memories and nothing else.
   void reset() noexcept VELLUMIC_NONBLOCKING;
 
+  // Zeroes those of each section in which one is not finite: no sample would ever mend it.
+  void restartBroken() noexcept VELLUMIC_NONBLOCKING;
+
   // A copy of a band's section with its present memory (the scratch value is not kept).
   BiquadSection section(int channel, int band) const;
   bool enabled(int channel, int band) const;

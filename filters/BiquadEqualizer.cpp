@@ -42,4 +42,9 @@ VELLUMIC_RT_CODE void BiquadEqualizer::reset() noexcept VELLUMIC_NONBLOCKING {
   for (BiquadChannelPair& pair : pairs_) pair.reset();
 }
 
+VELLUMIC_RT_CODE void BiquadEqualizer::restartBroken() noexcept VELLUMIC_NONBLOCKING {
+  if (!record_.active) return;
+  for (BiquadChannelPair& pair : pairs_) pair.restartBroken();
+}
+
 }  // namespace vellumic

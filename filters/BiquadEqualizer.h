@@ -40,6 +40,10 @@ class BiquadEqualizer {
   // Zeroes all memories.
   void reset() noexcept VELLUMIC_NONBLOCKING;
 
+  // For the end of a call: what one bad sample left behind must not silence a channel for good.
+  // What was heard stays as it is; sections whose memories are not finite start over.
+  void restartBroken() noexcept VELLUMIC_NONBLOCKING;
+
   bool active() const noexcept { return record_.active; }
   const std::vector<BiquadChannelPair>& pairs() const noexcept { return pairs_; }
 

@@ -153,6 +153,31 @@ TEST(Process, BuffersWithoutSamplesMakeTheReferencesStale) {
   }
 }
 
+TEST(Process, ABadSampleIsHeardInItsCallOnlyAndOnItsChannelOnly) {
+  RawValues peak = equalizerGain(1.0F);
+  for (const int side : {0, 1})
+    for (const auto& [field, value] : {std::pair{BandField::type, 1.0F},
+                                       {BandField::frequency, 1000.0F},
+                                       {BandField::gain, 2.0F}})
+      peak[index(bandSlot(side, 0, field))] = value;
+  for (const float bad :
+       {std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::infinity(),
+        std::numeric_limits<float>::max()}) {
+    EngineRig rig(peak), undisturbed(peak);
+    std::vector<float> input = sine(480, 2, 0.1);
+    undisturbed.call(input);
+    input[200] = bad;
+    EXPECT_TRUE(std::isfinite(rig.call(input)[199]));
+    EngineRig fresh(peak);
+    const std::vector<float> next = sine(480, 2, 0.1, 480), heard = rig.call(next),
+                             anew = fresh.call(next), on = undisturbed.call(next);
+    for (std::size_t n = 0; n < next.size(); n += 2) {
+      EXPECT_EQ(heard[n], anew[n]) << bad;
+      EXPECT_EQ(heard[n + 1], on[n + 1]) << bad;
+    }
+  }
+}
+
 TEST(Call, ChecksCountsThenLock) {
   constexpr CallState ready{.initialized = true, .locked = true, .limits = {}};
   EXPECT_TRUE(admitCall(ready, 1, 1));
