@@ -1,4 +1,5 @@
 // The block and hop work of the array pipeline, and what it takes from the hand-over.
+#include <algorithm>
 #include <cstddef>
 
 #include "array/ArrayNoiseProcessing.h"
@@ -7,6 +8,8 @@
 
 namespace vellumic {
 namespace {
+
+constexpr int mostBandTestSamples = 102400;  // 100 passes of the usual block
 
 float meanSquare(const Eigen::Ref<const Eigen::ArrayXf>& samples) noexcept {
   return samples.square().mean();
@@ -76,10 +79,13 @@ void ArrayPipeline::processBlock() noexcept {
   block.outputBlock = block.micBlock;
 }
 
-// The same two sections run over the block again and again, with their memories carried along.
+// The same two sections run over the block again and again, with their memories carried along. A
+// long block has fewer passes, so that its call stays within some milliseconds.
 void ArrayPipeline::runBandTest() noexcept {
   Eigen::ArrayXXf& samples = block_->micBlock;
-  for (int pass = 0; pass < record_.settings.bandTestPasses; ++pass)
+  const int passes =
+      std::min(record_.settings.bandTestPasses, mostBandTestSamples / block_->blockSize);
+  for (int pass = 0; pass < passes; ++pass)
     for (Eigen::Index j = 0; j < samples.rows(); ++j)
       bandTestFilter_.process(samples(j, 0), samples(j, 1));
 }

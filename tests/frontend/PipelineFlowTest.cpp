@@ -148,6 +148,22 @@ TEST(PipelineFlow, BandTestRunsItsPassesOverTheBlock) {
   EXPECT_NEAR(attenuation(3.0F), 36.9F, 2.0F);
 }
 
+TEST(PipelineFlow, ALongBlockHasFewerPassesOfTheBandTest) {
+  const auto output = [](float passes) {
+    PipelineRig rig;
+    rig.set(Raw::blockSize, 8192.0F);
+    rig.set(Raw::bandTest, 1.0F);
+    rig.set(Raw::bandTestPasses, passes);
+    rig.apply();
+    std::vector<float> out;
+    for (int n = 0; n < 20000; ++n) out.push_back(rig.run({n % 40 < 20 ? 1.0F : -1.0F, 0.0F})[0]);
+    return out;
+  };
+  const std::vector<float> most = output(100.0F);
+  EXPECT_EQ(most, output(12.0F));  // 102400 samples
+  EXPECT_NE(most, output(11.0F));
+}
+
 TEST(PipelineFlow, AMidBlockChangeStartsOverInSilence) {
   PipelineRig rig;
   rig.pipeline.micHighPassEnabled = false;  // its memories outlive the change

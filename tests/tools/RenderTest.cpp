@@ -5,6 +5,7 @@
 #include "filters/BiquadEqualizer.h"
 #include "parameters/SettingsFile.h"
 #include "tests/tools/RenderFiles.h"
+#include "tools/render/CallTiming.h"
 
 namespace vellumic::tools {
 namespace {
@@ -265,6 +266,20 @@ TEST_F(RenderFiles, EveryErrorIsOneLineAndLeavesNoOutput) {
     EXPECT_EQ(std::ranges::count(outcome.complained, '\n'), 1) << outcome.complained;
     EXPECT_FALSE(std::filesystem::exists(out));
   }
+  // Half an hour of delay, 800 MB of it.
+  const Outcome outcome = run({"--set", "pipeline.internal_rate_hz=1", "--tail", in, out});
+  EXPECT_EQ(outcome.exitCode, 1);
+  EXPECT_NE(outcome.complained.find("raise pipeline.internal_rate_hz"), std::string::npos);
+  EXPECT_FALSE(std::filesystem::exists(out));
+}
+
+TEST(CallTiming, WarnsOfBlocksThatOutlastTheEnginesPeriod) {
+  CallTiming timing;
+  for (int n = 0; n < 10; ++n) timing.add(9000.0, true);
+  EXPECT_EQ(slownessWarning(timing, 0.01), "");
+  for (int n = 0; n < 12; ++n) timing.add(21000.0, true);
+  EXPECT_NE(slownessWarning(timing, 0.01).find("took 21.0 ms"), std::string::npos);
+  EXPECT_EQ(slownessWarning(timing, 0.03), "");
 }
 
 TEST_F(RenderFiles, TimingPrintsItsFigures) {

@@ -37,6 +37,19 @@ CallFigures CallTiming::figuresOf(std::vector<double> calls) {
           .worst = calls.back()};
 }
 
+std::string slownessWarning(const CallTiming& timing, double periodSeconds) {
+  constexpr double enginePeriod = 0.01;  // s
+  const double period = 1e6 * std::max(periodSeconds, enginePeriod);
+  const double usual = timing.completingBlocks().p50;
+  if (usual <= period) return {};
+  std::array<char, 240> text{};
+  std::snprintf(text.data(), text.size(),
+                "calls that complete a block took %.1f ms here, the audio engine has %.0f ms: "
+                "lower pipeline.block_size or pipeline.internal_rate_hz",
+                usual / 1e3, period / 1e3);
+  return text.data();
+}
+
 std::string timingText(const CallTiming& timing, double periodSeconds, double audioSeconds,
                        double cpuSeconds, double peakMegabytes) {
   std::string text = line("Calls:", timing.all(), periodSeconds);

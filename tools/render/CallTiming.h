@@ -27,6 +27,9 @@ class CallTiming {
   std::vector<double> all_, blocks_;
 };
 
+// One line when the calls that complete a block outlast the audio engine's period, empty otherwise.
+std::string slownessWarning(const CallTiming& timing, double periodSeconds);
+
 // A few lines for the user. periodSeconds: audio per call; cpuSeconds: of the whole run.
 std::string timingText(const CallTiming& timing, double periodSeconds, double audioSeconds,
                        double cpuSeconds, double peakMegabytes);

@@ -91,6 +91,11 @@ void run(const RenderOptions& options) {
   renderings.reserve(variants.size());
   for (const Variant& variant : variants) renderings.push_back(renderVariant(job, variant, input));
 
+  for (const Rendering& rendering : renderings)
+    if (!rendering.warning.empty())
+      std::fprintf(stderr, "warning: %s%s%s\n", rendering.label.c_str(),
+                   rendering.label.empty() ? "" : ": ", rendering.warning.c_str());
+
   Table table;
   if (!options.sweep.empty())
     table = figureTable(options.sweep.substr(0, options.sweep.find('=')), renderings);

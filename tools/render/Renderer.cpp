@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <memory>
 #include <new>
+#include <stdexcept>
 
 #include "engine/CaptureCore.h"
 #include "engine/ProcessCall.h"
@@ -28,6 +30,7 @@ class Run {
 
  private:
   void start();
+  void checkDelay(std::size_t frames) const;
   void call(float* samples, std::uint32_t frames);
   void applyChangesUntil(double seconds);
   double secondsAt(std::size_t frame) const {
@@ -65,6 +68,16 @@ void Run::start() {
   if (!sets.lock(format, job_.mode, lockMode, core_.context)) throw std::bad_alloc();
 }
 
+// The delay is rendered out and held in memory; at an internal rate of 1 Hz it is half an hour.
+void Run::checkDelay(std::size_t frames) const {
+  constexpr double longest = 60.0;  // s
+  const double seconds = secondsAt(frames);
+  if (seconds <= longest) return;
+  throw std::runtime_error("these settings delay the sound by " +
+                           std::to_string(std::lround(seconds)) +
+                           " s; raise pipeline.internal_rate_hz, or leave out --tail and --align");
+}
+
 void Run::applyChangesUntil(double seconds) {
   for (; nextChange_ < job_.changes.size() && job_.changes[nextChange_].seconds <= seconds;
        ++nextChange_)
@@ -84,6 +97,7 @@ RenderResult Run::go(const CallObserver& observer) {
                       .delayFrames = delayFrames(core_, job_),
                       .processedSeconds = 0.0};
   std::vector<float>& samples = result.output.samples;  // processed in place
+  if (job_.tail || job_.align) checkDelay(result.delayFrames);
   if (job_.tail || job_.align) samples.resize(samples.size() + result.delayFrames * channels_);
 
   const std::size_t total = samples.size() / channels_;

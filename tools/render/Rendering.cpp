@@ -100,6 +100,7 @@ Rendering renderVariant(RenderJob& job, const Variant& variant, const SoundFigur
   rendering.lines = pathLines(job, result);
   std::ranges::move(soundLines(rendering, input), std::back_inserter(rendering.lines));
   const double period = static_cast<double>(job.blockFrames) / job.input.format.sampleRate;
+  rendering.warning = slownessWarning(timing, period);
   rendering.timingLines =
       splitLines(timingText(timing, period, result.processedSeconds, cpu, peakMegabytes()));
   return rendering;

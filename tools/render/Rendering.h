@@ -26,6 +26,7 @@ struct Rendering {
   // What is printed and stands on the page, each "Name: text"; details of a line are indented.
   std::vector<std::string> lines;
   std::vector<std::string> timingLines;
+  std::string warning;  // empty without one
 };
 
 // Renders the variant, writes its output file and measures. `job` holds everything but the
