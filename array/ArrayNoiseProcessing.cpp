@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "array/kernels/Beam.h"
+
 namespace vellumic {
 namespace {
 
@@ -13,11 +15,9 @@ constexpr float largestPower = 1e20F;
 
 // What is not finite, or absurdly large, must not stay in the averages of the next stage: broken
 // samples, and bins that the beamformer could not solve.
-void zeroWhatIsNotSound(Eigen::Ref<Eigen::ArrayXcf> spectrum) {
-  for (std::complex<float>& bin : spectrum) {
-    const float power = bin.real() * bin.real() + bin.imag() * bin.imag();
-    if (!(power <= largestPower)) bin = 0.0F;  // NaN too
-  }
+void zeroWhatIsNotSound(Eigen::Ref<Eigen::ArrayXcf> spectrum) noexcept {
+  beamKernels().zeroAbove(reinterpret_cast<float*>(spectrum.data()),
+                          static_cast<int>(spectrum.size()), largestPower);
 }
 
 }  // namespace

@@ -1,9 +1,12 @@
 #include "array/BeamformerAdaptive.h"
 
+#include <algorithm>
+#include <bit>
 #include <cmath>
-#include <utility>
 
 #include "array/PrincipalComponent.h"
+#include "array/kernels/Beam.h"
+#include "array/kernels/PrincipalVectors.h"
 
 namespace vellumic {
 namespace {
@@ -15,12 +18,6 @@ constexpr float noiseLoading = 1e-17F;
 
 float rateOf(float frameRate, float timeConstant) {
   return 1.0F - std::exp(-1.0F / (timeConstant * frameRate));
-}
-
-// Real and imaginary parts in turn: a product with a real number then runs in full vectors.
-template <class Column>
-auto asReals(Column&& column) {
-  return Eigen::Map<Eigen::ArrayXf>(reinterpret_cast<float*>(column.data()), 2 * column.size());
 }
 
 }  // namespace
@@ -40,19 +37,14 @@ bool BeamformerAdaptive::init(bool resetChildren) {
   const int bins = binCount, microphones = channelCount;
   signalActive = false;
   nextBin = 0;
+  spectrum_ = SpectrumPlanes(bins, microphones);
+  power_.setZero(planeRows(bins), microphones);
   maxActivity_.setZero(bins);
-  binPower_.setZero(bins);
   channelActivity_.setZero(bins);
-  crossProduct_.setZero(bins);
-  weights.setZero(bins, microphones);
-  weights.col(0).setOnes();
-  const auto count = static_cast<std::size_t>(microphones);
-  signalCovariance.assign(count, Eigen::ArrayXXcf::Zero(bins, microphones));
-  noiseCovariance = signalCovariance;
-  for (int i = 0; i < microphones; ++i) {
-    signalCovariance[static_cast<std::size_t>(i)].col(i).setConstant(startSignal);
-    noiseCovariance[static_cast<std::size_t>(i)].col(i).setConstant(startNoise);
-  }
+  weights = SpectrumPlanes(bins, microphones);
+  weights.real.col(0).setOnes();
+  signalCovariance = CovariancePlanes(bins, microphones, startSignal);
+  noiseCovariance = CovariancePlanes(bins, microphones, startNoise);
   signalMatrix_.setIdentity(microphones, microphones);
   noiseMatrix_.setIdentity(microphones, microphones);
   solvedWeights_.setZero(microphones);
@@ -76,27 +68,39 @@ void BeamformerAdaptive::process(const Input& input, Output output) noexcept VEL
     output = input.col(0);
     return;
   }
-  detectActivity(input);
+  split(input);
+  detectActivity();
   if (adaptationMode == adaptFree) signalActive = false;
   if (adaptationMode == freezeNoise) signalActive = true;
-  if (adaptationMode != freezeBoth) updateCovariances(input);
+  if (adaptationMode != freezeBoth) updateCovariances();
 
-  for (int solve = 0; solve < binsPerFrame; ++solve) {
-    solveBin();
-    if (++nextBin >= binCount) nextBin = 0;
+  for (int left = binsPerFrame; left > 0;) {
+    const int run = std::min({left, binCount - nextBin, mostBinsOfASolve});
+    solveBins(run);
+    left -= run;
+    nextBin += run;
+    if (nextBin >= binCount) nextBin = 0;
   }
-  output = input.col(0) * weights.col(0).array();
-  for (Eigen::Index m = 1; m < channelCount; ++m) output += input.col(m) * weights.col(m).array();
+  beamKernels().combine(spectrum_.real.data(), spectrum_.imaginary.data(), weights.real.data(),
+                        weights.imaginary.data(), planeRows(binCount), channelCount, binCount,
+                        reinterpret_cast<float*>(output.data()));
 }
 
-void BeamformerAdaptive::detectActivity(const Input& input) noexcept {
+void BeamformerAdaptive::split(const Input& input) noexcept {
+  for (Eigen::Index m = 0; m < channelCount; ++m)
+    beamKernels().split(reinterpret_cast<const float*>(input.col(m).data()), binCount,
+                        spectrum_.real.col(m).data(), spectrum_.imaginary.col(m).data(),
+                        power_.col(m).data());
+}
+
+void BeamformerAdaptive::detectActivity() noexcept {
   maxActivity_.setZero();
   signalActive = false;
   for (std::size_t c = 0; c < estimators.size(); ++c) {
-    binPower_ = input.col(static_cast<Eigen::Index>(c)).abs2();
-    estimators[c].process(binPower_, channelActivity_);
+    const auto binPower = power_.col(static_cast<Eigen::Index>(c)).head(binCount);
+    estimators[c].process(binPower, channelActivity_);
     const float noiseMean = estimators[c].noisePower.mean();
-    if (noiseMean * powerRatioThreshold * thresholdScale < binPower_.mean()) signalActive = true;
+    if (noiseMean * powerRatioThreshold * thresholdScale < binPower.mean()) signalActive = true;
     maxActivity_ = maxActivity_.max(channelActivity_);
   }
   const auto activeBins = (maxActivity_ > binActivityThreshold * thresholdScale).count();
@@ -104,35 +108,38 @@ void BeamformerAdaptive::detectActivity(const Input& input) noexcept {
   if (fraction > activeBinFractionThreshold * thresholdScale) signalActive = true;
 }
 
-void BeamformerAdaptive::updateCovariances(const Input& input) noexcept {
-  const auto products = asReals(crossProduct_);
-  const auto smooth = [&](Eigen::ArrayXXcf& covariance, Eigen::Index j) {
-    auto mean = asReals(covariance.col(j));
-    mean += covarianceRate.value * (products - mean);
-  };
-  for (Eigen::Index i = 0; i < channelCount; ++i) {
-    const auto matrix = static_cast<std::size_t>(i);
-    for (Eigen::Index j = i; j < channelCount; ++j) {
-      crossProduct_ = input.col(i).conjugate() * input.col(j);
-      smooth(signalCovariance[matrix], j);
-      if (!signalActive) smooth(noiseCovariance[matrix], j);
-    }
-  }
+// Of every pair of microphones: mean += covarianceRate * (x_j conj(x_i) - mean).
+void BeamformerAdaptive::updateCovariances() noexcept {
+  beamKernels().smooth(spectrum_.real.data(), spectrum_.imaginary.data(), power_.data(),
+                       planeRows(binCount), channelCount, covarianceRate,
+                       signalCovariance.planes.data(),
+                       signalActive ? nullptr : noiseCovariance.planes.data());
 }
 
-void BeamformerAdaptive::solveBin() noexcept {
-  const Eigen::Index k = nextBin;
-  for (Eigen::Index i = 0; i < channelCount; ++i) {
-    const auto matrix = static_cast<std::size_t>(i);
-    for (Eigen::Index j = i; j < channelCount; ++j) {
-      signalMatrix_(j, i) = signalCovariance[matrix](k, j);
-      noiseMatrix_(j, i) = noiseCovariance[matrix](k, j);
+// `count` bins from nextBin on.
+void BeamformerAdaptive::solveBins(int count) noexcept {
+  const CovariancePair pair{.signal = signalCovariance.planes.data() + nextBin,
+                            .noise = noiseCovariance.planes.data() + nextBin,
+                            .rows = planeRows(binCount),
+                            .signalLoading = signalLoading,
+                            .noiseLoading = noiseLoading};
+  std::uint32_t unsolved = principalVectorKernels().solve(
+      pair, channelCount, count, weights.real.data() + nextBin, weights.imaginary.data() + nextBin);
+  for (; unsolved != 0; unsolved &= unsolved - 1)
+    solveExactly(nextBin + std::countr_zero(unsolved));
+}
+
+void BeamformerAdaptive::solveExactly(int bin) noexcept {
+  for (int column = 0; column < channelCount; ++column) {
+    for (int row = column; row < channelCount; ++row) {
+      signalMatrix_(row, column) = signalCovariance.at(bin, row, column);
+      noiseMatrix_(row, column) = noiseCovariance.at(bin, row, column);
     }
   }
   signalMatrix_.diagonal().array() += signalLoading;
   noiseMatrix_.diagonal().array() += noiseLoading;
   solvePrincipalComponent(signalMatrix_, noiseMatrix_, solvedWeights_);
-  weights.row(k) = solvedWeights_.transpose();
+  for (int m = 0; m < channelCount; ++m) weights.set(bin, m, solvedWeights_[m]);
 }
 
 }  // namespace vellumic

@@ -7,7 +7,9 @@
 // Decomposition", IEEE TASLP 15(5), 2007.
 //
 // The covariance recursion runs for all bins every frame; the eigen solves go round-robin,
-// binsPerFrame a frame, so the load does not depend on the content.
+// binsPerFrame a frame, so the load hardly depends on the content. Neighbouring bins are solved
+// side by side (array/kernels/PrincipalVectors.h); what that leaves open goes to
+// PrincipalComponent.
 //
 // Threads: construction and init allocate; process and apply are for the audio thread.
 #pragma once
@@ -17,6 +19,7 @@
 #include "array/ActivityEstimator.h"
 #include "array/AlgorithmBase.h"
 #include "array/BoundedValue.h"
+#include "array/Planes.h"
 #include "parameters/StageSettings.h"
 
 namespace vellumic {
@@ -40,16 +43,13 @@ class BeamformerAdaptive final : public SpectralAlgorithm {
   BoundedFloat binActivityThreshold = BoundedFloat::atLeast(0.0F, 0.5F);  // probability
   BoundedFloat activeBinFractionThreshold = BoundedFloat::atLeast(0.0F, 0.15F);
   BoundedFloat thresholdScale = BoundedFloat::atLeast(0.0F, 1.0F);  // factor on all three
-  Eigen::MatrixXcf weights;   // binCount x channelCount, already conjugated
+  SpectrumPlanes weights;     // binCount x channelCount, already conjugated
   bool signalActive = false;  // verdict of the current frame
   std::int32_t nextBin = 0;   // next bin to solve
   std::int32_t adaptationMode = byActivity;
 
-  // Element (k, j) of matrix i, j >= i, is the mean of x_j(k) * conj(x_i(k)): row j, column i of
-  // the Hermitian covariance of bin k. Columns j < i stay zero. One matrix per first index makes
-  // a frame's update a few long array expressions.
-  std::vector<Eigen::ArrayXXcf> signalCovariance;  // of all that is picked up
-  std::vector<Eigen::ArrayXXcf> noiseCovariance;   // of the frames without activity
+  CovariancePlanes signalCovariance;  // of all that is picked up
+  CovariancePlanes noiseCovariance;   // of the frames without activity
 
   std::vector<ActivityEstimator> estimators;  // one per microphone
   BoundedInt binCount = BoundedInt::atLeast(1, 257);
@@ -61,16 +61,18 @@ class BeamformerAdaptive final : public SpectralAlgorithm {
   BoundedFloat binUpdateRate = BoundedFloat::atLeast(0.0F, 8.0F);  // intended solves per bin, Hz
 
  private:
-  void detectActivity(const Input& input) noexcept;
-  void updateCovariances(const Input& input) noexcept;
-  void solveBin() noexcept;
+  void split(const Input& input) noexcept;
+  void detectActivity() noexcept;
+  void updateCovariances() noexcept;
+  void solveBins(int count) noexcept;
+  void solveExactly(int bin) noexcept;
 
-  Eigen::MatrixXcf signalMatrix_, noiseMatrix_;  // of the current solve, lower triangle
+  SpectrumPlanes spectrum_;                      // the frame's
+  Eigen::ArrayXXf power_;                        // of it, planeRows x channelCount
+  Eigen::ArrayXf maxActivity_;                   // per bin, over the microphones
+  Eigen::ArrayXf channelActivity_;               // of the microphone being inspected
+  Eigen::MatrixXcf signalMatrix_, noiseMatrix_;  // of one bin, lower triangle
   Eigen::VectorXcf solvedWeights_;
-  Eigen::ArrayXf maxActivity_;      // per bin, over the microphones
-  Eigen::ArrayXf binPower_;         // of the microphone being inspected
-  Eigen::ArrayXf channelActivity_;  // of the same
-  Eigen::ArrayXcf crossProduct_;    // of one pair of microphones
 };
 
 }  // namespace vellumic

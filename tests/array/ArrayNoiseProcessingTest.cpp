@@ -80,8 +80,8 @@ TEST(ArrayNoiseProcessing, OutputMayBeTheFirstColumnOfTheInput) {
 TEST(ArrayNoiseProcessing, ABinWithoutSolutionDoesNotStayInThePostfilter) {
   ArrayNoiseProcessing chain(2, 512);
   const Eigen::ArrayXXf input = noiseBlock(20 * hop, 2);
-  chain.beamformer.weights.row(40).setConstant(std::numeric_limits<float>::quiet_NaN());
-  chain.beamformer.weights.row(50).setConstant(1e30F);
+  chain.beamformer.weights.real.row(40).setConstant(std::numeric_limits<float>::quiet_NaN());
+  chain.beamformer.weights.real.row(50).setConstant(1e30F);
   EXPECT_TRUE(processed(chain, input).isFinite().all());
   EXPECT_TRUE(chain.postfilter.noiseEstimator.S.isFinite().all());
 }

@@ -1,0 +1,36 @@
+// The beamformer's work on all bins of a frame: planes in, planes out (array/Planes.h). Every set
+// gives the same bits.
+#pragma once
+
+namespace vellumic {
+
+struct BeamKernels {
+  // spectrum: `bins` complex values, real and imaginary part in turn. Bins whose power is above
+  // `largest` or not a number become 0.
+  void (*zeroAbove)(float* spectrum, int bins, float largest) noexcept;
+
+  // The same form to planes and to power, real^2 + imaginary^2; `bins` values each.
+  void (*split)(const float* spectrum, int bins, float* real, float* imaginary,
+                float* power) noexcept;
+
+  // For every pair of microphones i <= j: mean += rate * (x_j conj(x_i) - mean), in `signal` and,
+  // unless it is null, in `noise`. real, imaginary, power: one plane of `rows` per microphone.
+  void (*smooth)(const float* real, const float* imaginary, const float* power, int rows,
+                 int microphones, float rate, float* signal, float* noise) noexcept;
+
+  // output: `bins` complex values; the sum over the microphones of spectrum times weight.
+  void (*combine)(const float* real, const float* imaginary, const float* weightReal,
+                  const float* weightImaginary, int rows, int microphones, int bins,
+                  float* output) noexcept;
+};
+
+const BeamKernels& beamKernels() noexcept;
+
+namespace base {
+extern const BeamKernels beam;
+}
+namespace avx2 {
+extern const BeamKernels beam;
+}
+
+}  // namespace vellumic
