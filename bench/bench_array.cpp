@@ -2,8 +2,11 @@
 #include <benchmark/benchmark.h>
 
 #include <random>
+#include <vector>
 
 #include "array/ArrayNoiseProcessing.h"
+#include "array/kernels/Beam.h"
+#include "array/kernels/PrincipalVectors.h"
 #include "platform/FloatingPointMode.h"
 
 namespace vellumic {
@@ -71,20 +74,70 @@ void activity(benchmark::State& state) {
 }
 BENCHMARK(activity)->Arg(2)->Arg(4)->Arg(8)->Unit(benchmark::kMicrosecond);
 
+// The spectra that the chain made of its input, so that the covariances stay those of a sound.
+std::vector<Eigen::ArrayXXcf> framesOf(int count) {
+  const Eigen::ArrayXXf signal = microphones(count);
+  ArrayNoiseProcessing chain(count, 512);
+  Eigen::ArrayXf output(hop);
+  std::vector<Eigen::ArrayXXcf> frames;
+  for (int h = 0; h < hopsOfInput; ++h) {
+    chain.process(signal.middleRows(h * hop, hop), output);
+    frames.push_back(chain.spectra);
+  }
+  return frames;
+}
+
 // With the activity estimators; second argument 0 leaves out the eigen solves.
 void beamformer(benchmark::State& state) {
   const auto count = static_cast<int>(state.range(0));
+  const std::vector<Eigen::ArrayXXcf> frames = framesOf(count);
   ArrayNoiseProcessing chain = warmChain(count, microphones(count));
   if (state.range(1) == 0) chain.beamformer.binsPerFrame = 0;
+  std::size_t frame = 0;
   for (auto _ : state) {
-    chain.beamformer.process(chain.spectra, chain.beamformed);
+    chain.beamformer.process(frames[frame], chain.beamformed);
     benchmark::DoNotOptimize(chain.beamformed.data());
+    frame = (frame + 1) % frames.size();
   }
 }
 BENCHMARK(beamformer)
     ->ArgNames({"microphones", "solves"})
     ->ArgsProduct({{2, 4, 8}, {0, 1}})
     ->Unit(benchmark::kMicrosecond);
+
+// Both covariances of all bins.
+void covariances(benchmark::State& state) {
+  const auto count = static_cast<int>(state.range(0));
+  const ArrayNoiseProcessing chain = warmChain(count, microphones(count));
+  const int rows = planeRows(chain.binCount);
+  const Eigen::ArrayXXf plane = Eigen::ArrayXXf::Constant(rows, count, 0.1F);
+  CovariancePlanes signal = chain.beamformer.signalCovariance,
+                   noise = chain.beamformer.noiseCovariance;
+  for (auto _ : state) {
+    beamKernels().smooth(plane.data(), plane.data(), plane.data(), rows, count, 0.0016F,
+                         signal.planes.data(), noise.planes.data());
+    benchmark::DoNotOptimize(signal.planes.data());
+  }
+}
+BENCHMARK(covariances)->Arg(2)->Arg(4)->Arg(8)->Unit(benchmark::kMicrosecond);
+
+// The eigenvectors of one frame, 16 bins, by the lanes alone.
+void eigenvectors(benchmark::State& state) {
+  const auto count = static_cast<int>(state.range(0));
+  ArrayNoiseProcessing chain = warmChain(count, microphones(count));
+  BeamformerAdaptive& beam = chain.beamformer;
+  int bin = 0;
+  for (auto _ : state) {
+    const CovariancePair pair{beam.signalCovariance.planes.data() + bin,
+                              beam.noiseCovariance.planes.data() + bin, planeRows(beam.binCount),
+                              0.0F, 0.0F};
+    benchmark::DoNotOptimize(principalVectorKernels().solve(pair, count, mostBinsOfASolve,
+                                                            beam.weights.real.data() + bin,
+                                                            beam.weights.imaginary.data() + bin));
+    bin = (bin + mostBinsOfASolve) % 240;
+  }
+}
+BENCHMARK(eigenvectors)->DenseRange(2, 8)->Unit(benchmark::kMicrosecond);
 
 void postfilter(benchmark::State& state) {
   ArrayNoiseProcessing chain = warmChain(2, microphones(2));

@@ -21,21 +21,21 @@ struct Complex {
   Floats re, im;
 };
 
-Complex operator*(Complex a, Floats b) { return {a.re * b, a.im * b}; }
-Floats norm(Complex a) { return fma(a.re, a.re, a.im * a.im); }
+Complex operator*(const Complex& a, Floats b) { return {a.re * b, a.im * b}; }
+Floats norm(const Complex& a) { return fma(a.re, a.re, a.im * a.im); }
 
 // sum -= a conj(b)
-void subtractConjugate(Complex& sum, Complex a, Complex b) {
+void subtractConjugate(Complex& sum, const Complex& a, const Complex& b) {
   sum.re = fnma(a.re, b.re, fnma(a.im, b.im, sum.re));
   sum.im = fnma(a.im, b.re, fma(a.re, b.im, sum.im));
 }
 // sum -= a b
-void subtract(Complex& sum, Complex a, Complex b) {
+void subtract(Complex& sum, const Complex& a, const Complex& b) {
   sum.re = fnma(a.re, b.re, fma(a.im, b.im, sum.re));
   sum.im = fnma(a.im, b.re, fnma(a.re, b.im, sum.im));
 }
 // sum += a conj(b)
-void addConjugate(Complex& sum, Complex a, Complex b) {
+void addConjugate(Complex& sum, const Complex& a, const Complex& b) {
   sum.re = fma(a.re, b.re, fma(a.im, b.im, sum.re));
   sum.im = fma(a.im, b.re, fnma(a.re, b.im, sum.im));
 }
@@ -129,17 +129,23 @@ void whitenSignal(Pair<C>& pair) {
   }
 }
 
-// W / trace, both triangles.
 template <int C>
-void normalise(Matrix<C>& W) {
+Floats traceOf(const Matrix<C>& W) {
   Floats trace = W[0][0].re;
   for (int i = 1; i < C; ++i) trace += W[i][i].re;
+  return trace;
+}
+
+// Of a lower triangle, both triangles divided by `trace`. The two may be the same.
+template <int C>
+void normalise(const Matrix<C>& lower, Floats trace, Matrix<C>& whole) {
   const Floats scale = Floats(1.0F) / trace;
   for (int i = 0; i < C; ++i) {
-    W[i][i].re *= scale;
+    whole[i][i] = {lower[i][i].re * scale, Floats(0.0F)};
     for (int j = 0; j < i; ++j) {
-      W[i][j] = W[i][j] * scale;
-      W[j][i] = {W[i][j].re, -W[i][j].im};
+      const Floats re = lower[i][j].re * scale, im = lower[i][j].im * scale;
+      whole[i][j] = {re, im};
+      whole[j][i] = {re, -im};
     }
   }
 }
@@ -150,7 +156,8 @@ void squareBlock(const Matrix<C>& W, int i, int j, Matrix<C>& square) {
   const Floats zero(0.0F);
   Complex s00{zero, zero}, s01 = s00, s10 = s00, s11 = s00;
   for (int k = 0; k < C; ++k) {
-    const Complex a = W[i][k], b = W[i + 1][k], c = W[j][k], d = W[j + 1][k];
+    // References: a copy of two registers would go through memory.
+    const Complex &a = W[i][k], &b = W[i + 1][k], &c = W[j][k], &d = W[j + 1][k];
     addConjugate(s00, a, c);
     addConjugate(s01, a, d);
     addConjugate(s10, b, c);
@@ -168,17 +175,15 @@ Mask firstColumn(Matrix<C>& W, Mask wanted, Complex (&column)[C]) {
   if constexpr (C % 2 != 0) {
     for (int i = 0; i <= C; ++i) W[i][C] = W[C][i] = {Floats(0.0F), Floats(0.0F)};
   }
-  normalise<C>(W);
+  normalise<C>(W, traceOf<C>(W), W);
   Mask converged(false);
   Matrix<C> square;
   for (int step = 0; step < mostSquarings; ++step) {
     for (int i = 0; i < C; i += 2)
       for (int j = 0; j <= i; j += 2) squareBlock<C>(W, i, j, square);
-    Floats trace = square[0][0].re;
-    for (int i = 1; i < C; ++i) trace += square[i][i].re;
+    const Floats trace = traceOf<C>(square);
     converged = trace > Floats(rankOneTrace);
-    W = square;
-    normalise<C>(W);
+    normalise<C>(square, trace, W);
     if (all(converged || !wanted)) break;
   }
   for (int i = 0; i < C; ++i) column[i] = W[i][0];
