@@ -7,9 +7,9 @@ namespace {
 
 using Mask = xsimd::batch_bool<float, Arch>;
 
-// Of a pivot to the diagonal element it came from. Below it the factor is rounding, and every
-// order of operations makes another one.
-constexpr float leastPivot = 1e-5F;
+// Of a pivot to the diagonal element it came from. Below it rounding is a thousandth of the pivot
+// and more, and every order of operations makes another factor.
+constexpr float leastPivot = 1e-4F;
 constexpr int mostSquarings = 11;
 // Trace of the square at which the next matrix is of rank one: eigenvalues 1 - d and d give
 // 1 - 2 d, and the next matrix d^2.

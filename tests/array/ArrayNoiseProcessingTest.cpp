@@ -5,6 +5,7 @@
 
 #include "array/ArrayNoiseProcessing.h"
 #include "platform/FloatingPointMode.h"
+#include "platform/InstructionSet.h"
 #include "tests/array/Signals.h"
 #include "tests/support/RealtimeGuard.h"
 
@@ -145,6 +146,26 @@ TEST(ArrayNoiseProcessing, RandomParametersLeaveNoLastingDamage) {
     ASSERT_TRUE(output.tail(4 * hop).isFinite().all()) << round;
     ASSERT_TRUE(chain.postfilter.noiseEstimator.S.isFinite().all()) << round;
     ASSERT_GT(output.tail(4 * hop).abs().maxCoeff(), 1e-5F) << round;
+  }
+}
+
+// The instruction sets differ in the eigenvectors, exponentials and powers alone, by rounding.
+TEST(ArrayNoiseProcessing, SoundsTheSameOnEveryInstructionSet) {
+  cutDenormals();
+  for (const int microphones : {2, 3, 8}) {
+    Eigen::ArrayXXf input = noiseBlock(3 * rate, microphones);
+    input.colwise() += speechLike(3 * rate);
+    ArrayNoiseProcessing chain(microphones, 512), other(microphones, 512);
+    const Eigen::ArrayXf expected = processed(chain, input);
+    const ScopedInstructionSet base(InstructionSet::Base);
+    const Eigen::ArrayXf output = processed(other, input);
+    EXPECT_TRUE(
+        (chain.beamformer.signalCovariance.planes == other.beamformer.signalCovariance.planes)
+            .all());
+    EXPECT_TRUE(
+        (chain.beamformer.noiseCovariance.planes == other.beamformer.noiseCovariance.planes).all());
+    EXPECT_LT(decibels((output - expected).square().sum() / expected.square().sum()), -90.0F)
+        << microphones;
   }
 }
 

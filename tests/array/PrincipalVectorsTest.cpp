@@ -1,0 +1,154 @@
+// The eigenvectors in lanes against the solver of one pair, on every instruction set.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <limits>
+#include <random>
+
+#include "array/BeamformerAdaptive.h"
+#include "array/PrincipalComponent.h"
+#include "array/kernels/PrincipalVectors.h"
+#include "platform/InstructionSet.h"
+#include "tests/array/Signals.h"
+
+namespace vellumic {
+namespace {
+
+using Complex = std::complex<float>;
+constexpr int bins = 257;
+
+struct Pair {
+  Eigen::MatrixXcf signal, noise;
+};
+
+Eigen::MatrixXcf gaussian(int rows, int columns, std::mt19937& random) {
+  std::normal_distribution<float> normal;
+  return Eigen::MatrixXcf::NullaryExpr(rows, columns,
+                                       [&] { return Complex(normal(random), normal(random)); });
+}
+
+// The mean of `count` outer products.
+Eigen::MatrixXcf covariance(int size, int count, std::mt19937& random) {
+  const Eigen::MatrixXcf x = gaussian(size, count, random);
+  return x * x.adjoint() / static_cast<float>(count);
+}
+
+enum class Kind { Ordinary, NearlyEqual, Equal, RankOneSignal, SingularNoise, Zero, NotFinite };
+
+Pair pairOf(Kind kind, int size, float level, std::mt19937& random) {
+  Pair pair;
+  pair.noise = covariance(size, kind == Kind::SingularNoise ? size - 1 : 8 * size, random);
+  const Eigen::MatrixXcf source = covariance(size, 1, random);
+  switch (kind) {
+    case Kind::NearlyEqual:
+      pair.signal = pair.noise + 1e-3F * covariance(size, 8, random);
+      break;
+    case Kind::Equal:
+      pair.signal = pair.noise;
+      break;
+    case Kind::RankOneSignal:
+      pair.signal = source;
+      break;
+    case Kind::Zero:
+      pair.signal = pair.noise = 0.0F * source;
+      break;
+    default:
+      pair.signal = pair.noise + 3.0F * source;
+      break;
+  }
+  pair.signal *= level;
+  pair.noise *= level;
+  if (kind == Kind::NotFinite) {
+    const float broken[] = {std::numeric_limits<float>::quiet_NaN(),
+                            std::numeric_limits<float>::infinity()};
+    (random() % 2 ? pair.signal : pair.noise)(size - 1, random() % 2) = broken[random() % 2];
+  }
+  return pair;
+}
+
+void setLowerTriangle(CovariancePlanes& planes, int bin, const Eigen::MatrixXcf& matrix) {
+  Eigen::Index plane = 0;
+  for (Eigen::Index column = 0; column < matrix.cols(); ++column) {
+    planes.planes(bin, plane++) = matrix(column, column).real();
+    for (Eigen::Index row = column + 1; row < matrix.rows(); ++row) {
+      planes.planes(bin, plane++) = matrix(row, column).real();
+      planes.planes(bin, plane++) = matrix(row, column).imag();
+    }
+  }
+}
+
+// Power that the difference of two weights lets through, in decibels to that of the second.
+float outputError(const Eigen::VectorXcf& weights, const Eigen::VectorXcf& expected,
+                  const Eigen::MatrixXcf& signal) {
+  const Eigen::MatrixXcd A = signal.cast<std::complex<double>>();
+  const auto power = [&](const Eigen::VectorXcf& w) {
+    const Eigen::VectorXcd v = w.conjugate().cast<std::complex<double>>();
+    return v.dot(A * v).real();
+  };
+  return decibels(static_cast<float>(power(weights - expected) / power(expected) + 1e-20));
+}
+
+struct Case {
+  Kind kind;
+  float level;
+  bool inLanes;  // nothing is left to the solver
+};
+
+class PrincipalVectors : public testing::TestWithParam<Case> {};
+
+// Of a beamformer whose covariances stand still, all bins in one frame, across the last one.
+TEST_P(PrincipalVectors, GiveTheOutputOfTheSolver) {
+  const Case c = GetParam();
+  for (const InstructionSet set : {InstructionSet::Base, InstructionSet::Avx2}) {
+    const ScopedInstructionSet scope(set);
+    for (int size = 2; size <= 9; ++size) {
+      std::mt19937 random(static_cast<unsigned>(size));
+      BeamformerAdaptive beam(size, bins);
+      beam.adaptationMode = BeamformerAdaptive::freezeBoth;
+      std::vector<Pair> pairs;
+      for (int k = 0; k < bins; ++k) {
+        pairs.push_back(pairOf(c.kind, size, c.level, random));
+        setLowerTriangle(beam.signalCovariance, k, pairs.back().signal);
+        setLowerTriangle(beam.noiseCovariance, k, pairs.back().noise);
+      }
+      beam.binsPerFrame = bins;
+      beam.nextBin = 100;
+      Eigen::ArrayXcf output(bins);
+      beam.process(Eigen::ArrayXXcf::Zero(bins, size), output);
+      EXPECT_EQ(beam.nextBin, 100);
+
+      float worst = -200.0F;
+      for (int k = 0; k < bins; ++k) {
+        Eigen::VectorXcf expected(size), weights(size);
+        Pair& pair = pairs[static_cast<std::size_t>(k)];
+        pair.signal.diagonal().array() += 1e-16F;
+        pair.noise.diagonal().array() += 1e-17F;
+        solvePrincipalComponent(pair.signal, pair.noise, expected);
+        for (int m = 0; m < size; ++m) weights[m] = beam.weights.at(k, m);
+        ASSERT_EQ(weights.allFinite(), expected.allFinite()) << size << " microphones, bin " << k;
+        if (expected.allFinite() && !expected.isZero(0.0F))
+          worst = std::max(worst, outputError(weights, expected, pair.signal));
+      }
+      EXPECT_LT(worst, -100.0F) << size << " microphones, " << nameOf(set);
+
+      int left = 0;
+      for (int k = 0; k + mostBinsOfASolve <= bins; k += mostBinsOfASolve)
+        left += std::popcount(principalVectorKernels().solve(
+            {beam.signalCovariance.planes.data() + k, beam.noiseCovariance.planes.data() + k,
+             planeRows(bins), 0.0F, 0.0F},
+            size, mostBinsOfASolve, beam.weights.real.data() + k,
+            beam.weights.imaginary.data() + k));
+      EXPECT_EQ(left == 0, c.inLanes && size <= mostMicrophonesInLanes) << size;
+    }
+  }
+}
+INSTANTIATE_TEST_SUITE_P(
+    Pairs, PrincipalVectors,
+    testing::Values(Case{Kind::Ordinary, 1.0F, true}, Case{Kind::Ordinary, 1e18F, true},
+                    Case{Kind::Ordinary, 1e-12F, true}, Case{Kind::Ordinary, 1e-25F, true},
+                    Case{Kind::RankOneSignal, 1.0F, true}, Case{Kind::NearlyEqual, 1.0F, false},
+                    Case{Kind::Equal, 1.0F, false}, Case{Kind::SingularNoise, 1.0F, false},
+                    Case{Kind::Zero, 1.0F, false}, Case{Kind::NotFinite, 1.0F, false}));
+
+}  // namespace
+}  // namespace vellumic
