@@ -156,6 +156,7 @@ class FakeCapture : public Double<IAudioCaptureClient> {
   }
   HRESULT STDMETHODCALLTYPE GetBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT64*,
                                       UINT64*) override {
+    if (broken) return AUDCLNT_E_DEVICE_INVALIDATED;
     if (packets.empty()) return AUDCLNT_S_BUFFER_EMPTY;
     FakePacket& packet = packets.front();
     *data = reinterpret_cast<BYTE*>(packet.samples.data());
@@ -181,6 +182,7 @@ class FakeClient : public Double<IAudioClient> {
   std::string failing;
   DWORD flags = 0;
   int started = 0;
+  HANDLE event = nullptr;  // the client's
 
   HRESULT STDMETHODCALLTYPE Initialize(AUDCLNT_SHAREMODE, DWORD wanted, REFERENCE_TIME,
                                        REFERENCE_TIME, const WAVEFORMATEX*, LPCGUID) override {
@@ -206,6 +208,10 @@ class FakeClient : public Double<IAudioClient> {
     --started;
     return S_OK;
   }
+  HRESULT STDMETHODCALLTYPE SetEventHandle(HANDLE handle) override {
+    event = handle;
+    return S_OK;
+  }
   HRESULT STDMETHODCALLTYPE GetService(REFIID id, void** service) override {
     if (failing == "service") return E_ACCESSDENIED;
     return capture.QueryInterface(id, service);
@@ -215,7 +221,6 @@ class FakeClient : public Double<IAudioClient> {
   UNUSED_METHOD(IsFormatSupported, AUDCLNT_SHAREMODE, const WAVEFORMATEX*, WAVEFORMATEX**)
   UNUSED_METHOD(GetDevicePeriod, REFERENCE_TIME*, REFERENCE_TIME*)
   UNUSED_METHOD(Reset)
-  UNUSED_METHOD(SetEventHandle, HANDLE)
 
  private:
   HRESULT resultOf(const char* name) const { return failing == name ? E_ACCESSDENIED : S_OK; }

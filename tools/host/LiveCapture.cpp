@@ -8,6 +8,7 @@ namespace {
 
 constexpr REFERENCE_TIME bufferDuration = 2'000'000;  // 200 ms in units of 100 ns
 constexpr double periodMs = 10.0;
+constexpr DWORD patienceMs = 5000;  // without a packet
 
 }  // namespace
 
@@ -39,18 +40,22 @@ LiveFigures LiveCapture::run(double seconds,
   SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_TIME_CRITICAL);
   check(client_->Start(), "the microphone does not start");
   heardFrames_ = 0.0;
-  Clock::time_point last = Clock::now();
+  Clock::time_point last = Clock::now(), lastPacket = last;
   while (heardFrames_ < seconds * sampleRate_) {
-    if (WaitForSingleObject(event_.get(), 5000) != WAIT_OBJECT_0)
-      throw std::runtime_error("the microphone sends nothing");
+    const DWORD woken = WaitForSingleObject(event_.get(), patienceMs);
     const Clock::time_point now = Clock::now();
+    // A sound server that is in trouble may go on signalling: packets count.
+    if (woken != WAIT_OBJECT_0 || now - lastPacket > std::chrono::milliseconds(patienceMs))
+      throw std::runtime_error("the microphone sends nothing");
     const std::chrono::duration<double, std::milli> waited = now - last;
     last = now;
     if (figures.packets > 0) {
       figures.longestWaitMs = std::max(figures.longestWaitMs, waited.count());
       figures.lateWakeUps += waited.count() > 2 * periodMs ? 1 : 0;
     }
+    const int before = figures.packets;
     drain(take, figures);
+    if (figures.packets > before) lastPacket = now;
   }
   client_->Stop();
   SetThreadPriority(GetCurrentThread(), priority);
@@ -63,7 +68,9 @@ void LiveCapture::drain(const std::function<void(const float*, unsigned)>& take,
     BYTE* data = nullptr;
     UINT32 frames = 0;
     DWORD flags = 0;
-    if (capture_->GetBuffer(&data, &frames, &flags, nullptr, nullptr) != S_OK) return;
+    const HRESULT got = capture_->GetBuffer(&data, &frames, &flags, nullptr, nullptr);
+    check(got, "the microphone is gone; has its sound server ended?");
+    if (got != S_OK) return;  // nothing waits
     // The first packet is always marked as one after a gap.
     if ((flags & AUDCLNT_BUFFERFLAGS_DATA_DISCONTINUITY) != 0 && figures.packets > 0)
       ++figures.discontinuities;

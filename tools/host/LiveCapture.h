@@ -26,8 +26,8 @@ class LiveCapture {
   [[nodiscard]] unsigned channels() const { return channels_; }
   [[nodiscard]] unsigned sampleRate() const { return sampleRate_; }
 
-  // Hands over every packet until `seconds` of sound have come; silence as zeros. Throws when none
-  // comes for five seconds.
+  // Hands over every packet until `seconds` of sound have come; silence as zeros. Throws when the
+  // device is gone or no packet comes for five seconds.
   LiveFigures run(double seconds, const std::function<void(const float*, unsigned frames)>& take);
 
  private:
