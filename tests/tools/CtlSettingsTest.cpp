@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <thread>
 
 #include "parameters/Catalogue.h"
 #include "tests/control/RegistrySandbox.h"
@@ -63,6 +64,23 @@ TEST_F(CtlSettings, ApplyMakesTheTreeAndShowTellsWhatDiffers) {
   EXPECT_EQ(std::ranges::count(shown.printed, '\n'), 3) << shown.printed;
   expectParts(captured({"settings", "show"}).printed, {"pipeline.internal_rate_hz"});
   expectParts(captured({"settings", "list"}).printed, {"* 2          1365  2\n"});
+}
+
+TEST_F(CtlSettings, TwoChangesAtOnceLoseNothing) {
+  store(L"2", factorySettings());
+  registry.select(L"2");
+  std::thread other;
+  {
+    SettingsWriter writer;  // as another vellumic-ctl at work
+    other = std::thread([] { EXPECT_EQ(ctl({"settings", "set", "noise.enabled=false"}), 0); });
+    Sleep(200);
+    RawValues values = SettingsTree::read(L"2")->values;
+    values[index(Raw::beamformer)] = 0.0F;
+    writer.replace(L"2", values);
+  }
+  other.join();
+  EXPECT_EQ(stored(L"2", Raw::noisePostfilter), 0.0F);
+  EXPECT_EQ(stored(L"2", Raw::beamformer), 0.0F);
 }
 
 TEST_F(CtlSettings, SetKeepsEverythingElse) {

@@ -73,14 +73,18 @@ void reportTree(const SettingsWriter& writer) {
   if (writer.createdTree()) std::printf("Created %s.\n", SettingsTree::displayPath().c_str());
 }
 
-void store(const std::wstring& name, const RawValues& values) {
-  SettingsWriter writer;
+void store(SettingsWriter& writer, const std::wstring& name, const RawValues& values) {
   reportTree(writer);
   writer.replace(name, values);
   std::printf("Setting %s is written and active: %u of %zu values differ from the factory.\n",
               utf8(name).c_str(), differences(values), catalogue().size());
   signalObjects();
   writer.tidy();
+}
+
+void store(const std::wstring& name, const RawValues& values) {
+  SettingsWriter writer;
+  store(writer, name, values);
 }
 
 void printParameter(const Parameter& parameter, const RawValues& values) {
@@ -136,6 +140,8 @@ void showStoredSetting(const CtlOptions& options) {
 }
 
 void changeSetting(const CtlOptions& options) {
+  (void)chosenSetting(chosenName(options));  // what is missing is told before anything is made
+  SettingsWriter writer;  // from the reading on: changes made at once follow one another
   const std::wstring name = chosenName(options);
   RawValues values = chosenSetting(name).values;
   values[index(Raw::fadeRequest)] = 0.0F;  // asked for anew with each change
@@ -148,7 +154,7 @@ void changeSetting(const CtlOptions& options) {
   }
   if (options.fade) values[index(Raw::fadeRequest)] = 1.0F;
   printWarnings(warnings);
-  store(name, values);
+  store(writer, name, values);
 }
 
 void applySettingFile(const CtlOptions& options) {
