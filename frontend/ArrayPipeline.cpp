@@ -1,8 +1,10 @@
 #include "frontend/ArrayPipeline.h"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
+#include <functional>
+#include <numeric>
+#include <span>
 #include <utility>
 
 #include "array/ArrayNoiseProcessing.h"
@@ -24,85 +26,158 @@ ArrayPipeline::ArrayPipeline(LoopbackOpener opener)
 
 ArrayPipeline::~ArrayPipeline() = default;
 
-void ArrayPipeline::processFrame(float* frame) noexcept VELLUMIC_NONBLOCKING {
+void ArrayPipeline::processFrames(float* frames, std::size_t width,
+                                  std::size_t count) noexcept VELLUMIC_NONBLOCKING {
+  processRuns({frames, width, 0, micCount(), nullptr}, count);
+}
+
+void ArrayPipeline::processFrames12(float* frames, std::size_t width,
+                                    std::size_t count) noexcept VELLUMIC_NONBLOCKING {
+  processRuns({frames, width, 0, 2, frames + 2}, count);
+}
+
+void ArrayPipeline::processRuns(Run all, std::size_t count) noexcept {
   if (!running()) return;
-  run({frame, static_cast<std::size_t>(micCount())}, {});
-}
-
-void ArrayPipeline::processFrame12(float* frame) noexcept VELLUMIC_NONBLOCKING {
-  if (!running()) return;
-  std::array<float, PipelineHandover::maxMicrophones> local{frame[0], frame[1]};
-  run(std::span(local).first(static_cast<std::size_t>(micCount())),
-      {.left = frame[2], .right = frame[3]});
-  frame[0] = local[0];
-  frame[1] = local[1];
-}
-
-void ArrayPipeline::run(std::span<float> microphones, References references) noexcept {
-  std::array<float, PipelineHandover::maxMicrophones> input;
-  std::transform(microphones.begin(), microphones.end(), input.begin(), soundSample);
-  if (banks_->input.pushFrame(std::span(input).first(microphones.size()))) collect(references);
-  deliver(microphones);
-}
-
-// One internal sample: in at writeIndex of the block under collection, out at the same place of
-// the finished one. A device slower than the internal rate gives several; the rest stays queued.
-void ArrayPipeline::collect(References references) noexcept {
-  BlockPart& block = *block_;
-  takeMicrophones();
-  if (!record_.useLoopback) {
-    block.referenceMatrix(writeIndex_, 0) = soundSample(references.left);
-    block.referenceMatrix(writeIndex_, 1) = soundSample(references.right);
+  const auto longest = static_cast<std::size_t>(banks_->longestRun());
+  while (count > 0) {
+    const std::size_t length = std::min(count, longest);
+    all.count = static_cast<int>(length);
+    process(all);
+    all.frames += length * all.width;
+    if (all.references != nullptr) all.references += length * all.width;
+    count -= length;
   }
-  sendOutput();
-  if (++writeIndex_ == block.blockSize) {
+}
+
+void ArrayPipeline::process(const Run& run) noexcept {
+  const auto width = static_cast<std::ptrdiff_t>(run.width);
+  if (banks_->input.push({run.frames, width, 1, run.microphones}, run.count, arrivals_) > 0)
+    collect(run);
+  deliver(run);
+}
+
+// Internal samples go in at writeIndex of the block under collection, and out at the same place of
+// the finished one. A frame takes one of them at most: what a device slower than the internal rate
+// brings beyond that stays queued.
+void ArrayPipeline::collect(const Run& run) noexcept {
+  const auto arrived = std::span(arrivals_).first(static_cast<std::size_t>(run.count));
+  const int total = static_cast<int>(std::ranges::count_if(arrived, std::identity{}));
+  for (int done = 0; done < total;) {
+    const int count =
+        std::min({total - done, hopSize - writeIndex_ % hopSize, block_->blockSize - writeIndex_});
+    takeMicrophones(done, count);
+    if (!record_.useLoopback) takeReferences(run, done, count);
+    sendOutput(done, count);
+    writeIndex_ += count;
+    done += count;
+    finishHop();
+  }
+}
+
+void ArrayPipeline::takeMicrophones(int first, int count) noexcept {
+  BlockPart& block = *block_;
+  banks_->input.pop(block.micRun, count, first);
+  block.micDelay.exchange(block.micRun, count, first);
+  for (std::size_t c = 0; c < block.micRun.size(); ++c) {
+    const auto samples =
+        std::span(block.micRun[c])
+            .subspan(static_cast<std::size_t>(first), static_cast<std::size_t>(count));
+    if (micHighPassEnabled) {
+      BiquadSection& section = block.micHighPass[c];
+      for (float& sample : samples) {
+        section.process(sample);
+        // Far below the internal rate of 300 Hz the filter is unstable; it must not stay so.
+        if (!isSound(sample)) section.z1 = section.z2 = sample = 0.0F;
+      }
+    }
+    std::ranges::copy(samples, &block.micBlock(writeIndex_, static_cast<Eigen::Index>(c)));
+  }
+}
+
+// Each internal sample has the references of the frame that brought it.
+void ArrayPipeline::takeReferences(const Run& run, int first, int count) noexcept {
+  Eigen::ArrayXXf& matrix = block_->referenceMatrix;
+  if (run.references == nullptr) {
+    matrix.middleRows(writeIndex_, count).setZero();
+    return;
+  }
+  int sample = -first;  // of those asked for
+  for (std::size_t n = 0; sample < count && n < static_cast<std::size_t>(run.count); ++n) {
+    if (arrivals_[n] == 0) continue;
+    if (sample >= 0)
+      for (Eigen::Index r = 0; r < 2; ++r)
+        matrix(writeIndex_ + sample, r) =
+            soundSample(run.references[n * run.width + static_cast<std::size_t>(r)]);
+    ++sample;
+  }
+}
+
+void ArrayPipeline::sendOutput(int first, int count) noexcept {
+  auto rows = block_->outputBlock.middleRows(writeIndex_, count);
+  if (levelControl_.levelControlEnabled) {
+    for (float& sample : rows.col(0)) levelControl_.process(soundSample(sample), sample);
+    for (Eigen::Index c = 1; c < rows.cols(); ++c) rows.col(c) = rows.col(0);
+  }
+  banks_->output.push({rows.data(), 1, rows.outerStride(), static_cast<int>(rows.cols())}, count,
+                      std::span(played_).subspan(static_cast<std::size_t>(first)));
+}
+
+void ArrayPipeline::finishHop() noexcept {
+  if (writeIndex_ == block_->blockSize) {
     writeIndex_ = 0;
     sliceIndex_ = 0;
     processBlock();
   }
-  if ((writeIndex_ & (hopSize - 1)) == 0) processSlice();
+  if (writeIndex_ % hopSize == 0) processSlice();
 }
 
-void ArrayPipeline::takeMicrophones() noexcept {
+// A frame gets the oldest output sample that is there by its time, and silence before the first.
+void ArrayPipeline::deliver(const Run& run) noexcept {
   BlockPart& block = *block_;
-  banks_->input.pop(block.frameSample, 1);
-  block.micDelay.push(block.frameSample, 1);
-  block.micDelay.pop(block.frameSample, 1);
-  for (std::size_t c = 0; c < block.frameSample.size(); ++c) {
-    float& sample = block.frameSample[c][0];
-    if (micHighPassEnabled) {
-      BiquadSection& section = block.micHighPass[c];
-      section.process(sample);
-      // Far below the internal rate of 300 Hz the filter is unstable; it must not stay so.
-      if (!isSound(sample)) section.z1 = section.z2 = sample = 0.0F;
-    }
-    block.micBlock(writeIndex_, static_cast<Eigen::Index>(c)) = sample;
-  }
-}
-
-void ArrayPipeline::sendOutput() noexcept {
-  BlockPart& block = *block_;
-  auto row = block.outputBlock.row(writeIndex_);
-  if (levelControl_.levelControlEnabled) {
-    float levelOutput = 0.0F;
-    levelControl_.process(soundSample(row(0)), levelOutput);
-    row.setConstant(levelOutput);
-  }
-  for (std::size_t c = 0; c < block.outputColumn.size(); ++c)
-    block.outputColumn[c] = soundSample(row(static_cast<Eigen::Index>(c)));
-  outputReady_ = banks_->output.pushFrame(block.outputColumn);
-}
-
-// An output ring that ran empty repeats the last sample.
-void ArrayPipeline::deliver(std::span<float> microphones) noexcept {
-  if (!outputReady_) {
-    std::fill(microphones.begin(), microphones.end(), 0.0F);
-    return;
-  }
-  ChannelArrays& sample = block_->frameSample;
-  banks_->output.pop(sample, 1);
+  banks_->output.pop(block.outputRun, planDelivery(run.count));
+  const auto channels = static_cast<std::size_t>(run.microphones);
   const bool mono = noise_->beamformerEnabled || noise_->postfilterEnabled;
-  for (std::size_t c = 0; c < microphones.size(); ++c) microphones[c] = sample[mono ? 0 : c][0];
+  for (std::size_t c = 0; c < (mono ? 1 : channels); ++c) {
+    const float *microphone = block.micRun[c].data(), *output = block.outputRun[c].data();
+    float& inHand = block.frameSample[c];
+    float* target = run.frames + c;
+    for (int n = 0; n < run.count; ++n, target += run.width) {
+      const Delivery delivery = deliveries_[static_cast<std::size_t>(n)];
+      if (arrivals_[static_cast<std::size_t>(n)] > 0) inHand = *microphone++;
+      if (delivery == Delivery::fresh) inHand = *output++;
+      *target = delivery == Delivery::silence ? 0.0F : inHand;
+    }
+  }
+  if (!mono) return;
+  std::fill(block.frameSample.begin() + 1, block.frameSample.end(), block.frameSample.front());
+  float* frame = run.frames;
+  for (int n = 0; n < run.count; ++n, frame += run.width)
+    std::fill_n(frame + 1, channels - 1, frame[0]);
+}
+
+// What each frame of the run gets; returns how many output samples they take. An output ring that
+// ran empty repeats the sample in hand: the microphones', if this frame brought one, else the last
+// output.
+int ArrayPipeline::planDelivery(int count) noexcept {
+  const auto arrived = std::span(arrivals_).first(static_cast<std::size_t>(count));
+  const auto internal = std::ranges::count_if(arrived, std::identity{});
+  int waiting =
+      banks_->output.available() - std::accumulate(played_.begin(), played_.begin() + internal, 0);
+  int taken = 0;
+  const int* played = played_.data();
+  for (std::size_t n = 0; n < arrived.size(); ++n) {
+    if (arrived[n] > 0) {
+      outputReady_ = *played > 0;
+      waiting += *played++;
+    }
+    deliveries_[n] = !outputReady_ ? Delivery::silence
+                     : waiting > 0 ? Delivery::fresh
+                                   : Delivery::repeat;
+    if (deliveries_[n] != Delivery::fresh) continue;
+    --waiting;
+    ++taken;
+  }
+  return taken;
 }
 
 }  // namespace vellumic

@@ -10,7 +10,20 @@ struct BankPair : LiveCount<BankPair> {
   BankPair(int channels, double deviceRate, double internalRate)
       : input(channels, deviceRate, internalRate), output(channels, internalRate, deviceRate) {}
 
+  // Frames that may pass through both banks at a time, with the result of single frames. A device
+  // slower than the internal rate makes the rings run over, which shows frame by frame; so may
+  // rings of a few samples.
+  int longestRun() const noexcept {
+    const double deviceRate = input.sourceRate(), internalRate = input.destinationRate();
+    return internalRate >= leastRateForRuns && deviceRate >= internalRate
+               ? ResamplerBank::longestRun
+               : 1;
+  }
+
   ResamplerBank input, output;
+
+ private:
+  static constexpr double leastRateForRuns = 1000.0;  // Hz
 };
 
 }  // namespace vellumic

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "frontend/ResamplerBank.h"
+
 namespace vellumic {
 namespace {
 
@@ -14,8 +16,9 @@ constexpr int startDelay = 1024;      // room for a reference that comes late
 BlockPart::BlockPart(int samples, int microphones)
     : blockSize(samples),
       micCount(microphones),
-      frameSample(static_cast<std::size_t>(microphones), std::vector<float>(1)),
-      outputColumn(static_cast<std::size_t>(microphones)),
+      frameSample(static_cast<std::size_t>(microphones)),
+      micRun(frameSample.size(), std::vector<float>(ResamplerBank::longestRun)),
+      outputRun(micRun),
       micHighPass(static_cast<std::size_t>(microphones)),
       micBlock(Eigen::ArrayXXf::Zero(samples, microphones)),
       outputBlock(Eigen::ArrayXXf::Zero(samples, microphones)),
@@ -37,7 +40,7 @@ void BlockPart::carryOver(const BlockPart& old) noexcept VELLUMIC_NONBLOCKING {
     cancellers[i].carryOver(old.cancellers[i]);
     micHighPass[i].z1 = old.micHighPass[i].z1;
     micHighPass[i].z2 = old.micHighPass[i].z2;
-    frameSample[i][0] = old.frameSample[i][0];
+    frameSample[i] = old.frameSample[i];
   }
 }
 

@@ -30,9 +30,10 @@ struct BlockPart : LiveCount<BlockPart> {
   int blockSize;
   int micCount;
 
-  ChannelArrays frameSample;        // micCount x 1: the sample in hand, on the way in and out
-  std::vector<float> outputColumn;  // micCount, on the way into the output bank
-  SampleRing micDelay;              // adjustable
+  std::vector<float> frameSample;  // micCount: the latest in hand, on the way in or out
+  ChannelArrays micRun;            // micCount x run: on the way into the block
+  ChannelArrays outputRun;         // micCount x run: on the way to the device
+  SampleRing micDelay;             // adjustable
   std::vector<BiquadSection> micHighPass;
 
   // blockSize rows, one column per channel.

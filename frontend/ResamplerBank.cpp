@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "frontend/BoundedSample.h"
+
 namespace vellumic {
 
 ResamplerBank::ResamplerBank() { rebuild(); }
@@ -31,29 +33,60 @@ void ResamplerBank::rebuild() {
   resamplers_.clear();
   for (int c = 0; c < channels_; ++c)
     resamplers_.push_back(std::make_unique<resample::CDSPResampler24>(sourceRate_, destinationRate_,
-                                                                      1, transitionBand));
-  const int room = std::max(resamplers_.front()->maxOutputLength(1), leastOutput);
+                                                                      longestRun, transitionBand));
+  const int room = resamplers_.front()->maxOutputLength(longestRun);
   outputs_.assign(static_cast<std::size_t>(channels_),
                   std::vector<float>(static_cast<std::size_t>(room)));
   ring_.resize(static_cast<int>(destinationRate_), channels_);
 }
 
-bool ResamplerBank::pushFrame(std::span<const float> samples) noexcept VELLUMIC_NONBLOCKING {
-  int count = 0;
+int ResamplerBank::push(const SampleView& input, int count,
+                        std::span<int> made) noexcept VELLUMIC_NONBLOCKING {
+  int total = 0;
   for (std::size_t c = 0; c < resamplers_.size(); ++c) {
-    const double input = c < samples.size() ? static_cast<double>(samples[c]) : 0.0;
-    const double* output = nullptr;
-    count = resamplers_[c]->process(&input, 1, output);
-    std::transform(output, output + count, outputs_[c].begin(),
-                   [](double sample) { return static_cast<float>(sample); });
+    take(input, c, count);
+    if (c == 0)
+      total = convertCounting(made.first(static_cast<std::size_t>(count)));
+    else
+      convert(c, count);
   }
-  if (count < 1) return false;
-  ring_.push(outputs_, count);
-  return true;
+  ring_.push(outputs_, total);
+  return total;
 }
 
-bool ResamplerBank::pop(ChannelArrays& target, int count) noexcept VELLUMIC_NONBLOCKING {
-  return ring_.pop(target, count);
+void ResamplerBank::take(const SampleView& input, std::size_t channel, int count) noexcept {
+  const auto c = static_cast<std::ptrdiff_t>(channel);
+  if (c >= input.channels) {
+    input_.fill(0.0);
+    return;
+  }
+  const float* samples = input.samples + c * input.fromChannel;
+  for (std::ptrdiff_t n = 0; n < count; ++n)
+    input_[static_cast<std::size_t>(n)] = soundSample(samples[n * input.fromSample]);
+}
+
+// The first channel goes sample by sample, which tells when output comes; all have the same pace.
+int ResamplerBank::convertCounting(std::span<int> made) noexcept {
+  float* target = outputs_.front().data();
+  int total = 0;
+  for (std::size_t n = 0; n < made.size(); ++n) {
+    const double* output = nullptr;
+    made[n] = resamplers_.front()->process(&input_[n], 1, output);
+    for (int k = 0; k < made[n]; ++k) target[total++] = static_cast<float>(output[k]);
+  }
+  return total;
+}
+
+int ResamplerBank::convert(std::size_t channel, int count) noexcept {
+  const double* output = nullptr;
+  const int made = resamplers_[channel]->process(input_.data(), count, output);
+  std::transform(output, output + made, outputs_[channel].begin(),
+                 [](double sample) { return static_cast<float>(sample); });
+  return made;
+}
+
+bool ResamplerBank::pop(ChannelArrays& target, int count, int first) noexcept VELLUMIC_NONBLOCKING {
+  return ring_.pop(target, count, first);
 }
 
 int ResamplerBank::framesBeforeOutput() const noexcept {

@@ -1,11 +1,14 @@
-// Up to 16 channels of rate conversion, fed one frame at a time, with a ring of one second behind.
+// Up to 16 channels of rate conversion, fed in runs of frames, with a ring of one second behind.
+// A sample that is not finite, or absurdly large, enters as 0.
 //
 // Latency: framesBeforeOutput(); the ring adds none while it is popped as fast as it fills.
 //
 // Threads: constructor, setChannels and setRates allocate and belong off the audio thread;
-// pushFrame and pop are real-time safe.
+// push and pop are real-time safe.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <memory>
 #include <span>
 #include <vector>
@@ -16,9 +19,17 @@
 
 namespace vellumic {
 
+// Samples of several channels, wherever they lie.
+struct SampleView {
+  const float* samples;
+  std::ptrdiff_t fromSample, fromChannel;  // to the next, in floats
+  int channels;
+};
+
 class ResamplerBank {
  public:
   static constexpr int maxChannels = 16;
+  static constexpr int longestRun = 64;  // frames of one push
 
   ResamplerBank();  // 2 channels, equal rates
   ResamplerBank(int channels, double sourceRate, double destinationRate);
@@ -27,10 +38,12 @@ class ResamplerBank {
   // Hz. Nothing if both are unchanged.
   void setRates(double sourceRate, double destinationRate);
 
-  // One sample per channel. True if the converters gave output, which is then in the ring.
-  bool pushFrame(std::span<const float> samples) noexcept VELLUMIC_NONBLOCKING;
+  // `count` frames, at most longestRun; channels beyond those of the view get zeros. made[n]: how
+  // many output samples the n-th frame brought, which are then in the ring. Returns their sum.
+  int push(const SampleView& input, int count, std::span<int> made) noexcept VELLUMIC_NONBLOCKING;
   // As SampleRing::pop.
-  bool pop(ChannelArrays& target, int count) noexcept VELLUMIC_NONBLOCKING;
+  bool pop(ChannelArrays& target, int count, int first = 0) noexcept VELLUMIC_NONBLOCKING;
+  int available() const noexcept { return ring_.available(); }
 
   // Frames that go in before the first output comes: the latency, in samples of the source rate.
   int framesBeforeOutput() const noexcept;
@@ -41,15 +54,18 @@ class ResamplerBank {
 
  private:
   void rebuild();
+  void take(const SampleView& input, std::size_t channel, int count) noexcept;
+  int convertCounting(std::span<int> made) noexcept;
+  int convert(std::size_t channel, int count) noexcept;
 
   static constexpr double transitionBand = 10.0;  // percent
-  static constexpr int leastOutput = 100;         // room per channel, samples
 
   int channels_ = 2;
   double sourceRate_ = 2.0;
   double destinationRate_ = 2.0;
   SampleRing ring_;
   std::vector<std::unique_ptr<resample::CDSPResampler24>> resamplers_;
+  std::array<double, longestRun> input_{};
   ChannelArrays outputs_;
 };
 

@@ -36,30 +36,52 @@ bool SampleRing::setDelay(int d) noexcept VELLUMIC_NONBLOCKING {
   return true;
 }
 
-void SampleRing::push(const ChannelArrays& arrays, int count) noexcept VELLUMIC_NONBLOCKING {
-  for (std::size_t c = 0; c < data_.size(); ++c) {
-    int index = writeIndex_;
-    for (int i = 0; i < count; ++i) {
-      data_[c][static_cast<std::size_t>(index)] =
-          c < arrays.size() ? arrays[c][static_cast<std::size_t>(i)] : 0.0F;
-      if (++index == capacity_) index = 0;
-    }
+// Calls copy(index, offset, length) for each unbroken stretch of `count` samples from index `from`
+// on; returns the index behind them.
+template <class Copy>
+int SampleRing::forRuns(int from, int count, Copy copy) const noexcept {
+  for (int offset = 0; offset < count;) {
+    const int length = std::min(count - offset, capacity_ - from);
+    copy(from, offset, length);
+    offset += length;
+    from += length;
+    if (from == capacity_) from = 0;
   }
-  writeIndex_ = (writeIndex_ + std::max(count, 0)) % capacity_;
+  return from;
 }
 
-bool SampleRing::pop(ChannelArrays& arrays, int count) noexcept VELLUMIC_NONBLOCKING {
+void SampleRing::push(const ChannelArrays& arrays, int count,
+                      int first) noexcept VELLUMIC_NONBLOCKING {
+  writeIndex_ = forRuns(writeIndex_, count, [&](int index, int offset, int length) {
+    for (std::size_t c = 0; c < data_.size(); ++c) {
+      float* to = data_[c].data() + index;
+      if (c < arrays.size())
+        std::copy_n(arrays[c].data() + first + offset, length, to);
+      else
+        std::fill_n(to, length, 0.0F);
+    }
+  });
+}
+
+bool SampleRing::pop(ChannelArrays& arrays, int count, int first) noexcept VELLUMIC_NONBLOCKING {
   if (available() < count) return false;
   const std::size_t channels = std::min(data_.size(), arrays.size());
-  for (std::size_t c = 0; c < channels; ++c) {
-    int index = readIndex_;
-    for (int i = 0; i < count; ++i) {
-      arrays[c][static_cast<std::size_t>(i)] = data_[c][static_cast<std::size_t>(index)];
-      if (++index == capacity_) index = 0;
-    }
-  }
-  readIndex_ = (readIndex_ + std::max(count, 0)) % capacity_;
+  readIndex_ = forRuns(readIndex_, count, [&](int index, int offset, int length) {
+    for (std::size_t c = 0; c < channels; ++c)
+      std::copy_n(data_[c].data() + index, length, arrays[c].data() + first + offset);
+  });
   return true;
+}
+
+void SampleRing::exchange(ChannelArrays& arrays, int count,
+                          int first) noexcept VELLUMIC_NONBLOCKING {
+  for (int done = 0; done < count;) {
+    // A push that reaches the read index empties the ring: never run past that.
+    const int length = std::clamp(capacity_ - 1 - available(), 1, count - done);
+    push(arrays, length, first + done);
+    pop(arrays, length, first + done);
+    done += length;
+  }
 }
 
 void SampleRing::clear() noexcept VELLUMIC_NONBLOCKING {

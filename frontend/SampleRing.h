@@ -33,12 +33,16 @@ class SampleRing {
   // index; a larger one reads older samples again and wraps at the capacity.
   bool setDelay(int d) noexcept VELLUMIC_NONBLOCKING;
 
-  // Takes `count` samples of each of the ring's channels; channels without an array get zeros.
-  void push(const ChannelArrays& arrays, int count) noexcept VELLUMIC_NONBLOCKING;
+  // Takes `count` samples of each of the ring's channels, from place `first` of the arrays on;
+  // channels without an array get zeros.
+  void push(const ChannelArrays& arrays, int count, int first = 0) noexcept VELLUMIC_NONBLOCKING;
 
   // False, with nothing copied, if fewer than `count` samples wait. Arrays beyond the ring's
   // channels stay as they were.
-  bool pop(ChannelArrays& arrays, int count) noexcept VELLUMIC_NONBLOCKING;
+  bool pop(ChannelArrays& arrays, int count, int first = 0) noexcept VELLUMIC_NONBLOCKING;
+
+  // As push and pop sample by sample: the arrays come back `delay` samples later.
+  void exchange(ChannelArrays& arrays, int count, int first = 0) noexcept VELLUMIC_NONBLOCKING;
 
   // Zeroes all samples and leaves the indices.
   void clear() noexcept VELLUMIC_NONBLOCKING;
@@ -50,6 +54,8 @@ class SampleRing {
 
  private:
   int wrapped(int index) const noexcept;
+  template <class Copy>
+  int forRuns(int from, int count, Copy copy) const noexcept;
 
   int readIndex_ = 0;
   int writeIndex_ = 0;

@@ -231,6 +231,37 @@ TEST(PipelineFlow, EveryDeviceRateComesThroughWithoutAGlitch) {
   }
 }
 
+TEST(PipelineFlow, RunsOfFramesGiveWhatSingleFramesGive) {
+  constexpr std::size_t microphones = 3, width = 5;
+  for (const float rate : {8000.0F, 16000.0F, 22050.0F, 44100.0F, 48000.0F}) {
+    PipelineRig single, runs;
+    const auto setLevelControl = [&](float on) {
+      for (PipelineRig* rig : {&single, &runs}) {
+        rig->set(Raw::levelControl, on);
+        rig->apply();
+      }
+    };
+    for (PipelineRig* rig : {&single, &runs}) {
+      rig->stream.deviceRate = rate;
+      rig->set(Raw::blockSize, 300.0F);
+      rig->begin(microphones);
+    }
+    Noise noise(8);
+    std::minstd_rand random(1);
+    std::vector<float> buffer;
+    for (int call = 0; call < 300; ++call) {
+      if (call % 100 == 60) setLevelControl(1.0F);
+      if (call % 100 == 99) setLevelControl(0.0F);
+      const std::size_t frames = 1 + random() % 300;
+      buffer = noise.take(frames * width);
+      auto expected = buffer;
+      for (std::size_t n = 0; n < frames; ++n) single.pipeline.processFrame(&expected[n * width]);
+      runs.pipeline.processFrames(buffer.data(), width, frames);
+      ASSERT_EQ(buffer, expected) << rate << ' ' << call;
+    }
+  }
+}
+
 TEST(PipelineFlow, DelayAt48kHzIsTheConvertersAndTwoBlocks) {
   PipelineRig rig;
   rig.stream.deviceRate = 48000.0F;

@@ -85,10 +85,11 @@ TEST(ResamplerBank, AnEmptyRingLeavesTheTargetAlone) {
   EXPECT_FALSE(bank.pop(target, 1));
   EXPECT_EQ(target[1][0], 0.5F);
   const std::array<float, 2> frame{0.25F, -0.25F};
-  int pushes = 0;
-  while (!bank.pushFrame(frame)) ++pushes;
+  int made = 0, pushes = 0;
+  const auto push = [&] { return bank.push({frame.data(), 0, 1, 2}, 1, {&made, 1}); };
+  while (push() == 0) ++pushes;
   EXPECT_EQ(pushes, bank.framesBeforeOutput());
-  for (int i = 0; i < 3000; ++i) bank.pushFrame(frame);
+  for (int i = 0; i < 3000; ++i) push();
   while (bank.pop(target, 1)) {
   }
   EXPECT_NEAR(target[1][0], -0.25F, 1e-6F);
