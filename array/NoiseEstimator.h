@@ -48,8 +48,6 @@ class NoiseEstimator {
   const NoiseEstimatorSettings& settings() const noexcept { return settings_; }
   int binCount() const noexcept { return static_cast<int>(S.size()); }
 
-  static constexpr float epsilon = 1e-10F;  // floor of all denominators
-
   bool resetPending = false;  // the next frame initializes the noise
   Eigen::ArrayXf S, minimumS;
   Eigen::ArrayXf S2, minimumS2;  // the second iteration: frames and bins with speech left out
@@ -57,18 +55,15 @@ class NoiseEstimator {
   Eigen::ArrayXf noiseUnbiased;
 
  private:
-  void smoothPower(const Eigen::ArrayXf& power) noexcept;
-  void smoothNoiseOnly(const Eigen::ArrayXf& power) noexcept;
-  void estimatePresence(const Eigen::ArrayXf& power, const Eigen::ArrayXf& previousClean) noexcept;
-
   NoiseEstimatorSettings settings_;
   float biasCompensation_ = 1.0F;  // beta, from gamma1
   std::unique_ptr<NoiseHistory> history_;
-  Eigen::ArrayXf mask_, maskedPower_, smoothed_, smoothedMask_, presence_;  // scratch
+  Eigen::ArrayXf mask_, maskedPower_, smoothed_, smoothedMask_;  // scratch
 };
 
-// Three taps (1/4, 1/2, 1/4) over the bins. At the edges the weights are (1/2, 1/4), losing a
-// quarter, in bin 0 and (1/2, 1/2) in the last bin. in and out: equal sizes, not the same array.
+// Three taps (1/4, 1/2, 1/4) over the bins, of which there are at least three. At the edges the
+// weights are (1/2, 1/4), losing a quarter, in bin 0 and (1/2, 1/2) in the last bin. in and out:
+// equal sizes, not the same array.
 void frequencySmooth(const Eigen::ArrayXf& in, Eigen::ArrayXf& out) noexcept VELLUMIC_NONBLOCKING;
 
 }  // namespace vellumic

@@ -2,6 +2,8 @@
 
 #include <bit>
 
+#include "array/kernels/Gain.h"
+
 namespace vellumic {
 
 NoisePostfilter::NoisePostfilter() : power_(Eigen::ArrayXf::Zero(size_ + 1)) {}
@@ -18,9 +20,12 @@ void NoisePostfilter::setSize(int newSize) {
 
 void NoisePostfilter::process(const Eigen::Ref<const Eigen::ArrayXcf>& input,
                               Eigen::Ref<Eigen::ArrayXcf> output) noexcept VELLUMIC_NONBLOCKING {
-  power_ = input.abs2();
+  const auto* in = reinterpret_cast<const float*>(input.data());
+  const auto bins = static_cast<int>(power_.size());
+  gainKernels().power(in, bins, power_.data());
   const Eigen::ArrayXf& noise = noiseEstimator.update(power_, spectralGain.cleanPower);
-  output = spectralGain.compute(power_, noise) * input;
+  const Eigen::ArrayXf& gain = spectralGain.compute(power_, noise);
+  gainKernels().apply(gain.data(), in, bins, reinterpret_cast<float*>(output.data()));
 }
 
 void NoisePostfilter::reset() noexcept VELLUMIC_NONBLOCKING {

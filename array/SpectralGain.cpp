@@ -4,6 +4,8 @@
 #include <cmath>
 #include <numbers>
 
+#include "array/kernels/Gain.h"
+
 namespace vellumic {
 namespace {
 
@@ -30,8 +32,7 @@ void SpectralGain::setBinCount(int bins) {
   fft_.prepare(length);
   impulse_.setZero(length);
   bins_.setZero(bins);
-  for (Eigen::ArrayXf* values : {&cleanPower, &noise_, &prior_, &pass_, &gain_})
-    values->setZero(bins);
+  for (Eigen::ArrayXf* values : {&cleanPower, &pass_, &gain_}) values->setZero(bins);
 }
 
 void SpectralGain::apply(const SpectralGainSettings& settings) noexcept VELLUMIC_NONBLOCKING {
@@ -40,26 +41,18 @@ void SpectralGain::apply(const SpectralGainSettings& settings) noexcept VELLUMIC
 
 const Eigen::ArrayXf& SpectralGain::compute(
     const Eigen::ArrayXf& power, const Eigen::ArrayXf& noise) noexcept VELLUMIC_NONBLOCKING {
-  const SpectralGainSettings& s = settings_;
-  noise_ = noise.max(epsilon);
-  prior_ = (1.0F - s.snrPole) * (power / noise_ - 1.0F).max(snrFloor);
-  if (!firstFrame) prior_ += s.snrPole * (cleanPower / noise_);
+  const GainKernels& kernels = gainKernels();
+  const auto bins = static_cast<int>(power.size());
+  kernels.passes(power.data(), noise.data(), firstFrame ? nullptr : cleanPower.data(), bins,
+                 settings_, snrFloor, pass_.data());
   firstFrame = false;
-
-  pass_ = (prior_ / (prior_ + s.offset1).max(epsilon)).pow(s.exponent1).max(s.floor1);
-  prior_ = power * pass_.square() / noise_;
-  pass_ = (prior_ / (prior_ + s.offset2).max(epsilon)).pow(s.exponent2).max(s.floor2);
-  shape();
-
+  const float energyFactor = shape();
   // What is not finite may be heard in this frame but does not stay.
-  cleanPower = power * gain_.square();
-  for (float& value : cleanPower) {
-    if (!std::isfinite(value)) value = 0.0F;
-  }
+  kernels.finish(power.data(), bins, energyFactor, gain_.data(), cleanPower.data());
   return gain_;
 }
 
-void SpectralGain::shape() noexcept {
+float SpectralGain::shape() noexcept {
   const float energy = meanSquare(pass_);
   bins_ = pass_.cast<std::complex<float>>();
   fft_.inverse(bins_.data(), impulse_.data());
@@ -67,9 +60,10 @@ void SpectralGain::shape() noexcept {
   impulse_.head(half) *= window.tail(half);
   impulse_.tail(half) *= window.head(half);
   fft_.forward(impulse_.data(), bins_.data());
-  gain_ = bins_.abs();
-  const float shapedEnergy = std::max(meanSquare(gain_), epsilon);
-  gain_ *= std::sqrt(std::max(energy / shapedEnergy, 0.0F));
+  gainKernels().magnitude(reinterpret_cast<const float*>(bins_.data()),
+                          static_cast<int>(gain_.size()), gain_.data());
+  const float shapedEnergy = std::max(meanSquare(gain_), gainEpsilon);
+  return std::sqrt(std::max(energy / shapedEnergy, 0.0F));
 }
 
 }  // namespace vellumic

@@ -27,22 +27,22 @@ class SpectralGain {
 
   const SpectralGainSettings& settings() const noexcept { return settings_; }
 
-  static constexpr float epsilon = 1e-10F;  // floor of all denominators
-  static constexpr float snrFloor = 0.0F;   // least instantaneous signal-to-noise ratio
+  static constexpr float snrFloor = 0.0F;  // least instantaneous signal-to-noise ratio
 
   bool firstFrame = true;
   Eigen::ArrayXf window;      // symmetric Hamming, 2 * binCount - 2
   Eigen::ArrayXf cleanPower;  // gain^2 * power of the last frame
 
  private:
-  // Windows the impulse response of `pass_` about its peak and keeps the energy of the curve.
-  void shape() noexcept;
+  // Windows the impulse response of `pass_` about its peak, into `gain_`. Returns the factor that
+  // keeps the energy of the curve.
+  float shape() noexcept;
 
   SpectralGainSettings settings_;
   Fft fft_;
-  Eigen::ArrayXf noise_, prior_, pass_, gain_;  // binCount
-  Eigen::ArrayXf impulse_;                      // 2 * binCount - 2
-  Eigen::ArrayXcf bins_;                        // binCount
+  Eigen::ArrayXf pass_, gain_;  // binCount
+  Eigen::ArrayXf impulse_;      // 2 * binCount - 2
+  Eigen::ArrayXcf bins_;        // binCount
 };
 
 }  // namespace vellumic

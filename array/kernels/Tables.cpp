@@ -1,6 +1,8 @@
 // The tables by which the kernels of this folder are reached; compiled once, for every machine.
 #include "array/kernels/Activity.h"
 #include "array/kernels/Beam.h"
+#include "array/kernels/Gain.h"
+#include "array/kernels/NoiseEstimation.h"
 #include "array/kernels/PrincipalVectors.h"
 #include "platform/InstructionSet.h"
 
@@ -19,6 +21,16 @@ const ActivityKernels& activityKernels() noexcept {
 
 const BeamKernels& beamKernels() noexcept {
   static constexpr KernelTable<BeamKernels> table{{&base::beam, &fast::beam}};
+  return table.chosen();
+}
+
+const GainKernels& gainKernels() noexcept {
+  static constexpr KernelTable<GainKernels> table{{&base::gain, &fast::gain}};
+  return table.chosen();
+}
+
+const NoiseKernels& noiseKernels() noexcept {
+  static constexpr KernelTable<NoiseKernels> table{{&base::noise, &fast::noise}};
   return table.chosen();
 }
 
