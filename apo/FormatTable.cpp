@@ -61,7 +61,6 @@ constexpr std::array<MarkedPair, 10> captureTable{{
     {Kind::plain, {1, 0x0}, {2, 0x0}, true},
     {Kind::extensible, {1, 0x4}, {2, 0x3}, true},
 }};
-constexpr std::array<GUID, 3> markedModes{modeDefault, modeRaw, modeSpeech};
 constexpr std::array<std::uint32_t, 3> markedRates{16000, 44100, 48000};
 
 // What of a format the matrix is indexed by.
@@ -126,7 +125,7 @@ std::vector<std::uint8_t> filled(bool endpointEffect) {
     const auto kind = static_cast<std::size_t>(pair.kind);
     const std::size_t input = recordPosition(pair.kind, pair.input).value();
     const std::size_t output = recordPosition(pair.kind, pair.output).value();
-    for (const GUID& mode : markedModes)
+    for (const GUID& mode : acceptedModes)
       for (const std::uint32_t hertz : markedRates) {
         const std::size_t rate = ratePosition(hertz).value();
         matrix[offset(static_cast<std::size_t>(modeIndex(mode)), {rate, kind, input},

@@ -40,6 +40,9 @@ inline constexpr std::array<NamedMode, 7> processingModes{{
     {modeNotification, ProcessingMode::notification},
 }};
 
+// Those in which the effects accept any format.
+inline constexpr std::array<GUID, 3> acceptedModes{modeDefault, modeRaw, modeSpeech};
+
 // -1 for any other id.
 inline int modeIndex(const GUID& id) noexcept {
   for (std::size_t i = 0; i < processingModes.size(); ++i)

@@ -13,6 +13,9 @@ inline constexpr wchar_t audioClassPath[] =
     L"SYSTEM\\CurrentControlSet\\Control\\Class\\{4D36E96C-E325-11CE-BFC1-08002BE10318}";
 inline constexpr wchar_t renderEndpointsPath[] =
     L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices\\Audio\\Render\\";
+inline constexpr wchar_t captureEndpointsPath[] =
+    L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices\\Audio\\Capture\\";
+inline constexpr wchar_t attachmentsPath[] = L"SOFTWARE\\Mirandor\\Vellumic\\Attached\\";
 inline constexpr wchar_t effectsSuffix[] = L"\\FxProperties";
 
 // KSNODETYPE_SPEAKER: names the parameter tree, whatever the device.

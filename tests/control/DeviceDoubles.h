@@ -233,6 +233,7 @@ class FakeDevice : public Double<IMMDevice> {
   FakeVolume volume;
   FakeClient client;
   bool activates = true, tellsId = true;
+  DWORD state = DEVICE_STATE_ACTIVE;
 
   HRESULT STDMETHODCALLTYPE Activate(REFIID wanted, DWORD, PROPVARIANT*, void** object) override {
     *object = nullptr;
@@ -250,8 +251,8 @@ class FakeDevice : public Double<IMMDevice> {
     std::copy_n(id.c_str(), id.size() + 1, *text);
     return S_OK;
   }
-  HRESULT STDMETHODCALLTYPE GetState(DWORD* state) override {
-    *state = DEVICE_STATE_ACTIVE;
+  HRESULT STDMETHODCALLTYPE GetState(DWORD* now) override {
+    *now = state;
     return S_OK;
   }
   ULONG allReferences() const {

@@ -4,7 +4,10 @@
 #include <exception>
 
 #include "tools/OutputFile.h"
+#include "tools/ctl/AttachCommand.h"
 #include "tools/ctl/CtlOptions.h"
+#include "tools/ctl/DoctorCommand.h"
+#include "tools/ctl/EndpointsCommand.h"
 #include "tools/ctl/SettingsCommands.h"
 #include "tools/ctl/StatusCommand.h"
 #include "tools/ctl/VolumeCommand.h"
@@ -33,6 +36,14 @@ void run(const CtlOptions& options) {
       return showVolume(options.device);
     case mute:
       return showMute(options.device);
+    case endpoints:
+      return listEndpoints(options.json);
+    case attach:
+      return attachEffects(options);
+    case detach:
+      return detachEffects(options);
+    case doctor:
+      return runDoctor(options);
   }
 }
 

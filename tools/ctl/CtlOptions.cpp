@@ -10,7 +10,8 @@ namespace {
 
 constexpr std::size_t mostDigits = 9;
 constexpr const char* description =
-    "Reads and writes the settings of the capture effects, and shows which effects run.";
+    "Attaches the capture effects to microphones, reads and writes their settings, shows which "
+    "run.";
 constexpr const char* footer = R"(
 Commands:
   settings list
@@ -22,6 +23,10 @@ Commands:
   status [--watch] [--json] [--seconds S]
   volume [DEVICE]
   mute [DEVICE]
+  endpoints [--json]
+  attach DEVICE [--class LIST] [--mode LIST] [--keep | --replace] [--dry-run] [--restart]
+  detach DEVICE [--dry-run] [--restart]
+  doctor [DEVICE] [--json]
 
 N is the number of a setting; without it the active one is meant. A changed setting is checked as
 a whole, written as a whole, made the active one, and then told to the running effects. Writing
@@ -37,6 +42,8 @@ Examples:
   vellumic-ctl status --watch
   vellumic-ctl status --json
   vellumic-ctl volume
+  vellumic-ctl attach Array --class mfx --dry-run
+  vellumic-ctl doctor Array
 Exit code: 0, or 1 after one line that says what is wrong and how to mend it.)";
 
 bool isNumber(const std::string& text) {
@@ -134,6 +141,38 @@ CLI::Option* addRest(CLI::App& app, CtlOptions& options, Words& words) {
   return seconds;
 }
 
+void addMachine(CLI::App& app, CtlOptions& options) {
+  using enum CtlCommand;
+  CLI::App* list = addCommand(app, options, endpoints, "endpoints",
+                              "microphones, their formats, and what is attached");
+  CLI::App* on = addCommand(app, options, attach, "attach", "put effects on a microphone");
+  CLI::App* off = addCommand(app, options, detach, "detach", "put back what was there before");
+  CLI::App* check =
+      addCommand(app, options, doctor, "doctor", "check every link from the library to the sound");
+  for (CLI::App* level : {on, off, check})
+    level->add_option("DEVICE", options.device, "part of a name or id")
+        ->required(level != check)
+        ->option_text(" ");
+  on->add_option("--class", options.classes, "effects to attach")
+      ->delimiter(',')
+      ->check(CLI::IsMember({"efx", "mfx", "kdmfx"}))
+      ->option_text("LIST [efx,mfx]");
+  on->add_option("--mode", options.modes, "modes that they stream in")
+      ->delimiter(',')
+      ->check(CLI::IsMember({"default", "raw", "speech"}))
+      ->option_text("LIST [default,raw,speech]");
+  auto* keep = on->add_flag("--keep", options.keep, "chain behind the driver's own effects");
+  on->add_flag("--replace", options.replace, "in place of the driver's own effects")
+      ->excludes(keep);
+  on->add_option("--backup", options.backupFile, "where to keep what was there")
+      ->option_text("FILE.reg");
+  for (CLI::App* level : {on, off}) {
+    level->add_flag("--dry-run", options.dryRun, "only show what would be written");
+    level->add_flag("--restart", options.restart, "restart the audio services");
+  }
+  for (CLI::App* level : {list, check}) level->add_flag("--json", options.json, "one line of JSON");
+}
+
 void printHelp(const CLI::App& app) {
   const bool all = app.get_subcommands().empty();
   std::cout << app.help("", all ? CLI::AppFormatMode::All : CLI::AppFormatMode::Normal);
@@ -161,6 +200,7 @@ std::optional<CtlOptions> parseCtlOptions(int argc, const char* const* argv) {
   app.require_subcommand(1);
   addSettings(app, options, words);
   const CLI::Option* seconds = addRest(app, options, words);
+  addMachine(app, options);
   checkCommands(app, argc, argv);
   try {
     app.parse(argc, argv);

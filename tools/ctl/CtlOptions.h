@@ -17,7 +17,11 @@ enum class CtlCommand {
   activateSetting,
   status,
   volume,
-  mute
+  mute,
+  endpoints,
+  attach,
+  detach,
+  doctor
 };
 
 struct CtlOptions {
@@ -29,6 +33,10 @@ struct CtlOptions {
   bool watch = false, json = false;
   std::optional<double> seconds;
   std::string device;  // a part of an endpoint's name or id; empty: the default microphone
+  std::vector<std::string> classes{"efx", "mfx"}, modes{"default", "raw", "speech"};
+  bool replace = false, keep = false;  // other effects in the same place
+  bool restart = false, dryRun = false;
+  std::string backupFile;
 };
 
 // what() is one line for the user: the file, key or option, what is wrong and how to mend it.

@@ -1,21 +1,13 @@
 #include "tools/ctl/StatusReport.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 
-#include "apo/ProcessingModes.h"
+#include "tools/ctl/Json.h"
+#include "tools/ctl/ModeNames.h"
 #include "tools/ctl/TextConversion.h"
 
 namespace vellumic::tools {
 namespace {
-
-const char* modeName(const GUID& id) {
-  constexpr std::array<const char*, processingModes.size()> names{
-      "default", "raw", "speech", "communications", "media", "movie", "notification"};
-  const int position = modeIndex(id);
-  return position < 0 ? nullptr : names[static_cast<std::size_t>(position)];
-}
 
 // The fields of a block as texts; "-" or 0 where the effect has not filled them.
 struct Row {
@@ -31,15 +23,12 @@ std::string present(std::uint8_t flag, const StatusText& text) {
 
 Row rowOf(const SeenObject& object) {
   const StatusBlock& block = object.block;
-  const char* const mode = modeName(block.processingMode);
   const bool hasVersion = block.majorPresent != 0 && block.minorPresent != 0;
   Row row{.className = present(block.friendlyNamePresent, block.friendlyName),
           .instance = guidText(block.instance),
           .endpoint = guidText(block.endpoint),
           .deviceId = present(block.deviceIdPresent, block.deviceId),
-          .mode = block.modePresent == 0 ? "-"
-                  : mode                 ? mode
-                                         : guidText(block.processingMode),
+          .mode = block.modePresent == 0 ? "-" : modeText(block.processingMode),
           .version = hasVersion ? std::to_string(block.majorVersion) + "." +
                                       std::to_string(block.minorVersion)
                                 : "-",
@@ -53,39 +42,6 @@ Row rowOf(const SeenObject& object) {
 std::size_t aliveCount(const StatusFacts& facts) {
   return static_cast<std::size_t>(std::ranges::count(facts.objects, true, &SeenObject::alive));
 }
-
-std::string quoted(const std::string& text) {
-  std::string result = "\"";
-  for (const char c : text) {
-    std::array<char, 8> escape{};
-    const auto code = static_cast<unsigned char>(c);
-    if (c == '"' || c == '\\')
-      result.append(1, '\\').append(1, c);
-    else if (code < 0x20)
-      result.append(escape.data(), static_cast<std::size_t>(std::snprintf(
-                                       escape.data(), escape.size(), "\\u%04x", unsigned{code})));
-    else
-      result += c;
-  }
-  return result + '"';
-}
-
-// "key": value, in that order.
-class JsonObject {
- public:
-  JsonObject& add(const char* key, const std::string& value) {
-    text_.append(text_.empty() ? "" : ", ").append(quoted(key)).append(": ").append(value);
-    return *this;
-  }
-  JsonObject& add(const char* key, bool value) {
-    return add(key, std::string(value ? "true" : "false"));
-  }
-  JsonObject& addText(const char* key, const std::string& value) { return add(key, quoted(value)); }
-  [[nodiscard]] std::string text() const { return "{" + text_ + "}"; }
-
- private:
-  std::string text_;
-};
 
 }  // namespace
 

@@ -5,79 +5,18 @@
 #include <cmath>
 #include <cstdio>
 
-#include "control/ComPtr.h"
-#include "control/DeviceProperties.h"
 #include "control/HandleVolumeNotification.h"
-#include "tools/ctl/CtlOptions.h"
+#include "tools/ctl/Microphones.h"
 #include "tools/ctl/TextConversion.h"
 
 namespace vellumic::tools {
 namespace {
 
-constexpr PROPERTYKEY friendlyNameKey = {
-    {0xA45C254E, 0xDF1C, 0x4EFD, {0x80, 0x20, 0x67, 0xD1, 0x46, 0xA8, 0x50, 0xE0}}, 14};
-
-class Apartment {
- public:
-  Apartment() : result_(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
-  ~Apartment() {
-    if (SUCCEEDED(result_)) CoUninitialize();
-  }
-  Apartment(const Apartment&) = delete;
-  Apartment& operator=(const Apartment&) = delete;
-
- private:
-  HRESULT result_;
-};
-
-struct Microphone {
-  std::wstring id, name;
-};
-
-Microphone describe(IMMDevice& device) {
-  Microphone microphone;
-  wchar_t* id = nullptr;
-  if (SUCCEEDED(device.GetId(&id)) && id != nullptr) microphone.id = id;
-  CoTaskMemFree(id);
-  ComPtr<IPropertyStore> properties;
-  PropertyValue name;
-  if (SUCCEEDED(device.OpenPropertyStore(STGM_READ, properties.put())) &&
-      SUCCEEDED(properties->GetValue(friendlyNameKey, name.put())) && name.text())
-    microphone.name = name.text();
-  return microphone;
-}
-
-Microphone findMicrophone(const std::string& wanted) {
-  HRESULT result = S_OK;
-  const auto enumerator = createDeviceEnumerator(result);
-  if (!enumerator) throw CtlError("audio devices: cannot be listed; is the audio service running?");
-  ComPtr<IMMDevice> device;
-  if (wanted.empty()) {
-    if (FAILED(enumerator->GetDefaultAudioEndpoint(eCapture, eConsole, device.put())))
-      throw CtlError("default microphone: there is none; connect one or name DEVICE");
-    return describe(*device.get());
-  }
-  ComPtr<IMMDeviceCollection> all;
-  UINT count = 0;
-  if (SUCCEEDED(enumerator->EnumAudioEndpoints(eCapture, DEVICE_STATE_ACTIVE, all.put())))
-    all->GetCount(&count);
-  for (UINT i = 0; i < count; ++i) {
-    if (FAILED(all->Item(i, device.put()))) continue;
-    Microphone microphone = describe(*device.get());
-    const std::wstring part = wide(wanted);
-    if (microphone.name.find(part) != std::wstring::npos ||
-        microphone.id.find(part) != std::wstring::npos)
-      return microphone;
-  }
-  throw CtlError("device " + wanted + ": no active microphone has this in its name or id (" +
-                 std::to_string(count) + " are active)");
-}
-
 // Prints what the reader finds, as an effect that starts now would.
 template <class Print>
 void withVolume(const std::string& device, Print print) {
   const Apartment apartment;
-  const Microphone microphone = findMicrophone(device);
+  const Microphone microphone = findMicrophone(device, DEVICE_STATE_ACTIVE);
   CHandleVolumeNotification volume;
   volume.add([](const std::wstring&) {}, nullptr, microphone.id);
   std::printf("%s  %s\n", utf8(microphone.name).c_str(), utf8(microphone.id).c_str());

@@ -1,0 +1,171 @@
+#include "tools/ctl/AttachCommand.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <optional>
+
+#include "apo/ProcessingModes.h"
+#include "tools/ctl/Attachment.h"
+#include "tools/ctl/AudioServices.h"
+#include "tools/ctl/Microphones.h"
+#include "tools/ctl/ModeNames.h"
+#include "tools/ctl/TextConversion.h"
+
+namespace vellumic::tools {
+namespace {
+
+AttachRequest requestOf(const CtlOptions& options) {
+  AttachRequest request;
+  request.others = options.replace ? OtherEffects::replace
+                   : options.keep  ? OtherEffects::keep
+                                   : OtherEffects::refuse;
+  for (const EffectSlot& slot : effectSlots)
+    if (std::ranges::count(options.classes, slot.name)) request.slots.push_back(&slot);
+  for (const GUID& mode : acceptedModes)
+    if (std::ranges::count(options.modes, modeText(mode))) request.modes.push_back(mode);
+  return request;
+}
+
+std::string valueText(const std::optional<RegistryValue>& value) {
+  if (!value) return "nothing";
+  std::string text;
+  for (const std::wstring& one : textsOf(*value)) text += (text.empty() ? "" : " ") + utf8(one);
+  return text.empty() ? "empty" : text;
+}
+
+void printPlan(const Microphone& microphone, const std::vector<ValueChange>& changes) {
+  std::printf("%s %s, in HKEY_LOCAL_MACHINE\\%s:\n", utf8(microphone.name).c_str(),
+              utf8(microphone.guid).c_str(), utf8(effectPropertiesPath(microphone.guid)).c_str());
+  for (const ValueChange& change : changes)
+    std::printf("  %s\n      from %s\n      to   %s\n", utf8(change.name).c_str(),
+                valueText(change.before).c_str(), valueText(change.after).c_str());
+  std::fflush(stdout);
+}
+
+RegistryValues changed(RegistryValues values, const std::vector<ValueChange>& changes) {
+  for (const ValueChange& change : changes) {
+    if (change.after)
+      values[change.name] = *change.after;
+    else
+      values.erase(change.name);
+  }
+  return values;
+}
+
+// Never over an older file, and never half of it.
+std::string writeBackup(const CtlOptions& options, const Microphone& microphone,
+                        const RegistryValues& values, const std::vector<ValueChange>& changes) {
+  std::vector<std::wstring> added;
+  for (const ValueChange& change : changes)
+    if (!change.before) added.push_back(change.name);
+  const std::wstring text = regFileText(effectPropertiesPath(microphone.guid), values, added);
+  const std::wstring stem = L"before-" + microphone.guid;
+  std::wstring file = options.backupFile.empty() ? stem + L".reg" : wide(options.backupFile);
+  HANDLE opened = INVALID_HANDLE_VALUE;
+  for (int number = 2; number < 1000; ++number) {
+    opened = CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL,
+                         nullptr);
+    if (opened != INVALID_HANDLE_VALUE || GetLastError() != ERROR_FILE_EXISTS ||
+        !options.backupFile.empty())
+      break;
+    file = stem + L"-" + std::to_wstring(number) + L".reg";
+  }
+  if (opened == INVALID_HANDLE_VALUE)
+    throw CtlError(utf8(file) + ": cannot be made (error " + std::to_string(GetLastError()) +
+                   "); name a new file with --backup FILE.reg");
+  const KernelHandle handle(opened);
+  const auto bytes = static_cast<DWORD>(text.size() * sizeof(wchar_t));
+  DWORD written = 0;
+  if (!WriteFile(opened, text.data(), bytes, &written, nullptr) || written != bytes) {
+    FILE_DISPOSITION_INFO dispose = {TRUE};
+    SetFileInformationByHandle(opened, FileDispositionInfo, &dispose, sizeof dispose);
+    throw CtlError(utf8(file) + ": cannot be written; is the disk full?");
+  }
+  return utf8(file);
+}
+
+void finish(const CtlOptions& options) {
+  if (!options.restart) {
+    std::printf("It acts after a restart of the audio services (--restart, or by hand):\n  %s\n",
+                restartByHand);
+    return;
+  }
+  restartAudioServices();
+  std::puts("The audio services were started anew.");
+}
+
+std::vector<ValueChange> wayBack(const RegistryValues& now,
+                                 const std::optional<Attachment>& attachment,
+                                 std::vector<std::string>& notes) {
+  return attachment ? detachChanges(now, attachment->changes, notes) : std::vector<ValueChange>{};
+}
+
+void printNotes(const std::vector<std::string>& notes) {
+  for (const std::string& note : notes) std::printf("  %s\n", note.c_str());
+}
+
+}  // namespace
+
+void attachEffects(const CtlOptions& options) {
+  const Apartment apartment;
+  const Microphone microphone = findMicrophone(options.device, DEVICE_STATEMASK_ALL);
+  std::optional<AttachmentWriter> writer;
+  if (!options.dryRun) writer.emplace();
+  const RegistryValues now = readEffectProperties(microphone.guid).value_or(RegistryValues{});
+  const auto older = readAttachment(microphone.guid);
+  // An earlier attachment is taken back first; everything is worked out before the first write.
+  std::vector<std::string> notes;
+  const auto back = wayBack(now, older, notes);
+  const RegistryValues base = changed(now, back);
+  const auto changes = attachChanges(base, requestOf(options));
+  if (changed(base, changes) == now && (!older || older->whole)) {
+    std::printf("%s is attached like this already; nothing was changed.\n",
+                utf8(microphone.name).c_str());
+    return;
+  }
+  if (older) {
+    std::puts("First the earlier attachment is taken back:");
+    printPlan(microphone, back);
+    printNotes(notes);
+  }
+  printPlan(microphone, changes);
+  if (options.dryRun) {
+    std::puts("Nothing was written (--dry-run).");
+    return;
+  }
+  const std::string backup = writeBackup(options, microphone, base, changes);
+  std::printf("What was there before is in %s.\n", backup.c_str());
+  if (older) writer->detach(microphone.guid, *older, back);
+  writer->attach(microphone.guid, changes);
+  std::puts("Attached; vellumic-ctl detach takes it back, vellumic-ctl doctor checks the rest.");
+  finish(options);
+}
+
+void detachEffects(const CtlOptions& options) {
+  const Apartment apartment;
+  const Microphone microphone = findMicrophone(options.device, DEVICE_STATEMASK_ALL);
+  std::optional<AttachmentWriter> writer;
+  if (!options.dryRun) writer.emplace();
+  const RegistryValues now = readEffectProperties(microphone.guid).value_or(RegistryValues{});
+  const auto attachment = readAttachment(microphone.guid);
+  if (!attachment)
+    throw CtlError(utf8(microphone.name) + " " + utf8(microphone.guid) + ": " +
+                   (attachedEffects(now).empty()
+                        ? "nothing of Vellumic is attached"
+                        : "was not attached by vellumic-ctl; undo it by the means that did"));
+  std::vector<std::string> notes;
+  const auto changes = wayBack(now, attachment, notes);
+  printPlan(microphone, changes);
+  printNotes(notes);
+  if (options.dryRun) {
+    std::puts("Nothing was written (--dry-run).");
+    return;
+  }
+  writer->detach(microphone.guid, *attachment, changes);
+  std::puts("Detached.");
+  finish(options);
+}
+
+}  // namespace vellumic::tools
