@@ -196,7 +196,7 @@ TEST(CtlAttachErrors, LeaveEverythingAsItWas) {
       {{}, {"--class", "gfx"}, "gfx not in {efx,mfx,kdmfx}"},
       {{}, {"--mode", "movie"}, "movie not in {default,raw,speech}"},
       {{}, {"--keep", "--replace"}, "excludes"},
-      {{}, {"--backup", "C:\\no\\such\\folder.reg"}, "folder.reg: cannot be made (error 3)"},
+      {{}, {"--backup", "C:\\no\\such\\folder.reg"}, "folder.reg: cannot be written whole"},
   };
   for (const Refusal& refusal : refusals) {
     const Endpoint endpoint;

@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <optional>
 
 #include "apo/ProcessingModes.h"
+#include "tools/OutputFile.h"
 #include "tools/ctl/Attachment.h"
 #include "tools/ctl/AudioServices.h"
 #include "tools/ctl/Microphones.h"
@@ -54,36 +56,21 @@ RegistryValues changed(RegistryValues values, const std::vector<ValueChange>& ch
   return values;
 }
 
-// Never over an older file, and never half of it.
+// Never over an older file.
 std::string writeBackup(const CtlOptions& options, const Microphone& microphone,
                         const RegistryValues& values, const std::vector<ValueChange>& changes) {
   std::vector<std::wstring> added;
   for (const ValueChange& change : changes)
     if (!change.before) added.push_back(change.name);
   const std::wstring text = regFileText(effectPropertiesPath(microphone.guid), values, added);
-  const std::wstring stem = L"before-" + microphone.guid;
-  std::wstring file = options.backupFile.empty() ? stem + L".reg" : wide(options.backupFile);
-  HANDLE opened = INVALID_HANDLE_VALUE;
-  for (int number = 2; number < 1000; ++number) {
-    opened = CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL,
-                         nullptr);
-    if (opened != INVALID_HANDLE_VALUE || GetLastError() != ERROR_FILE_EXISTS ||
-        !options.backupFile.empty())
-      break;
-    file = stem + L"-" + std::to_wstring(number) + L".reg";
-  }
-  if (opened == INVALID_HANDLE_VALUE)
-    throw CtlError(utf8(file) + ": cannot be made (error " + std::to_string(GetLastError()) +
-                   "); name a new file with --backup FILE.reg");
-  const KernelHandle handle(opened);
-  const auto bytes = static_cast<DWORD>(text.size() * sizeof(wchar_t));
-  DWORD written = 0;
-  if (!WriteFile(opened, text.data(), bytes, &written, nullptr) || written != bytes) {
-    FILE_DISPOSITION_INFO dispose = {TRUE};
-    SetFileInformationByHandle(opened, FileDispositionInfo, &dispose, sizeof dispose);
-    throw CtlError(utf8(file) + ": cannot be written; is the disk full?");
-  }
-  return utf8(file);
+  const std::string stem = "before-" + utf8(microphone.guid);
+  std::string file = options.backupFile.empty() ? stem + ".reg" : options.backupFile;
+  if (!options.backupFile.empty() && std::filesystem::exists(file))
+    throw CtlError(file + ": exists already; name a new file with --backup");
+  for (int number = 2; std::filesystem::exists(file); ++number)
+    file = stem + "-" + std::to_string(number) + ".reg";
+  writeWholeFile(file, {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)});
+  return file;
 }
 
 void finish(const CtlOptions& options) {

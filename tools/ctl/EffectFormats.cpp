@@ -49,7 +49,8 @@ std::string refusalOf(const EffectSlot& slot, const WAVEFORMATEXTENSIBLE& wave) 
   if (!accepts(slot, other)) return "16000, 44100 or 48000 Hz";
   if (wave.Format.wFormatTag == WAVE_FORMAT_EXTENSIBLE) {
     other = wave;
-    constexpr std::array<const char*, 3> texts{"speakers 0x4", "speakers 0x3", "speakers 0x0"};
+    constexpr std::array<const char*, 3> texts{"speakers 0x4", "speakers 0x3",
+                                               "no speaker positions (its driver decides)"};
     constexpr std::array<DWORD, 3> masks{4, 3, 0};
     for (std::size_t i = 0; i < masks.size(); ++i) {
       other.dwChannelMask = masks[i];
