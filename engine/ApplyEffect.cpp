@@ -14,16 +14,26 @@ VELLUMIC_RT_CODE EffectMode modeOf(ConstImageView image) noexcept {
 }
 
 // The bound is compared as a float, so that a channel count that is not a number trims nothing.
-VELLUMIC_RT_CODE void trim(float* slots, float gain, float channels) noexcept {
-  for (int slot = 0; slot < slotCount && static_cast<float>(slot) < channels; ++slot)
-    slots[slot] *= gain;
+VELLUMIC_RT_CODE void trim(const FrameRun& run, float gain, float channels) noexcept {
+  if (gain == 1.0F) return;
+  std::size_t trimmed = 0;
+  while (trimmed < run.width && static_cast<float>(trimmed) < channels) ++trimmed;
+  float* slots = run.slots;
+  for (std::size_t n = 0; n < run.frames; ++n, slots += run.width)
+    for (std::size_t slot = 0; slot < trimmed; ++slot) slots[slot] *= gain;
 }
 
-VELLUMIC_RT_CODE void runPipeline(FrameEngine& engine, EffectMode mode, float* slots) noexcept {
+VELLUMIC_RT_CODE void runPipeline(FrameEngine& engine, EffectMode mode,
+                                  const FrameRun& run) noexcept {
   if (mode == EffectMode::array)
-    engine.pipeline.processFrame(slots);
+    engine.pipeline.processFrames(run.slots, run.width, run.frames);
   else
-    engine.pipeline.processFrame12(slots);
+    engine.pipeline.processFrames12(run.slots, run.width, run.frames);
+}
+
+// One frame of a fade.
+VELLUMIC_RT_CODE FrameRun frameOf(const FadeSide& side) noexcept {
+  return {side.slots, slotCount, 1};
 }
 
 VELLUMIC_RT_CODE bool isArrayMode(ConstImageView image, ConstMaskView mask) noexcept {
@@ -32,38 +42,49 @@ VELLUMIC_RT_CODE bool isArrayMode(ConstImageView image, ConstMaskView mask) noex
   return mode == EffectMode::array || mode == EffectMode::arrayFourChannel;
 }
 
-VELLUMIC_RT_CODE void trimInput(const FadeSide& side) noexcept {
-  trim(side.slots, side.image[Entry::inputGain], side.image[Entry::inputChannels]);
+VELLUMIC_RT_CODE void trimInput(const FrameRun& run, ConstImageView image) noexcept {
+  trim(run, image[Entry::inputGain], image[Entry::inputChannels]);
 }
-VELLUMIC_RT_CODE void trimOutput(const FadeSide& side) noexcept {
-  trim(side.slots, side.image[Entry::outputGain], side.image[Entry::inputChannels]);
+VELLUMIC_RT_CODE void trimOutput(const FrameRun& run, ConstImageView image) noexcept {
+  trim(run, image[Entry::outputGain], image[Entry::inputChannels]);
 }
 
-VELLUMIC_RT_CODE void applySide(FrameEngine& engine, const FadeSide& side) noexcept {
-  if (side.mask[Entry::effectEnable] == 0) return;
-  const EffectMode mode = modeOf(side.image);
+VELLUMIC_RT_CODE void applySet(FrameEngine& engine, const FrameRun& run, ConstImageView image,
+                               ConstMaskView mask, bool runsPipeline) noexcept {
+  if (mask[Entry::effectEnable] == 0) return;
+  const EffectMode mode = modeOf(image);
   switch (mode) {
     case EffectMode::array:
     case EffectMode::arrayFourChannel:
-      trimInput(side);
-      if (side.runsPipeline) runPipeline(engine, mode, side.slots);
-      trimOutput(side);
+      trimInput(run, image);
+      if (runsPipeline) runPipeline(engine, mode, run);
+      trimOutput(run, image);
       break;
     case EffectMode::equalizer:
-      engine.equalizer.process(side.slots);
+      if (run.frames == 1)
+        engine.equalizer.process(run.slots);
+      else
+        engine.equalizer.processFrames(run.slots, run.width, run.frames);
       break;
   }
 }
 
-}  // namespace
-
-VELLUMIC_RT_CODE void applyEffect(FrameEngine& engine, float* slots, ConstImageView image,
-                                  ConstMaskView mask) noexcept {
-  applySide(engine, {slots, image, mask, engine.runsPipeline});
+VELLUMIC_RT_CODE void applySide(FrameEngine& engine, const FadeSide& side) noexcept {
+  applySet(engine, frameOf(side), side.image, side.mask, side.runsPipeline);
 }
 
-VELLUMIC_RT_CODE bool isEqualizerOnly(ConstImageView image, ConstMaskView mask) noexcept {
-  return mask[Entry::effectEnable] != 0 && modeOf(image) == EffectMode::equalizer;
+}  // namespace
+
+VELLUMIC_RT_CODE void applyEffect(FrameEngine& engine, const FrameRun& run, ConstImageView image,
+                                  ConstMaskView mask) noexcept {
+  applySet(engine, run, image, mask, engine.runsPipeline);
+}
+
+VELLUMIC_RT_CODE std::size_t runWidth(const FrameEngine& engine, ConstImageView image,
+                                      ConstMaskView mask, std::uint32_t channels) noexcept {
+  if (isArrayMode(image, mask)) return slotCount;
+  const std::size_t even = (std::size_t{channels} + 1) / 2 * 2;
+  return std::clamp<std::size_t>(even, 2 * engine.equalizer.pairs().size(), slotCount);
 }
 
 VELLUMIC_RT_CODE FadeSide outgoingSide(FrameEngine& engine, ConstImageView image,
@@ -85,13 +106,13 @@ VELLUMIC_RT_CODE void applyEffects(FrameEngine& engine, const FadeSide& outgoing
     applySide(engine, incoming);
     return;
   }
-  trimInput(outgoing);
-  trimInput(incoming);
+  trimInput(frameOf(outgoing), outgoing.image);
+  trimInput(frameOf(incoming), incoming.image);
   mixPositions(outgoing.slots, incoming.slots, weight);
-  runPipeline(engine, modeOf(outgoing.image), outgoing.slots);
+  runPipeline(engine, modeOf(outgoing.image), frameOf(outgoing));
   std::copy_n(outgoing.slots, slotCount, incoming.slots);
-  trimOutput(outgoing);
-  trimOutput(incoming);
+  trimOutput(frameOf(outgoing), outgoing.image);
+  trimOutput(frameOf(incoming), incoming.image);
 }
 
 }  // namespace vellumic

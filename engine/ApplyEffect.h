@@ -1,5 +1,8 @@
-// One frame through the effect of a parameter set. Real-time safe.
+// Frames through the effect of a parameter set. Real-time safe.
 #pragma once
+
+#include <cstddef>
+#include <cstdint>
 
 #include "engine/SlotMap.h"
 #include "parameters/Image.h"
@@ -8,15 +11,22 @@ namespace vellumic {
 
 class FrameEngine;
 
-// Through the set in force, in place. Unchanged when the set's effect is off (mask byte 0). The
-// array modes apply their input and output trim to the first image[19] slots, whether or not the
-// pipeline runs between them.
-void applyEffect(FrameEngine& engine, float* slots, ConstImageView image,
+// Frames on their way through the engine, `width` floats apart.
+struct FrameRun {
+  float* slots;
+  std::size_t width;
+  std::size_t frames;
+};
+
+// Through the set in force, in place; the same result as frame by frame. Unchanged when the set's
+// effect is off (mask byte 0). The array modes apply their input and output trim to the first
+// image[19] slots, whether or not the pipeline runs between them.
+void applyEffect(FrameEngine& engine, const FrameRun& run, ConstImageView image,
                  ConstMaskView mask) noexcept;
 
-// True when applyEffect() comes down to the equaliser, which may then filter whole runs of frames
-// with the same result.
-bool isEqualizerOnly(ConstImageView image, ConstMaskView mask) noexcept;
+// The least width that the effect needs for a stream of so many channels, up to slotCount.
+std::size_t runWidth(const FrameEngine& engine, ConstImageView image, ConstMaskView mask,
+                     std::uint32_t channels) noexcept;
 
 // One side of a fade: the set in force or the incoming one, with its own copy of the frame.
 struct FadeSide {

@@ -44,7 +44,7 @@ class FrameEngine {
   Frame frame{};      // slot order of SlotMap.h; zeroed before every frame
   Frame fadeFrame{};  // the same frame on its way through the incoming set
 
-  // A run of frames on its way through the equaliser, which filters runs far faster than frames.
+  // A run of frames on its way through the effect, which takes runs far faster than frames.
   static constexpr std::size_t runLength = 64;
   std::array<float, runLength * slotCount> run{};
 

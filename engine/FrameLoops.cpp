@@ -27,47 +27,22 @@ VELLUMIC_RT_CODE void copyFrames(const float* from, std::size_t fromWidth, float
   }
 }
 
-// Floats from frame to frame of a run: all channels, and room for each pair of the equaliser.
-VELLUMIC_RT_CODE std::size_t runWidth(const FrameEngine& engine, std::uint32_t channels) noexcept {
-  const std::size_t even = (std::size_t{channels} + 1) / 2 * 2;
-  return std::clamp<std::size_t>(even, 2 * engine.equalizer.pairs().size(), slotCount);
-}
+}  // namespace
 
-VELLUMIC_RT_CODE void forwardRuns(FrameEngine& engine, const FrameStream& stream,
-                                  const ParameterSet& set) noexcept {
-  const std::size_t width = runWidth(engine, stream.inputChannels);
+VELLUMIC_RT_CODE void forwardFrames(FrameEngine& engine, const FrameStream& stream,
+                                    const ParameterSet& set) noexcept {
+  const std::size_t width = runWidth(engine, set.image, set.mask, stream.inputChannels);
   const float* input = stream.input;
   float* output = stream.output;
   for (std::size_t left = stream.frames; left > 0;) {
     const std::size_t frames = std::min(left, FrameEngine::runLength);
     copyFrames(input, stream.inputChannels, engine.run.data(), width, frames);
-    engine.equalizer.processFrames(engine.run.data(), width, frames);
+    applyEffect(engine, {engine.run.data(), width, frames}, set.image, set.mask);
     stepFade(set.fade, set.image, set.mask, frames);
     copyFrames(engine.run.data(), width, output, stream.outputChannels, frames);
     input += frames * stream.inputChannels;
     output += frames * stream.outputChannels;
     left -= frames;
-  }
-}
-
-}  // namespace
-
-VELLUMIC_RT_CODE void forwardFrames(FrameEngine& engine, const FrameStream& stream,
-                                    const ParameterSet& set) noexcept {
-  if (isEqualizerOnly(set.image, set.mask)) {
-    forwardRuns(engine, stream, set);
-    return;
-  }
-  const float* input = stream.input;
-  float* output = stream.output;
-  for (std::uint32_t n = 0; n < stream.frames; ++n) {
-    engine.frame.fill(0.0F);
-    readPositions(input, stream.inputChannels, engine.frame.data());
-    applyEffect(engine, engine.frame.data(), set.image, set.mask);
-    stepFade(set.fade, set.image, set.mask);
-    writePositions(engine.frame.data(), stream.outputChannels, output);
-    input += stream.inputChannels;
-    output += stream.outputChannels;
   }
 }
 
