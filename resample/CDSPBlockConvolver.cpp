@@ -4,36 +4,23 @@
 #include <utility>
 
 namespace vellumic::resample {
-namespace {
-
-// sum (+)= signal * kernel over `points` complex numbers, real parts first.
-template <bool accumulate>
-void multiply(const double* __restrict signal, const double* __restrict kernel,
-              double* __restrict sum, int points) noexcept {
-  for (int n = 0; n < points; ++n) {
-    const double xR = signal[n], xI = signal[n + points];
-    const double hR = kernel[n], hI = kernel[n + points];
-    const double productR = xR * hR - xI * hI;
-    const double productI = xR * hI + xI * hR;
-    sum[n] = accumulate ? sum[n] + productR : productR;
-    sum[n + points] = accumulate ? sum[n + points] + productI : productI;
-  }
-}
-
-}  // namespace
-
 CDSPBlockConvolver::CDSPBlockConvolver(std::shared_ptr<const CDSPFIRFilter> filter, int up,
                                        int down, int maxInput)
     : filter_(std::move(filter)),
+      transform_(filter_->blockBits()),
+      scratch_(filter_->blockLength()),
       upFactor_(up),
       downFactor_(down),
       blockLength_(filter_->blockLength()) {
   const auto block = static_cast<std::size_t>(blockLength_);
   const auto inputBlock = block * static_cast<std::size_t>(down);
+  incoming_.resize(inputBlock);
   previous_.resize(inputBlock);
   current_.resize(inputBlock);
   spectra_.resize(static_cast<std::size_t>(filter_->blocks()) * inputBlock * 2);
+  products_.resize(static_cast<std::size_t>(down * filter_->blocks()));
   sum_.resize(2 * block);
+  branch_.resize(block);
   block_.resize(block * static_cast<std::size_t>(up));
   result_.resize(static_cast<std::size_t>(maxOutputLength(maxInput)));
   clear();
@@ -52,56 +39,107 @@ int CDSPBlockConvolver::maxOutputLength(int maxInput) const noexcept {
 }
 
 void CDSPBlockConvolver::clear() noexcept {
-  for (auto* values : {&previous_, &current_, &spectra_, &block_}) std::ranges::fill(*values, 0.0);
+  for (auto* values : {&incoming_, &previous_, &spectra_, &block_}) std::ranges::fill(*values, 0.0);
   newest_ = 0;
-  inputBranch_ = 0;
+  position_ = 0;
   frame_ = 0;
+  inputBranch_ = 0;
   latencyLeft_ = delayOutputs() + (blockLength_ - 1) * upFactor_;
 }
 
 int CDSPBlockConvolver::process(const double* input, int count,
                                 const double*& output) noexcept VELLUMIC_NONBLOCKING {
-  double* result = result_.data();
-  output = result;
-  for (const double* end = input + count; input != end; ++input) {
-    current_[static_cast<std::size_t>(inputBranch_ * blockLength_ + frame_)] = *input;
-    if (++inputBranch_ < downFactor_) continue;
-    inputBranch_ = 0;
-    if (++frame_ == blockLength_) convolve();
-    const double* due = block_.data() + frame_;
-    const int dropped = std::min(upFactor_, latencyLeft_);
-    latencyLeft_ -= dropped;
-    for (int n = dropped; n < upFactor_; ++n) *result++ = due[n * blockLength_];
+  const int inputBlock = static_cast<int>(incoming_.size());
+  if (position_ + count < inputBlock) {  // nearly always, when samples come one by one
+    const int first = frame_ + 1;
+    const int frames = takeIn(input, count);
+    return dole(first, frames, output);
   }
+  double* result = result_.data();
+  while (count > 0) {
+    const int taken = std::min(count, inputBlock - position_);
+    const int first = frame_ + 1;
+    const int frames = takeIn(input, taken);
+    input += taken;
+    count -= taken;
+    const bool full = position_ == inputBlock;
+    const double* due = nullptr;
+    int outputs = dole(first, full ? frames - 1 : frames, due);
+    result = std::copy_n(due, outputs, result);
+    if (!full) continue;
+    convolve();
+    outputs = dole(0, 1, due);
+    result = std::copy_n(due, outputs, result);
+  }
+  output = result_.data();
   return static_cast<int>(result - output);
 }
 
+// Returns the number of frames completed.
+int CDSPBlockConvolver::takeIn(const double* input, int count) noexcept {
+  int frames = 0;
+  if (count == 1) {
+    incoming_[static_cast<std::size_t>(position_)] = *input;
+    frames = ++inputBranch_ == downFactor_ ? 1 : 0;
+  } else {
+    std::copy_n(input, count, incoming_.begin() + position_);
+    inputBranch_ += count;
+    frames = inputBranch_ / downFactor_;
+  }
+  inputBranch_ -= frames * downFactor_;
+  position_ += count;
+  frame_ += frames;
+  return frames;
+}
+
+// The outputs of `frames` frames, without those that the start-up delay swallows.
+int CDSPBlockConvolver::dole(int first, int frames, const double*& output) noexcept {
+  const int outputs = frames * upFactor_;
+  const int dropped = std::min(outputs, latencyLeft_);
+  latencyLeft_ -= dropped;
+  output = block_.data() + first * upFactor_ + dropped;
+  return outputs - dropped;
+}
+
 void CDSPBlockConvolver::convolve() noexcept {
-  const CDSPRealFFT& transform = filter_->transform();
   const int blocks = filter_->blocks();
-  const int spectrumLength = 2 * blockLength_;
   newest_ = newest_ == 0 ? blocks - 1 : newest_ - 1;
   for (int in = 0; in < downFactor_; ++in) {
-    transform.forward(previous_.data() + in * blockLength_, current_.data() + in * blockLength_,
-                      spectra_.data() + (in * blocks + newest_) * spectrumLength);
+    double* const current = current_.data() + in * blockLength_;
+    for (int n = 0; n < blockLength_; ++n) {
+      current[n] = incoming_[static_cast<std::size_t>(n * downFactor_ + in)];
+    }
+    transform_->forward(scratch_, previous_.data() + in * blockLength_, current,
+                        spectra_.data() + (in * blocks + newest_) * 2 * blockLength_);
   }
   previous_.swap(current_);
+  position_ = 0;
   frame_ = 0;
 
   for (int out = 0; out < upFactor_; ++out) {
-    for (int in = 0; in < downFactor_; ++in) {
-      // The last input of a frame meets the first tap: a lowered rate keeps the last outputs.
-      const int branch = out + downFactor_ - 1 - in;
-      const double* ring = spectra_.data() + in * blocks * spectrumLength;
-      for (int block = 0; block < blocks; ++block) {
-        const int place = newest_ + block < blocks ? newest_ + block : newest_ + block - blocks;
-        const auto product = in == 0 && block == 0 ? multiply<false> : multiply<true>;
-        product(ring + place * spectrumLength, filter_->spectrum(branch, block), sum_.data(),
-                blockLength_);
-      }
+    sumBranch(out);
+    transform_->inverse(scratch_, sum_.data(), branch_.data());
+    for (int n = 0; n < blockLength_; ++n) {
+      block_[static_cast<std::size_t>(n * upFactor_ + out)] = branch_[static_cast<std::size_t>(n)];
     }
-    transform.inverse(sum_.data(), block_.data() + out * blockLength_);
   }
+}
+
+// The spectrum of one output branch.
+void CDSPBlockConvolver::sumBranch(int out) noexcept {
+  const int blocks = filter_->blocks(), spectrumLength = 2 * blockLength_;
+  auto product = products_.begin();
+  for (int in = 0; in < downFactor_; ++in) {
+    // The last input of a frame meets the first tap: a lowered rate keeps the last outputs.
+    const int branch = out + downFactor_ - 1 - in;
+    const double* ring = spectra_.data() + in * blocks * spectrumLength;
+    for (int block = 0; block < blocks; ++block) {
+      const int place = newest_ + block < blocks ? newest_ + block : newest_ + block - blocks;
+      *product++ = {ring + place * spectrumLength, filter_->spectrum(branch, block)};
+    }
+  }
+  converterKernels().sumProducts(products_.data(), static_cast<int>(products_.size()), sum_.data(),
+                                 blockLength_);
 }
 
 }  // namespace vellumic::resample

@@ -8,7 +8,8 @@
 // the filter's polyphase branches give one output of a frame each, or take one input each.
 //
 // The results of a block are doled out one by one as the next block comes in, so no call returns a
-// burst; the start-up delay is dropped, so the first output belongs to the first input.
+// burst; the start-up delay is dropped, so the first output belongs to the first input. Calls of
+// any length give the same stream; longer ones move the samples of a block at once.
 #pragma once
 
 #include <memory>
@@ -16,6 +17,8 @@
 
 #include "resample/CDSPFIRFilter.h"
 #include "resample/CDSPProcessor.h"
+#include "resample/CDSPRealFFTKeeper.h"
+#include "resample/kernels/ConverterKernels.h"
 
 namespace vellumic::resample {
 
@@ -32,21 +35,30 @@ class CDSPBlockConvolver final : public CDSPProcessor {
 
  private:
   void convolve() noexcept;
+  void sumBranch(int out) noexcept;
+  int takeIn(const double* input, int count) noexcept;
+  int dole(int first, int frames, const double*& output) noexcept;
   int delayOutputs() const noexcept;
 
   std::shared_ptr<const CDSPFIRFilter> filter_;
+  CDSPRealFFTKeeper transform_;
+  CDSPRealFFT::Scratch scratch_;
   int upFactor_;
   int downFactor_;
   int blockLength_;  // in frames: downFactor inputs, upFactor outputs
 
+  std::vector<double> incoming_;            // the block that comes in
   std::vector<double> previous_, current_;  // the last two blocks of each input branch
   std::vector<double> spectra_;             // of the last blocks, a ring
   int newest_ = 0;                          // its newest place
-  std::vector<double> sum_;                 // spectrum of one output branch
-  std::vector<double> block_;               // the block that is doled out, branch by branch
-  std::vector<double> result_;              // outputs of this call
+  std::vector<SpectrumProduct> products_;   // of one output branch
+  std::vector<double> sum_;                 // their sum
+  std::vector<double> branch_;              // its samples
+  std::vector<double> block_;               // the block that is doled out
+  std::vector<double> result_;              // outputs of a call that completes a block midway
+  int position_ = 0;                        // of the next input in its block
+  int frame_ = 0;                           // of the next input; its frame's outputs are due next
   int inputBranch_ = 0;                     // place of the next input in its frame
-  int frame_ = 0;                           // frame taken in now, and frame doled out next
   int latencyLeft_ = 0;                     // outputs still to drop
 };
 

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <numeric>
 
+#include "resample/CDSPRealFFTKeeper.h"
 #include "resample/KaiserWindow.h"
 
 namespace vellumic::resample {
@@ -100,13 +101,15 @@ int CDSPFIRFilter::cachedCount() { return cache().count(); }
 
 CDSPFIRFilter::CDSPFIRFilter(const Kernel& kernel, int branches)
     : delay_(kernel.delay),
-      transform_(blockBitsFor(static_cast<int>(kernel.taps.size()), branches)) {
+      blockBits_(blockBitsFor(static_cast<int>(kernel.taps.size()), branches)) {
   const int taps = static_cast<int>(kernel.taps.size());
   const int block = blockLength();
   const int tapsPerBlock = block * branches;
   blocks_ = (taps + tapsPerBlock - 1) / tapsPerBlock;
   spectra_.resize(static_cast<std::size_t>(branches * blocks_ * 2 * block));
 
+  const CDSPRealFFTKeeper transform(blockBits_);
+  CDSPRealFFT::Scratch scratch(block);
   const std::vector<double> zeros(static_cast<std::size_t>(block));
   std::vector<double> part(static_cast<std::size_t>(block));
   double* spectrum = spectra_.data();
@@ -117,7 +120,7 @@ CDSPFIRFilter::CDSPFIRFilter(const Kernel& kernel, int branches)
         part[static_cast<std::size_t>(n)] =
             tap < taps ? -kernel.taps[static_cast<std::size_t>(tap)] / block : 0.0;
       }
-      transform_->forward(part.data(), zeros.data(), spectrum);
+      transform->forward(scratch, part.data(), zeros.data(), spectrum);
     }
   }
 }

@@ -9,8 +9,6 @@
 #include <memory>
 #include <vector>
 
-#include "resample/CDSPRealFFTKeeper.h"
-
 namespace vellumic::resample {
 
 // What a filter is asked for.
@@ -48,8 +46,8 @@ class CDSPFIRFilter {
 
   // Middle of the kernel in samples of the higher rate: its delay.
   int delay() const noexcept { return delay_; }
-  int blockLength() const noexcept { return transform_->blockLength(); }
-  const CDSPRealFFT& transform() const noexcept { return *transform_; }
+  int blockBits() const noexcept { return blockBits_; }  // see CDSPRealFFT
+  int blockLength() const noexcept { return 2 << blockBits_; }
   // Blocks of blockLength taps in each branch.
   int blocks() const noexcept { return blocks_; }
   // Branch b holds the taps b, b + branches, ...; scaled for CDSPRealFFT::inverse.
@@ -59,7 +57,7 @@ class CDSPFIRFilter {
 
  private:
   int delay_;
-  CDSPRealFFTKeeper transform_;
+  int blockBits_;
   int blocks_ = 0;
   std::vector<double> spectra_;
 };

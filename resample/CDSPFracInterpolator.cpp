@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "resample/KaiserWindow.h"
+#include "resample/kernels/ConverterKernels.h"
 
 namespace vellumic::resample {
 namespace {
@@ -103,20 +104,7 @@ double CDSPFracInterpolator<taps, phases>::interpolate(double position,
                                                        const double* samples) const noexcept {
   const double x = position * phases;
   const int row = static_cast<int>(x);
-  const double r = x - row;
-  const double* c0 = table_ + row * 3 * taps;
-  const double* c1 = c0 + taps;
-  const double* c2 = c1 + taps;
-  std::array<double, taps> products;
-  for (std::size_t i = 0; i < taps; ++i) {
-    products[i] = (c0[i] + r * (c1[i] + r * c2[i])) * samples[i];
-  }
-  constexpr std::size_t lanes = 4;  // separate sums: shorter chains of additions
-  double sums[lanes] = {};
-  for (std::size_t i = 0; i < taps; i += lanes) {
-    for (std::size_t lane = 0; lane < lanes; ++lane) sums[lane] += products[i + lane];
-  }
-  return (sums[0] + sums[1]) + (sums[2] + sums[3]);
+  return converterKernels().interpolate(table_ + row * 3 * taps, x - row, samples, taps);
 }
 
 template <int taps, int phases>

@@ -7,16 +7,15 @@
 // Math. Comp. 62, 1994.) Overlap-save throws the wrapped half away, so the sign does no harm, and a
 // complex transform of B points does the whole job without the unpacking of a half spectrum.
 //
-// The order of the B spectrum points is the one that comes out without any reordering; it is the
-// same for every spectrum of one size. Inside, four transforms of B / 4 points run side by side,
-// which keeps every loop at unit stride for the compiler's vectors.
+// The complex transform is that of spectra/kernels, the weights are part of its first and last
+// pass.
 //
-// Thread: immutable after construction, any thread.
+// Thread: immutable after construction, any thread, each with scratch of its own. The instruction
+// set is that in force at construction; spectra of all sets are alike.
 #pragma once
 
-#include <vector>
-
 #include "platform/Realtime.h"
+#include "spectra/TransformTables.h"
 
 namespace vellumic::resample {
 
@@ -25,31 +24,26 @@ class CDSPRealFFT {
   static constexpr int minBlockBits = 3;   // 16 samples a block
   static constexpr int maxBlockBits = 19;  // a million
 
+  using Scratch = ScratchMemory<double>;  // for transforms of one block length, given to Scratch()
+
   // blockBits: the block length B is 2 << blockBits.
   explicit CDSPRealFFT(int blockBits);
 
-  int blockLength() const noexcept { return blockLength_; }
+  int blockLength() const noexcept { return plan_.complex.points; }
 
   // first, second: the two halves of the samples, B each.
   // spectrum: 2B doubles, B real parts and then B imaginary parts.
-  void forward(const double* first, const double* second,
+  void forward(Scratch& scratch, const double* first, const double* second,
                double* spectrum) const noexcept VELLUMIC_NONBLOCKING;
-  // second: the second half of the samples, times -B. Uses up the spectrum.
-  void inverse(double* spectrum, double* second) const noexcept VELLUMIC_NONBLOCKING;
+  // second: the second half of the samples, times -B.
+  void inverse(Scratch& scratch, const double* spectrum,
+               double* second) const noexcept VELLUMIC_NONBLOCKING;
 
  private:
-  struct Stage {
-    int span;     // doubles that one group of butterflies covers
-    int outputs;  // of each butterfly: 4 or 2
-    std::vector<double> factors;
-  };
-  void split(const double* first, const double* second, double* re, double* im) const noexcept;
-  void join(const double* re, const double* im, double* second) const noexcept;
-
-  int blockLength_;
-  std::vector<double> laneCos_;  // weights and first twiddles by point and lane
-  std::vector<double> laneSin_;
-  std::vector<Stage> stages_;
+  const RightAngleKernels& kernels_;
+  ComplexTables<double> tables_;
+  AlignedVector<double> weights_;
+  RightAnglePlan plan_;
 };
 
 }  // namespace vellumic::resample

@@ -4,12 +4,15 @@
 #include <mutex>
 #include <stdexcept>
 
+#include "platform/InstructionSet.h"
+
 namespace vellumic::resample {
 namespace {
 
 struct Pool {
   std::mutex mutex;
-  std::array<std::weak_ptr<const CDSPRealFFT>, CDSPRealFFT::maxBlockBits + 1> bySize;
+  using BySize = std::array<std::weak_ptr<const CDSPRealFFT>, CDSPRealFFT::maxBlockBits + 1>;
+  std::array<BySize, instructionSetCount> bySet;
 };
 
 Pool& pool() {
@@ -24,7 +27,8 @@ CDSPRealFFTKeeper::CDSPRealFFTKeeper(int blockBits) {
     throw std::invalid_argument("transform size out of range");
   }
   const std::scoped_lock lock(pool().mutex);
-  auto& kept = pool().bySize[static_cast<std::size_t>(blockBits)];
+  auto& kept =
+      pool().bySet[static_cast<std::size_t>(instructionSet())][static_cast<std::size_t>(blockBits)];
   transform_ = kept.lock();
   if (!transform_) {
     transform_ = std::make_shared<const CDSPRealFFT>(blockBits);

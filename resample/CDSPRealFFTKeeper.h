@@ -1,5 +1,5 @@
-// A hold on the transform of one size. All holders of a size share the transform; the pool behind
-// keeps it until the last one goes.
+// A hold on the transform of one size, for the instruction set in force. All holders of a size
+// share the transform; the pool behind keeps it until the last one goes.
 //
 // Thread: construct and destroy on any thread but the audio thread (the pool has a lock).
 #pragma once
