@@ -49,20 +49,33 @@ void CDSPBlockConvolver::clear() noexcept {
 
 int CDSPBlockConvolver::process(const double* input, int count,
                                 const double*& output) noexcept VELLUMIC_NONBLOCKING {
-  const int inputBlock = static_cast<int>(incoming_.size());
-  if (position_ + count < inputBlock) {  // nearly always, when samples come one by one
-    const int first = frame_ + 1;
-    const int frames = takeIn(input, count);
-    return dole(first, frames, output);
-  }
+  return count == 1 ? processOne(*input, output) : processRun(input, count, output);
+}
+
+int CDSPBlockConvolver::processOne(double sample, const double*& output) noexcept {
+  incoming_[static_cast<std::size_t>(position_++)] = sample;
+  if (++inputBranch_ < downFactor_) return 0;
+  inputBranch_ = 0;
+  if (++frame_ == blockLength_) convolve();
+  return dole(frame_, 1, output);
+}
+
+int CDSPBlockConvolver::processRun(const double* input, int count, const double*& output) noexcept {
+  const int inputBlock = blockLength_ * downFactor_;
   double* result = result_.data();
+  output = result;
   while (count > 0) {
     const int taken = std::min(count, inputBlock - position_);
-    const int first = frame_ + 1;
-    const int frames = takeIn(input, taken);
+    std::copy_n(input, taken, incoming_.begin() + position_);
     input += taken;
     count -= taken;
-    const bool full = position_ == inputBlock;
+    position_ += taken;
+    inputBranch_ += taken;
+    const int frames = inputBranch_ / downFactor_;
+    inputBranch_ -= frames * downFactor_;
+    const int first = frame_ + 1;
+    frame_ += frames;
+    const bool full = frame_ == blockLength_;
     const double* due = nullptr;
     int outputs = dole(first, full ? frames - 1 : frames, due);
     result = std::copy_n(due, outputs, result);
@@ -71,25 +84,7 @@ int CDSPBlockConvolver::process(const double* input, int count,
     outputs = dole(0, 1, due);
     result = std::copy_n(due, outputs, result);
   }
-  output = result_.data();
   return static_cast<int>(result - output);
-}
-
-// Returns the number of frames completed.
-int CDSPBlockConvolver::takeIn(const double* input, int count) noexcept {
-  int frames = 0;
-  if (count == 1) {
-    incoming_[static_cast<std::size_t>(position_)] = *input;
-    frames = ++inputBranch_ == downFactor_ ? 1 : 0;
-  } else {
-    std::copy_n(input, count, incoming_.begin() + position_);
-    inputBranch_ += count;
-    frames = inputBranch_ / downFactor_;
-  }
-  inputBranch_ -= frames * downFactor_;
-  position_ += count;
-  frame_ += frames;
-  return frames;
 }
 
 // The outputs of `frames` frames, without those that the start-up delay swallows.

@@ -36,7 +36,8 @@ class CDSPBlockConvolver final : public CDSPProcessor {
  private:
   void convolve() noexcept;
   void sumBranch(int out) noexcept;
-  int takeIn(const double* input, int count) noexcept;
+  int processOne(double sample, const double*& output) noexcept;
+  int processRun(const double* input, int count, const double*& output) noexcept;
   int dole(int first, int frames, const double*& output) noexcept;
   int delayOutputs() const noexcept;
 
@@ -55,9 +56,9 @@ class CDSPBlockConvolver final : public CDSPProcessor {
   std::vector<double> sum_;                 // their sum
   std::vector<double> branch_;              // its samples
   std::vector<double> block_;               // the block that is doled out
-  std::vector<double> result_;              // outputs of a call that completes a block midway
+  std::vector<double> result_;              // outputs of a call with a run of samples
   int position_ = 0;                        // of the next input in its block
-  int frame_ = 0;                           // of the next input; its frame's outputs are due next
+  int frame_ = 0;                           // of the next input: its place in the block
   int inputBranch_ = 0;                     // place of the next input in its frame
   int latencyLeft_ = 0;                     // outputs still to drop
 };

@@ -5,6 +5,7 @@
 //   const double* output = nullptr;
 //   const int count = converter.process(&sample, 1, output);   // copy before the next call
 //
+// A run of samples in one call gives, to the bit, what one call a sample gives, for half the price.
 // Output is doled out as input arrives: with one-sample calls none returns more than
 // maxOutputLength(1). The first output belongs to the time of the first input, the filters' delay
 // shows only as calls that return 0; docs/resampler.md lists it.
@@ -17,7 +18,7 @@ namespace vellumic::resample {
 class CDSPResampler24 final : public CDSPResampler<CDSPFracInterpolator<24, 673>> {
  public:
   // source, destination: rates in Hz, above 0, up to a factor of 2^18 apart.
-  // maxInput: most samples of one call, at least 1.
+  // maxInput: most samples of one call, at least 1; the buffers grow with it, the delay does not.
   // transitionBand: percent of the band given to the filter's slope, 0.5 to 45.
   // Throws std::invalid_argument outside these ranges, std::length_error if one call could return
   // more than 2^24 samples.

@@ -9,6 +9,7 @@
 #include <ostream>
 #include <vector>
 
+#include "platform/InstructionSet.h"
 #include "resample/CDSPResampler24.h"
 #include "tests/support/RealtimeGuard.h"
 
@@ -163,6 +164,20 @@ TEST_P(Resampler, GivesTheSameStreamForEveryCallSizeAndAfterClear) {
       converter.clear();
     }
   }
+}
+
+TEST_P(Resampler, GivesTheSameStreamOnEveryInstructionSet) {
+  const Pair pair = GetParam();
+  const std::vector<double> input = noise(9'000);
+  std::vector<double> streams[instructionSetCount];
+  for (const auto set : {InstructionSet::Base, InstructionSet::Avx2}) {
+    const ScopedInstructionSet scope(set);
+    CDSPResampler24 converter(pair.source, pair.destination, 480, transitionBand);
+    streams[static_cast<std::size_t>(set)] = convert(converter, input, 480).samples;
+  }
+  ASSERT_EQ(streams[0].size(), streams[1].size());
+  for (std::size_t n = 0; n < streams[0].size(); ++n)
+    ASSERT_NEAR(streams[0][n], streams[1][n], 1e-14) << n;
 }
 
 TEST_P(Resampler, NeitherLosesASampleNorDrifts) {
