@@ -12,6 +12,7 @@ namespace vellumic::quality {
 namespace {
 
 constexpr std::uint32_t callFrames = 160;  // 10 ms
+constexpr std::size_t skipped = 16000;     // of a recording: the chain starts in silence
 
 tools::WaveData withoutStart(const tools::WaveData& wave, std::size_t frames) {
   tools::WaveData out{wave.format, {}};
@@ -50,7 +51,7 @@ class RecordedMaterial final : public Material {
   RecordedMaterial(std::string name, tools::WaveData microphones,
                    std::optional<tools::WaveData> far, const std::optional<Signal>& talker)
       : Material(std::move(name), std::move(microphones), std::move(far), {}),
-        noise_(tools::soundFigures(this->microphones()).noise) {
+        noise_(tools::soundFigures(this->microphones(), skipped).noise) {
     if (!talker) return;
     // As a scene in which the talker may speak at any time and the rest is noise.
     Scene scene{{tools::firstChannel(this->microphones())}, {*talker}, {}, {}, {}};
@@ -66,7 +67,8 @@ class RecordedMaterial final : public Material {
     if (near_) score = (*near_)(take.output);
     score.figures[Figure::erle] = take.erle;
     const double after =
-        tools::soundFigures({{.sampleRate = static_cast<int>(sceneRate)}, take.output}).noise;
+        tools::soundFigures({{.sampleRate = static_cast<int>(sceneRate)}, take.output}, skipped)
+            .noise;
     score.figures[Figure::noiseAttenuation] = noise_ - after;
     return score;
   }

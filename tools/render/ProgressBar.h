@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <string>
 
 namespace vellumic::tools {
 
@@ -12,12 +13,14 @@ class ProgressBar {
   ProgressBar(const ProgressBar&) = delete;
   ProgressBar& operator=(const ProgressBar&) = delete;
 
-  void show(double share);  // 0 to 1; draws at most ten times a second, first after half a second
+  // share: 0 to 1; note: stands behind the bar. Draws at most ten times a second, first after half
+  // a second.
+  void show(double share, const std::string& note = "");
 
  private:
   using Clock = std::chrono::steady_clock;
   bool terminal_;
-  bool drawn_ = false;
+  std::size_t drawn_ = 0;  // characters
   Clock::time_point next_;
 };
 

@@ -1,0 +1,290 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <set>
+
+#include "parameters/SettingsFile.h"
+#include "tests/tools/RenderFiles.h"
+#include "tools/quality/SoundFiles.h"
+#include "tools/tune/Outcome.h"
+#include "tools/tune/Panel.h"
+#include "tools/tune/TuneMain.h"
+
+namespace vellumic::tune {
+namespace {
+
+using quality::Figure;
+using quality::Signal;
+
+constexpr const char* planText = R"(
+header = ["For the test."]
+seed = 3
+evaluations = { global = 80, local = 60 }
+[settings]
+"beamformer.enabled" = {}
+"echo.update_threshold" = { low = 1e-5, high = 1e-2, scale = "log" }
+"noise.gain.floor2" = { low = 0.05, high = 0.9 }
+"echo.warmup_blocks" = { low = 0, high = 50 }
+[[goal]]
+figure = "near_sdr"
+weight = 1
+[[material]]
+scene = "desk"
+seeds = [1, 2]
+[voices]
+near = "near.wav"
+far = "far.wav"
+)";
+
+// Best with the beamformer off, a threshold of 1e-3 and a floor of 0.3; the warm-up does nothing.
+Judgement synthetic(const Plan& plan, const Point& point) {
+  Judgement judgement;
+  for (std::size_t n = 0; n < plan.space.size(); ++n) {
+    const std::string& name = plan.space[n].name;
+    if (name == "beamformer.enabled") judgement.value -= 3.0 * point[n];
+    if (name == "echo.update_threshold")
+      judgement.value -= 2.0 * std::pow(std::log10(point[n]) + 3.0, 2.0);
+    if (name == "noise.gain.floor2") judgement.value -= 80.0 * std::pow(point[n] - 0.25, 2.0);
+  }
+  judgement.figures = {judgement.value};
+  return judgement;
+}
+
+std::size_t dimension(const Plan& plan, const std::string& name) {
+  return static_cast<std::size_t>(std::ranges::find(plan.space, name, &Dimension::name) -
+                                  plan.space.begin());
+}
+
+class TuningRun : public tools::RenderFiles {
+ protected:
+  const Plan plan_ = parsePlan(planText, "plan.toml");
+  const PointJudge judge_ = [this](const Point& point) { return synthetic(plan_, point); };
+  static void quiet(int, int, double) {}
+};
+
+TEST_F(TuningRun, FindsAKnownOptimumAndLeavesTheIdleSettingAtTheFactory) {
+  Journal journal("", 1);
+  const Tuning tuning = tune(plan_, journal, judge_, quiet);
+  EXPECT_FALSE(tuning.stopped);
+  EXPECT_EQ(tuning.best[dimension(plan_, "beamformer.enabled")], 0.0);
+  EXPECT_NEAR(std::log10(tuning.best[dimension(plan_, "echo.update_threshold")]), -3.0, 0.15);
+  EXPECT_NEAR(tuning.best[dimension(plan_, "noise.gain.floor2")], 0.25, 0.04);
+  EXPECT_EQ(tuning.best[dimension(plan_, "echo.warmup_blocks")], 10.0);
+  // What mattered, most first: the switch is worth 3 points, the threshold 2, the floor 0.35.
+  ASSERT_EQ(tuning.contributions.size(), 3U);
+  EXPECT_EQ(plan_.space[tuning.contributions[0].dimension].name, "beamformer.enabled");
+  EXPECT_EQ(plan_.space[tuning.contributions[1].dimension].name, "echo.update_threshold");
+}
+
+TEST_F(TuningRun, EndsTheSameAfterBeingKilledAnywhere) {
+  Journal whole("", 1);
+  const Tuning once = tune(plan_, whole, judge_, quiet);
+  const std::string file = path("journal");
+  int fresh = 0;
+  for (const int calls : {1, 5, 40, 60, 1000}) {  // each run dies after so many evaluations
+    Journal journal(file, 7);
+    int left = calls;
+    const Tuning part = tune(
+        plan_, journal,
+        [&](const Point& point) {
+          if (left-- <= 0) throw Stopped();
+          ++fresh;
+          return judge_(point);
+        },
+        quiet);
+    EXPECT_EQ(part.stopped, calls < 1000);
+    if (part.stopped) {
+      // The kill cut a line short.
+      std::ofstream(file, std::ios::app) << "0.5 0.5 | 1";
+      continue;
+    }
+    EXPECT_EQ(part.best, once.best);
+    EXPECT_EQ(part.judgement.value, once.judgement.value);
+  }
+  EXPECT_EQ(static_cast<std::size_t>(fresh), whole.entries().size());  // nothing judged twice
+}
+
+TEST_F(TuningRun, JournalsOfOtherRunsAndDamagedOnesAreRefused) {
+  const std::string file = path("journal");
+  { Journal(file, 7).add({0.5, std::nan("")}, {1.0, 0.0, {std::nan("")}}); }
+  EXPECT_EQ(Journal(file, 7).entries().size(), 1U);
+  EXPECT_THROW(Journal(file, 8), std::runtime_error);
+  std::ofstream(file, std::ios::app) << "0.5 x | 1 0 ;\n";
+  EXPECT_THROW(Journal(file, 7), std::runtime_error);
+}
+
+TEST(Goal, LimitsHoldInEverySceneAndCapsEndTheReward) {
+  Wish wish;
+  wish.weight = 1.0;
+  wish.cap = 20.0;
+  wish.limit = 12.0;
+  wish.slackBelowFactory = 1.0;
+  const auto scene = [](double sdr) {
+    quality::Summary summary;
+    summary.mean[Figure::nearSdr] = sdr;
+    return summary;
+  };
+  const auto value = [&](double one, double two) {
+    return judge({wish}, {scene(one), scene(two)}, {scene(10), scene(16)}).value;
+  };
+  EXPECT_DOUBLE_EQ(value(14, 16), 15.0);
+  EXPECT_DOUBLE_EQ(value(14, 30), 17.0);               // the cap, per scene
+  EXPECT_DOUBLE_EQ(value(11, 19), 15.0 - limitPrice);  // a limit missed by 1 dB
+  EXPECT_DOUBLE_EQ(value(16, 14), 15.0 - limitPrice);  // 2 dB below the factory, 1 too many
+  Wish time;
+  time.figure = Figure::timeTo20Db;
+  time.weight = 0.5;
+  time.limit = 4.0;
+  quality::Summary slow;
+  slow.mean[Figure::timeTo20Db] = 6.0;
+  EXPECT_DOUBLE_EQ(judge({time}, {slow}, {slow}).value, -3.0 - 2.0 * limitPrice);
+}
+
+TEST(Plan, RefusesWhatItCannotTuneInOneLine) {
+  const auto complaint = [](const std::string& from, const std::string& to) {
+    std::string text = planText;
+    const auto at = text.find(from);
+    EXPECT_NE(at, std::string::npos) << from;
+    text.replace(at, from.size(), to);
+    try {
+      parsePlan(text, "plan.toml");
+    } catch (const PlanError& error) {
+      return std::string(error.what());
+    }
+    return "accepted: " + to;
+  };
+  struct Case {
+    std::string from, to, named;
+  };
+  for (const Case& c : std::vector<Case>{
+           {"echo.update_threshold", "echo.update_treshold", "did you mean echo.update_threshold"},
+           {"low = 0.05, high = 0.9", "low = 0.9, high = 0.9", "empty range"},
+           {"low = 0.05, high = 0.9", "low = 0.05, high = 90", "sensible range"},
+           {"low = 0.05, high = 0.9", "high = 0.9", "needs low and high"},
+           {"low = 1e-5", "low = 0", "above 0"},
+           {"scale = \"log\"", "scale = \"cubic\"", "\"log\" or \"linear\""},
+           {"scale = \"log\"", "sclae = \"log\"", "is not known here"},
+           {"low = 0, high = 50", "low = 0, high = \"x\"", "write a number"},
+           {"figure = \"near_sdr\"", "figure = \"loudness\"", "no such figure"},
+           {"figure = \"near_sdr\"", "figure = \"near_sdr\"\nat_most = 3", "write at_least"},
+           {"[[goal]]", "[[gaol]]", "goal"},
+           {"[[material]]", "[[materiel]]", "material"},
+           {"scene = \"desk\"", "scene = \"dusk\"", "no such scene"},
+           {"scene = \"desk\"", "scene = \"desk\"\nrecording = \"a.wav\"", "either"},
+           {"seeds = [1, 2]", "seeds = []", "list of whole numbers"},
+           {"seeds = [1, 2]", "seeds = [1]\n[[held_out.material]]\nscene = \"desk\"\nseeds = [1]",
+            "held out"},
+           {"near = \"near.wav\"\nfar = \"far.wav\"", "", "need voices"},
+           {"seed = 3", "seed = ", "not valid TOML"},
+           {"global = 80", "global = 0", "whole number"}}) {
+    const std::string text = complaint(c.from, c.to);
+    EXPECT_NE(text.find(c.named), std::string::npos) << text;
+    EXPECT_EQ(text.rfind("plan.toml:", 0), 0U) << text;
+    EXPECT_EQ(text.find('\n'), std::string::npos) << text;
+  }
+}
+
+// Where a plan names no held-out scenes, the tool draws others of the same kinds.
+TEST(Plan, HeldOutScenesAreNeverThoseOfTheSearch) {
+  const Plan plan = parsePlan(planText, "plan.toml");
+  std::set<std::uint64_t> seen(plan.material[0].seeds.begin(), plan.material[0].seeds.end());
+  ASSERT_EQ(plan.heldOut.size(), 1U);
+  ASSERT_EQ(plan.heldOut[0].seeds.size(), 2U);
+  for (const std::uint64_t seed : plan.heldOut[0].seeds) EXPECT_FALSE(seen.contains(seed));
+}
+
+// The whole tool on two recordings of 3 s: the one held out may change as it likes without any
+// effect on what is found, and the file that is written reads back.
+class TuneTool : public tools::RenderFiles {
+ protected:
+  struct Run {
+    int exitCode;
+    std::string settings, page, complained;
+  };
+  Run tuneWith(const std::string& plan, const std::string& name) {
+    const std::string output = path(name + ".toml"), report = path(name + ".html");
+    const std::string planFile = text(name + "-plan.toml", plan);
+    const char* arguments[] = {"vellumic-tune", planFile.c_str(), "--output",
+                               output.c_str(),  "--report",       report.c_str()};
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    const int code = tuneMain(6, arguments, stop_);
+    testing::internal::GetCapturedStdout();
+    const auto contents = [](const std::string& file) {
+      std::ifstream stream(file);
+      return std::string{std::istreambuf_iterator<char>(stream), {}};
+    };
+    return {code, contents(output), contents(report), testing::internal::GetCapturedStderr()};
+  }
+  std::string recording(const std::string& name, unsigned seed) {
+    return wave(name, {.sampleRate = 16000, .channels = 2}, tools::softNoise(64000, 2, seed));
+  }
+  std::string planFor(const std::string& seen, const std::string& heldOut) {
+    return "evaluations = { global = 6, local = 4 }\n[settings]\n"
+           "\"noise.gain.floor2\" = { low = 0.1, high = 0.9 }\n"
+           "[measure_with]\n\"level.enabled\" = false\n\"beamformer.enabled\" = false\n"
+           "[[goal]]\nfigure = \"noise_attenuation\"\nweight = 1\n"
+           "[[material]]\nrecording = \"" +
+           seen +
+           "\"\n"
+           "[[held_out.material]]\nrecording = \"" +
+           heldOut + "\"\n";
+  }
+  std::atomic<bool> stop_{false};
+};
+
+TEST_F(TuneTool, HeldOutMaterialNeverReachesTheSearch) {
+  const std::string seen = recording("seen.wav", 1);
+  const Run one = tuneWith(planFor(seen, recording("one.wav", 2)), "one");
+  ASSERT_EQ(one.exitCode, 0) << one.complained;
+  Signal burst(48000);
+  for (std::size_t n = 0; n < burst.size(); n += 7) burst[n] = 0.5F;
+  const Run two =
+      tuneWith(planFor(seen, wave("two.wav", {.sampleRate = 16000, .channels = 1}, burst)), "two");
+  ASSERT_EQ(two.exitCode, 0) << two.complained;
+  const auto lines = [](const std::string& settings) {  // without what was seen on held-out scenes
+    return settings.substr(settings.find("Found by"));
+  };
+  EXPECT_EQ(lines(one.settings), lines(two.settings));
+  EXPECT_NE(one.page, two.page);
+
+  RawValues values = factorySettings();
+  SettingsWarnings warnings;
+  applySettingsText(one.settings, "one.toml", values, warnings);
+  EXPECT_LT(value(values, Raw::gainFloor2), 0.2F);  // more noise attenuation was wanted
+  EXPECT_NE(one.settings.find("noise attenuation, dB"), std::string::npos);  // its reason
+}
+
+TEST_F(TuneTool, SaysInOneLineWhatIsMissing) {
+  const std::string seen = recording("seen.wav", 1);
+  struct Case {
+    std::string plan, named;
+  };
+  for (const Case& c : std::vector<Case>{
+           {planFor(path("none.wav"), seen), "none.wav"},
+           {planFor(seen, seen), "held out"},
+           {planFor(wave("fast.wav", {.sampleRate = 48000, .channels = 1}, {0.1F, 0.2F}), seen),
+            "fast.wav"}}) {
+    const Run run = tuneWith(c.plan, "bad");
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_NE(run.complained.find(c.named), std::string::npos) << run.complained;
+    EXPECT_TRUE(run.settings.empty());
+  }
+}
+
+TEST_F(TuneTool, StopsWithTheBestSoFarAndGoesOn) {
+  const std::string seen = recording("seen.wav", 1), held = recording("held.wav", 2);
+  stop_ = true;
+  const Run none = tuneWith(planFor(seen, held), "run");
+  EXPECT_EQ(none.exitCode, 130);
+  EXPECT_TRUE(none.settings.empty());
+  stop_ = false;
+  EXPECT_EQ(tuneWith(planFor(seen, held), "run").exitCode, 0);
+}
+
+}  // namespace
+}  // namespace vellumic::tune

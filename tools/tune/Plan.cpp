@@ -1,0 +1,331 @@
+#include "tools/tune/Plan.h"
+
+#include <toml++/toml.h>
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <iterator>
+#include <set>
+
+#include "parameters/SettingValue.h"
+#include "parameters/SettingsFile.h"
+#include "tools/quality/SceneCatalogue.h"
+
+namespace vellumic::tune {
+namespace {
+
+// One table of the plan. Every key must be asked for; done() names those that were not.
+class Section {
+ public:
+  Section(const toml::table& table, const std::string& source, std::string name)
+      : table_(table), source_(source), name_(std::move(name)) {}
+
+  [[noreturn]] void fail(const std::string& key, const std::string& what) const {
+    const toml::node* node = table_.get(key);
+    const auto line = node ? node->source().begin.line : table_.source().begin.line;
+    const std::string field = name_.empty() || key.empty() ? name_ + key : name_ + "." + key;
+    throw PlanError(source_ + ":" + std::to_string(line) + ": " +
+                    (field.empty() ? what : field + ": " + what));
+  }
+  const toml::node* find(const std::string& key) {
+    asked_.insert(key);
+    return table_.get(key);
+  }
+  std::optional<double> number(const std::string& key) {
+    const toml::node* node = find(key);
+    if (!node) return std::nullopt;
+    const auto value = node->value<double>();
+    if (!value || node->is_boolean() || !std::isfinite(*value)) fail(key, "write a number");
+    return value;
+  }
+  std::optional<bool> flag(const std::string& key) {
+    const toml::node* node = find(key);
+    if (node && !node->is_boolean()) fail(key, "write true or false");
+    return node ? node->value<bool>() : std::nullopt;
+  }
+  std::string text(const std::string& key) {
+    const toml::node* node = find(key);
+    if (node && (!node->is_string() || node->value<std::string>()->empty()))
+      fail(key, "write a text in quotes");
+    return node ? *node->value<std::string>() : "";
+  }
+  int whole(const std::string& key, int otherwise, int low, int high) {
+    const auto value = number(key);
+    if (!value) return otherwise;
+    if (*value != std::floor(*value) || *value < low || *value > high)
+      fail(key, "write a whole number from " + std::to_string(low) + " to " + std::to_string(high));
+    return static_cast<int>(*value);
+  }
+  std::vector<int> wholes(const std::string& key, int low, int high) {
+    const toml::node* node = find(key);
+    std::vector<int> values;
+    if (!node) return values;
+    const std::string form = "write a list of whole numbers from " + std::to_string(low) + " to " +
+                             std::to_string(high) + ", as in [4]";
+    const toml::array* list = node->as_array();
+    if (!list || list->empty()) fail(key, form);
+    for (const toml::node& item : *list) {
+      const auto value = item.is_integer() ? item.value<std::int64_t>() : std::nullopt;
+      if (!value || *value < low || *value > high) fail(key, form);
+      values.push_back(static_cast<int>(*value));
+    }
+    return values;
+  }
+  Section inner(const std::string& key) {
+    static const toml::table nothing;
+    const toml::node* node = find(key);
+    if (node && !node->is_table()) fail(key, "write a table, as in [" + key + "]");
+    return {node ? *node->as_table() : nothing, source_, key};
+  }
+  std::vector<Section> list(const std::string& key) {
+    const toml::node* node = find(key);
+    std::vector<Section> sections;
+    const std::string path = name_.empty() ? key : name_ + "." + key;
+    if (!node) return sections;
+    const toml::array* items = node->as_array();
+    if (!items) fail(key, "write it as [[" + path + "]]");
+    for (const toml::node& item : *items) {
+      if (!item.is_table()) fail(key, "write it as [[" + path + "]]");
+      sections.emplace_back(*item.as_table(), source_, path);
+    }
+    return sections;
+  }
+  void done() const {
+    for (const auto& [key, node] : table_)
+      if (!asked_.contains(std::string(key.str())))
+        fail(std::string(key.str()), "is not known here");
+  }
+  const toml::table& table() const { return table_; }
+
+ private:
+  const toml::table& table_;
+  std::string source_, name_;
+  std::set<std::string> asked_;
+};
+
+const Parameter& parameterNamed(const Section& section, const std::string& name) {
+  const auto found = findParameter(name);
+  if (!found || found->decibels)
+    section.fail(name, "no such setting; did you mean " + nearestParameterName(name) + "?");
+  if (found->parameter->kind == ParameterKind::filterType)
+    section.fail(name, "is a choice of filters, which cannot be tuned; leave it out");
+  return *found->parameter;
+}
+
+void readSwitch(Section& section, Dimension& dimension) {
+  dimension.isSwitch = true;
+  const auto start = section.flag("start");
+  dimension.start = start ? (*start ? 1.0 : 0.0) : dimension.factory;
+}
+
+void readRange(Section& section, const Parameter& parameter, Dimension& dimension) {
+  const auto low = section.number("low"), high = section.number("high");
+  if (!low || !high) section.fail("", "needs low and high");
+  if (!(*low < *high)) section.fail("low", "is an empty range; write low below high");
+  const double widest = parameter.high, least = parameter.low;
+  if (*low < least || *high > widest)
+    section.fail("low", "leaves the sensible range, " + decimal(parameter.low) + " to " +
+                            decimal(parameter.high));
+  const std::string scale = section.text("scale");
+  if (!scale.empty() && scale != "log" && scale != "linear")
+    section.fail("scale", "write \"log\" or \"linear\"");
+  dimension.logarithmic = scale == "log";
+  if (dimension.logarithmic && !(*low > 0.0)) section.fail("low", "must be above 0 for \"log\"");
+  dimension.low = *low;
+  dimension.high = *high;
+  dimension.start = section.number("start").value_or(std::clamp(dimension.factory, *low, *high));
+  if (dimension.start < *low || dimension.start > *high)
+    section.fail("start", "write a value from low to high");
+}
+
+void readSpace(Section& settings, const std::string& source, Plan& plan) {
+  int switches = 0;
+  for (const auto& [key, node] : settings.table()) {
+    const std::string name(key.str());
+    const Parameter& parameter = parameterNamed(settings, name);
+    if (!node.is_table()) settings.fail(name, "write a table: { low = .., high = .. }");
+    Section section(*node.as_table(), source, "settings." + name);
+    Dimension dimension;
+    dimension.name = name;
+    dimension.factory = static_cast<double>(parameter.factory);
+    dimension.integer = parameter.kind == ParameterKind::integer;
+    if (parameter.kind == ParameterKind::toggle) {
+      readSwitch(section, dimension);
+      if (++switches > mostSwitches)
+        settings.fail(name, "is one switch too many; at most " + std::to_string(mostSwitches));
+    } else {
+      readRange(section, parameter, dimension);
+    }
+    section.done();
+    plan.space.push_back(dimension);
+    plan.slots.push_back(parameter.slot);
+  }
+  if (plan.space.empty()) settings.fail("", "names no setting to tune; add one under [settings]");
+}
+
+void readWish(Section section, Plan& plan) {
+  const std::string name = section.text("figure");
+  const auto figure = quality::figureNamed(name);
+  if (!figure) section.fail("figure", "no such figure: \"" + name + "\"");
+  Wish wish;
+  wish.figure = *figure;
+  const bool more = quality::info(*figure).moreIsBetter;
+  wish.weight = section.number("weight").value_or(0.0);
+  if (wish.weight < 0.0) section.fail("weight", "write a number from 0 on");
+  wish.cap = section.number("cap");
+  const auto least = section.number("at_least"), most = section.number("at_most");
+  if (more && most) section.fail("at_most", "more of this figure is better; write at_least");
+  if (!more && least) section.fail("at_least", "less of this figure is better; write at_most");
+  wish.limit = more ? least : most;
+  wish.slackBelowFactory = section.number("below_factory");
+  wish.slackBelowInput = section.number("below_input");
+  if (wish.slackBelowInput && !quality::info(*figure).input)
+    section.fail("below_input", "the microphone has no such figure; leave it out");
+  section.done();
+  plan.goal.push_back(wish);
+}
+
+Matter readMatter(Section section) {
+  Matter matter;
+  matter.scene = section.text("scene");
+  matter.recording = section.text("recording");
+  matter.far = section.text("far");
+  matter.talker = section.text("talker");
+  const auto seeds = section.wholes("seeds", 1, 1000000);
+  matter.microphones = section.wholes("microphones", 1, 8);
+  section.done();
+  if (matter.scene.empty() == matter.recording.empty())
+    section.fail("", "needs either scene = \"name\" or recording = \"microphones.wav\"");
+  if (!matter.scene.empty()) {
+    if (!quality::sceneNamed(matter.scene, 1, 1))
+      section.fail("scene", "no such scene; see `vellumic-quality list`");
+    if (!matter.far.empty() || !matter.talker.empty())
+      section.fail("scene", "a scene brings its own far end and talker; leave far and talker out");
+    if (matter.microphones.empty()) matter.microphones = {4};
+    matter.seeds.assign(seeds.begin(), seeds.end());
+    if (seeds.empty()) matter.seeds = {1};
+  } else if (!seeds.empty() || !matter.microphones.empty()) {
+    section.fail("recording", "has neither seeds nor microphones; leave them out");
+  }
+  return matter;
+}
+
+// Where the plan names none: the same kinds of scenes, other seeds.
+std::vector<Matter> otherSeeds(const std::vector<Matter>& material) {
+  std::vector<Matter> held;
+  for (Matter matter : material) {
+    if (matter.scene.empty()) continue;
+    for (std::uint64_t& seed : matter.seeds) seed += 1000;
+    held.push_back(matter);
+  }
+  return held;
+}
+
+// A scene is another one for another seed only where its kind is drawn from it.
+void keepApart(const Section& section, const Plan& plan) {
+  for (const Matter& held : plan.heldOut)
+    for (const Matter& seen : plan.material) {
+      if (!held.recording.empty() && held.recording == seen.recording)
+        section.fail("", held.recording + " is in the material and held out; take it out of one");
+      if (held.scene.empty() || held.scene != seen.scene) continue;
+      for (const std::uint64_t seed : held.seeds)
+        if (std::ranges::find(seen.seeds, seed) != seen.seeds.end())
+          section.fail("", "scene " + held.scene + " with seed " + std::to_string(seed) +
+                               " is in the material and held out; take it out of one");
+    }
+}
+
+void readMaterial(Section& root, Plan& plan) {
+  for (const Section& section : root.list("material")) plan.material.push_back(readMatter(section));
+  if (plan.material.empty())
+    root.fail("", "names no material; add [[material]] with a scene or a recording");
+  Section voices = root.inner("voices"), held = root.inner("held_out");
+  plan.voices = {voices.text("near"), voices.text("far")};
+  plan.heldOutVoices = {held.text("near"), held.text("far")};
+  if (plan.heldOutVoices.nearFile.empty()) plan.heldOutVoices.nearFile = plan.voices.nearFile;
+  if (plan.heldOutVoices.farFile.empty()) plan.heldOutVoices.farFile = plan.voices.farFile;
+  for (const Section& section : held.list("material")) plan.heldOut.push_back(readMatter(section));
+  if (plan.heldOut.empty()) plan.heldOut = otherSeeds(plan.material);
+  const auto isScene = [](const Matter& matter) { return !matter.scene.empty(); };
+  if ((std::ranges::any_of(plan.material, isScene) || std::ranges::any_of(plan.heldOut, isScene)) &&
+      (plan.voices.nearFile.empty() || plan.voices.farFile.empty()))
+    voices.fail("", "scenes need voices: add [voices] with near and far, WAV files at 16 kHz");
+  voices.done();
+  held.done();
+  keepApart(held, plan);
+}
+
+void readFixed(Section& root, Plan& plan) {
+  plan.measuredWith = plan.written = factorySettings();
+  const toml::node* node = root.find("measure_with");
+  if (!node) return;
+  if (!node->is_table()) root.fail("measure_with", "write a table, as in [measure_with]");
+  std::string text;
+  for (const auto& [key, value] : *node->as_table()) {
+    const std::string name(key.str());
+    const Parameter& parameter = parameterNamed(root, name);
+    const auto number = value.is_boolean() ? std::optional<double>(*value.value<bool>() ? 1.0 : 0.0)
+                                           : value.value<double>();
+    if (!number) root.fail("measure_with", name + ": write a number, true or false");
+    plan.measuredWith[index(parameter.slot)] = static_cast<float>(*number);
+  }
+}
+
+RawValues withPoint(RawValues values, const std::vector<Raw>& slots, const Point& point) {
+  for (std::size_t n = 0; n < slots.size(); ++n)
+    values[index(slots[n])] = static_cast<float>(point[n]);
+  return values;
+}
+
+}  // namespace
+
+RawValues Plan::settings(const Point& point) const { return withPoint(measuredWith, slots, point); }
+RawValues Plan::settingsToWrite(const Point& point) const {
+  return withPoint(written, slots, point);
+}
+
+Plan parsePlan(const std::string& text, const std::string& source) {
+  toml::table table;
+  try {
+    table = toml::parse(text);
+  } catch (const toml::parse_error& error) {
+    throw PlanError(source + ":" + std::to_string(error.source().begin.line) +
+                    ": not valid TOML: " + std::string(error.description()));
+  }
+  Plan plan;
+  plan.text = text;
+  Section root(table, source, "");
+  if (const toml::node* header = root.find("header")) {
+    const toml::array* lines = header->as_array();
+    if (!lines) root.fail("header", "write a list of texts");
+    for (const toml::node& line : *lines) {
+      if (!line.is_string()) root.fail("header", "write a list of texts");
+      plan.header.push_back(*line.value<std::string>());
+    }
+  }
+  plan.seed = static_cast<std::uint64_t>(root.whole("seed", 1, 1, 1000000));
+  plan.worth = root.number("worth").value_or(plan.worth);
+  Section evaluations = root.inner("evaluations");
+  plan.budget.global = evaluations.whole("global", plan.budget.global, 1, 100000);
+  plan.budget.local = evaluations.whole("local", plan.budget.local, 0, 100000);
+  evaluations.done();
+  readFixed(root, plan);
+  Section settings = root.inner("settings");
+  readSpace(settings, source, plan);
+  for (const Section& section : root.list("goal")) readWish(section, plan);
+  if (plan.goal.empty()) root.fail("", "has no goal; add [[goal]] with a figure and a weight");
+  readMaterial(root, plan);
+  root.done();
+  return plan;
+}
+
+Plan readPlan(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  stream.peek();  // a folder opens, but cannot be read
+  if (!stream.is_open() || stream.bad())
+    throw PlanError(file.string() + ": cannot be read; check the path and its permissions");
+  return parsePlan({std::istreambuf_iterator<char>(stream), {}}, file.string());
+}
+
+}  // namespace vellumic::tune

@@ -1,0 +1,155 @@
+#include "tools/tune/Search.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <nlopt.hpp>
+
+namespace vellumic::tune {
+namespace {
+
+// Ranges as seen by the optimiser: 0 to 1.
+double toUnit(const Dimension& d, double value) {
+  const double v = std::clamp(value, d.low, d.high);
+  return d.logarithmic ? std::log(v / d.low) / std::log(d.high / d.low)
+                       : (v - d.low) / (d.high - d.low);
+}
+double fromUnit(const Dimension& d, double unit) {
+  const double u = std::clamp(unit, 0.0, 1.0);
+  return d.logarithmic ? d.low * std::pow(d.high / d.low, u) : d.low + u * (d.high - d.low);
+}
+
+double threeDigits(double value) {
+  if (value == 0.0 || !std::isfinite(value)) return value;
+  const double scale = std::pow(10.0, 2.0 - std::floor(std::log10(std::abs(value))));
+  return std::round(value * scale) / scale;
+}
+
+class Run {
+ public:
+  Run(const Space& space, const std::function<double(const Point&)>& function)
+      : space_(space), function_(function) {
+    for (std::size_t n = 0; n < space.size(); ++n)
+      (space[n].isSwitch ? switches_ : ranges_).push_back(n);
+    result_.value = -std::numeric_limits<double>::infinity();
+  }
+
+  SearchResult go(const Budget& budget, std::uint64_t seed);
+
+ private:
+  double evaluate(const Point& point);
+  void optimise(nlopt::opt optimiser, const Point& from, int evaluations);
+  Point combination(Point point, std::size_t which) const;
+
+  const Space& space_;
+  const std::function<double(const Point&)>& function_;
+  std::vector<std::size_t> switches_, ranges_;
+  SearchResult result_;
+};
+
+double Run::evaluate(const Point& point) {
+  const Point at = rounded(space_, point);
+  const double value = function_(at);
+  if (value > result_.value) {
+    result_.value = value;
+    result_.best = at;
+  }
+  return value;
+}
+
+Point Run::combination(Point point, std::size_t which) const {
+  for (std::size_t n = 0; n < switches_.size(); ++n)
+    point[switches_[n]] = static_cast<double>(which >> n & 1U);
+  return point;
+}
+
+void Run::optimise(nlopt::opt optimiser, const Point& from, int evaluations) {
+  std::vector<double> unit;
+  for (const std::size_t n : ranges_) unit.push_back(toUnit(space_[n], from[n]));
+  optimiser.set_lower_bounds(0.0);
+  optimiser.set_upper_bounds(1.0);
+  optimiser.set_maxeval(evaluations);
+  optimiser.set_xtol_abs(0.005);
+  struct Call {
+    Run* run;
+    Point from;
+    bool stopped;
+  } call{this, from, false};
+  optimiser.set_max_objective(
+      [](const std::vector<double>& x, std::vector<double>&, void* data) {
+        Call& c = *static_cast<Call*>(data);
+        Point point = c.from;
+        for (std::size_t n = 0; n < x.size(); ++n)
+          point[c.run->ranges_[n]] = fromUnit(c.run->space_[c.run->ranges_[n]], x[n]);
+        try {
+          return c.run->evaluate(point);
+        } catch (const Stopped&) {
+          c.stopped = true;
+          throw nlopt::forced_stop();
+        }
+      },
+      &call);
+  try {
+    double value = 0.0;
+    optimiser.optimize(unit, value);
+  } catch (const nlopt::forced_stop&) {
+    if (call.stopped) throw Stopped();
+    throw;
+  } catch (const nlopt::roundoff_limited&) {  // as near as it gets
+  }
+}
+
+SearchResult Run::go(const Budget& budget, std::uint64_t seed) {
+  Point start, factory;
+  for (const Dimension& d : space_) {
+    start.push_back(d.start);
+    factory.push_back(d.factory);
+  }
+  try {
+    evaluate(start);
+    evaluate(factory);
+    const std::size_t combinations = std::size_t{1} << switches_.size();
+    const auto dimensions = static_cast<unsigned>(ranges_.size());
+    const int each = std::max(1, budget.global / static_cast<int>(combinations));
+    for (std::size_t which = 0; which < combinations; ++which) {
+      const Point from = combination(start, which);
+      evaluate(from);
+      if (ranges_.empty() || each < 3) continue;
+      nlopt::srand(static_cast<unsigned long>(seed + which));
+      nlopt::opt global(nlopt::GN_CRS2_LM, dimensions);
+      global.set_population(
+          std::clamp(static_cast<unsigned>(each) / 2, dimensions + 1, 5 * (dimensions + 1)));
+      optimise(global, from, each);
+    }
+    if (!ranges_.empty() && budget.local > 0) {
+      nlopt::opt local(nlopt::LN_SBPLX, dimensions);
+      local.set_initial_step(0.1);
+      optimise(local, Point(result_.best), budget.local);
+    }
+  } catch (const Stopped&) {
+    result_.stopped = true;
+  }
+  return result_;
+}
+
+}  // namespace
+
+Point rounded(const Space& space, Point point) {
+  for (std::size_t n = 0; n < space.size(); ++n) {
+    const Dimension& d = space[n];
+    if (d.isSwitch)
+      point[n] = point[n] >= 0.5 ? 1.0 : 0.0;
+    else if (d.integer)
+      point[n] = std::round(point[n]);
+    else if (point[n] != d.factory)
+      point[n] = threeDigits(point[n]);
+  }
+  return point;
+}
+
+SearchResult search(const Space& space, const Budget& budget, std::uint64_t seed,
+                    const std::function<double(const Point&)>& function) {
+  return Run(space, function).go(budget, seed);
+}
+
+}  // namespace vellumic::tune

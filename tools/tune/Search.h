@@ -1,0 +1,58 @@
+// Maximises a costly function of settings: switches are enumerated, ranges searched by NLopt, first
+// globally (controlled random search with local mutation), then around the best (Sbplx).
+//
+// P. Kaelo, M. M. Ali, "Some variants of the controlled random search algorithm for global
+// optimization", J. Optim. Theory Appl. 130(2), 2006. T. Rowan, "Functional stability analysis of
+// numerical algorithms", 1990.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace vellumic::tune {
+
+// One value per dimension, in the setting's own unit.
+using Point = std::vector<double>;
+
+struct Dimension {
+  std::string name;
+  bool isSwitch = false;
+  bool integer = false;
+  bool logarithmic = false;      // needs low > 0
+  double low = 0.0, high = 1.0;  // of a range; low < high
+  double start = 0.0, factory = 0.0;
+};
+using Space = std::vector<Dimension>;
+
+inline constexpr int mostSwitches = 4;
+
+struct Budget {
+  int global = 60;  // evaluations, over all combinations of the switches
+  int local = 40;
+};
+
+// Thrown by the function to end the search early.
+struct Stopped : std::runtime_error {
+  Stopped() : std::runtime_error("stopped") {}
+};
+
+// Three significant digits, integers whole, switches 0 or 1, all within the range: what is
+// evaluated and what is written is the same.
+Point rounded(const Space& space, Point point);
+
+struct SearchResult {
+  Point best;
+  double value = 0.0;
+  bool stopped = false;
+};
+
+// The same space, budget, seed and function give the same result, however often it is stopped and
+// begun again with a function that remembers. The start is evaluated first, then the factory's
+// point. Not reentrant: NLopt has one random generator.
+SearchResult search(const Space& space, const Budget& budget, std::uint64_t seed,
+                    const std::function<double(const Point&)>& function);
+
+}  // namespace vellumic::tune

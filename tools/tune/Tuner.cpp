@@ -1,0 +1,89 @@
+#include "tools/tune/Tuner.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace vellumic::tune {
+namespace {
+
+class Run {
+ public:
+  Run(const Plan& plan, Journal& journal, const PointJudge& judge,
+      const std::function<void(int, int, double)>& progress)
+      : plan_(plan), journal_(journal), judge_(judge), progress_(progress) {
+    for (const Dimension& d : plan.space) factory_.push_back(d.factory);
+    all_ = plan.budget.global + plan.budget.local + 2 + (1 << switches()) +
+           2 * static_cast<int>(plan.space.size());
+  }
+
+  Tuning go() {
+    Tuning tuning;
+    const SearchResult found = search(plan_.space, plan_.budget, plan_.seed,
+                                      [this](const Point& point) { return judged(point).value; });
+    tuning.best = found.best.empty() ? factory_ : found.best;
+    tuning.stopped = found.stopped;
+    try {
+      tuning.factory = judged(factory_);
+      tuning.judgement = judged(tuning.best);
+      if (!tuning.stopped) weigh(tuning);
+    } catch (const Stopped&) {
+      tuning.stopped = true;
+      tuning.contributions.clear();
+    }
+    return tuning;
+  }
+
+ private:
+  int switches() const {
+    return static_cast<int>(std::ranges::count_if(plan_.space, &Dimension::isSwitch));
+  }
+
+  Judgement judged(const Point& point) {
+    const Judgement* known = journal_.find(point);
+    if (!known) {
+      journal_.add(point, judge_(point));
+      known = journal_.find(point);
+    }
+    best_ = std::max(best_, known->value);
+    ++done_;
+    progress_(done_, std::max(all_, done_), best_);
+    return *known;
+  }
+
+  // Puts back, one after the other, what gains too little; what remains is weighed.
+  void weigh(Tuning& tuning) {
+    for (;;) {
+      tuning.contributions.clear();
+      for (std::size_t n = 0; n < factory_.size(); ++n) {
+        if (tuning.best[n] == factory_[n]) continue;
+        Point without = tuning.best;
+        without[n] = factory_[n];
+        tuning.contributions.push_back({n, judged(without)});
+      }
+      std::ranges::sort(tuning.contributions, {},
+                        [](const Contribution& c) { return c.without.value; });
+      if (tuning.contributions.empty()) return;
+      const Contribution least = tuning.contributions.back();
+      if (tuning.judgement.value - least.without.value >= plan_.worth) return;
+      tuning.best[least.dimension] = factory_[least.dimension];
+      tuning.judgement = least.without;
+    }
+  }
+
+  const Plan& plan_;
+  Journal& journal_;
+  const PointJudge& judge_;
+  const std::function<void(int, int, double)>& progress_;
+  Point factory_;
+  int done_ = 0, all_ = 0;
+  double best_ = -std::numeric_limits<double>::infinity();
+};
+
+}  // namespace
+
+Tuning tune(const Plan& plan, Journal& journal, const PointJudge& judge,
+            const std::function<void(int, int, double)>& progress) {
+  return Run(plan, journal, judge, progress).go();
+}
+
+}  // namespace vellumic::tune
