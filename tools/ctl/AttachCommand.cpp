@@ -96,7 +96,7 @@ void printNotes(const std::vector<std::string>& notes) {
 }  // namespace
 
 void attachEffects(const CtlOptions& options) {
-  const Apartment apartment;
+  const ComThread com;
   const Microphone microphone = findMicrophone(options.device, DEVICE_STATEMASK_ALL);
   std::optional<AttachmentWriter> writer;
   if (!options.dryRun) writer.emplace();
@@ -131,7 +131,7 @@ void attachEffects(const CtlOptions& options) {
 }
 
 void detachEffects(const CtlOptions& options) {
-  const Apartment apartment;
+  const ComThread com;
   const Microphone microphone = findMicrophone(options.device, DEVICE_STATEMASK_ALL);
   std::optional<AttachmentWriter> writer;
   if (!options.dryRun) writer.emplace();

@@ -56,7 +56,7 @@ Findings examine(const std::string& wanted) {
 }
 
 void runDoctor(const CtlOptions& options) {
-  const Apartment apartment;
+  const ComThread com;
   const Findings findings = examine(options.device);
   const std::size_t faults = findings.count(Verdict::notOk);
   if (options.json)

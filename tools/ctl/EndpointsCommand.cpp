@@ -115,7 +115,7 @@ std::string json(const Row& row) {
 }  // namespace
 
 void listEndpoints(bool asJson) {
-  const Apartment apartment;
+  const ComThread com;
   std::vector<std::string> all;
   for (Microphone& microphone : microphones(DEVICE_STATEMASK_ALL)) {
     const Row row = rowOf(std::move(microphone));

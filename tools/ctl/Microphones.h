@@ -1,5 +1,5 @@
 // The capture endpoints, as the system's device enumerator and their registry keys show them.
-// Thread: any, inside an Apartment.
+// Thread: any, inside an ComThread.
 #pragma once
 
 #include <windows.h>
@@ -15,14 +15,14 @@
 namespace vellumic::tools {
 
 // Keeps COM ready on a thread.
-class Apartment {
+class ComThread {
  public:
-  Apartment() : result_(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
-  ~Apartment() {
+  ComThread() : result_(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
+  ~ComThread() {
     if (SUCCEEDED(result_)) CoUninitialize();
   }
-  Apartment(const Apartment&) = delete;
-  Apartment& operator=(const Apartment&) = delete;
+  ComThread(const ComThread&) = delete;
+  ComThread& operator=(const ComThread&) = delete;
 
  private:
   HRESULT result_;

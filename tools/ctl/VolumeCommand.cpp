@@ -15,7 +15,7 @@ namespace {
 // Prints what the reader finds, as an effect that starts now would.
 template <class Print>
 void withVolume(const std::string& device, Print print) {
-  const Apartment apartment;
+  const ComThread com;
   const Microphone microphone = findMicrophone(device, DEVICE_STATE_ACTIVE);
   CHandleVolumeNotification volume;
   volume.add([](const std::wstring&) {}, nullptr, microphone.id);

@@ -1,0 +1,186 @@
+// The INF files as built, through the system's setup functions.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+#include <setupapi.h>
+
+#include <map>
+#include <set>
+
+#include "apo/ProcessingModes.h"
+#include "tests/apo/ApoWorld.h"
+#include "tools/ctl/EffectPlan.h"
+#include "tools/ctl/TextConversion.h"
+
+namespace vellumic::tools {
+namespace {
+
+using Fields = std::vector<std::wstring>;  // the key of the line first
+
+class Inf {
+ public:
+  explicit Inf(const wchar_t* name)
+      : handle_(SetupOpenInfFileW((folder() + L"\\" + name).c_str(), nullptr, INF_STYLE_WIN4,
+                                  &errorLine_)) {
+    EXPECT_NE(handle_, INVALID_HANDLE_VALUE) << "line " << errorLine_ << " " << GetLastError();
+  }
+  ~Inf() { SetupCloseInfFile(handle_); }
+  Inf(const Inf&) = delete;
+  Inf& operator=(const Inf&) = delete;
+
+  // Substituted; empty where the section is missing or empty.
+  [[nodiscard]] std::vector<Fields> lines(const std::wstring& section) const {
+    std::vector<Fields> all;
+    INFCONTEXT line{};
+    for (BOOL more = SetupFindFirstLineW(handle_, section.c_str(), nullptr, &line); more;
+         more = SetupFindNextLine(&line, &line)) {
+      Fields fields;
+      for (DWORD i = 0; i <= SetupGetFieldCount(&line); ++i) {
+        std::array<wchar_t, 512> text{};
+        SetupGetStringFieldW(&line, i, text.data(), text.size(), nullptr);
+        fields.emplace_back(text.data());
+      }
+      all.push_back(fields);
+    }
+    return all;
+  }
+  [[nodiscard]] bool has(const std::wstring& section) const {
+    return SetupGetLineCountW(handle_, section.c_str()) >= 0;
+  }
+  [[nodiscard]] std::wstring value(const std::wstring& section, const std::wstring& key) const {
+    for (const Fields& fields : lines(section))
+      if (fields.at(0) == key) return fields.at(1);
+    return {};
+  }
+  void runRegistry(const std::wstring& section, HKEY root) const {
+    EXPECT_TRUE(SetupInstallFromInfSectionW(nullptr, handle_, section.c_str(), SPINST_REGISTRY,
+                                            root, nullptr, 0, nullptr, nullptr, nullptr, nullptr))
+        << GetLastError();
+  }
+
+ private:
+  static std::wstring folder() { return L"Z:" + wide(VELLUMIC_PACKAGE); }
+  UINT errorLine_ = 0;
+  HINF handle_;
+};
+
+class Scratch {
+ public:
+  Scratch() {
+    RegDeleteTreeW(HKEY_CURRENT_USER, name);
+    EXPECT_EQ(RegCreateKeyW(HKEY_CURRENT_USER, name, key_.put()), ERROR_SUCCESS);
+  }
+  ~Scratch() { RegDeleteTreeW(HKEY_CURRENT_USER, name); }
+  [[nodiscard]] HKEY root() const { return key_.get(); }
+
+  using Tree = std::map<std::wstring, RegistryValues>;
+  [[nodiscard]] Tree tree() const {
+    Tree all;
+    read(key_.get(), L"", all);
+    return all;
+  }
+
+ private:
+  static constexpr wchar_t name[] = L"Software\\VellumicTestScratch";
+  static void read(HKEY key, const std::wstring& path, Tree& all) {
+    if (auto values = readValues(key, utf8(path)); !values.empty()) all[path] = std::move(values);
+    std::array<wchar_t, 256> child{};
+    for (DWORD i = 0; RegEnumKeyW(key, i, child.data(), child.size()) == ERROR_SUCCESS; ++i) {
+      RegistryKey opened;
+      RegOpenKeyW(key, child.data(), opened.put());
+      read(opened.get(), path + L"\\" + child.data(), all);
+    }
+  }
+  RegistryKey key_;
+};
+
+// The sections that each directive names, by the position of their names.
+void expectReferencesExist(const Inf& inf, const std::wstring& models, const std::wstring& files) {
+  EXPECT_EQ(inf.lines(L"Manufacturer").at(0).at(1) + L"." + inf.lines(L"Manufacturer").at(0).at(2),
+            models);
+  ASSERT_EQ(inf.lines(models).size(), 1U);
+  const std::wstring install = inf.lines(models)[0].at(1) + L".NT";
+  ASSERT_TRUE(inf.has(install));
+  std::set<std::wstring> named;
+  for (const Fields& line : inf.lines(install)) named.insert(line.begin() + 1, line.end());
+  for (const wchar_t* kind : {L".Components", L".Interfaces"})
+    for (const Fields& line : inf.lines(install + kind)) named.insert(line.at(3));
+  for (const std::wstring& section : named) EXPECT_TRUE(inf.has(section)) << utf8(section);
+  for (const std::wstring& section : named)
+    for (const Fields& line : inf.lines(section))
+      if (line.at(0) == L"AddReg") {
+        EXPECT_TRUE(inf.has(line.at(1))) << utf8(line.at(1));
+      }
+  if (files.empty()) return;
+  EXPECT_TRUE(named.contains(files));
+  EXPECT_EQ(inf.value(L"DestinationDirs", files), L"13");
+  for (const Fields& file : inf.lines(files)) {
+    const std::wstring disk = inf.value(L"SourceDisksFiles", file.at(1));
+    EXPECT_FALSE(inf.value(L"SourceDisksNames", disk).empty());
+    EXPECT_TRUE(std::filesystem::exists(test::programFolder() / file.at(1)));
+  }
+}
+
+TEST(DriverPackage, BothParseAndReferToSectionsThatExist) {
+  const std::wstring models = L"Devices.NTamd64.10.0...17763";
+  const Inf component(L"VellumicAPO.inf"), extension(L"VellumicExtension.inf");
+  expectReferencesExist(component, models, L"Component.Files");
+  expectReferencesExist(extension, models, L"");
+  EXPECT_EQ(component.value(L"Version", L"ClassGuid"), L"{5989FCE8-9CD0-467D-8A6A-5419E31529D4}");
+  EXPECT_EQ(extension.value(L"Version", L"ClassGuid"), L"{E2F84CE7-8EFA-411C-AA69-97454CA4CB57}");
+  EXPECT_FALSE(extension.value(L"Version", L"ExtensionId").empty());
+  // The extension makes the device that the component is for.
+  EXPECT_EQ(component.lines(models).at(0).at(2),
+            L"SWC\\" + extension.value(L"Extension.Component", L"ComponentIDs"));
+  std::set<std::wstring> categories;
+  for (const Fields& line : extension.lines(L"Extension.NT.Interfaces"))
+    categories.insert(line.at(1));
+  EXPECT_EQ(categories, (std::set<std::wstring>{L"{6994AD04-93EF-11D0-A3CC-00A0C9223196}",
+                                                L"{DDA54A40-1E4C-11D1-A050-405705C10000}"}));
+}
+
+TEST(DriverPackage, ComponentWritesWhatRegistrationWrites) {
+  Scratch::Tree registered, installed;
+  {
+    const Scratch scratch;
+    RegOverridePredefKey(HKEY_CLASSES_ROOT, scratch.root());
+    EXPECT_EQ(test::exported<HRESULT WINAPI()>("DllRegisterServer")(), S_OK);
+    RegOverridePredefKey(HKEY_CLASSES_ROOT, nullptr);
+    registered = scratch.tree();
+  }
+  {
+    const Scratch scratch;
+    Inf(L"VellumicAPO.inf").runRegistry(L"Component.NT", scratch.root());
+    installed = scratch.tree();
+  }
+  // Paths apart: classes lie below Classes, and files in folders of their own.
+  Scratch::Tree expected;
+  for (const auto& [path, values] : registered)
+    expected[path.starts_with(L"\\AudioEngine") ? path : L"\\Classes" + path] = values;
+  std::size_t paths = 0;
+  for (auto* tree : {&expected, &installed})
+    for (auto& [path, values] : *tree)
+      for (auto& [name, value] : values)
+        if (const auto texts = textsOf(value); !texts.empty() && texts[0].find(L":\\") == 1) {
+          const auto slash = texts[0].rfind(L'\\');
+          value = textValue(texts[0].ends_with(L".dll") ? texts[0].substr(slash + 1) : L"folder");
+          ++paths;
+        }
+  EXPECT_EQ(paths, 2 * (3 + 2));  // three classes, the type library and its folder
+  EXPECT_GE(expected.size(), 14U);
+  EXPECT_EQ(installed, expected);
+}
+
+TEST(DriverPackage, ExtensionWritesWhatAttachWrites) {
+  const Scratch scratch;
+  Inf(L"VellumicExtension.inf").runRegistry(L"Extension.Interface", scratch.root());
+  RegistryValues expected;
+  AttachRequest request{.slots = {&effectSlots[0], &effectSlots[1], &effectSlots[2]},
+                        .modes = {acceptedModes.begin(), acceptedModes.end()}};
+  for (const ValueChange& change : attachChanges({}, request))
+    expected[change.name] = *change.after;
+  EXPECT_EQ(scratch.tree(), (Scratch::Tree{{L"\\FX\\0", expected}}));
+}
+
+}  // namespace
+}  // namespace vellumic::tools
