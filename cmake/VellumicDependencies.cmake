@@ -24,7 +24,7 @@ add_library(vellumic_header_only INTERFACE)
 target_include_directories(vellumic_header_only SYSTEM INTERFACE "${header_only}")
 add_library(vellumic_xsimd ALIAS vellumic_header_only)
 
-if(NOT WIN32 AND VELLUMIC_TOOLS)
+if(NOT WIN32 AND (VELLUMIC_TOOLS OR VELLUMIC_FUZZ))
   find_package(PkgConfig REQUIRED)
   pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET sndfile)
 endif()

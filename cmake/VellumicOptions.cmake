@@ -1,6 +1,7 @@
 # Language, warnings and sanitizers; everything that all targets share.
 option(VELLUMIC_TOOLS "Build the command-line tools" OFF)
 option(VELLUMIC_BENCH "Build the benchmarks" OFF)
+option(VELLUMIC_FUZZ "Build the fuzzers instead of the tests" OFF)
 option(VELLUMIC_SHORT_TESTS "Run the short forms of long convergence tests" OFF)
 set(VELLUMIC_SANITIZER "" CACHE STRING "address, thread, realtime or empty")
 
@@ -38,6 +39,9 @@ elseif(VELLUMIC_SANITIZER)
 endif()
 if(VELLUMIC_SANITIZER)
   target_compile_options(vellumic_options INTERFACE -O1 -g1 ${sanitizer_flags})
+  if(VELLUMIC_FUZZ)
+    target_compile_options(vellumic_options INTERFACE -O2 -fsanitize=fuzzer-no-link)
+  endif()
   target_link_options(vellumic_options INTERFACE ${sanitizer_flags})
 endif()
 

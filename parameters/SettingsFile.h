@@ -9,15 +9,20 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "parameters/Catalogue.h"
 
 namespace vellumic {
 
+// The text with a ? for each control character: what a user wrote may not break a message's line.
+std::string onOneLine(std::string text);
+
 // what() is one line for the user: source, line, name, what is wrong and how to mend it.
 class SettingsError : public std::runtime_error {
-  using std::runtime_error::runtime_error;
+ public:
+  explicit SettingsError(std::string text) : std::runtime_error(onOneLine(std::move(text))) {}
 };
 
 // Values outside their sensible range; applied all the same. One line each.

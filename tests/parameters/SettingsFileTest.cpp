@@ -68,6 +68,8 @@ TEST(SettingsFile, FaultsNameLineSettingAndRemedyAndChangeNothing) {
       {"level.level_db = \"loud\"", {"a number of decibels", "loud"}},
       {"level.level = 1\nlevel.level_db = 0", {"level.level_db", "given twice"}},
       {"equalizer.left.band1.type = \"peek\"", {":2: ", "\"high_pass\"", "peek"}},
+      {"\"lev\\nel\" = 1", {":2: lev?el: no such setting"}},
+      {"[ = 1", {"test.toml:2: not valid TOML"}},
       {"level.level = = 3", {"test.toml:2: not valid TOML"}},
       {"level.level = 1\nlevel.level = 2", {"test.toml:3: not valid TOML"}}};
   for (const Fault& fault : faults) {

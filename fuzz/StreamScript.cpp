@@ -1,0 +1,238 @@
+#include "fuzz/StreamScript.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+#include <limits>
+#include <numbers>
+
+#include "fuzz/CallWatch.h"
+#include "fuzz/Require.h"
+
+namespace vellumic::fuzz {
+namespace {
+
+constexpr float untouched = -77.0F;
+constexpr double longestCall = 1.0;  // s of processor time, under the sanitizers
+constexpr std::array rates{16000.0F, 22050.0F, 24000.0F,  44100.0F, 48000.0F,
+                           88200.0F, 96000.0F, 192000.0F, 8000.0F,  32000.0F};
+
+double rootMeanSquare(const std::vector<float>& samples) {
+  double sum = 0.0;
+  for (const float value : samples) sum += static_cast<double>(value) * value;
+  return std::sqrt(sum / static_cast<double>(samples.size()));
+}
+
+}  // namespace
+
+StreamScript::StreamScript(ByteReader input) : input_(input) {
+  struct Modes {
+    EffectMode lock, reload;
+  };
+  // The keyword detector's class reloads into the usual form.
+  constexpr std::array classes{Modes{EffectMode::array, EffectMode::array},
+                               Modes{EffectMode::equalizer, EffectMode::equalizer},
+                               Modes{EffectMode::arrayFourChannel, EffectMode::array}};
+  const Modes modes = classes[input_.choose(classes.size())];
+  lockMode_ = modes.lock;
+  reloadMode_ = modes.reload;
+  mode_ = static_cast<ProcessingMode>(input_.choose(7));
+  speakers_.format = {.channels = 1 + static_cast<int>(input_.choose(8)),
+                      .sampleRate = 1 + static_cast<int>(input_.number<std::uint16_t>()) * 3};
+  LoopbackOpener opener;
+  opener.onHelperThread = false;
+  opener.dropsBacklog = input_.choose(2) == 0;
+  opener.open = [this] { return std::make_unique<RandomPackets>(speakers_); };
+  core_ = std::make_unique<CaptureCore>(opener);
+
+  values_ = settings();
+  require(core_->sets.allocate(), "a fresh object has room for its blocks");
+  std::ranges::copy(values_, core_->sets.rawParameters().begin());
+  core_->sets.settingRead();
+  core_->sets.initialize(mode_, lockMode_);
+  lock();
+}
+
+void StreamScript::run() {
+  while (!input_.empty() && framesLeft_ > 0) {
+    switch (input_.choose(16)) {
+      case 0:
+        lock();
+        break;
+      case 1:
+      case 2:
+      case 3:
+        reload();
+        break;
+      case 4:
+        core_->sets.setVolumes({.master = anyFloat(), .first = anyFloat(), .second = anyFloat()});
+        break;
+      case 5:
+        setLoudspeakers();
+        break;
+      case 6:
+        if (input_.byte() < 8) return recover();
+        break;
+      default:
+        call();
+    }
+  }
+}
+
+void StreamScript::lock() {
+  const std::size_t rate = input_.choose(rates.size() + 1);
+  format_ = {.sampleRate = rate < rates.size() ? rates[rate] : anyFloat(),
+             .inputChannels = static_cast<std::uint32_t>(1 + input_.choose(12)),
+             .outputChannels = static_cast<std::uint32_t>(1 + input_.choose(12)),
+             .inputMask = input_.number<std::uint32_t>(),
+             .outputMask = input_.number<std::uint32_t>()};
+  core_->sets.proposeRate(format_.sampleRate);
+  require(core_->sets.lock(format_, mode_, lockMode_, core_->context).has_value(),
+          "a lock never runs out of room");
+}
+
+void StreamScript::reload() { core_->sets.reload(values_ = settings(), mode_, reloadMode_); }
+
+// Factory values, those before or zeros, with any value in some slots.
+RawValues StreamScript::settings() {
+  RawValues values = values_;
+  const std::size_t base = input_.choose(4);
+  if (base < 2) values = factorySettings();
+  if (base == 2) values = RawValues{};
+  values[index(Raw::fadeRequest)] = static_cast<float>(input_.choose(4) == 0);
+  const auto named = catalogue();
+  for (std::size_t count = input_.choose(20); count > 0; --count) {
+    const std::uint8_t slot = input_.byte();
+    if (slot == 255)
+      values[input_.number<std::uint16_t>() % rawCount] = anyFloat();
+    else
+      values[index(named[slot % named.size()].slot)] = anyFloat();
+  }
+  return values;
+}
+
+float StreamScript::anyFloat() {
+  using Limits = std::numeric_limits<float>;
+  constexpr std::array special{0.0F,
+                               1.0F,
+                               -1.0F,
+                               Limits::quiet_NaN(),
+                               Limits::infinity(),
+                               -Limits::infinity(),
+                               Limits::max(),
+                               Limits::denorm_min(),
+                               1e30F,
+                               2147483648.0F,
+                               128.0F,
+                               16384.0F,
+                               1e-6F,
+                               1000.0F,
+                               0.5F,
+                               192000.0F};
+  const std::uint8_t kind = input_.byte();
+  if (kind < special.size()) return special[kind];
+  if (kind < 64) return std::bit_cast<float>(input_.number<std::uint32_t>());
+  return static_cast<float>(input_.number<std::int16_t>()) / 64.0F;
+}
+
+float StreamScript::sample(int kind) {
+  noise_ = noise_ * 1664525U + 1013904223U;
+  const float white = static_cast<float>(noise_ >> 8U) / 8388608.0F - 1.0F;
+  if (kind == 1) return 0.0F;
+  if (kind == 2) return 1e30F * white;
+  if (kind == 3) return noise_ % 50 == 0 ? std::numeric_limits<float>::quiet_NaN() : white;
+  if (kind == 4) return 1.0F;
+  if (kind == 5) return 1e5F * white;
+  return 0.1F * white;
+}
+
+void StreamScript::call() {
+  const std::size_t frames =
+      std::min<std::size_t>(framesLeft_, input_.number<std::uint16_t>() % 1500U);
+  framesLeft_ -= frames;
+  const std::size_t flag = input_.choose(16);
+  const std::uint32_t flags =
+      flag < 12 ? buffer_flags::valid : static_cast<std::uint32_t>(flag - 12);
+  const int kind = static_cast<int>(input_.choose(12));
+  std::vector<float> in(frames * format_.inputChannels);
+  for (float& value : in) value = sample(kind);
+  std::vector<float> out(frames * format_.outputChannels, untouched);
+  process(in, out, flags);
+}
+
+void StreamScript::process(const std::vector<float>& in, std::vector<float>& out,
+                           std::uint32_t flags) {
+  constexpr CallState state{.initialized = true, .locked = true, .limits = {}};
+  const auto frames = static_cast<std::uint32_t>(in.size() / format_.inputChannels);
+  const StreamBuffer input{const_cast<float*>(in.data()), frames, flags};
+  StreamBuffer output{out.data(), 12345U, 99U};
+  {
+    const CallWatch watch;
+    require(admitCall(state, 1, 1), "one connection on each side is admitted");
+    runCall(core_->context, 1, input, 1, output);
+    require(watch.heapCalls() == 0, "no heap call in a call");
+    require(watch.cpuSeconds() < longestCall, "a call takes a bounded time");
+  }
+  checkWritten(out, output, flags, frames);
+}
+
+void StreamScript::checkWritten(const std::vector<float>& out, const StreamBuffer& output,
+                                std::uint32_t flags, std::uint32_t frames) const {
+  const auto all = [&out](float wanted) {
+    return std::ranges::all_of(out, [wanted](float value) { return value == wanted; });
+  };
+  if (flags == buffer_flags::valid || flags == buffer_flags::silent) {
+    require(output.flags == flags && output.validFrames == frames, "flags and count go through");
+    if (flags == buffer_flags::silent) require(all(0.0F), "silence in, silence out");
+  } else {
+    require(output.flags == 99U && output.validFrames == 12345U && all(untouched),
+            "a bad flag writes nothing");
+  }
+}
+
+void StreamScript::setLoudspeakers() {
+  speakers_.waiting = input_.byte();
+  speakers_.frames = input_.number<std::uint16_t>();
+  const std::uint8_t bits = input_.byte();
+  speakers_.silent = (bits & 1U) != 0;
+  speakers_.failing = (bits & 2U) != 0;
+  speakers_.withoutSamples = (bits & 4U) != 0;
+  speakers_.level = (bits & 8U) != 0 ? 1e30F : 0.1F;
+}
+
+// Good settings, with or without a new lock: within 10 s half a second is finite and neither lost
+// nor deafening.
+void StreamScript::recover() {
+  speakers_ = {.format = speakers_.format};
+  core_->sets.setVolumes({});
+  values_ = factorySettings();
+  core_->sets.reload(values_, mode_, reloadMode_);
+  if (!(format_.sampleRate >= 8000.0F && format_.sampleRate <= 48000.0F)) {
+    format_ = {.sampleRate = 16000.0F};
+    core_->sets.proposeRate(format_.sampleRate);
+    require(core_->sets.lock(format_, mode_, lockMode_, core_->context).has_value(), "room");
+  }
+  const double rate = format_.sampleRate;
+  const auto half = static_cast<std::size_t>(0.5 * rate);
+  for (std::size_t start = 0; start < 20 * half; start += half) {
+    std::vector<float> in, out(half * format_.outputChannels, untouched);
+    for (std::size_t n = start; n < start + half; ++n) {
+      const double t = static_cast<double>(n) / rate, turn = 2.0 * std::numbers::pi * t;
+      const double voice =
+          std::sin(300.0 * turn) + std::sin(700.0 * turn) + std::sin(1900.0 * turn);
+      const double swell = std::max(0.0, std::sin(3.0 * turn));
+      in.insert(in.end(), format_.inputChannels,
+                static_cast<float>(0.1 * voice * swell) + 1e-3F * sample(0));
+    }
+    process(in, out, buffer_flags::valid);
+    std::vector<float> first;
+    for (std::size_t n = 0; n < out.size(); n += format_.outputChannels) first.push_back(out[n]);
+    const double ratio = rootMeanSquare(first) / rootMeanSquare(in);
+    const bool finite = std::ranges::all_of(out, [](float v) { return std::isfinite(v); });
+    if (finite && ratio > 0.01 && ratio < 60.0) return;
+  }
+  require(false, "good settings bring the sound back within 10 s");
+}
+
+}  // namespace vellumic::fuzz
