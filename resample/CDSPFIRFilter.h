@@ -9,6 +9,8 @@
 #include <memory>
 #include <vector>
 
+#include "resample/ChainPlan.h"
+
 namespace vellumic::resample {
 
 // What a filter is asked for.
@@ -18,6 +20,8 @@ struct FilterRequest {
   double attenuation;     // dB
   double gain;            // in the pass band
   int branches;           // polyphase: the factor by which the convolver shifts the rate
+  // Of the chain whose response was measured; a plain low-pass has no chain.
+  PowerOfTwoChain measured = PowerOfTwoChain::allowed;
   auto operator<=>(const FilterRequest&) const = default;
 };
 

@@ -9,7 +9,8 @@
 namespace vellumic::resample {
 namespace {
 
-// Outputs after which the counters start over: keeps the product of count and rate exact.
+// When a call leaves more outputs than this behind, the counters start over: keeps the product of
+// count and rate exact.
 constexpr int outputsBeforeReset = 1000;
 constexpr double attenuation = 180.15;  // dB, what 24 taps reach from half the band upward
 
@@ -95,6 +96,11 @@ int CDSPFracInterpolator<taps, phases>::process(
       advance();
     }
   }
+  if (outputCount_ > outputsBeforeReset) {
+    outputCount_ = 0;
+    consumed_ = 0;
+    positionBase_ = position_;
+  }
   return static_cast<int>(result - output);
 }
 
@@ -116,11 +122,6 @@ void CDSPFracInterpolator<taps, phases>::advance() noexcept {
   consumed_ += steps;
   fill_ -= steps;
   readPosition_ = (readPosition_ + steps) % ringLength;
-  if (outputCount_ >= outputsBeforeReset) {
-    outputCount_ = 0;
-    consumed_ = 0;
-    positionBase_ = position_;
-  }
 }
 
 template class CDSPFracInterpolator<24, 673>;

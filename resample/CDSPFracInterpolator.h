@@ -2,8 +2,9 @@
 // of its band: a windowed sinc of `taps` taps, tabulated in `phases` rows as second-order
 // polynomials of the position inside the row.
 //
-// The position of an output follows from its count, so that no error adds up; after 1000 outputs
-// the counters start over from the fraction reached.
+// The position of an output follows from its count, so that no error adds up; after a call, when
+// they are past 1000 outputs, the counters start over from the fraction reached. Streams that are
+// cut into calls differently therefore agree but for rounding.
 #pragma once
 
 #include <array>

@@ -10,10 +10,14 @@ namespace {
 constexpr double mostOutputsOfACall = 1 << 24;
 constexpr double largestWholeRatio = 12.0;  // 192000 to 16000
 
-// The whole number by which the rate goes up or down, or 0.
-int wholeRatioOf(double source, double destination) {
+bool isWhole(double number) { return number == std::floor(number); }
+
+// The whole number by which the chain's rate goes up or down, or 0. Down, the interpolator at its
+// end must step by whole samples too: a response that alternates between outputs is not one kernel.
+int wholeRatioOf(double source, double destination, const ChainPlan& plan) {
   const double ratio = std::max(source, destination) / std::min(source, destination);
-  return ratio <= largestWholeRatio && ratio == std::floor(ratio) ? static_cast<int>(ratio) : 0;
+  const bool repeats = destination > source || isWhole(plan.reachedRate / destination);
+  return ratio <= largestWholeRatio && isWhole(ratio) && repeats ? static_cast<int>(ratio) : 0;
 }
 
 // Cuts both ends, whole periods at a time, where the taps no longer count: what goes adds up to
@@ -45,15 +49,15 @@ CDSPResampler<Interpolator>::CDSPResampler(double source, double destination, in
   if (std::max(plan.reachedRate / source, 1.0) * maxInput > mostOutputsOfACall) {
     throw std::length_error("rate converter: too many outputs of one call");
   }
-  const int ratio = wholeRatioOf(source, destination);
+  const int ratio = wholeRatioOf(source, destination, plan);
   if (wholeRatio == WholeRatio::stageByStage || ratio < 3) {
     appendStages(plan, destination, attenuation);
     return;
   }
   const Factors factors = destination > source ? Factors{ratio, 1} : Factors{1, ratio};
   // No plain low-pass has three branches or more: the request names the measured kernel alone.
-  const FilterRequest request{1.0 / ratio, transitionBand, attenuation,
-                              static_cast<double>(factors.up), ratio};
+  const FilterRequest request{
+      1.0 / ratio, transitionBand, attenuation, static_cast<double>(factors.up), ratio, powerOfTwo};
   auto filter = CDSPFIRFilter::get(request, [&] {
     CDSPResampler chain(source, destination, 1, transitionBand, attenuation, powerOfTwo,
                         WholeRatio::stageByStage);

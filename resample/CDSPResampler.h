@@ -1,9 +1,10 @@
 // A chain of block convolvers that shift the rate by powers of two and limit the band, ended by a
 // fractional interpolator where the ratio needs one (see ChainPlan.h).
 //
-// Where the whole chain converts by a whole number, up or down, its response repeats from sample to
-// sample of the lower rate: it is then measured once and computed by a single convolver, which
-// gives the same output for a fraction of the work.
+// Where the whole chain converts by a whole number from 3 to 12 and its response repeats from
+// sample to sample of the lower rate (any such number up; 3, 4, 6, 8 and 12 down), it is measured
+// once and computed by a single convolver: the same output but for rounding and the start, for a
+// fraction of the work. docs/resampler.md has the figures.
 #pragma once
 
 #include <memory>
