@@ -257,7 +257,9 @@ TEST(PipelineFlow, RunsOfFramesGiveWhatSingleFramesGive) {
       auto expected = buffer;
       for (std::size_t n = 0; n < frames; ++n) single.pipeline.processFrame(&expected[n * width]);
       runs.pipeline.processFrames(buffer.data(), width, frames);
-      ASSERT_EQ(buffer, expected) << rate << ' ' << call;
+      // The fractional converters count outputs from call to call, so that rounding follows them.
+      for (std::size_t n = 0; n < buffer.size(); ++n)
+        ASSERT_NEAR(buffer[n], expected[n], 1e-6F) << rate << ' ' << call;
     }
   }
 }
