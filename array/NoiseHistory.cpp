@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "array/kernels/NoiseEstimation.h"
+
 namespace vellumic {
 namespace {
 
@@ -17,7 +19,8 @@ void MinimumWindow::replace(int column, const Eigen::Ref<const Eigen::ArrayXf>& 
   Eigen::Index node = columns_.cols() / 2 + column;
   columns_.col(node) = values;
   for (node /= 2; node >= 1; node /= 2)
-    columns_.col(node) = columns_.col(2 * node).min(columns_.col(2 * node + 1));
+    noiseKernels().lesser(columns_.col(2 * node).data(), columns_.col(2 * node + 1).data(),
+                          static_cast<int>(columns_.rows()), columns_.col(node).data());
 }
 
 NoiseHistory::NoiseHistory(int bins, int frames)

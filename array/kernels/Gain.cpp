@@ -20,11 +20,17 @@ void magnitude(const float* spectrum, int bins, float* to) noexcept {
   });
 }
 
+// A ratio of positive numbers is the rule; odd settings can make a negative one.
+Floats raise(Floats ratio, float exponent) {
+  if (exponent == 0.0F) return Floats(1.0F);
+  if (any(ratio < Floats(0.0F))) return pow(ratio, Floats(exponent));
+  return exp(Floats(exponent) * log(ratio));
+}
+
 // max(floor, (snr / (snr + offset))^exponent); what is not a number stays so.
 Floats wienerPass(Floats snr, float offset, float exponent, float floor) {
   const Floats ratio = snr / max(Floats(gainEpsilon), snr + Floats(offset));
-  const Floats raised = exponent == 0.0F ? Floats(1.0F) : pow(ratio, Floats(exponent));
-  return max(Floats(floor), raised);
+  return max(Floats(floor), raise(ratio, exponent));
 }
 
 void passes(const float* powers, const float* noise, const float* cleanPower, int bins,

@@ -99,8 +99,14 @@ void followNoise(const NoiseFrame& frame, const NoiseEstimatorSettings& settings
   });
 }
 
+void lesser(const float* a, const float* b, int bins, float* out) noexcept {
+  forLanes(bins, [=](auto lanes, int k) {
+    lanes.store(out + k, min(lanes.load(b + k), lanes.load(a + k)));
+  });
+}
+
 }  // namespace
 
-const NoiseKernels noise{smoothBins, followPower, followNoise};
+const NoiseKernels noise{smoothBins, followPower, followNoise, lesser};
 
 }  // namespace vellumic::VELLUMIC_KERNEL_SET

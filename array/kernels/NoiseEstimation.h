@@ -32,6 +32,9 @@ struct NoiseKernels {
   void (*followNoise)(const NoiseFrame& frame, const NoiseEstimatorSettings& settings,
                       const float* smoothedMask, const float* smoothedMaskedPower,
                       float biasCompensation) noexcept;
+
+  // Element by element: the lesser of a and b.
+  void (*lesser)(const float* a, const float* b, int bins, float* out) noexcept;
 };
 
 const NoiseKernels& noiseKernels() noexcept;
