@@ -49,14 +49,14 @@ void LevelStage::returnWithinReach() noexcept {
   smoothedReduction = reductionFloor = targetReduction();
 }
 
-float LevelStage::targetReduction() const noexcept {
+inline float LevelStage::targetReduction() const noexcept {
   const float clippedEnvelope = std::max(envelope, 1e-10F);
   const float threshold = knee_ / makeupGain_;
   return clippedEnvelope <= threshold ? 1.0F
                                       : boundedReduction(makeupGain_ * clippedEnvelope / knee_);
 }
 
-float LevelStage::process(float input) noexcept VELLUMIC_NONBLOCKING {
+inline float LevelStage::next(float input) noexcept {
   envelope += (1.0F - envelopeCoefficient_) * (std::abs(input) - envelope);
   envelope = std::min(std::max(0.0F, envelope), greatestEnvelope);
 
@@ -75,8 +75,14 @@ float LevelStage::process(float input) noexcept VELLUMIC_NONBLOCKING {
       reductionFloor = std::max(reductionFloor, smoothedReduction);
     appliedReduction = std::max(smoothedReduction, reductionFloor);
   }
-  gain = makeupGain_ / appliedReduction;
-  return gain * input;
+  return makeupGain_ / appliedReduction;
+}
+
+void LevelStage::gains(std::span<const float> input,
+                       std::span<float> gains) noexcept VELLUMIC_NONBLOCKING {
+  LevelStage stage = *this;  // a copy that lives in registers
+  for (std::size_t i = 0; i < gains.size(); ++i) gains[i] = stage.gain = stage.next(input[i]);
+  *this = stage;
 }
 
 }  // namespace vellumic

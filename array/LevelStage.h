@@ -8,6 +8,8 @@
 // Thread: real-time only.
 #pragma once
 
+#include <span>
+
 #include "parameters/StageSettings.h"
 #include "platform/Realtime.h"
 
@@ -18,7 +20,8 @@ class LevelStage {
   explicit LevelStage(const LevelStageSettings& settings) noexcept;
 
   void apply(const LevelStageSettings& settings) noexcept VELLUMIC_NONBLOCKING;
-  float process(float input) noexcept VELLUMIC_NONBLOCKING;
+  // The gain for each of the samples; the output is gain times input. Equal sizes.
+  void gains(std::span<const float> input, std::span<float> gains) noexcept VELLUMIC_NONBLOCKING;
 
   // State, linear.
   float envelope = 0.0F;           // smoothed input magnitude, 0 to 1e6
@@ -27,8 +30,9 @@ class LevelStage {
   float gain = 0.0F;               // last gain applied
 
  private:
+  inline float next(float input) noexcept;
   void returnWithinReach() noexcept;
-  float targetReduction() const noexcept;  // what the envelope asks for
+  inline float targetReduction() const noexcept;  // what the envelope asks for
 
   // The times are meant for this rate and keep it, whatever the internal rate of the pipeline.
   static constexpr float sampleRate = 16000.0F;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "array/ArrayNoiseProcessing.h"
+#include "array/OutputLevelControl.h"
 #include "array/kernels/Beam.h"
 #include "array/kernels/PrincipalVectors.h"
 #include "platform/FloatingPointMode.h"
@@ -157,6 +158,20 @@ void synthesis(benchmark::State& state) {
   }
 }
 BENCHMARK(synthesis)->Unit(benchmark::kMicrosecond);
+
+// One hop of noise that both stages work on.
+void levelControl(benchmark::State& state) {
+  const Eigen::ArrayXXf signal = microphones(2);
+  OutputLevelControl control;
+  control.levelControlEnabled = true;
+  Eigen::ArrayXf samples(hop);
+  for (auto _ : state) {
+    samples = signal.col(0).head(hop);
+    control.process({samples.data(), static_cast<std::size_t>(hop)});
+    benchmark::DoNotOptimize(samples.data());
+  }
+}
+BENCHMARK(levelControl)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 }  // namespace vellumic

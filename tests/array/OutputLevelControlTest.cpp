@@ -1,7 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <random>
+#include <span>
+#include <utility>
+#include <vector>
 
 #include "array/OutputLevelControl.h"
 #include "tests/support/RealtimeGuard.h"
@@ -69,7 +74,9 @@ TEST(LevelStage, AttackAndReleaseFollowTheirTimes) {
   LevelStage stage({.makeupGain = 1.0F, .level = 0.1F, .attackTime = 0.02F, .releaseTime = 0.05F});
   const float target = 1.0F / (0.1F * meanOfSine);
   const auto hold = [&](float input, float seconds) {
-    for (int i = 0; i < static_cast<int>(seconds * sampleRate + 0.5F); ++i) stage.process(input);
+    const std::vector<float> samples(static_cast<std::size_t>(seconds * sampleRate + 0.5F), input);
+    std::vector<float> gains(samples.size());
+    stage.gains(samples, gains);
   };
   hold(1.0F, 0.02F);
   EXPECT_NEAR(stage.smoothedReduction, target - (target - 1.0F) * std::exp(-1.0F), 0.01F);
@@ -130,6 +137,33 @@ TEST(OutputLevelControl, LimiterActsBeforeTheSignalArrives) {
 }
 
 // Whatever the settings before were, and whatever they left behind.
+// Noise with jumps of level, so that every branch is taken; bits, not values.
+TEST(OutputLevelControl, RunsOfAnyLengthGiveTheSameBits) {
+  std::vector<float> input(4000);
+  std::mt19937 random(1);
+  std::normal_distribution<float> normal;
+  for (std::size_t i = 0; i < input.size(); ++i)
+    input[i] = normal(random) * (i / 500 % 2 ? 1.0F : 1e-3F);
+  LevelControlSettings settings = switchedOn();
+  settings.levelStage.releaseTime = settings.levelStage.floorTime = 0.01F;
+  for (const auto& [limiter, lookAhead] : {std::pair{true, 0.004F}, {true, 0.0F}, {false, 0.0F}}) {
+    settings.limiterEnabled = limiter;
+    settings.lookAheadTime = lookAhead;
+    settings.lookAheadEnabled = lookAhead > 0.0F;
+    OutputLevelControl single, runs;
+    single.apply(settings);
+    runs.apply(settings);
+    std::vector<float> expected(input.size()), output = input;
+    for (std::size_t i = 0; i < input.size(); ++i) single.process(input[i], expected[i]);
+    const RealtimeGuard guard;
+    for (std::size_t at = 0, run = 1; at < output.size(); at += run, run = run * 7 % 301)
+      runs.process(std::span(output).subspan(at, std::min(run, output.size() - at)));
+    EXPECT_EQ(guard.violations(), 0) << guard.first();
+    EXPECT_EQ(output, expected);
+    EXPECT_EQ(runs.levelStage.gain, single.levelStage.gain);
+  }
+}
+
 TEST(OutputLevelControl, BadSettingsAreForgottenWithTheNextGoodOnes) {
   constexpr float odd[] = {0.0F, -1.0F, 1e30F, -1e30F, 1e-40F, -1e-3F, 1e3F, 1e-6F, 3.0F};
   for (const float level : odd)
