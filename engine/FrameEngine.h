@@ -44,9 +44,9 @@ class FrameEngine {
   Frame frame{};      // slot order of SlotMap.h; zeroed before every frame
   Frame fadeFrame{};  // the same frame on its way through the incoming set
 
-  // A run of frames on its way through the effect, which takes runs far faster than frames.
-  static constexpr std::size_t runLength = 64;
-  std::array<float, runLength * slotCount> run{};
+  // A run of frames on its way through the effect, which takes runs far faster than frames: 64 of
+  // full width, more of narrow ones.
+  std::array<float, 64 * slotCount> run{};
 
   Arena* arena = nullptr;
   SlotMap inputIndex;  // slot to stream position

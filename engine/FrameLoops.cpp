@@ -35,7 +35,7 @@ VELLUMIC_RT_CODE void forwardFrames(FrameEngine& engine, const FrameStream& stre
   const float* input = stream.input;
   float* output = stream.output;
   for (std::size_t left = stream.frames; left > 0;) {
-    const std::size_t frames = std::min(left, FrameEngine::runLength);
+    const std::size_t frames = std::min(left, engine.run.size() / width);
     copyFrames(input, stream.inputChannels, engine.run.data(), width, frames);
     applyEffect(engine, {engine.run.data(), width, frames}, set.image, set.mask);
     stepFade(set.fade, set.image, set.mask, frames);

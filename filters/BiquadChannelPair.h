@@ -47,8 +47,9 @@ class BiquadChannelPair {
   enum class Runs : std::uint8_t { neither, first, second, both };
 
   void pack(std::size_t band) noexcept;
+  void processOne(float* samples) noexcept;
 
-  BandLanesArray lanes_{};
+  BandLanes lanes_{};
   std::array<Runs, equalizerBands> runs_{};
   bool allOn_ = false;
   bool allOff_ = true;
