@@ -16,7 +16,8 @@ namespace vellumic {
 
 ArrayPipeline::ArrayPipeline(LoopbackOpener opener)
     : echo(std::move(opener)),
-      block_(std::make_unique<BlockPart>(record_.settings.blockSize, 2)),
+      block_(std::make_unique<BlockPart>(record_.settings.blockSize, 2,
+                                         record_.settings.delaySearchBlocks)),
       banks_(std::make_unique<BankPair>(2, 1, 1)),
       noise_(std::make_unique<ArrayNoiseProcessing>(2, PipelineHandover::noiseFrameSize)) {
   bandTestFilter_.set(BiquadType::HighPass, 800.0F, 1.0F, 0.7F, 16000.0F);

@@ -13,7 +13,7 @@ constexpr int startDelay = 1024;      // room for a reference that comes late
 
 }  // namespace
 
-BlockPart::BlockPart(int samples, int microphones)
+BlockPart::BlockPart(int samples, int microphones, int delaySearchBlocks)
     : blockSize(samples),
       micCount(microphones),
       frameSample(static_cast<std::size_t>(microphones)),
@@ -30,7 +30,7 @@ BlockPart::BlockPart(int samples, int microphones)
   cancellers.reserve(static_cast<std::size_t>(microphones));
   for (int i = 0; i < microphones; ++i) cancellers.emplace_back(samples);
   delayEstimator.setBlockSize(samples);
-  delayEstimator.setWindowSize(4 * samples);
+  delayEstimator.setWindowSize(delaySearchBlocks * samples);
   delayEstimator.rebuild();
 }
 

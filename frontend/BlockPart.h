@@ -17,7 +17,7 @@
 namespace vellumic {
 
 struct BlockPart : LiveCount<BlockPart> {
-  BlockPart(int samples, int microphones);
+  BlockPart(int samples, int microphones, int delaySearchBlocks);
 
   // What outlives a new configuration: the cancellers' long-term state, the filter memories and
   // the frame in hand, of the microphones that both have.
@@ -44,7 +44,7 @@ struct BlockPart : LiveCount<BlockPart> {
 
   ReferenceSpectra references;
   std::vector<EchoCanceller> cancellers;  // one per microphone
-  DelayEstimator delayEstimator;          // over four blocks
+  DelayEstimator delayEstimator;          // over delaySearchBlocks
 };
 
 }  // namespace vellumic

@@ -21,7 +21,8 @@ const PipelineSettings& PipelineHandover::build(RawView raw, const StreamFacts& 
   PipelineSettings& now = record_.settings;
   now.update(raw, stream);
 
-  if (now.blockSize != before.blockSize) stageBlock();
+  if (now.blockSize != before.blockSize || now.delaySearchBlocks != before.delaySearchBlocks)
+    stageBlock();
   if (now.deviceRate != bankDeviceRate_ || now.internalRate != bankInternalRate_)
     stageBanks(now.deviceRate, now.internalRate);
   retuneNoise(before);
@@ -68,7 +69,8 @@ bool PipelineHandover::takeChannels(int channels) noexcept {
 
 // A new block part parks the banks, so that their filters start over with it.
 void PipelineHandover::stageBlock() {
-  block_.stage(std::make_unique<BlockPart>(record_.settings.blockSize, channels_));
+  const PipelineSettings& now = record_.settings;
+  block_.stage(std::make_unique<BlockPart>(now.blockSize, channels_, now.delaySearchBlocks));
   stageBanks(parkedRate, parkedRate);
   recordWaits_ = true;
 }
@@ -91,10 +93,12 @@ void PipelineHandover::stageNoise() {
   recordWaits_ = true;
 }
 
-// Any change of the noise estimator starts it over, with a history of its own length.
+// Any audible change of the noise estimator starts it over, with a history of its own length.
 void PipelineHandover::retuneNoise(const PipelineSettings& before) {
   const PipelineSettings& now = record_.settings;
-  if (now.noiseEstimator == before.noiseEstimator) return;
+  NoiseEstimatorSettings heard = before.noiseEstimator;
+  heard.smoothingHalfWidth = now.noiseEstimator.smoothingHalfWidth;  // which nobody can hear
+  if (now.noiseEstimator == heard) return;
   if (ArrayNoiseProcessing* fresh = noise_.staged()) {
     fresh->applyParameters(now.beamformer, now.noiseEstimator, now.spectralGain);
     return;

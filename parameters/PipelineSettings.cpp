@@ -55,6 +55,7 @@ void PipelineSettings::update(RawView raw, const StreamFacts& stream) noexcept {
   beamformer.update(raw);
   level.update(raw);
   blockSize = acceptedBlockSize(value(raw, Raw::blockSize), blockSize);
+  delaySearchBlocks = value(raw, Raw::delaySearchBlocks) == 8.0F ? 8 : 4;
   internalRate = rateOr(value(raw, Raw::internalRate), 16000);
   deviceRate = rateOr(stream.deviceRate, 48000);
   echoBypass = stream.muted;

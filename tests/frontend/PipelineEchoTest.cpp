@@ -26,6 +26,18 @@ TEST(PipelineEcho, AlignsAndCancelsNearAndFarEchoes) {
   }
 }
 
+TEST(PipelineEcho, OnlyAWiderSearchFindsAnEchoBeyondFourBlocks) {
+  Room room(4800);
+  for (const auto& [blocks, found] :
+       {std::pair{4.0F, false}, {7.9F, false}, {8.0F, true}, {4.0F, false}}) {
+    SCOPED_TRACE(blocks);
+    room.rig.set(Raw::delaySearchBlocks, blocks);
+    room.rig.apply();
+    room.play(6.0F);
+    EXPECT_EQ(room.enhancement() > 20.0F, found);
+  }
+}
+
 TEST(PipelineEcho, AMuteDropsStaleReferencesAndAlignsAnew) {
   Room room(320);
   room.play(4.0F);

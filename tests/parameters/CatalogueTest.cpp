@@ -25,7 +25,7 @@ const std::map<int, float> factory{
     {1332, 6},    {1333, 1},          {1334, 60},          {1335, 1.7782794F}, {1336, 1},
     {1337, 1},    {1338, 0.5011872F}, {1339, 0.0001F},     {1340, 0.0005F},    {1341, 0.005F},
     {1342, 0},    {1343, 60},         {1344, 1.7783F},     {1345, 1},          {1346, 0.004F},
-    {1355, 5},    {1356, 1}};
+    {1355, 5},    {1356, 1},          {1357, 4}};
 
 TEST(Catalogue, FactoryValuesAreTheAgreedOnes) {
   const RawValues& values = factorySettings();
