@@ -9,6 +9,8 @@
 namespace vellumic {
 namespace {
 
+constexpr std::size_t fourChannels = 4;  // of the array's four-channel form
+
 VELLUMIC_RT_CODE EffectMode modeOf(ConstImageView image) noexcept {
   return static_cast<EffectMode>(saturatedInt(image[Entry::effectMode]));
 }
@@ -82,9 +84,13 @@ VELLUMIC_RT_CODE void applyEffect(FrameEngine& engine, const FrameRun& run, Cons
 
 VELLUMIC_RT_CODE std::size_t runWidth(const FrameEngine& engine, ConstImageView image,
                                       ConstMaskView mask, std::uint32_t channels) noexcept {
-  if (isArrayMode(image, mask)) return slotCount;
   const std::size_t even = (std::size_t{channels} + 1) / 2 * 2;
-  return std::clamp<std::size_t>(even, 2 * engine.equalizer.pairs().size(), slotCount);
+  std::size_t needed = 2 * engine.equalizer.pairs().size();
+  if (isArrayMode(image, mask)) {
+    const auto microphones = static_cast<std::size_t>(engine.pipeline.micCount());
+    needed = modeOf(image) == EffectMode::array ? microphones : fourChannels;
+  }
+  return std::clamp<std::size_t>(even, needed, slotCount);
 }
 
 VELLUMIC_RT_CODE FadeSide outgoingSide(FrameEngine& engine, ConstImageView image,

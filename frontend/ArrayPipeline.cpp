@@ -79,20 +79,10 @@ void ArrayPipeline::takeMicrophones(int first, int count) noexcept {
   BlockPart& block = *block_;
   banks_->input.pop(block.micRun, count, first);
   block.micDelay.exchange(block.micRun, count, first);
-  for (std::size_t c = 0; c < block.micRun.size(); ++c) {
-    const auto samples =
-        std::span(block.micRun[c])
-            .subspan(static_cast<std::size_t>(first), static_cast<std::size_t>(count));
-    if (micHighPassEnabled) {
-      BiquadSection& section = block.micHighPass[c];
-      for (float& sample : samples) {
-        section.process(sample);
-        // Far below the internal rate of 300 Hz the filter is unstable; it must not stay so.
-        if (!isSound(sample)) section.z1 = section.z2 = sample = 0.0F;
-      }
-    }
-    std::ranges::copy(samples, &block.micBlock(writeIndex_, static_cast<Eigen::Index>(c)));
-  }
+  if (micHighPassEnabled) runHighPass(block.micHighPass, block.micRun, first, count);
+  for (std::size_t c = 0; c < block.micRun.size(); ++c)
+    std::copy_n(block.micRun[c].data() + first, count,
+                &block.micBlock(writeIndex_, static_cast<Eigen::Index>(c)));
 }
 
 // Each internal sample has the references of the frame that brought it.
@@ -116,11 +106,31 @@ void ArrayPipeline::takeReferences(const Run& run, int first, int count) noexcep
 void ArrayPipeline::sendOutput(int first, int count) noexcept {
   auto rows = block_->outputBlock.middleRows(writeIndex_, count);
   if (levelControl_.levelControlEnabled) {
-    for (float& sample : rows.col(0)) levelControl_.process(soundSample(sample), sample);
+    const auto samples = std::span(rows.data(), static_cast<std::size_t>(count));
+    std::ranges::transform(samples, samples.begin(), soundSample);
+    levelControl_.process(samples);
     for (Eigen::Index c = 1; c < rows.cols(); ++c) rows.col(c) = rows.col(0);
   }
+  banks_->output.setAlike(outputIsOneSignal(count));
   banks_->output.push({rows.data(), 1, rows.outerStride(), static_cast<int>(rows.cols())}, count,
                       std::span(played_).subspan(static_cast<std::size_t>(first)));
+}
+
+// The array stages end in one signal, which every channel gets.
+bool ArrayPipeline::isMono() const noexcept {
+  return noise_->beamformerEnabled || noise_->postfilterEnabled;
+}
+
+// So does the level control, once the channels' own sound has left the converters.
+bool ArrayPipeline::outputIsOneSignal(int count) noexcept {
+  const int memory = banks_->output.memory();
+  if (isMono())
+    alikeSamples_ = memory;
+  else if (levelControl_.levelControlEnabled)
+    alikeSamples_ = std::min(alikeSamples_ + count, memory);
+  else
+    alikeSamples_ = 0;
+  return alikeSamples_ >= memory;
 }
 
 void ArrayPipeline::finishHop() noexcept {
@@ -137,7 +147,7 @@ void ArrayPipeline::deliver(const Run& run) noexcept {
   BlockPart& block = *block_;
   banks_->output.pop(block.outputRun, planDelivery(run.count));
   const auto channels = static_cast<std::size_t>(run.microphones);
-  const bool mono = noise_->beamformerEnabled || noise_->postfilterEnabled;
+  const bool mono = isMono() || banks_->output.alike();
   for (std::size_t c = 0; c < (mono ? 1 : channels); ++c) {
     const float *microphone = block.micRun[c].data(), *output = block.outputRun[c].data();
     float& inHand = block.frameSample[c];

@@ -95,6 +95,8 @@ class ArrayPipeline {
   void takeMicrophones(int first, int count) noexcept;
   void takeReferences(const Run& run, int first, int count) noexcept;
   void sendOutput(int first, int count) noexcept;
+  bool outputIsOneSignal(int count) noexcept;
+  bool isMono() const noexcept;
   void finishHop() noexcept;
   void deliver(const Run& run) noexcept;
   int planDelivery(int count) noexcept;
@@ -112,6 +114,7 @@ class ArrayPipeline {
 
   int writeIndex_ = 0;        // row of micBlock to write and of outputBlock to read
   int sliceIndex_ = 0;        // hop of outputBlock that the noise processing takes next
+  int alikeSamples_ = 0;      // sent to the output bank with all channels alike
   bool outputReady_ = false;  // the latest internal sample brought output
 
   // Of the run under way.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <numeric>
 
 #include "frontend/BoundedSample.h"
 
@@ -42,16 +43,27 @@ void ResamplerBank::rebuild() {
 
 int ResamplerBank::push(const SampleView& input, int count,
                         std::span<int> made) noexcept VELLUMIC_NONBLOCKING {
-  int total = 0;
-  for (std::size_t c = 0; c < resamplers_.size(); ++c) {
+  made = made.first(static_cast<std::size_t>(count));
+  std::ranges::fill(made, 1);
+  resamplers_.front()->pace(made);
+  for (std::size_t c = 0; c < (alike_ ? 1 : resamplers_.size()); ++c) {
     take(input, c, count);
-    if (c == 0)
-      total = convertCounting(made.first(static_cast<std::size_t>(count)));
-    else
-      convert(c, count);
+    convert(c, count);
   }
-  ring_.push(outputs_, total);
+  const int total = std::accumulate(made.begin(), made.end(), 0);
+  if (alike_)
+    ring_.pushFirst(outputs_.front(), total);
+  else
+    ring_.push(outputs_, total);
   return total;
+}
+
+void ResamplerBank::setAlike(bool alike) noexcept VELLUMIC_NONBLOCKING {
+  if (alike_ && !alike) {
+    for (std::size_t c = 1; c < resamplers_.size(); ++c) resamplers_[c]->follow(*resamplers_[0]);
+    ring_.spreadFirst();
+  }
+  alike_ = alike;
 }
 
 void ResamplerBank::take(const SampleView& input, std::size_t channel, int count) noexcept {
@@ -65,24 +77,11 @@ void ResamplerBank::take(const SampleView& input, std::size_t channel, int count
     input_[static_cast<std::size_t>(n)] = soundSample(samples[n * input.fromSample]);
 }
 
-// The first channel goes sample by sample, which tells when output comes; all have the same pace.
-int ResamplerBank::convertCounting(std::span<int> made) noexcept {
-  float* target = outputs_.front().data();
-  int total = 0;
-  for (std::size_t n = 0; n < made.size(); ++n) {
-    const double* output = nullptr;
-    made[n] = resamplers_.front()->process(&input_[n], 1, output);
-    for (int k = 0; k < made[n]; ++k) target[total++] = static_cast<float>(output[k]);
-  }
-  return total;
-}
-
-int ResamplerBank::convert(std::size_t channel, int count) noexcept {
+void ResamplerBank::convert(std::size_t channel, int count) noexcept {
   const double* output = nullptr;
   const int made = resamplers_[channel]->process(input_.data(), count, output);
   std::transform(output, output + made, outputs_[channel].begin(),
                  [](double sample) { return static_cast<float>(sample); });
-  return made;
 }
 
 bool ResamplerBank::pop(ChannelArrays& target, int count, int first) noexcept VELLUMIC_NONBLOCKING {

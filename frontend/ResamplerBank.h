@@ -41,6 +41,13 @@ class ResamplerBank {
   // `count` frames, at most longestRun; channels beyond those of the view get zeros. made[n]: how
   // many output samples the n-th frame brought, which are then in the ring. Returns their sum.
   int push(const SampleView& input, int count, std::span<int> made) noexcept VELLUMIC_NONBLOCKING;
+  // While all channels carry one signal only the first is converted, and the others of the ring
+  // mean nothing. When that ends they go on from where the first one is.
+  void setAlike(bool alike) noexcept VELLUMIC_NONBLOCKING;
+  bool alike() const noexcept { return alike_; }
+  // Frames after which nothing older has a part in what a converter gives.
+  int memory() const noexcept { return resamplers_.front()->memory(); }
+
   // As SampleRing::pop.
   bool pop(ChannelArrays& target, int count, int first = 0) noexcept VELLUMIC_NONBLOCKING;
   int available() const noexcept { return ring_.available(); }
@@ -55,12 +62,12 @@ class ResamplerBank {
  private:
   void rebuild();
   void take(const SampleView& input, std::size_t channel, int count) noexcept;
-  int convertCounting(std::span<int> made) noexcept;
-  int convert(std::size_t channel, int count) noexcept;
+  void convert(std::size_t channel, int count) noexcept;
 
   static constexpr double transitionBand = 10.0;  // percent
 
   int channels_ = 2;
+  bool alike_ = false;
   double sourceRate_ = 2.0;
   double destinationRate_ = 2.0;
   SampleRing ring_;

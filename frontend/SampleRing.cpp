@@ -63,6 +63,20 @@ void SampleRing::push(const ChannelArrays& arrays, int count,
   });
 }
 
+void SampleRing::pushFirst(const std::vector<float>& samples,
+                           int count) noexcept VELLUMIC_NONBLOCKING {
+  writeIndex_ = forRuns(writeIndex_, count, [&](int index, int offset, int length) {
+    std::copy_n(samples.data() + offset, length, data_.front().data() + index);
+  });
+}
+
+void SampleRing::spreadFirst() noexcept VELLUMIC_NONBLOCKING {
+  forRuns(readIndex_, available(), [&](int index, int, int length) {
+    for (std::size_t c = 1; c < data_.size(); ++c)
+      std::copy_n(data_.front().data() + index, length, data_[c].data() + index);
+  });
+}
+
 bool SampleRing::pop(ChannelArrays& arrays, int count, int first) noexcept VELLUMIC_NONBLOCKING {
   if (available() < count) return false;
   const std::size_t channels = std::min(data_.size(), arrays.size());

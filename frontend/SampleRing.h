@@ -37,6 +37,12 @@ class SampleRing {
   // channels without an array get zeros.
   void push(const ChannelArrays& arrays, int count, int first = 0) noexcept VELLUMIC_NONBLOCKING;
 
+  // Into the first channel alone; the others keep their places with what they held.
+  void pushFirst(const std::vector<float>& samples, int count) noexcept VELLUMIC_NONBLOCKING;
+
+  // What waits in the first channel waits in all.
+  void spreadFirst() noexcept VELLUMIC_NONBLOCKING;
+
   // False, with nothing copied, if fewer than `count` samples wait. Arrays beyond the ring's
   // channels stay as they were.
   bool pop(ChannelArrays& arrays, int count, int first = 0) noexcept VELLUMIC_NONBLOCKING;

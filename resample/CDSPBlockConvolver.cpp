@@ -38,6 +38,28 @@ int CDSPBlockConvolver::maxOutputLength(int maxInput) const noexcept {
   return (maxInput * upFactor_ + downFactor_ - 1) / downFactor_;
 }
 
+void CDSPBlockConvolver::pace(std::span<int> counts) const noexcept {
+  int waiting = inputBranch_, late = latencyLeft_;
+  for (int& count : counts) {
+    int outputs = 0;
+    for (waiting += count; waiting >= downFactor_; waiting -= downFactor_) outputs += upFactor_;
+    const int dropped = std::min(outputs, late);
+    late -= dropped;
+    count = outputs - dropped;
+  }
+}
+
+void CDSPBlockConvolver::follow(const CDSPBlockConvolver& leader) noexcept {
+  for (auto values : {&CDSPBlockConvolver::incoming_, &CDSPBlockConvolver::previous_,
+                      &CDSPBlockConvolver::spectra_, &CDSPBlockConvolver::block_})
+    std::ranges::copy(leader.*values, (this->*values).begin());
+  newest_ = leader.newest_;
+  position_ = leader.position_;
+  frame_ = leader.frame_;
+  inputBranch_ = leader.inputBranch_;
+  latencyLeft_ = leader.latencyLeft_;
+}
+
 void CDSPBlockConvolver::clear() noexcept {
   for (auto* values : {&incoming_, &previous_, &spectra_, &block_}) std::ranges::fill(*values, 0.0);
   newest_ = 0;

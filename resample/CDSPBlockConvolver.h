@@ -29,7 +29,13 @@ class CDSPBlockConvolver final : public CDSPProcessor {
 
   int inputBeforeOutput(int nextInput) const noexcept override;
   int maxOutputLength(int maxInput) const noexcept override;
+  void pace(std::span<int> counts) const noexcept override;
   void clear() noexcept override;
+  // Inputs after which nothing older has a part in what comes out, with a block to spare.
+  int memory() const noexcept { return (filter_->blocks() + 4) * blockLength_ * downFactor_; }
+  double ratio() const noexcept { return static_cast<double>(upFactor_) / downFactor_; }
+  // Goes on as if it had had the input of `leader`, which runs the same filter.
+  void follow(const CDSPBlockConvolver& leader) noexcept;
   int process(const double* input, int count,
               const double*& output) noexcept VELLUMIC_NONBLOCKING override;
 

@@ -76,9 +76,7 @@ void CDSPFracInterpolator<taps, phases>::clear() noexcept {
   fill_ = 0;
   writePosition_ = 0;
   readPosition_ = ringLength - (reach - 1);
-  outputCount_ = 0;
-  consumed_ = 0;
-  position_ = positionBase_ = latencyFraction_;
+  place_ = {.position = latencyFraction_, .base = latencyFraction_};
 }
 
 template <int taps, int phases>
@@ -92,15 +90,14 @@ int CDSPFracInterpolator<taps, phases>::process(
     writePosition_ = (writePosition_ + 1) % ringLength;
     ++fill_;
     while (fill_ > reach) {
-      *result++ = interpolate(position_, history_.data() + readPosition_);
-      advance();
+      *result++ = interpolate(place_.position, history_.data() + readPosition_);
+      const int steps = step(place_);
+      fill_ -= steps;
+      readPosition_ = (readPosition_ + steps) % ringLength;
     }
   }
-  if (outputCount_ > outputsBeforeReset) {
-    outputCount_ = 0;
-    consumed_ = 0;
-    positionBase_ = position_;
-  }
+  if (place_.outputCount > outputsBeforeReset)
+    place_ = {.position = place_.position, .base = place_.position};
   return static_cast<int>(result - output);
 }
 
@@ -113,15 +110,34 @@ double CDSPFracInterpolator<taps, phases>::interpolate(double position,
   return converterKernels().interpolate(table_ + row * 3 * taps, x - row, samples, taps);
 }
 
+// To the next output; returns the whole samples between the two.
 template <int taps, int phases>
-void CDSPFracInterpolator<taps, phases>::advance() noexcept {
-  ++outputCount_;
-  position_ = outputCount_ * source_ / destination_ + positionBase_ - consumed_;
-  const int steps = static_cast<int>(position_);
-  position_ -= steps;
-  consumed_ += steps;
-  fill_ -= steps;
-  readPosition_ = (readPosition_ + steps) % ringLength;
+int CDSPFracInterpolator<taps, phases>::step(Place& place) const noexcept {
+  ++place.outputCount;
+  place.position = place.outputCount * source_ / destination_ + place.base - place.consumed;
+  const int steps = static_cast<int>(place.position);
+  place.position -= steps;
+  place.consumed += steps;
+  return steps;
+}
+
+template <int taps, int phases>
+void CDSPFracInterpolator<taps, phases>::pace(std::span<int> counts) const noexcept {
+  Place place = place_;
+  int ahead = fill_;
+  for (int& count : counts) {
+    ahead += count;
+    for (count = 0; ahead > reach; ++count) ahead -= step(place);
+  }
+}
+
+template <int taps, int phases>
+void CDSPFracInterpolator<taps, phases>::follow(const CDSPFracInterpolator& leader) noexcept {
+  history_ = leader.history_;
+  fill_ = leader.fill_;
+  writePosition_ = leader.writePosition_;
+  readPosition_ = leader.readPosition_;
+  place_ = leader.place_;
 }
 
 template class CDSPFracInterpolator<24, 673>;

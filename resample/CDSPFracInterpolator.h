@@ -17,6 +17,8 @@ namespace vellumic::resample {
 template <int taps, int phases>
 class CDSPFracInterpolator final : public CDSPProcessor {
  public:
+  static constexpr int ringLength = 256;  // samples of history
+
   static constexpr int reach = taps / 2;  // inputs to either side that an output depends on
 
   // source, destination: rates in Hz, both above 0; latencyFraction: position of the first output
@@ -26,15 +28,24 @@ class CDSPFracInterpolator final : public CDSPProcessor {
   double latencyFraction() const noexcept override { return 0.0; }
   int inputBeforeOutput(int nextInput) const noexcept override;
   int maxOutputLength(int maxInput) const noexcept override;
+  void pace(std::span<int> counts) const noexcept override;
   void clear() noexcept override;
+  // Goes on as if it had had the input of `leader`, which converts between the same rates.
+  void follow(const CDSPFracInterpolator& leader) noexcept;
   int process(const double* input, int count,
               const double*& output) noexcept VELLUMIC_NONBLOCKING override;
 
  private:
-  static constexpr int ringLength = 256;
+  // Of the next output, in the source's samples.
+  struct Place {
+    int outputCount = 0;  // since base was set
+    int consumed = 0;     // whole steps since then
+    double position = 0.0;
+    double base = 0.0;
+  };
 
   double interpolate(double position, const double* samples) const noexcept;
-  void advance() noexcept;
+  int step(Place& place) const noexcept;
 
   double source_;
   double destination_;
@@ -45,10 +56,7 @@ class CDSPFracInterpolator final : public CDSPProcessor {
   int fill_ = 0;                                  // samples that lie ahead of the position
   int writePosition_ = 0;
   int readPosition_ = 0;  // first sample of the window
-  int outputCount_ = 0;   // since positionBase_ was set
-  int consumed_ = 0;      // whole steps since then
-  double position_ = 0.0;
-  double positionBase_ = 0.0;
+  Place place_;
   std::vector<double> result_;
 };
 

@@ -4,6 +4,8 @@
 // Thread: construct, clear and destroy off the audio thread; process belongs to one thread.
 #pragma once
 
+#include <span>
+
 #include "platform/Realtime.h"
 
 namespace vellumic::resample {
@@ -21,6 +23,9 @@ class CDSPProcessor {
   virtual int inputBeforeOutput(int nextInput) const noexcept = 0;
   // No call with up to maxInput samples returns more than this.
   virtual int maxOutputLength(int maxInput) const noexcept = 0;
+  // When the outputs come: counts[n] samples that the n-th step of the next call brings become the
+  // number that leave the stage with it.
+  virtual void pace(std::span<int> counts) const noexcept = 0;
   // Back to the state after construction.
   virtual void clear() noexcept = 0;
   // Takes count samples (0 up to the maxInput of the constructor), points output at the result and

@@ -130,6 +130,31 @@ int CDSPResampler<Interpolator>::maxOutputLength(int maxInput) const noexcept {
 }
 
 template <class Interpolator>
+void CDSPResampler<Interpolator>::pace(std::span<int> counts) const noexcept {
+  for (const auto& convolver : convolvers_) convolver->pace(counts);
+  if (interpolator_) interpolator_->pace(counts);
+}
+
+template <class Interpolator>
+int CDSPResampler<Interpolator>::memory() const noexcept {
+  double inputs = 0.0, rate = 1.0;
+  for (const auto& convolver : convolvers_) {
+    inputs += convolver->memory() / rate;
+    rate *= convolver->ratio();
+  }
+  if (interpolator_) inputs += Interpolator::ringLength / rate;
+  return static_cast<int>(inputs) + 1;
+}
+
+template <class Interpolator>
+void CDSPResampler<Interpolator>::follow(const CDSPResampler& leader) noexcept
+    VELLUMIC_NONBLOCKING {
+  for (std::size_t n = 0; n < convolvers_.size(); ++n)
+    convolvers_[n]->follow(*leader.convolvers_[n]);
+  if (interpolator_) interpolator_->follow(*leader.interpolator_);
+}
+
+template <class Interpolator>
 void CDSPResampler<Interpolator>::clear() noexcept {
   for (const auto& convolver : convolvers_) convolver->clear();
   if (interpolator_) interpolator_->clear();

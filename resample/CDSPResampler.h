@@ -32,7 +32,12 @@ class CDSPResampler : public CDSPProcessor {
 
   int inputBeforeOutput(int nextInput) const noexcept override;
   int maxOutputLength(int maxInput) const noexcept override;
+  void pace(std::span<int> counts) const noexcept override;
   void clear() noexcept override;
+  // Inputs after which nothing older has a part in the state.
+  int memory() const noexcept;
+  // Goes on as if it had had the input of `leader`, which has the same rates. Real-time safe.
+  void follow(const CDSPResampler& leader) noexcept VELLUMIC_NONBLOCKING;
   // Samples beyond maxInput are ignored. Equal rates: the output is the input.
   int process(const double* input, int count,
               const double*& output) noexcept VELLUMIC_NONBLOCKING override;

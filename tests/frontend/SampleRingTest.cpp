@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "frontend/ResamplerBank.h"
 #include "frontend/SampleRing.h"
 
@@ -93,6 +95,40 @@ TEST(ResamplerBank, AnEmptyRingLeavesTheTargetAlone) {
   while (bank.pop(target, 1)) {
   }
   EXPECT_NEAR(target[1][0], -0.25F, 1e-6F);
+}
+
+// Pushes noise, channel c that of seeds[c], and returns the output.
+ChannelArrays convertNoise(ResamplerBank& bank, std::array<unsigned, 3> seeds, int frames) {
+  std::array<std::mt19937, 3> random{std::mt19937(seeds[0]), std::mt19937(seeds[1]),
+                                     std::mt19937(seeds[2])};
+  ChannelArrays heard(3);
+  for (int n = 0; n < frames; ++n) {
+    std::array<float, 3> frame;
+    for (std::size_t c = 0; c < 3; ++c)
+      frame[c] = static_cast<float>(random[c]() % 2000) * 1e-3F - 1.0F;
+    int made = 0;
+    bank.push({frame.data(), 0, 1, 3}, 1, {&made, 1});
+    ChannelArrays target(3, std::vector<float>(static_cast<std::size_t>(made)));
+    EXPECT_TRUE(bank.pop(target, made));
+    for (std::size_t c = 0; c < 3; ++c)
+      heard[c].insert(heard[c].end(), target[c].begin(), target[c].end());
+  }
+  return heard;
+}
+
+TEST(ResamplerBank, OneConverterServesChannelsThatAreAlike) {
+  for (const double rate : {16000.0, 32000.0, 44100.0, 48000.0, 96000.0}) {
+    ResamplerBank bank(3, 16000.0, rate), separate(3, 16000.0, rate);
+    convertNoise(bank, {1, 2, 3}, 2000);
+    convertNoise(separate, {1, 2, 3}, 2000);
+    // What the channels had of their own is forgotten when memory() says so.
+    convertNoise(bank, {4, 4, 4}, bank.memory());
+    convertNoise(separate, {4, 4, 4}, bank.memory());
+    bank.setAlike(true);
+    EXPECT_EQ(convertNoise(bank, {5, 5, 5}, 1500)[0], convertNoise(separate, {5, 5, 5}, 1500)[0]);
+    bank.setAlike(false);
+    EXPECT_EQ(convertNoise(bank, {6, 7, 8}, 3000), convertNoise(separate, {6, 7, 8}, 3000)) << rate;
+  }
 }
 
 }  // namespace
