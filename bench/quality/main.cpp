@@ -5,6 +5,7 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "bench/quality/DelayTable.h"
 #include "bench/quality/SceneFolder.h"
 #include "bench/quality/ScoreTable.h"
 #include "bench/quality/SpeexChain.h"
@@ -125,6 +126,8 @@ int run(int argc, char** argv) {
   table->add_option("--seeds", seeds, "rows are over all of them");
   table->add_option("--settings", settings, "LABEL=FILE.toml (repeatable)");
   table->add_flag("--speex", speex, "SpeexDSP as well");
+  bool delays = false;
+  table->add_flag("--delays", delays, "tell the delays that were set instead of scores");
   table->add_option("--near", nearFile, "recorded talker, 16 kHz")->required();
   table->add_option("--far", farFile, "recorded far end, 16 kHz")->required();
   try {
@@ -151,13 +154,14 @@ int run(int argc, char** argv) {
   } else if (*table) {
     if (scenes.empty())
       for (const SceneSpec& spec : standardScenes()) scenes.push_back(spec.name);
-    printTable({.scenes = scenes,
-                .microphones = counts,
-                .seeds = seeds,
-                .chains = chainsFrom(settings),
-                .yardstick = speex,
-                .nearTalk = readChannels(nearFile)[0],
-                .farTalk = readChannels(farFile)[0]});
+    const TableJob job{.scenes = scenes,
+                       .microphones = counts,
+                       .seeds = seeds,
+                       .chains = chainsFrom(settings),
+                       .yardstick = speex,
+                       .nearTalk = readChannels(nearFile)[0],
+                       .farTalk = readChannels(farFile)[0]};
+    delays ? printDelays(job) : printTable(job);
   } else {
     scoreAll(folder, outputs, svg);
   }

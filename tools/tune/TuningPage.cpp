@@ -98,9 +98,11 @@ std::string weighed(const Outcome& outcome) {
 }
 
 std::string frontTable(const Plan& plan, const Journal& journal) {
-  std::vector<std::size_t> wanted;
-  for (std::size_t n = 0; n < plan.goal.size() && wanted.size() < 2; ++n)
+  std::vector<std::size_t> wanted;  // the two that weigh most
+  for (std::size_t n = 0; n < plan.goal.size(); ++n)
     if (plan.goal[n].weight > 0.0) wanted.push_back(n);
+  std::ranges::stable_sort(wanted, std::ranges::greater{},
+                           [&](std::size_t n) { return plan.goal[n].weight; });
   if (wanted.size() < 2) return "";
   std::vector<Row> rows{{"settings", "limits missed by"}};
   for (const Wish& wish : plan.goal)
@@ -115,7 +117,7 @@ std::string frontTable(const Plan& plan, const Journal& journal) {
     rows.push_back(row);
   }
   return "<h2>The front that was found</h2>\n<p>Nothing that was tried is better in both of the "
-         "first two weighed figures (means over the scenes of the search).</p>\n" +
+         "figures that weigh most: means over the scenes of the search.</p>\n" +
          table("front", rows);
 }
 
