@@ -23,12 +23,13 @@ using quality::Signal;
 constexpr const char* planText = R"(
 header = ["For the test."]
 seed = 3
-evaluations = { global = 80, local = 60 }
+evaluations = { global = 160, local = 60 }
 [settings]
 "beamformer.enabled" = {}
 "echo.update_threshold" = { low = 1e-5, high = 1e-2, scale = "log" }
 "noise.gain.floor2" = { low = 0.05, high = 0.9 }
 "echo.warmup_blocks" = { low = 0, high = 50 }
+"noise.estimator.window_frames" = { choice = [100, 200] }
 [[goal]]
 figure = "near_sdr"
 weight = 1
@@ -40,7 +41,8 @@ near = "near.wav"
 far = "far.wav"
 )";
 
-// Best with the beamformer off, a threshold of 1e-3 and a floor of 0.3; the warm-up does nothing.
+// Best with the beamformer off, a window of 100 frames, a threshold of 1e-3 and a floor of 0.25;
+// the warm-up does nothing.
 Judgement synthetic(const Plan& plan, const Point& point) {
   Judgement judgement;
   for (std::size_t n = 0; n < plan.space.size(); ++n) {
@@ -48,6 +50,7 @@ Judgement synthetic(const Plan& plan, const Point& point) {
     if (name == "beamformer.enabled") judgement.value -= 3.0 * point[n];
     if (name == "echo.update_threshold")
       judgement.value -= 2.0 * std::pow(std::log10(point[n]) + 3.0, 2.0);
+    if (name == "noise.estimator.window_frames") judgement.value -= 0.005 * point[n];
     if (name == "noise.gain.floor2") judgement.value -= 80.0 * std::pow(point[n] - 0.25, 2.0);
   }
   judgement.figures = {judgement.value};
@@ -74,8 +77,10 @@ TEST_F(TuningRun, FindsAKnownOptimumAndLeavesTheIdleSettingAtTheFactory) {
   EXPECT_NEAR(std::log10(tuning.best[dimension(plan_, "echo.update_threshold")]), -3.0, 0.15);
   EXPECT_NEAR(tuning.best[dimension(plan_, "noise.gain.floor2")], 0.25, 0.04);
   EXPECT_EQ(tuning.best[dimension(plan_, "echo.warmup_blocks")], 10.0);
-  // What mattered, most first: the switch is worth 3 points, the threshold 2, the floor 0.35.
-  ASSERT_EQ(tuning.contributions.size(), 3U);
+  EXPECT_EQ(tuning.best[dimension(plan_, "noise.estimator.window_frames")], 100.0);
+  // What mattered, most first: the switch is worth 3 points, the threshold 2, then window and
+  // floor.
+  ASSERT_EQ(tuning.contributions.size(), 4U);
   EXPECT_EQ(plan_.space[tuning.contributions[0].dimension].name, "beamformer.enabled");
   EXPECT_EQ(plan_.space[tuning.contributions[1].dimension].name, "echo.update_threshold");
 }
@@ -179,6 +184,8 @@ TEST(Plan, RefusesWhatItCannotTuneInOneLine) {
            {"seeds = [1, 2]", "seeds = [1]\n[[held_out.material]]\nscene = \"desk\"\nseeds = [1]",
             "held out"},
            {"near = \"near.wav\"\nfar = \"far.wav\"", "", "need voices"},
+           {"low = 0, high = 50", "choice = [20, 10]", "the lower one first"},
+           {"low = 0, high = 50", "choice = [0, 5]", "the factory value"},
            {"seed = 3", "seed = ", "not valid TOML"},
            {"global = 80", "global = 0", "whole number"}}) {
     const std::string text = complaint(c.from, c.to);

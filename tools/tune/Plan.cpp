@@ -119,6 +119,20 @@ void readSwitch(Section& section, Dimension& dimension) {
   dimension.start = start ? (*start ? 1.0 : 0.0) : dimension.factory;
 }
 
+// Two values of which one is right, as a toggle has them.
+void readChoice(Section& section, Dimension& dimension) {
+  const std::vector<int> values = section.wholes("choice", -1000000, 1000000);
+  if (values.size() != 2 || values[0] >= values[1])
+    section.fail("choice", "write two whole numbers, the lower one first, as in [4, 8]");
+  dimension.isSwitch = true;
+  dimension.low = values[0];
+  dimension.high = values[1];
+  dimension.start = section.number("start").value_or(dimension.factory);
+  for (const double value : {dimension.start, dimension.factory})
+    if (value != dimension.low && value != dimension.high)
+      section.fail("choice", "must hold the start and the factory value");
+}
+
 void readRange(Section& section, const Parameter& parameter, Dimension& dimension) {
   const auto low = section.number("low"), high = section.number("high");
   if (!low || !high) section.fail("", "needs low and high");
@@ -150,8 +164,9 @@ void readSpace(Section& settings, const std::string& source, Plan& plan) {
     dimension.name = name;
     dimension.factory = static_cast<double>(parameter.factory);
     dimension.integer = parameter.kind == ParameterKind::integer;
-    if (parameter.kind == ParameterKind::toggle) {
-      readSwitch(section, dimension);
+    if (parameter.kind == ParameterKind::toggle || section.find("choice") != nullptr) {
+      parameter.kind == ParameterKind::toggle ? readSwitch(section, dimension)
+                                              : readChoice(section, dimension);
       if (++switches > mostSwitches)
         settings.fail(name, "is one switch too many; at most " + std::to_string(mostSwitches));
     } else {

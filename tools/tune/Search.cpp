@@ -59,7 +59,8 @@ double Run::evaluate(const Point& point) {
 
 Point Run::combination(Point point, std::size_t which) const {
   for (std::size_t n = 0; n < switches_.size(); ++n)
-    point[switches_[n]] = static_cast<double>(which >> n & 1U);
+    point[switches_[n]] =
+        (which >> n & 1U) != 0 ? space_[switches_[n]].high : space_[switches_[n]].low;
   return point;
 }
 
@@ -138,7 +139,7 @@ Point rounded(const Space& space, Point point) {
   for (std::size_t n = 0; n < space.size(); ++n) {
     const Dimension& d = space[n];
     if (d.isSwitch)
-      point[n] = point[n] >= 0.5 ? 1.0 : 0.0;
+      point[n] = point[n] >= 0.5 * (d.low + d.high) ? d.high : d.low;
     else if (d.integer)
       point[n] = std::round(point[n]);
     else if (point[n] != d.factory)

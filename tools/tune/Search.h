@@ -22,7 +22,7 @@ struct Dimension {
   bool isSwitch = false;
   bool integer = false;
   bool logarithmic = false;      // needs low > 0
-  double low = 0.0, high = 1.0;  // of a range; low < high
+  double low = 0.0, high = 1.0;  // low < high; of a switch its only two values
   double start = 0.0, factory = 0.0;
 };
 using Space = std::vector<Dimension>;
@@ -39,7 +39,7 @@ struct Stopped : std::runtime_error {
   Stopped() : std::runtime_error("stopped") {}
 };
 
-// Three significant digits, integers whole, switches 0 or 1, all within the range: what is
+// Three significant digits, integers whole, switches one of their two values: what is
 // evaluated and what is written is the same.
 Point rounded(const Space& space, Point point);
 
