@@ -187,7 +187,7 @@ TEST(Plan, RefusesWhatItCannotTuneInOneLine) {
            {"low = 0, high = 50", "choice = [20, 10]", "the lower one first"},
            {"low = 0, high = 50", "choice = [0, 5]", "the factory value"},
            {"seed = 3", "seed = ", "not valid TOML"},
-           {"global = 80", "global = 0", "whole number"}}) {
+           {"global = 160", "global = 0", "whole number"}}) {
     const std::string text = complaint(c.from, c.to);
     EXPECT_NE(text.find(c.named), std::string::npos) << text;
     EXPECT_EQ(text.rfind("plan.toml:", 0), 0U) << text;
