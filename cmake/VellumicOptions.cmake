@@ -17,6 +17,8 @@ add_library(vellumic_options INTERFACE)
 target_include_directories(vellumic_options INTERFACE "${PROJECT_SOURCE_DIR}")
 target_compile_options(vellumic_options INTERFACE
   -Wall -Wextra -Wconversion -Wshadow
+  # The stack of the frame path has a stated bound: no arrays of variable size.
+  -Werror=vla
   # Float results follow the written order of operations on every build.
   -ffp-contract=off)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
