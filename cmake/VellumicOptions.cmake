@@ -49,7 +49,9 @@ endif()
 
 if(WIN32)
   # The host process of an APO will not find MinGW's runtime DLLs.
-  target_link_options(vellumic_options INTERFACE -static)
+  target_link_options(vellumic_options INTERFACE -static -fstack-protector-strong)
+  # Control-flow marks would protect nothing: the linker cannot tell the system of them.
+  target_compile_options(vellumic_options INTERFACE -fstack-protector-strong)
   target_compile_definitions(vellumic_options INTERFACE UNICODE _UNICODE NOMINMAX
     WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00)
 endif()
