@@ -1,6 +1,7 @@
 // The native implementation of WaveFile.h.
 #include <sndfile.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <memory>
@@ -72,9 +73,17 @@ WaveData readWave(const std::string& path) {
   wave.format = {.sampleRate = info.samplerate,
                  .channels = info.channels,
                  .channelMask = maskOf(file.get(), info.channels)};
-  wave.samples.resize(static_cast<std::size_t>(info.frames * info.channels));
-  const sf_count_t read = sf_readf_float(file.get(), wave.samples.data(), info.frames);
-  wave.samples.resize(static_cast<std::size_t>(read * info.channels));
+  // In pieces: a head can promise more than the file holds.
+  constexpr sf_count_t piece = 65536;
+  const auto channels = static_cast<std::size_t>(info.channels);
+  for (sf_count_t read = piece; read == piece;) {
+    const std::size_t held = wave.samples.size();
+    wave.samples.resize(held + static_cast<std::size_t>(piece) * channels);
+    read = sf_readf_float(file.get(), wave.samples.data() + held, piece);
+    wave.samples.resize(held + static_cast<std::size_t>(std::max<sf_count_t>(read, 0)) * channels);
+    if (wave.samples.size() > static_cast<std::size_t>(mostSamples))
+      throw std::runtime_error(path + ": too long; cut it into shorter files");
+  }
   return wave;
 }
 
