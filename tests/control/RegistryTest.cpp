@@ -1,6 +1,10 @@
+#include <array>
+#include <bit>
 #include <chrono>
+#include <cstring>
 #include <iostream>
 #include <memory>
+#include <random>
 #include <vector>
 
 #include "control/ParametersInRegistry.h"
@@ -132,6 +136,31 @@ TEST_F(RegistryTest, OversizedValueCountsAndLeavesTheSlot) {
   values.a[4] = untouched;
   ASSERT_TRUE(reload());
   EXPECT_EQ(values.a[4], untouched);
+}
+
+// Values of any type and size: what fits a slot is its bits, all else leaves it alone.
+TEST_F(RegistryTest, AnyTypeAndSizeIsRead) {
+  std::mt19937 random(14);
+  constexpr unsigned written = 60;
+  for (int round = 0; round < 60; ++round) {
+    std::array<std::uint32_t, written> expected{};
+    for (unsigned slot = 0; slot < written; ++slot) {
+      std::array<unsigned char, 64> bytes;
+      for (unsigned char& byte : bytes) byte = static_cast<unsigned char>(random());
+      const std::size_t size = random() % 3 == 0 ? random() % bytes.size() : random() % 6;
+      if (size <= sizeof expected[slot]) std::memcpy(&expected[slot], bytes.data(), size);
+      registry.write(registry.settingsPath() + L"\\2", L"Param" + std::to_wstring(slot + 1),
+                     random() % 12, bytes.data(), size);
+    }
+    const std::array<unsigned char, 64> name{static_cast<unsigned char>(random()), 1, 2, 3};
+    registry.write(registry.settingsPath(), L"ActiveSetting", random() % 12, name.data(),
+                   random() % name.size());
+    load();  // of whatever the name says
+    reload();
+    parallelCount(L"2");
+    for (unsigned slot = 0; slot < written; ++slot)
+      ASSERT_EQ(std::bit_cast<std::uint32_t>(values.a[slot]), expected[slot]) << round << slot;
+  }
 }
 
 TEST_F(RegistryTest, HardwareOutputPathMapsTheChoice) {
