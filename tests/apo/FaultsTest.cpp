@@ -6,6 +6,7 @@
 
 #include <array>
 #include <atomic>
+#include <string_view>
 #include <type_traits>
 
 #include "tests/apo/ApoWorld.h"
@@ -68,7 +69,6 @@ std::vector<Fault> faults() {
   return {
       fault<0, &RegOpenKeyExW, ERROR_ACCESS_DENIED>("RegOpenKeyExW"),
       fault<1, &RegQueryValueExW, ERROR_ACCESS_DENIED>("RegQueryValueExW"),
-      fault<2, &RegEnumKeyExW, ERROR_NOT_ENOUGH_MEMORY>("RegEnumKeyExW"),
       fault<3, &CreateEventW, 0, denied>("CreateEventW"),
       fault<4, &OpenEventW, 0, denied>("OpenEventW"),
       fault<5, &OpenMutexW, 0, denied>("OpenMutexW"),
@@ -90,7 +90,6 @@ std::vector<Fault> faults() {
       fault<21, &CoIncrementMTAUsage, E_OUTOFMEMORY>("CoIncrementMTAUsage"),
       fault<22, &CoTaskMemAlloc, 0>("CoTaskMemAlloc"),
       fault<23, beginThread, 0>("_beginthreadex"),
-      fault<24, &GetModuleHandleExW, FALSE, denied>("GetModuleHandleExW"),
   };
 }
 
@@ -113,10 +112,14 @@ class Faults : public ApoWorld {
     results.lock = object.lock(format);
     std::array<float, 480 * 4> samples{};
     for (int call = 0; call < 3; ++call) object.process(samples.data(), 480);
-    service.signalReload();
+    // The effect told no name when a failure took it.
+    const StatusBlock told = service.block();
+    if (const KernelHandle event{OpenEventW(EVENT_MODIFY_STATE, FALSE, told.propertyEvent.data())})
+      SetEvent(event.get());
+    const KernelHandle changed(CreateEventW(nullptr, FALSE, FALSE, nullptr));
     GUID* ids = nullptr;
     UINT count = 0;
-    if (object.effects) object.effects->GetEffectsList(&ids, &count, nullptr);
+    if (object.effects) object.effects->GetEffectsList(&ids, &count, changed.get());
     CoTaskMemFree(ids);
     for (int call = 0; call < 3; ++call) object.process(samples.data(), 480);
     object.configuration->UnlockForProcess();
@@ -141,21 +144,26 @@ TEST_F(Faults, EachCallToTheSystemFailsOnceInTurn) {
     int lives = 0, refused = 0;
     const std::uintptr_t handle = nextHandle();
     // Reading a setting takes 1365 calls of one kind.
-    for (int turn = 1;; turn += 1 + turn / 4) {
+    for (int turn = 1;; turn += 1 + turn / 10) {
       callsLeft = turn;
       const Results results = life();
       const bool reached = callsLeft.exchange(0) <= 0;
       if (!reached) break;
       ++lives;
-      for (const HRESULT result : {results.initialize, results.lock})
-        EXPECT_TRUE(result == S_OK || result == E_FAIL || result == E_OUTOFMEMORY ||
-                    result == APOERR_NOT_INITIALIZED || result == E_NOINTERFACE ||
-                    result == REGDB_E_CLASSNOTREG)
+      for (const HRESULT result : {results.initialize, results.lock}) {
+        const bool audioEngines = static_cast<unsigned>(result) >> 16U == 0x887DU;
+        EXPECT_TRUE(result == S_OK || result == E_FAIL || result == E_OUTOFMEMORY || audioEngines ||
+                    result == E_NOINTERFACE || result == REGDB_E_CLASSNOTREG)
             << std::hex << result << " at call " << std::dec << turn;
+      }
       refused += results == sound ? 0 : 1;
       EXPECT_EQ(life(), sound) << "after call " << turn;
       ASSERT_LT(turn, 100000);
     }
+    EXPECT_GT(lives, 0);
+    // Registry, named objects and identifiers are done without; devices and threads are not.
+    const std::string_view import = fault.import;
+    if (import != "CoCreateInstance" && import != "_beginthreadex") EXPECT_EQ(refused, 0);
     EXPECT_LE(nextHandle(), handle + 16 * 4);
     std::printf("%-30s %3d lives with a failure, %d refused\n", fault.import, lives, refused);
   }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "parameters/SettingsFile.h"
 #include "tools/ctl/Json.h"
 #include "tools/ctl/ModeNames.h"
 #include "tools/ctl/TextConversion.h"
@@ -17,7 +18,8 @@ struct Row {
 };
 
 std::string present(std::uint8_t flag, const StatusText& text) {
-  const std::string value = utf8(textOf(text));
+  // Others write the board: nothing of theirs may steer the terminal.
+  const std::string value = onOneLine(utf8(textOf(text)));
   return flag == 0 || value.empty() ? "-" : value;
 }
 
