@@ -35,11 +35,11 @@ struct PipelineSettings {
   bool echoBypass = false;
   bool referenceMonitor = false;
   bool bandTest = false;
-  int bandTestPasses = 10;   // 0 to 100
-  int blockSize = 1024;      // samples at the internal rate, see acceptedBlockSize
+  int bandTestPasses = 10;    // 0 to 100
+  int blockSize = 1024;       // samples at the internal rate, see acceptedBlockSize
   int delaySearchBlocks = 4;  // 4 or 8
-  int internalRate = 16000;  // Hz, 1 to 192000
-  int deviceRate = 48000;    // Hz, 1 to 192000
+  int internalRate = 16000;   // Hz, 1 to 192000
+  int deviceRate = 48000;     // Hz, 1 to 192000
   EchoCancellerSettings echo;
   NoiseEstimatorSettings noiseEstimator;
   SpectralGainSettings spectralGain;
