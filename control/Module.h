@@ -15,6 +15,14 @@ class Module {
   static void dropUse() noexcept { uses().fetch_sub(1); }
   static bool inUse() noexcept { return uses().load() != 0; }
 
+  // For good, also against the last use's end: some thread may never leave the library's code.
+  static void keepLoaded() noexcept {
+    HMODULE self = nullptr;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                       reinterpret_cast<LPCWSTR>(reinterpret_cast<void*>(&Module::keepLoaded)),
+                       &self);
+  }
+
   // Set by DllMain; null in a program that links the objects directly.
   static HINSTANCE instance() noexcept { return handle(); }
   static void setInstance(HINSTANCE instance) noexcept { handle() = instance; }

@@ -10,6 +10,7 @@
 
 #include "control/ComPtr.h"
 #include "control/DeviceProperties.h"
+#include "control/Module.h"
 
 namespace vellumic {
 namespace {
@@ -123,6 +124,11 @@ std::unique_ptr<PacketSource> openWasapiLoopback() {
   return source;
 }
 
-LoopbackOpener wasapiLoopbackOpener() { return {openWasapiLoopback, true}; }
+LoopbackOpener wasapiLoopbackOpener() {
+  LoopbackOpener opener;
+  opener.open = openWasapiLoopback;
+  opener.onLeftBehind = &Module::keepLoaded;
+  return opener;
+}
 
 }  // namespace vellumic

@@ -16,7 +16,8 @@ namespace vellumic {
 // initialisation by the caller: the process keeps a multithreaded apartment while the source lives.
 [[nodiscard]] std::unique_ptr<PacketSource> openWasapiLoopback();
 
-// The opener that an object's engine gets: on a helper thread.
+// The opener that an object's engine gets: on a helper thread. One that the audio service keeps
+// keeps the library in the process.
 [[nodiscard]] LoopbackOpener wasapiLoopbackOpener();
 
 }  // namespace vellumic

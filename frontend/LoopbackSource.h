@@ -1,23 +1,23 @@
 // The two echo references: what the machine plays, at the internal rate, aligned by an adjustable
 // delay.
 //
-// Opening is kept away from the audio thread: start() hands it to a helper thread (or does it on
-// the spot, see LoopbackOpener) and returns; the finished stream is handed over by one atomic
-// pointer that the audio thread takes at its next drain(). Until then popBlock() is false.
-// A device that failed stays attached and silent; the next start() opens anew. So it does when the
-// target rate has changed: the stream of the former rate gives nothing from then on.
+// Opening is kept away from the audio thread (see StreamOpening.h): start() hands it to a helper
+// thread, or does it on the spot, and returns; the audio thread takes the finished stream at its
+// next drain(). Until then popBlock() is false. A device that failed stays attached and silent; the
+// next start() opens anew. So it does when the target rate has changed: the stream of the former
+// rate gives nothing from then on.
 //
-// Threads: start, stop and the destructor belong to one control thread, hold no lock while they
-// wait and free replaced streams; stop and the destructor come when the audio thread is out.
-// drain, discard, popBlock and the delay belong to the real-time thread. setTargetRate: any.
+// Threads: start, stop and the destructor belong to one control thread; start() may come under
+// locks, stop and the destructor hold none, may wait for an opening under way as long as the opener
+// says, and come when the audio thread is out. drain, discard, popBlock and the delay belong to the
+// real-time thread. setTargetRate: any.
 #pragma once
 
 #include <atomic>
-#include <memory>
-#include <thread>
 
 #include "frontend/PacketSource.h"
 #include "frontend/SampleRing.h"
+#include "frontend/StreamOpening.h"
 #include "platform/Realtime.h"
 
 namespace vellumic {
@@ -34,7 +34,7 @@ class LoopbackSource {
 
   // Opens unless a working stream for the target rate is attached or being opened. True when one is
   // there or, with a helper thread, on its way.
-  bool start();
+  bool start() { return opening_.start(targetRate_.load(std::memory_order_relaxed)); }
   void stop();
 
   // Hz; counts from the next start() on.
@@ -64,21 +64,12 @@ class LoopbackSource {
   bool streaming() const noexcept { return streaming_.load(std::memory_order_relaxed); }
 
  private:
-  bool openAndHandOver() noexcept;
-  void freeRetired() noexcept;
   bool adopt() noexcept;
-  void retire(LoopbackStream* stream) noexcept;
   void takeWaiting() noexcept;
   void dropWaiting() noexcept;
 
-  LoopbackOpener opener_;
+  StreamOpening opening_;
   std::atomic<double> targetRate_{16000.0};
-  std::atomic<double> startRate_{0.0};              // the target rate at the latest start()
-  std::atomic<LoopbackStream*> arriving_{nullptr};  // helper to audio thread, owning
-  std::atomic<LoopbackStream*> retired_{nullptr};   // audio to control thread, owning list
-  std::atomic<bool> working_{false};                // handed over, and not failing by now
-  std::atomic<bool> opening_{false};
-  std::thread helper_;  // control thread only
 
   // Real-time thread only.
   LoopbackStream* stream_ = nullptr;  // owning

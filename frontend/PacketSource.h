@@ -3,6 +3,7 @@
 // stands behind it, offline a file, in tests a script.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -39,7 +40,8 @@ class PacketSource {
 
 // How a LoopbackSource gets its packets.
 struct LoopbackOpener {
-  // Null when nothing can be opened. May throw; that counts as null.
+  // Null when nothing can be opened. May throw; that counts as null. On a helper thread it may be
+  // under way, and the source that it makes may be destroyed, after the LoopbackSource has gone.
   std::function<std::unique_ptr<PacketSource>()> open;
   // Opening a device can take seconds: then it runs on a short-lived thread of its own. Offline
   // sources open inside start(), so that every run gives the same result.
@@ -47,6 +49,10 @@ struct LoopbackOpener {
   // What waits at the first drain() is as old as the opening, and is dropped. An offline source
   // that stands in for a device has it too, to give the samples that the device would.
   bool dropsBacklog = onHelperThread;
+  // How long stop() waits for an opening under way; one that takes longer is left to end alone.
+  std::chrono::milliseconds patience{2000};
+  // Called when that happens: the helper's code must stay in memory from then on. May be empty.
+  std::function<void()> onLeftBehind{};
 };
 
 }  // namespace vellumic

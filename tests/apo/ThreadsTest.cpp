@@ -58,5 +58,32 @@ TEST_F(Threads, FormatsMayBeAskedForAtOnce) {
   for (const MediaType& format : formats) EXPECT_EQ(format.references, 0U);
 }
 
+// The audio service may keep the thread that opens the loopback. The object goes all the same, and
+// the library stays for the thread. The device gives in at last: a wait fails instead of hanging.
+TEST_F(Threads, ALoopbackThatDoesNotOpenKeepsNobody) {
+  constexpr DWORD atLastMs = 20000;
+  const KernelHandle go(CreateEventW(nullptr, TRUE, FALSE, nullptr)),
+      opening(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  system.defaultRender = &speaker;
+  speaker.onActivate = [&] {
+    SetEvent(opening.get());
+    WaitForSingleObject(go.get(), atLastMs);
+  };
+  CaptureObject object = initialized(mfx, mode::speech);
+  MediaType format = MediaType::plain(2);
+  ASSERT_EQ(object.lock(format), S_OK);
+  ASSERT_EQ(WaitForSingleObject(opening.get(), 5000), WAIT_OBJECT_0);
+  const ULONGLONG begin = GetTickCount64();
+  object = CaptureObject();
+  ASSERT_LT(GetTickCount64() - begin, atLastMs / 2);
+  EXPECT_EQ(exported<HRESULT WINAPI()>("DllCanUnloadNow")(), S_OK);
+  FreeLibrary(library());
+  ASSERT_NE(GetModuleHandleW(L"VellumicAPO64c.dll"), nullptr);
+  SetEvent(go.get());
+  const auto held = [&] { return speaker.allReferences() + system.references; };
+  for (int wait = 0; wait < 500 && held() != 0; ++wait) Sleep(10);
+  EXPECT_EQ(held(), 0U);
+}
+
 }  // namespace
 }  // namespace vellumic::test

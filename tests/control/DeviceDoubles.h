@@ -234,9 +234,11 @@ class FakeDevice : public Double<IMMDevice> {
   FakeClient client;
   bool activates = true, tellsId = true;
   DWORD state = DEVICE_STATE_ACTIVE;
+  std::function<void()> onActivate;
 
   HRESULT STDMETHODCALLTYPE Activate(REFIID wanted, DWORD, PROPVARIANT*, void** object) override {
     *object = nullptr;
+    if (onActivate) onActivate();
     if (!activates) return E_ACCESSDENIED;
     if (IsEqualIID(wanted, __uuidof(IAudioClient))) return client.QueryInterface(wanted, object);
     return volume.QueryInterface(wanted, object);

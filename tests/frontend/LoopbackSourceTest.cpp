@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <limits>
+#include <thread>
 #include <vector>
 
 #include "frontend/LoopbackSource.h"
@@ -258,6 +260,39 @@ TEST(LoopbackOpening, DropsWhatPiledUpSinceTheDeviceWasOpened) {
   }
   EXPECT_EQ(rows[0][0], 3001.0F);
   source.stop();
+}
+
+// The audio service may keep a caller. Whoever stops goes on; what comes of the opening later is
+// closed again. The test's device gives in at last, so that a wait fails instead of hanging.
+TEST(LoopbackOpening, OneThatDoesNotReturnIsLeftBehind) {
+  using Clock = std::chrono::steady_clock;
+  using namespace std::chrono_literals;
+  Device device;
+  std::atomic<bool> go{false};
+  int leftBehind = 0;
+  LoopbackOpener opener;
+  opener.open = [&device, &go, end = Clock::now() + 5s] {
+    while (!go && Clock::now() < end) std::this_thread::sleep_for(1ms);
+    return std::make_unique<ScriptedPackets>(device);
+  };
+  opener.patience = 20ms;
+  opener.onLeftBehind = [&leftBehind] { ++leftBehind; };
+  const auto begin = Clock::now();
+  {
+    LoopbackSource source(opener);
+    ASSERT_TRUE(source.start());
+    source.stop();
+    EXPECT_EQ(leftBehind, 1);
+    ASSERT_TRUE(source.start());  // another opening, which the destructor leaves
+  }
+  EXPECT_EQ(leftBehind, 2);
+  EXPECT_LT(Clock::now() - begin, 2s);
+  EXPECT_EQ(device.opened, 0);
+  go = true;
+  while ((device.opened < 2 || device.alive > 0) && Clock::now() < begin + 10s)
+    std::this_thread::sleep_for(1ms);
+  EXPECT_EQ(device.opened, 2);
+  EXPECT_EQ(device.alive, 0);
 }
 
 TEST(LoopbackOpening, RunsBesideTheAudioThread) {
