@@ -278,9 +278,11 @@ TEST_F(Answers, OtherInterfaces) {
         {"no state", E_POINTER, [&] { return own->GetState(nullptr); }},
         {"own state", S_OK, [&] { return own->GetState(&state); }},
         {"no result", E_POINTER, [&] { return own->PerformAction(99, nullptr); }},
+        {"action 0", E_FAIL, perform(0)},
         {"action 4", E_FAIL, perform(4)},
         {"volume without image", E_FAIL, perform(3)},
         {"action 1", S_OK, perform(1)},
+        {"action 2", S_OK, perform(2)},
     });
     EXPECT_EQ(count, 0U);
     EXPECT_EQ(state, VARIANT_FALSE);
@@ -294,7 +296,10 @@ TEST_F(Answers, OtherInterfaces) {
     EXPECT_EQ(state, VARIANT_TRUE);
     ASSERT_EQ(perform(3)(), S_OK);
     EXPECT_FLOAT_EQ(result->value, which.endpointEffect ? 1.0F : 0.1F);
-    EXPECT_EQ(reinterpret_cast<IUnknown*>(result)->Release(), 0U);  // the library's own operation
+    const auto held = ComPtr<IUnknown>::attach(reinterpret_cast<IUnknown*>(result));
+    EXPECT_EQ(as<IUnknown>(held.get(), IID_IUnknown).get(), held.get());
+    EXPECT_FALSE(as<IClassFactory>(held.get()));
+    EXPECT_EQ(held->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
   }
 }
 

@@ -2,32 +2,11 @@
 
 #include <string>
 
-#include "control/ActionResult.h"
 #include "control/OpenEvent.h"
 #include "control/SyncObject.h"
 
 namespace vellumic::test {
 namespace {
-
-TEST(ActionResult, OnlyTheThirdActionCreatesOne) {
-  const float volume = 0.25F;
-  CActionResult<float>* result = nullptr;
-  EXPECT_EQ(performAction(3, &volume, nullptr), E_POINTER);
-  for (const int action : {1, 2}) EXPECT_EQ(performAction(action, &volume, &result), S_OK);
-  for (const int action : {0, 4, -1}) EXPECT_EQ(performAction(action, &volume, &result), E_FAIL);
-  EXPECT_EQ(performAction(3, nullptr, &result), E_FAIL);
-  EXPECT_EQ(result, nullptr);
-
-  ASSERT_EQ(performAction(3, &volume, &result), S_OK);
-  EXPECT_EQ(result->value, 0.25F);
-  void* object = &object;
-  EXPECT_EQ(result->QueryInterface(__uuidof(IClassFactory), &object), E_NOINTERFACE);
-  EXPECT_EQ(object, nullptr);
-  EXPECT_EQ(result->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
-  ASSERT_EQ(result->QueryInterface(IID_IUnknown, &object), S_OK);
-  EXPECT_EQ(result->Release(), 1U);
-  EXPECT_EQ(result->Release(), 0U);
-}
 
 TEST(NamedEvent, EveryoneMayUseItAndItResetsItself) {
   const KernelHandle event = createOpenEvent(L"Global\\VellumicTestEvent");

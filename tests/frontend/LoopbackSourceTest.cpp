@@ -295,6 +295,35 @@ TEST(LoopbackOpening, OneThatDoesNotReturnIsLeftBehind) {
   EXPECT_EQ(device.alive, 0);
 }
 
+TEST(LoopbackOpening, ARateThatChangesMeanwhileIsTheOneThatCounts) {
+  Device device;
+  std::atomic<bool> opening{false}, go{false};
+  LoopbackSource source({[&] {
+                           opening = true;
+                           while (!go) std::this_thread::yield();
+                           return std::make_unique<ScriptedPackets>(device);
+                         },
+                         true});
+  source.setTargetRate(8000.0);
+  ASSERT_TRUE(source.start());
+  while (!opening) std::this_thread::yield();
+  source.setTargetRate(16000.0);
+  ASSERT_TRUE(source.start());
+  go = true;
+  while (device.opened < 2) std::this_thread::yield();
+  while (!source.streaming()) {
+    device.packets = {1024};
+    source.drain();
+  }
+  ChannelArrays rows(2, std::vector<float>(block));
+  for (const bool expected : {false, false, true}) {
+    device.packets = {1024};
+    source.drain();
+    EXPECT_EQ(source.popBlock(rows, block), expected);
+  }
+  EXPECT_EQ(rows[0][1023] - rows[0][0], 1023.0F);  // at the device's own rate
+}
+
 TEST(LoopbackOpening, RunsBesideTheAudioThread) {
   Device device;
   std::atomic<bool> go{false};
