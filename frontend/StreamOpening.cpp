@@ -1,12 +1,12 @@
 #include "frontend/StreamOpening.h"
 
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
+#include <chrono>
 #include <system_error>
 #include <utility>
 
 #include "frontend/LoopbackStream.h"
+#include "platform/CriticalLock.h"
 
 namespace vellumic {
 
@@ -25,17 +25,18 @@ struct StreamOpening::Shared {
   }
   std::unique_ptr<LoopbackStream> open(double wanted) const noexcept;
   bool openAndHandOver() noexcept;
+  void handOver(std::unique_ptr<LoopbackStream>& stream, double itsRate) noexcept;
+  bool endOpening(double itsRate) noexcept;  // false: start() wants another rate by now
 
   const LoopbackOpener opener;
   std::atomic<LoopbackStream*> arriving{nullptr};  // to the audio thread, owning
   std::atomic<LoopbackStream*> retired{nullptr};   // from the audio thread, owning list
-  std::atomic<double> rate{0.0};                   // written under the mutex
+  std::atomic<double> rate{0.0};                   // written under the lock
   std::atomic<bool> working{false};                // handed over, and not failing by now
 
   // Control thread and helper; held for moments, never around a call of the device.
-  std::mutex mutex;
-  std::condition_variable ended;
-  bool opening = false;
+  CriticalLock lock;
+  std::atomic<bool> opening{false};  // the helper's last word is false
   bool leftBehind = false;
 };
 
@@ -50,26 +51,32 @@ std::unique_ptr<LoopbackStream> StreamOpening::Shared::open(double wanted) const
   }
 }
 
-// Says that it is over as the last thing: closing a stream may take its time as well.
+// Gives the stream to the audio thread, unless a start() or stop() that came meanwhile has no use
+// for it; then it stays with the caller, as does one that the audio thread has not taken.
+void StreamOpening::Shared::handOver(std::unique_ptr<LoopbackStream>& stream,
+                                     double itsRate) noexcept {
+  const LockScope scope(lock);
+  if (stream == nullptr || itsRate != rate.load() || leftBehind) return;
+  stream.reset(arriving.exchange(stream.release(), std::memory_order_acq_rel));
+  working.store(true, std::memory_order_relaxed);
+}
+
+bool StreamOpening::Shared::endOpening(double itsRate) noexcept {
+  const LockScope scope(lock);
+  if (itsRate != rate.load() && !leftBehind) return false;
+  opening.store(false, std::memory_order_release);
+  return true;
+}
+
 bool StreamOpening::Shared::openAndHandOver() noexcept {
   for (;;) {
     freeRetired();
     const double wanted = rate.load();
     std::unique_ptr<LoopbackStream> stream = open(wanted);
     const bool opened = stream != nullptr;
-    std::unique_lock lock(mutex);
-    if (opened && wanted == rate.load() && !leftBehind) {
-      // One that the audio thread has not taken is replaced.
-      stream.reset(arriving.exchange(stream.release(), std::memory_order_acq_rel));
-      working.store(true, std::memory_order_relaxed);
-    }
-    lock.unlock();
-    stream.reset();
-    lock.lock();
-    if (wanted != rate.load() && !leftBehind) continue;  // start() came meanwhile
-    opening = false;
-    ended.notify_all();
-    return opened;
+    handOver(stream, wanted);
+    stream.reset();  // before the end is told: closing may take its time as well
+    if (endOpening(wanted)) return opened;
   }
 }
 
@@ -82,30 +89,28 @@ bool StreamOpening::start(double rate) {
   if (!shared_->opener.open) return false;
   if (shared_->leftBehind) shared_ = std::make_shared<Shared>(shared_->opener);
   {
-    const std::scoped_lock lock(shared_->mutex);
+    const LockScope scope(shared_->lock);
     if (shared_->rate.exchange(rate) != rate) shared_->working.store(false);
-    if (shared_->opening || shared_->working.load()) return true;
-    shared_->opening = true;
+    if (shared_->opening.load() || shared_->working.load()) return true;
+    shared_->opening.store(true);
   }
   if (!shared_->opener.onHelperThread) return shared_->openAndHandOver();
   if (helper_.joinable()) helper_.join();  // has finished
   try {
     helper_ = std::thread([shared = shared_] { shared->openAndHandOver(); });
   } catch (const std::system_error&) {
-    const std::scoped_lock lock(shared_->mutex);
-    shared_->opening = false;
+    shared_->opening.store(false);
     return false;
+  } catch (...) {
+    shared_->opening.store(false);
+    throw;
   }
   return true;
 }
 
 void StreamOpening::stop() {
   if (helper_.joinable()) {
-    std::unique_lock lock(shared_->mutex);
-    shared_->leftBehind = !shared_->ended.wait_for(lock, shared_->opener.patience,
-                                                   [this] { return !shared_->opening; });
-    lock.unlock();
-    if (!shared_->leftBehind) {
+    if (waitForHelper()) {
       helper_.join();
     } else {
       if (shared_->opener.onLeftBehind) shared_->opener.onLeftBehind();
@@ -115,6 +120,16 @@ void StreamOpening::stop() {
   shared_->working.store(false);
   delete shared_->arriving.exchange(nullptr, std::memory_order_acquire);
   shared_->freeRetired();
+}
+
+bool StreamOpening::waitForHelper() {
+  constexpr std::chrono::milliseconds step{1};
+  const auto end = std::chrono::steady_clock::now() + shared_->opener.patience;
+  while (shared_->opening.load(std::memory_order_acquire) && std::chrono::steady_clock::now() < end)
+    std::this_thread::sleep_for(step);
+  const LockScope scope(shared_->lock);
+  shared_->leftBehind = shared_->opening.load();
+  return !shared_->leftBehind;
 }
 
 LoopbackStream* StreamOpening::take() noexcept VELLUMIC_NONBLOCKING {

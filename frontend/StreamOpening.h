@@ -28,7 +28,7 @@ class StreamOpening {
   StreamOpening& operator=(const StreamOpening&) = delete;
 
   // Opens a stream for this rate in Hz, unless a working one is attached or being opened for it.
-  // True when one is there or, with a helper thread, on its way.
+  // True when one is there or, with a helper thread, on its way. May throw std::bad_alloc.
   bool start(double rate);
   void stop();
 
@@ -44,6 +44,7 @@ class StreamOpening {
 
  private:
   struct Shared;
+  bool waitForHelper();  // false: it is left behind
   std::shared_ptr<Shared> shared_;
   std::thread helper_;
 };
