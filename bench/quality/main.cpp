@@ -11,6 +11,7 @@
 #include "bench/quality/SpeexChain.h"
 #include "parameters/SettingsFile.h"
 #include "tools/OutputFile.h"
+#include "tools/Version.h"
 #include "tools/plot/Figure.h"
 #include "tools/quality/SceneCatalogue.h"
 #include "tools/quality/Score.h"
@@ -130,10 +131,11 @@ int run(int argc, char** argv) {
   table->add_flag("--delays", delays, "tell the delays that were set instead of scores");
   table->add_option("--near", nearFile, "recorded talker, 16 kHz")->required();
   table->add_option("--far", farFile, "recorded far end, 16 kHz")->required();
+  app.set_version_flag("--version", versionLine("vellumic-quality"));
   try {
     app.parse(argc, argv);
-  } catch (const CLI::CallForHelp& help) {
-    return app.exit(help);
+  } catch (const CLI::Success& done) {  // help or version
+    return app.exit(done);
   } catch (const CLI::ParseError& error) {
     throw std::runtime_error(std::string(error.what()) + "; see vellumic-quality --help");
   }

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <iostream>
 
+#include "tools/Version.h"
+
 namespace vellumic::tools {
 namespace {
 
@@ -197,6 +199,7 @@ std::optional<CtlOptions> parseCtlOptions(int argc, const char* const* argv) {
   Words words;
   CLI::App app{description, "vellumic-ctl"};
   app.footer(footer);
+  app.set_version_flag("--version", versionLine("vellumic-ctl"));
   app.require_subcommand(1);
   addSettings(app, options, words);
   const CLI::Option* seconds = addRest(app, options, words);
@@ -206,6 +209,9 @@ std::optional<CtlOptions> parseCtlOptions(int argc, const char* const* argv) {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {
     printHelp(app);
+    return std::nullopt;
+  } catch (const CLI::CallForVersion&) {
+    std::cout << app.version() << '\n';
     return std::nullopt;
   } catch (const CLI::ParseError& error) {
     throw CtlError(std::string(error.what()) + "; see vellumic-ctl --help");

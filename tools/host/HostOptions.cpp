@@ -4,6 +4,8 @@
 #include <iostream>
 #include <map>
 
+#include "tools/Version.h"
+
 namespace vellumic::tools {
 namespace {
 
@@ -40,6 +42,7 @@ std::optional<HostOptions> parseHostOptions(int argc, const char* const* argv) {
   std::vector<std::string> files;
   CLI::App app("Runs the registered capture effects as the audio engine would.", "vellumic-host");
   app.footer(footer);
+  app.set_version_flag("--version", versionLine("vellumic-host"));
   app.allow_windows_style_options(false);  // "/path" is a file
   addEach(app, "--class", options.classes, "efx, mfx or kdmfx; several process in turn")
       ->option_text("CLASS [mfx]");
@@ -73,6 +76,9 @@ std::optional<HostOptions> parseHostOptions(int argc, const char* const* argv) {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {
     std::cout << app.help();
+    return std::nullopt;
+  } catch (const CLI::CallForVersion&) {
+    std::cout << app.version() << '\n';
     return std::nullopt;
   } catch (const CLI::ParseError& error) {
     throw HostUsageError(std::string(error.what()) + "; see vellumic-host --help");

@@ -5,6 +5,8 @@
 #include <iostream>
 #include <map>
 
+#include "tools/Version.h"
+
 namespace vellumic::tools {
 namespace {
 
@@ -93,6 +95,7 @@ std::optional<RenderOptions> parseRenderOptions(int argc, const char* const* arg
 
   CLI::App app{description, "vellumic-render"};
   app.footer(footer);
+  app.set_version_flag("--version", versionLine("vellumic-render"));
   app.allow_windows_style_options(false);  // "/path" is a file
   app.add_option("--class", className, "efx (equaliser), mfx (array chain), kdmfx")
       ->option_text("CLASS [mfx]");
@@ -145,6 +148,9 @@ std::optional<RenderOptions> parseRenderOptions(int argc, const char* const* arg
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {
     std::cout << app.help();
+    return std::nullopt;
+  } catch (const CLI::CallForVersion&) {
+    std::cout << app.version() << '\n';
     return std::nullopt;
   } catch (const CLI::ParseError& error) {
     throw UsageError(std::string(error.what()) + "; see vellumic-render --help");
