@@ -49,7 +49,9 @@ endif()
 
 if(WIN32)
   # The host process of an APO will not find MinGW's runtime DLLs.
-  target_link_options(vellumic_options INTERFACE -static -fstack-protector-strong)
+  # No time of linking in the files: the same commit gives the same bytes.
+  target_link_options(vellumic_options INTERFACE -static -fstack-protector-strong
+    -Wl,--no-insert-timestamp)
   # Control-flow marks would protect nothing: the linker cannot tell the system of them.
   target_compile_options(vellumic_options INTERFACE -fstack-protector-strong)
   target_compile_definitions(vellumic_options INTERFACE UNICODE _UNICODE NOMINMAX
