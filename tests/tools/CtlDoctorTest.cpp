@@ -13,6 +13,7 @@
 #include "control/BoundedText.h"
 #include "control/DeviceProperties.h"
 #include "tests/apo/ApoWorld.h"
+#include "tests/apo/ImportTable.h"
 #include "tests/control/ChildProcess.h"
 #include "tests/tools/CtlRun.h"
 #include "tools/ctl/Attachment.h"
@@ -194,6 +195,30 @@ TEST_F(CtlDoctor, SaysWhatIsWrongWithTheLibrary) {
     for (const EffectSlot& slot : effectSlots)
       RegDeleteTreeW(HKEY_CURRENT_USER, (L"Software\\Classes\\CLSID\\" + classText(slot)).c_str());
   }
+}
+
+TEST_F(CtlDoctor, TellsSignaturesApart) {
+  const std::filesystem::path folder = VELLUMIC_SIGNED;
+  const auto verdict = [&](Verdict expected, const char* part) {
+    Findings findings;
+    checkLibrary(findings);
+    expectVerdict(findings, "signature", expected, part);
+  };
+  std::filesystem::copy_file(folder / "VellumicAPO64c.dll", file,
+                             std::filesystem::copy_options::overwrite_existing);
+  verdict(ok, "this machine trusts it");  // Wine trusts every certificate
+  {
+    test::ImportTable imports(GetModuleHandleW(nullptr));
+    LONG(WINAPI * untrusted)
+    (HWND, GUID*, void*) = [](HWND, GUID*, void*) -> LONG { return CERT_E_UNTRUSTEDROOT; };
+    ASSERT_NE(imports.replace("WinVerifyTrust", reinterpret_cast<void*>(untrusted)), nullptr);
+    verdict(notOk, "by a certificate that this machine does not trust; import it");
+  }
+  {
+    std::fstream stream(file, std::ios::in | std::ios::out | std::ios::binary);
+    stream.seekp(100000).put('x');
+  }
+  verdict(notOk, "changed after it was signed; unpack it anew");
 }
 
 TEST_F(CtlDoctor, SaysWhatIsWrongWithTheMicrophone) {
