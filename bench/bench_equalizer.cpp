@@ -6,6 +6,7 @@
 
 #include "filters/BiquadEqualizer.h"
 #include "platform/FloatingPointMode.h"
+#include "platform/InstructionSet.h"
 
 namespace {
 
@@ -87,7 +88,9 @@ void equalizerByFrame(benchmark::State& state) {
 }
 BENCHMARK(equalizerByFrame)->ArgName("sides")->Arg(2)->Arg(1);
 
+template <InstructionSet set>
 void equalizerByBlock(benchmark::State& state) {
+  const ScopedInstructionSet scope(set);
   BiquadEqualizer equalizer = prepared(state.range(0));
   const std::vector<float> samples = noise(2 * frames);
   std::vector<float> block(samples.size());
@@ -98,6 +101,7 @@ void equalizerByBlock(benchmark::State& state) {
   }
   countFrames(state);
 }
-BENCHMARK(equalizerByBlock)->ArgName("sides")->Arg(2)->Arg(1);
+BENCHMARK(equalizerByBlock<InstructionSet::Avx2>)->ArgName("sides")->Arg(2)->Arg(1);
+BENCHMARK(equalizerByBlock<InstructionSet::Base>)->ArgName("sides")->Arg(2)->Arg(1);
 
 }  // namespace

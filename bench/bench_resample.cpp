@@ -15,12 +15,17 @@
 #include <vector>
 
 #include "platform/FloatingPointMode.h"
+#include "platform/InstructionSet.h"
 #include "resample/CDSPResampler24.h"
 
 namespace {
 
+using vellumic::InstructionSet;
+using vellumic::ScopedInstructionSet;
+
 constexpr int room = 4096;  // outputs of one call
 
+template <InstructionSet set>
 struct Vellumic {
   Vellumic(int source, int destination, int callSize)
       : converter(source, destination, callSize, 10.0) {}
@@ -31,6 +36,7 @@ struct Vellumic {
     return produced;
   }
   void clear() { converter.clear(); }
+  ScopedInstructionSet scope{set};
   vellumic::resample::CDSPResampler24 converter;
 };
 
@@ -143,7 +149,8 @@ void jobs(benchmark::internal::Benchmark* bench) {
   for (const int callSize : {1, 480}) bench->Args({48000, 16000, callSize});
   for (const int callSize : {1, 480}) bench->Args({16000, 48000, callSize});
 }
-BENCHMARK(convert<Vellumic>)->Apply(jobs);
+BENCHMARK(convert<Vellumic<InstructionSet::Avx2>>)->Apply(jobs);
+BENCHMARK(convert<Vellumic<InstructionSet::Base>>)->Apply(jobs);
 BENCHMARK(convert<Soxr>)->Apply(jobs);
 BENCHMARK(convert<LibSampleRateBest>)->Apply(jobs);
 BENCHMARK(convert<Speex10>)->Apply(jobs);
