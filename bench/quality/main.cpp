@@ -131,7 +131,7 @@ int run(int argc, char** argv) {
   table->add_flag("--delays", delays, "tell the delays that were set instead of scores");
   table->add_option("--near", nearFile, "recorded talker, 16 kHz")->required();
   table->add_option("--far", farFile, "recorded far end, 16 kHz")->required();
-  app.set_version_flag("--version", versionLine("vellumic-quality"));
+  app.set_version_flag("--version", tools::versionLine("vellumic-quality"));
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& done) {  // help or version

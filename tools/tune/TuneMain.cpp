@@ -52,7 +52,7 @@ std::optional<Options> optionsFrom(int argc, const char* const* argv) {
   app.add_option("--journal", options.journal, "kept evaluations")->option_text("FILE");
   app.add_option("--jobs", options.jobs, "threads")->check(CLI::Range(1, 256))->option_text("N");
   app.add_flag("--fresh", options.fresh, "begin anew, whatever the journal holds");
-  app.set_version_flag("--version", versionLine("vellumic-tune"));
+  app.set_version_flag("--version", tools::versionLine("vellumic-tune"));
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {
