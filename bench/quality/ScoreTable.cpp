@@ -77,21 +77,22 @@ SceneSpec specOf(const std::string& name, std::uint64_t seed, int microphones) {
 }  // namespace
 
 const char* const scoreHead =
-    "| scene | mics | chain | ERLE from 5 s, dB | to 10 dB, s | to 20 dB, s | double talk SDR, dB "
+    "| scene | mics | chain | ERLE from 5 s, dB | from 4 s after a pause | to 10 dB, s | to 20 dB, "
+    "s | double talk SDR, dB "
     "| near SDR, dB | SI-SDR, dB | segmental SNR, dB | STOI | speech loss, dB "
     "| noise attenuation, dB | output level, dBFS |\n"
-    "|---|---|---|---|---|---|---|---|---|---|---|---|---|---|\n";
+    "|---|---|---|---|---|---|---|---|---|---|---|---|---|---|---|\n";
 
 std::string scoreRow(const std::string& scene, int microphones, const std::string& chain,
                      const Summary& summary) {
   std::string row = "| " + scene + " | " + std::to_string(microphones) + " | " + chain;
   for (const std::string& text :
-       {cell(summary, Figure::erle), cell(summary, Figure::timeTo10Db),
-        cell(summary, Figure::timeTo20Db), cell(summary, Figure::doubleTalkSdr),
-        cell(summary, Figure::nearSdr), change(summary, Figure::siSdr),
-        change(summary, Figure::segmentalSnr), change(summary, Figure::stoi, 2),
-        cell(summary, Figure::speechLoss), cell(summary, Figure::noiseAttenuation),
-        cell(summary, Figure::outputLevel)})
+       {cell(summary, Figure::erle), cell(summary, Figure::erleAfterPause),
+        cell(summary, Figure::timeTo10Db), cell(summary, Figure::timeTo20Db),
+        cell(summary, Figure::doubleTalkSdr), cell(summary, Figure::nearSdr),
+        change(summary, Figure::siSdr), change(summary, Figure::segmentalSnr),
+        change(summary, Figure::stoi, 2), cell(summary, Figure::speechLoss),
+        cell(summary, Figure::noiseAttenuation), cell(summary, Figure::outputLevel)})
     row += " | " + text;
   return row + " |\n";
 }

@@ -8,6 +8,7 @@ namespace {
 // In the order of the enumeration.
 constexpr std::array<FigureInfo, figureCount> infos{{
     {"erle", "ERLE from 5 s, dB", true},
+    {"erle_after_pause", "ERLE from 4 s after a pause, dB", true},
     {"time_to_10_db", "to 10 dB, s", false},
     {"time_to_20_db", "to 20 dB, s", false},
     {"double_talk_sdr", "double talk SDR, dB", true},

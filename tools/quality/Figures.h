@@ -12,6 +12,7 @@ namespace vellumic::quality {
 
 enum class Figure : std::size_t {
   erle,              // dB, from 5 s of far end on
+  erleAfterPause,    // dB, from 4 s after the last rest of the loopback on
   timeTo10Db,        // s of scene; the scene's length if never
   timeTo20Db,        // the same
   doubleTalkSdr,     // dB, filter-invariant, while both talk
@@ -29,7 +30,7 @@ enum class Figure : std::size_t {
   snrGain,           // dB, noise attenuation less speech loss
   outputLevel,       // dBFS rms of the second half
 };
-inline constexpr std::size_t figureCount = 17;
+inline constexpr std::size_t figureCount = 18;
 
 struct FigureInfo {
   std::string_view name;   // as a plan writes it: "near_sdr"

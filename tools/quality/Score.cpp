@@ -98,7 +98,11 @@ void Scorer::scoreEcho(const Signal& output, Score& score) const {
   const double start = spec_.farActive.front().from;
   const double quiet = -50.0 + spec_.levelDb;
   std::optional<double> to10, to20;
-  double in = 0.0, out = 0.0;
+  // The latest rest of the loopback that is no lost packet.
+  double resumed = spec_.seconds;
+  for (const Span& gap : spec_.packetGaps)
+    if (gap.to - gap.from >= window) resumed = gap.to;
+  double in = 0.0, out = 0.0, inResumed = 0.0, outResumed = 0.0;
   for (double t = start; t + window <= spec_.seconds; t += window) {
     // A window counts if only the far end talks in it, and has for the time of an echo tail.
     if (!inside(spec_.farActive, t) || !inside(spec_.farActive, t + window - 0.01)) continue;
@@ -115,11 +119,14 @@ void Scorer::scoreEcho(const Signal& output, Score& score) const {
     if (db >= 10.0 && !to10) to10 = since;
     if (db >= 20.0 && !to20) to20 = since;
     if (since > 5.0) in += echo, out += left;
+    if (t >= resumed + 4.0) inResumed += echo, outResumed += left;
   }
   if (score.erle.empty()) return;
   score.figures[Figure::timeTo10Db] = to10.value_or(spec_.seconds);
   score.figures[Figure::timeTo20Db] = to20.value_or(spec_.seconds);
   if (in > 0.0) score.figures[Figure::erle] = decibels(in / std::max(out, 1e-12));
+  if (inResumed > 0.0)
+    score.figures[Figure::erleAfterPause] = decibels(inResumed / std::max(outResumed, 1e-12));
 }
 
 void Scorer::scoreNear(const Signal& output, Figures& figures) const {
