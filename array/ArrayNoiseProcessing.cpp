@@ -39,7 +39,7 @@ bool ArrayNoiseProcessing::init(bool resetChildren) {
   beamformed.setZero(binCount);
   enhanced.setZero(binCount);
   bool succeeded = true;
-  for (StftChannel& channel : channels) succeeded = channel.init() && succeeded;
+  for (StftChannel& channel : channels) succeeded = channel.initChannel() && succeeded;
   if (!resetChildren) return succeeded;
   succeeded = beamformer.init(true) && succeeded;
   postfilter.reset();

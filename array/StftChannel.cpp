@@ -28,10 +28,10 @@ StftChannel::StftChannel(int requestedFrameSize) {
   hopSize = frameSize / 4;
   overlapSize = frameSize - hopSize;
   binCount = frameSize / 2 + 1;
-  init();
+  initChannel();
 }
 
-bool StftChannel::init() {
+bool StftChannel::initChannel() {
   if (overlapPercent == 50) {
     analysisWindow = hann(frameSize, 1, frameSize + 1);  // symmetric, its zero ends dropped
     synthesisWindow.setConstant(frameSize,

@@ -4,7 +4,7 @@
 // have unit gain when the spectrum passes unchanged: at that hop the squared windows sum to 1.5,
 // which the synthesis window divides out. Delay: frameSize - hopSize samples.
 //
-// Threads: construction, copying and init allocate; the rest is for the audio thread.
+// Threads: construction, copying and initChannel allocate; the rest is for the audio thread.
 #pragma once
 
 #include <Eigen/Core>
@@ -23,7 +23,7 @@ struct StftChannel {
   explicit StftChannel(int requestedFrameSize = 512);  // a size not in the list becomes 512
 
   // Sizes and clears the buffers and builds the windows for overlapPercent. Always true.
-  bool init();
+  bool initChannel();
 
   // samples: hopSize new ones. spectrum: binCount bins of the frame that ends with them, unscaled.
   void analyzeFrame(const Eigen::Ref<const Eigen::ArrayXf>& samples,

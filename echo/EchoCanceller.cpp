@@ -64,7 +64,8 @@ void EchoCanceller::process(ReferenceSpectra& references, std::span<const float>
   const ReferenceBlock* block = &join(references);
   cancelLinear(references, *block, microphone);
   if (startedOver_) block = &references.silence();
-  suppressor.process({previousError_, error_, *block, blockEnergy, meanNoisePower_}, settings_);
+  suppressor.suppressResidual({previousError_, error_, *block, blockEnergy, meanNoisePower_},
+                              settings_);
 
   auto result = Eigen::Map<Eigen::ArrayXf>(output.data(), blockLength_);
   if (suppressor.isFinite() && std::isfinite(covarianceEnergy + errorEnergy_ + meanNoisePower_)) {
@@ -104,11 +105,11 @@ void EchoCanceller::cancelLinear(ReferenceSpectra& references, const ReferenceBl
       sharesStatistics_ ? references.decorrelated()
                         : references.decorrelatedBy(ownStatistics_, block);
   for (std::size_t r = 0; r < 2; ++r)
-    filters[r].adapt({.decorrelated = decorrelated.decorrelated[r],
-                      .scaledPower = decorrelated.scaledPower[r],
-                      .error = errorSpectrum_,
-                      .noisePower = noisePower},
-                     {.fft = fft_, .update = echoSpectrum_, .frame = frame_});
+    filters[r].updateFilter({.decorrelated = decorrelated.decorrelated[r],
+                             .scaledPower = decorrelated.scaledPower[r],
+                             .error = errorSpectrum_,
+                             .noisePower = noisePower},
+                            {.fft = fft_, .update = echoSpectrum_, .frame = frame_});
   checkHealth();
 }
 

@@ -11,7 +11,7 @@ void EchoPathFilter::setup(int blockLength) {
   processNoise.setZero(bins);
 }
 
-void EchoPathFilter::adapt(const Observation& observed, Workspace work) noexcept {
+void EchoPathFilter::updateFilter(const Observation& observed, Workspace work) noexcept {
   const auto bins = static_cast<int>(weights.size());
   kalmanKernels().adapt({.decorrelated = observed.decorrelated.planes(),
                          .error = observed.error.planes(),

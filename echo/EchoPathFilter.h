@@ -46,7 +46,7 @@ class EchoPathFilter {
     SplitSpectrum& update;  // U
     Eigen::ArrayXf& frame;  // 2 * blockLength
   };
-  void adapt(const Observation& observed, Workspace work) noexcept;
+  void updateFilter(const Observation& observed, Workspace work) noexcept;
 };
 
 }  // namespace vellumic

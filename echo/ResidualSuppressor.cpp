@@ -19,8 +19,8 @@ void ResidualSuppressor::setup(int blockLength) {
   fft_.prepare(blockLength);
 }
 
-void ResidualSuppressor::process(const Input& input,
-                                 const EchoCancellerSettings& settings) noexcept {
+void ResidualSuppressor::suppressResidual(const Input& input,
+                                          const EchoCancellerSettings& settings) noexcept {
   const int half = blockLength_ / 2;
   for (std::size_t pass = 0; pass < 2; ++pass) {
     if (pass == 0)

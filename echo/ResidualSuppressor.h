@@ -39,7 +39,7 @@ class ResidualSuppressor {
     float blockEnergy;     // sum of squares of the microphone block
     float meanNoisePower;  // measurement noise of the canceller, mean over bins
   };
-  void process(const Input& input, const EchoCancellerSettings& settings) noexcept;
+  void suppressResidual(const Input& input, const EchoCancellerSettings& settings) noexcept;
 
   bool isFinite() const noexcept;
 

@@ -52,7 +52,7 @@ void ArrayPipeline::processRuns(Run all, std::size_t count) noexcept {
 
 void ArrayPipeline::process(const Run& run) noexcept {
   const auto width = static_cast<std::ptrdiff_t>(run.width);
-  if (banks_->input.push({run.frames, width, 1, run.microphones}, run.count, arrivals_) > 0)
+  if (banks_->inputBank.push({run.frames, width, 1, run.microphones}, run.count, arrivals_) > 0)
     collect(run);
   deliver(run);
 }
@@ -77,7 +77,7 @@ void ArrayPipeline::collect(const Run& run) noexcept {
 
 void ArrayPipeline::takeMicrophones(int first, int count) noexcept {
   BlockPart& block = *block_;
-  banks_->input.pop(block.micRun, count, first);
+  banks_->inputBank.pop(block.micRun, count, first);
   block.micDelay.exchange(block.micRun, count, first);
   if (micHighPassEnabled) runHighPass(block.micHighPass, block.micRun, first, count);
   for (std::size_t c = 0; c < block.micRun.size(); ++c)
@@ -111,9 +111,9 @@ void ArrayPipeline::sendOutput(int first, int count) noexcept {
     levelControl_.process(samples);
     for (Eigen::Index c = 1; c < rows.cols(); ++c) rows.col(c) = rows.col(0);
   }
-  banks_->output.setAlike(outputIsOneSignal(count));
-  banks_->output.push({rows.data(), 1, rows.outerStride(), static_cast<int>(rows.cols())}, count,
-                      std::span(played_).subspan(static_cast<std::size_t>(first)));
+  banks_->outputBank.setAlike(outputIsOneSignal(count));
+  banks_->outputBank.push({rows.data(), 1, rows.outerStride(), static_cast<int>(rows.cols())},
+                          count, std::span(played_).subspan(static_cast<std::size_t>(first)));
 }
 
 // The array stages end in one signal, which every channel gets.
@@ -123,7 +123,7 @@ bool ArrayPipeline::isMono() const noexcept {
 
 // So does the level control, once the channels' own sound has left the converters.
 bool ArrayPipeline::outputIsOneSignal(int count) noexcept {
-  const int memory = banks_->output.memory();
+  const int memory = banks_->outputBank.memory();
   if (isMono())
     alikeSamples_ = memory;
   else if (levelControl_.levelControlEnabled)
@@ -145,9 +145,9 @@ void ArrayPipeline::finishHop() noexcept {
 // A frame gets the oldest output sample that is there by its time, and silence before the first.
 void ArrayPipeline::deliver(const Run& run) noexcept {
   BlockPart& block = *block_;
-  banks_->output.pop(block.outputRun, planDelivery(run.count));
+  banks_->outputBank.pop(block.outputRun, planDelivery(run.count));
   const auto channels = static_cast<std::size_t>(run.microphones);
-  const bool mono = isMono() || banks_->output.alike();
+  const bool mono = isMono() || banks_->outputBank.alike();
   for (std::size_t c = 0; c < (mono ? 1 : channels); ++c) {
     const float *microphone = block.micRun[c].data(), *output = block.outputRun[c].data();
     float& inHand = block.frameSample[c];
@@ -172,8 +172,8 @@ void ArrayPipeline::deliver(const Run& run) noexcept {
 int ArrayPipeline::planDelivery(int count) noexcept {
   const auto arrived = std::span(arrivals_).first(static_cast<std::size_t>(count));
   const auto internal = std::ranges::count_if(arrived, std::identity{});
-  int waiting =
-      banks_->output.available() - std::accumulate(played_.begin(), played_.begin() + internal, 0);
+  int waiting = banks_->outputBank.available() -
+                std::accumulate(played_.begin(), played_.begin() + internal, 0);
   int taken = 0;
   const int* played = played_.data();
   for (std::size_t n = 0; n < arrived.size(); ++n) {

@@ -53,7 +53,7 @@ TEST(StftChannel, WindowsForHalfFrameStepsAddUpToOne) {
   StftChannel channel;
   channel.overlapPercent = 50;
   channel.hopSize = channel.overlapSize = 256;
-  ASSERT_TRUE(channel.init());
+  ASSERT_TRUE(channel.initChannel());
   EXPECT_NEAR(channel.analysisWindow[0], channel.analysisWindow[511], 1e-6F);
   const Eigen::ArrayXf gain = channel.analysisWindow * channel.synthesisWindow;
   EXPECT_LT((gain.head(256) + gain.tail(256) - 1.0F).abs().maxCoeff(), 0.01F);

@@ -116,11 +116,11 @@ TEST(EchoPathFilter, LimitsTheGain) {
   for (std::size_t i = 0; i < 3; ++i) {
     EchoPathFilter filter;
     filter.setup(length);
-    filter.adapt({.decorrelated = one,
-                  .scaledPower = Eigen::ArrayXf::Constant(bins, 0.01F),
-                  .error = one,
-                  .noisePower = Eigen::ArrayXf::Constant(bins, noises[i])},
-                 {.fft = fft, .update = update, .frame = frame});
+    filter.updateFilter({.decorrelated = one,
+                         .scaledPower = Eigen::ArrayXf::Constant(bins, 0.01F),
+                         .error = one,
+                         .noisePower = Eigen::ArrayXf::Constant(bins, noises[i])},
+                        {.fft = fft, .update = update, .frame = frame});
     // A constant update is an impulse at the first tap: the constraint lets it through.
     EXPECT_NEAR(filter.weights.real[5], gains[i], 1e-4F * gains[i]);
     EXPECT_NEAR(filter.posterior[5], 1.0F - 0.01F * gains[i], 1e-4F);
@@ -209,7 +209,7 @@ TEST(ResidualSuppressor, OpensFromSilenceAndStopsAtItsFloor) {
   const Eigen::ArrayXf error = 0.01F * Eigen::ArrayXf::Random(1024);
   const auto feed = [&](const ReferenceBlock& reference, int blocks, float blockEnergy) {
     for (int b = 0; b < blocks; ++b)
-      suppressor.process({error, error, reference, blockEnergy, 0.1F}, settings);
+      suppressor.suppressResidual({error, error, reference, blockEnergy, 0.1F}, settings);
     return suppressor.suppression.mean();
   };
   EXPECT_GT(feed(loud, 1, 30.0F), 0.999F);  // the long-term level has hardly risen

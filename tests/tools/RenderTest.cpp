@@ -98,6 +98,33 @@ TEST_F(RenderFiles, AChangeActsFromItsTimeOnAndAFadeRampsIn) {
   EXPECT_EQ(left(24000 + 10080), 1.0F);
 }
 
+TEST_F(RenderFiles, TellsWhatASwitchOrARateDoesNotDo) {
+  const std::string sound =
+      wave("in.wav", {.sampleRate = 16000, .channels = 2}, std::vector<float>(2 * 1600, 0.1F));
+  const std::string change = text("change.toml", "pipeline.internal_rate_hz = 24000");
+  const struct {
+    std::vector<std::string> options;
+    std::string note;
+  } cases[] = {
+      {{"--mode", "speech", "--set", "echo.enabled=0"}, "note: the speech mode runs echo canc"},
+      {{"--mode", "speech", "--set", "noise.enabled=0"}, "note: the speech mode runs noise supp"},
+      {{"--mode", "speech"}, ""},
+      {{"--set", "echo.enabled=0", "--set", "noise.enabled=0"}, ""},
+      {{"--mode", "speech", "--set", "echo.enabled=0", "--set", "engine.enabled=0"}, ""},
+      {{"--class", "kdmfx", "--mode", "speech", "--set", "noise.enabled=0"}, ""},
+      {{"--far", sound, "--change", "0.05:" + change}, "from 16000 to 24000: a running stream"},
+  };
+  for (const auto& [options, note] : cases) {
+    std::vector<std::string> arguments = options;
+    arguments.insert(arguments.end(), {sound, path("out.wav")});
+    const Outcome outcome = run(arguments);
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.complained;
+    EXPECT_NE(outcome.complained.find(note), std::string::npos) << outcome.complained;
+    EXPECT_EQ(outcome.complained.find("note: ") == std::string::npos, note.empty())
+        << outcome.complained;
+  }
+}
+
 struct DelayCase {
   const char* name;
   int rate;

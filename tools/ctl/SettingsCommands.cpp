@@ -7,6 +7,7 @@
 
 #include "parameters/SettingValue.h"
 #include "parameters/SettingsFile.h"
+#include "parameters/SettingsNotes.h"
 #include "tools/OutputFile.h"
 #include "tools/ctl/RegFile.h"
 #include "tools/ctl/SettingsTree.h"
@@ -56,6 +57,14 @@ void printWarnings(const SettingsWarnings& warnings) {
     std::fprintf(stderr, "warning: %s\n", withoutOption(warning).c_str());
 }
 
+// Before `values` become the active setting.
+void printNotes(const RawValues& values) {
+  const auto active = SettingsTree::read(SettingsTree::activeName());
+  for (const auto& note :
+       {speechModeNote(values), active ? internalRateNote(active->values, values) : std::nullopt})
+    if (note) std::fprintf(stderr, "note: %s\n", note->c_str());
+}
+
 void signalObjects() {
   const ObjectSearch search = searchObjects();
   std::size_t signalled = 0;
@@ -75,6 +84,7 @@ void reportTree(const SettingsWriter& writer) {
 
 void store(SettingsWriter& writer, const std::wstring& name, const RawValues& values) {
   reportTree(writer);
+  printNotes(values);
   writer.replace(name, values);
   std::printf("Setting %s is written and active: %u of %zu values differ from the factory.\n",
               utf8(name).c_str(), differences(values), catalogue().size());
@@ -169,7 +179,7 @@ void applySettingFile(const CtlOptions& options) {
 void activateStoredSetting(const CtlOptions& options) {
   const std::wstring name = chosenName(options);
   if (!SettingsTree::exists()) return store(name, factorySettings());
-  (void)chosenSetting(name);
+  printNotes(chosenSetting(name).values);
   SettingsWriter writer;
   writer.activate(name);
   std::printf("Setting %s is active.\n", utf8(name).c_str());

@@ -87,6 +87,7 @@ std::optional<HostOptions> parseHostOptions(int argc, const char* const* argv) {
   if (found == modes.end())
     throw HostUsageError("--mode " + mode + ": write default, raw or speech");
   options.mode = found->second;
+  options.speech = mode == "speech";
   if (options.classes.empty()) options.classes.push_back("mfx");
   if (options.reloadEvery > 0.0 && !options.service)
     throw HostUsageError("--reload-every: needs --service, which knows the objects' events");

@@ -13,6 +13,7 @@ namespace vellumic::tools {
 struct HostOptions {
   std::vector<std::string> classes;  // in the order in which they process
   GUID mode{};
+  bool speech = false;   // the mode is speech
   std::string endpoint;  // name or GUID; empty: the default
   std::vector<std::string> settingsFiles, assignments;
   std::string farFile, monitor;

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "parameters/SettingsFile.h"
+#include "parameters/SettingsNotes.h"
 #include "tools/host/LiveCapture.h"
 
 namespace vellumic::tools {
@@ -46,7 +47,20 @@ void HostRun::storeSettings() {
   otherValues_ = values_;
   if (!options_.reloadFile.empty()) applySettingsFile(options_.reloadFile, otherValues_, warnings);
   for (const std::string& warning : warnings) warn(warning);
+  if (has("mfx")) printNotes();
   setting_.emplace(values_);
+}
+
+void HostRun::printNotes() const {
+  const auto print = [](const std::optional<std::string>& note) {
+    if (note) std::fprintf(stderr, "note: %s\n", note->c_str());
+  };
+  if (options_.speech) print(speechModeNote(values_));
+  print(internalRateNote(values_, otherValues_));
+}
+
+bool HostRun::has(const std::string& className) const {
+  return std::ranges::find(options_.classes, className) != options_.classes.end();
 }
 
 void HostRun::standInForDevices() {
@@ -96,9 +110,8 @@ void HostRun::lock(unsigned channels, unsigned sampleRate, std::uint32_t mask) {
     std::printf("%s: %s at %u Hz, effects: %s\n", effect->name().c_str(), shape.text().c_str(),
                 sampleRate, effect->effects().c_str());
   }
-  const bool listens = std::ranges::find(options_.classes, "mfx") != options_.classes.end();
   const bool replaced = far_ || !options_.monitor.empty();
-  if (listens && replaced && !proxy_->waitForLoopback(patienceMs))
+  if (has("mfx") && replaced && !proxy_->waitForLoopback(patienceMs))
     warn("no effect opened the loopback; is echo cancellation on?");
   nextReload_ = options_.reloadEvery;
 }

@@ -24,6 +24,8 @@ class HostRun {
 
  private:
   void storeSettings();
+  void printNotes() const;
+  bool has(const std::string& className) const;
   void standInForDevices();
   void makeEffects();
   void lock(unsigned channels, unsigned sampleRate, std::uint32_t mask);

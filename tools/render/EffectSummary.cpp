@@ -116,11 +116,11 @@ std::size_t delayFrames(CaptureCore& core, const RenderJob& job) {
       static_cast<double>(settings.deviceRate) / static_cast<double>(settings.internalRate);
   const BankPair banks(2, settings.deviceRate, settings.internalRate);
 
-  int internal = microphoneDelay + settings.blockSize + banks.output.framesBeforeOutput();
+  int internal = microphoneDelay + settings.blockSize + banks.outputBank.framesBeforeOutput();
   if (runsArrayStages(job)) internal += noiseOverlap;
   if (cancelsEcho(job, settings)) internal += settings.blockSize / 2;
   internal += lookAheadSamples(settings.level);
-  return static_cast<std::size_t>(banks.input.framesBeforeOutput() +
+  return static_cast<std::size_t>(banks.inputBank.framesBeforeOutput() +
                                   std::lround(internal * perInternal));
 }
 

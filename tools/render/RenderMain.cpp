@@ -3,7 +3,9 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <set>
 
+#include "parameters/SettingsNotes.h"
 #include "tools/OutputFile.h"
 #include "tools/render/RenderOptions.h"
 #include "tools/render/Rendering.h"
@@ -18,6 +20,26 @@ void warnOfIdleOptions(const RenderOptions& options) {
     std::fputs("warning: --far has no effect, only the class mfx listens to it\n", stderr);
   if (options.captureClass == CaptureClass::efx && (options.muted || options.volume != 1.0F))
     std::fputs("warning: the class efx does not follow the volume\n", stderr);
+}
+
+// The same line once for a pair or a sweep.
+void printNotes(const RenderOptions& options, const std::vector<Variant>& variants) {
+  if (options.captureClass != CaptureClass::mfx) return;
+  std::set<std::string> notes;
+  const auto add = [&notes](const std::optional<std::string>& note) {
+    if (note) notes.insert(*note);
+  };
+  for (const Variant& variant : variants) {
+    const RawValues* before = nullptr;
+    const auto take = [&](const RawValues& values) {
+      if (options.mode == ProcessingMode::speech) add(speechModeNote(values));
+      if (before != nullptr && !options.farFile.empty()) add(internalRateNote(*before, values));
+      before = &values;
+    };
+    take(variant.settings);
+    for (const SettingChange& change : variant.changes) take(change.values);
+  }
+  for (const std::string& note : notes) std::fprintf(stderr, "note: %s\n", note.c_str());
 }
 
 bool sameFile(const std::string& a, const std::string& b) {
@@ -85,6 +107,7 @@ void run(const RenderOptions& options) {
   for (const std::string& warning : warnings)
     std::fprintf(stderr, "warning: %s\n", warning.c_str());
   warnOfIdleOptions(options);
+  printNotes(options, variants);
 
   const SoundFigures input = soundFigures(job.input);
   std::vector<Rendering> renderings;
