@@ -2,8 +2,8 @@
 // through processBlock, all stages at factory settings, the loudspeakers playing into both
 // references; beside SpeexDSP on the same scene, and units to read the figures by.
 //
-// Everything is run in turn, five times, and the least of each counts: the machine may be shared.
-// Of the calls too, each the least of its five; the worst is the greatest of these.
+// Everything is run in turn, five times, on the same samples. Of each call the least of the five
+// counts, as the machine may be shared; sums and the worst call are of these.
 #include <fftw3.h>
 #include <malloc.h>
 #include <soxr.h>
@@ -93,14 +93,12 @@ class Speakers : public PacketSource {
 // Seconds of each call; each the least of all runs.
 class CallTimes {
  public:
-  void add(std::vector<double> run) {
-    if (run.empty()) return;
-    total_ = std::min(total_, std::accumulate(run.begin(), run.end(), 0.0) / seconds);
-    if (least_.empty()) least_.assign(run.size(), 1.0);
-    std::ranges::transform(least_, run, least_.begin(),
-                           [](double a, double b) { return std::min(a, b); });
+  void add(const std::vector<double>& run) {
+    least_.resize(run.size(), 1.0);
+    for (std::size_t n = 0; n < run.size(); ++n) least_[n] = std::min(least_[n], run[n]);
   }
-  double perSecond() const { return total_; }
+  // CPU seconds per second of audio.
+  double perSecond() const { return std::accumulate(least_.begin(), least_.end(), 0.0) / seconds; }
   double quantile(double share) const {
     std::vector<double> sorted(least_.begin() + firstCounted, least_.end());
     std::ranges::sort(sorted);
@@ -108,7 +106,6 @@ class CallTimes {
   }
 
  private:
-  double total_ = 1e9;
   std::vector<double> least_;
 };
 
@@ -176,8 +173,8 @@ void printMemory() {
 }
 
 // SpeexDSP's canceller for all microphones and a preprocessor for each, at 16 kHz, in frames of
-// 10 ms. CPU seconds per second of audio.
-double runSpeex(const Scene& scene, std::size_t microphones, double tailSeconds) {
+// 10 ms.
+std::vector<double> runSpeex(const Scene& scene, std::size_t microphones, double tailSeconds) {
   int rate = 16000;
   const int frame = static_cast<int>(scene.period);
   const auto pcm = [](float sample) {
@@ -195,19 +192,19 @@ double runSpeex(const Scene& scene, std::size_t microphones, double tailSeconds)
     speex_preprocess_ctl(stage, SPEEX_PREPROCESS_SET_ECHO_STATE, echo);
   }
   std::vector<spx_int16_t> out(scene.period * microphones), one(scene.period);
-  const double time = secondsOf([&] {
-    for (std::size_t call = 0; call < calls; ++call) {
+  std::vector<double> times;
+  for (std::size_t call = 0; call < calls; ++call)
+    times.push_back(secondsOf([&] {
       speex_echo_cancellation(echo, &near[call * scene.period * microphones],
                               &far[2 * call * scene.period], out.data());
       for (std::size_t c = 0; c < microphones; ++c) {
         for (std::size_t n = 0; n < scene.period; ++n) one[n] = out[n * microphones + c];
         speex_preprocess_run(stages[c], one.data());
       }
-    }
-  });
+    }));
   for (auto* stage : stages) speex_preprocess_state_destroy(stage);
   speex_echo_state_destroy(echo);
-  return time / seconds;
+  return times;
 }
 
 template <class Work>
@@ -253,11 +250,12 @@ void printUnits() {
               1e3 * soxrTime / 64.0, 1e3 * converterTime / 64.0);
 }
 
-void printRow(const char* name, int rate, std::size_t microphones, double speex,
+void printRow(const char* name, int rate, std::size_t microphones, const CallTimes& speex,
               const CallTimes& times) {
   std::printf("| %d | %zu | %s | %.2f | %.2f | %.3f | %.0f | %.0f | %.0f |\n", rate, microphones,
-              name, 1e3 * times.perSecond(), 1e3 * speex, times.perSecond() / speex,
-              1e6 * times.quantile(0.5), 1e6 * times.quantile(0.99), 1e6 * times.quantile(1.0));
+              name, 1e3 * times.perSecond(), 1e3 * speex.perSecond(),
+              times.perSecond() / speex.perSecond(), 1e6 * times.quantile(0.5),
+              1e6 * times.quantile(0.99), 1e6 * times.quantile(1.0));
 }
 
 void printChain() {
@@ -268,10 +266,9 @@ void printChain() {
   for (const int rate : {48000, 16000})
     for (const std::size_t microphones : {2, 4, 8}) {
       const Scene scene(rate, microphones), speexScene(16000, microphones);
-      CallTimes fast, base;
-      double speex = 1e9;
+      CallTimes fast, base, speex;
       for (int run = 0; run < runs; ++run) {
-        speex = std::min(speex, runSpeex(speexScene, microphones, tail));
+        speex.add(runSpeex(speexScene, microphones, tail));
         fast.add(runChain(scene, microphones, 1024.0F));
         const ScopedInstructionSet plain(InstructionSet::Base);
         base.add(runChain(scene, microphones, 1024.0F));

@@ -12,7 +12,7 @@ namespace vellumic {
 namespace {
 
 // Moves `history` on by the rows of `samples` and appends the sum over its columns.
-void append(const Eigen::Ref<const Eigen::ArrayXXf>& samples, Eigen::ArrayXf& history) noexcept {
+void append(const Eigen::ArrayXXf& samples, Eigen::ArrayXf& history) noexcept {
   const Eigen::Index count = samples.rows();
   std::copy(history.data() + count, history.data() + history.size(), history.data());
   auto tail = history.tail(count);
@@ -49,8 +49,8 @@ void DelayEstimator::reset() noexcept VELLUMIC_NONBLOCKING {
   committedLag = lastLag = agreeCount = 0;
 }
 
-void DelayEstimator::update(const Eigen::Ref<const Eigen::ArrayXXf>& reference,
-                            const Eigen::Ref<const Eigen::ArrayXXf>& microphones) noexcept
+void DelayEstimator::update(const Eigen::ArrayXXf& reference,
+                            const Eigen::ArrayXXf& microphones) noexcept
     VELLUMIC_NONBLOCKING {
   assert(reference.rows() == blockSize_ && microphones.rows() == blockSize_);
   append(reference, referenceHistory_);

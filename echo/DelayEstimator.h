@@ -22,8 +22,8 @@ class DelayEstimator {
   void reset() noexcept VELLUMIC_NONBLOCKING;  // clears history and lags
 
   // blockSize rows each, any number of channels; the channels are summed.
-  void update(const Eigen::Ref<const Eigen::ArrayXXf>& reference,
-              const Eigen::Ref<const Eigen::ArrayXXf>& microphones) noexcept VELLUMIC_NONBLOCKING;
+  void update(const Eigen::ArrayXXf& reference,
+              const Eigen::ArrayXXf& microphones) noexcept VELLUMIC_NONBLOCKING;
 
   // Feeds one raw lag to the agreement rule.
   void accept(int lag) noexcept VELLUMIC_NONBLOCKING;

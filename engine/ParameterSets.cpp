@@ -70,9 +70,15 @@ EffectsChange ParameterSets::initialize(ProcessingMode processingMode, EffectMod
   image[Entry::constantTen] = 10.0F;
   storeMasterVolume(pendingImage_, 1.0F);
   const EffectsChange change = build(processingMode, effectMode);
-  engine_.adopt(false);
+  adoptAtOnce();
   copyPendingToCurrent();
   return change;
+}
+
+// No frame runs: what the build replaced can go, too.
+void ParameterSets::adoptAtOnce() {
+  engine_.adopt(false);
+  engine_.handover.pipeline.freeRetired();
 }
 
 void ParameterSets::proposeRate(float sampleRate) noexcept {
@@ -100,7 +106,7 @@ std::optional<EffectsChange> ParameterSets::lock(const StreamFormat& format,
 
   const bool usesLoopback = prepareImage(engine_, fadeState(), image, pendingMask());
   const EffectsChange change = build(processingMode, effectMode);
-  engine_.adopt(false);
+  adoptAtOnce();
   if (usesLoopback) engine_.pipeline.startLoopback();
   copyPendingToCurrent();
 

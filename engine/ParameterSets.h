@@ -102,6 +102,7 @@ class ParameterSets {
   void refillNext() noexcept;
   void copyPendingToCurrent() noexcept;
   EffectsChange build(ProcessingMode processingMode, EffectMode effectMode);
+  void adoptAtOnce();
   void fillContext(const StreamFormat& format, ProcessContext& context) noexcept;
 
   Arena& arena_;

@@ -11,8 +11,8 @@ namespace {
 
 constexpr int mostBandTestSamples = 102400;  // 100 passes of the usual block
 
-float meanSquare(const Eigen::Ref<const Eigen::ArrayXf>& samples) noexcept {
-  return samples.square().mean();
+float meanSquareOfFirst(const Eigen::ArrayXXf& channels) noexcept {
+  return channels.col(0).square().mean();
 }
 
 }  // namespace
@@ -62,7 +62,7 @@ void ArrayPipeline::apply(const PipelineRecord& record, bool resetNoise) noexcep
 void ArrayPipeline::processBlock() noexcept {
   BlockPart& block = *block_;
   const PipelineSettings& settings = record_.settings;
-  probe_.microphoneEnergy = meanSquare(block.micBlock.col(0));
+  probe_.microphoneEnergy = meanSquareOfFirst(block.micBlock);
   ++probe_.blocks;
   if (settings.bandTest) {
     runBandTest();
@@ -73,7 +73,7 @@ void ArrayPipeline::processBlock() noexcept {
                               .referenceMonitor = settings.referenceMonitor})) {
     ++probe_.cancelledBlocks;
   }
-  probe_.residualEnergy = meanSquare(block.micBlock.col(0));
+  probe_.residualEnergy = meanSquareOfFirst(block.micBlock);
   probe_.referenceEnergy = block.referenceMatrix.rowwise().sum().square().mean();
   noteEchoState();
   block.outputBlock = block.micBlock;

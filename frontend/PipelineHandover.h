@@ -53,6 +53,9 @@ class PipelineHandover {
   void configureBlock(int blockSize);
   bool setChannels(int channels);
 
+  // Frees what the pipeline gave back; every build does so first.
+  void freeRetired() noexcept;
+
   const PipelineSettings& settings() const noexcept { return record_.settings; }
   int channels() const noexcept { return channels_; }
   // Anything to adopt? Every part comes with a record.
@@ -62,7 +65,6 @@ class PipelineHandover {
   friend class ArrayPipeline;
   static constexpr int parkedRate = 1;  // of both sides: no conversion until rates are known
 
-  void freeRetired() noexcept;
   void takeBlockSize(int blockSize) noexcept;
   bool takeChannels(int channels) noexcept;
   void stageBlock();
