@@ -50,8 +50,7 @@ void DelayEstimator::reset() noexcept VELLUMIC_NONBLOCKING {
 }
 
 void DelayEstimator::update(const Eigen::ArrayXXf& reference,
-                            const Eigen::ArrayXXf& microphones) noexcept
-    VELLUMIC_NONBLOCKING {
+                            const Eigen::ArrayXXf& microphones) noexcept VELLUMIC_NONBLOCKING {
   assert(reference.rows() == blockSize_ && microphones.rows() == blockSize_);
   append(reference, referenceHistory_);
   append(microphones, micHistory_);
