@@ -143,7 +143,7 @@ int CDSPResampler<Interpolator>::memory() const noexcept {
     rate *= convolver->ratio();
   }
   if (interpolator_) inputs += Interpolator::ringLength / rate;
-  return static_cast<int>(inputs) + 1;
+  return static_cast<int>(std::min(inputs, 1e9)) + 1;
 }
 
 template <class Interpolator>

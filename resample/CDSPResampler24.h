@@ -5,7 +5,8 @@
 //   const double* output = nullptr;
 //   const int count = converter.process(&sample, 1, output);   // copy before the next call
 //
-// A run of samples in one call gives, to the bit, what one call a sample gives, for half the price.
+// A run of samples in one call gives what one call a sample gives, for half the price: to the bit,
+// but for rounding where a fractional stage ends the chain.
 // Output is doled out as input arrives: with one-sample calls none returns more than
 // maxOutputLength(1). The first output belongs to the time of the first input, the filters' delay
 // shows only as calls that return 0; docs/resampler.md lists it.

@@ -11,13 +11,13 @@ namespace vellumic::tools {
 namespace {
 
 // error: of the call that failed, or of one that found the object there.
-[[noreturn]] void fail(const std::string& what, DWORD error) {
+[[noreturn]] void fail(const char* what, DWORD error) {
   std::string reason = "cannot be made (error " + std::to_string(error) + ")";
   if (error == ERROR_ALREADY_EXISTS)
     reason = "is there already; end the service or the vellumic-ctl that made it";
   else if (error == ERROR_ACCESS_DENIED)
     reason = "needs the right to create global objects; run as administrator";
-  throw std::runtime_error("--service: " + what + " " + reason);
+  throw std::runtime_error(std::string("--service: ") + what + " " + reason);
 }
 
 }  // namespace
