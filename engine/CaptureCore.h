@@ -1,6 +1,7 @@
 // Everything portable of one capture object, in the order in which it must be built and torn down.
-// The offline renderer, the benchmarks and the tests hold one of these. The Windows objects have the
-// same members among theirs: arena and lock block before the engine, the engine before the sets.
+// The offline renderer, the benchmarks and the tests hold one of these. The Windows objects have
+// the same members among theirs: arena and lock block before the engine, the engine before the
+// sets.
 #pragma once
 
 #include <utility>
