@@ -16,13 +16,16 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Settings that differ in everything that is handed over: designs, records, and sized parts.
+// Settings that differ in everything that is handed over: designs, records, and sized parts. The
+// last switches the pipeline off, a record that waits for the end of its fade.
 std::vector<RawValues> differentSettings() {
   RawValues first = equalizerGain(0.5F), second = equalizerGain(0.25F), third = first;
   second[index(Raw::blockSize)] = 512.0F;
   second[index(Raw::noiseWindowFrames)] = 100.0F;
   third[index(Raw::internalRate)] = 24000.0F;
-  return {first, second, byFade(third)};
+  RawValues off = first;
+  off[index(Raw::masterEnable)] = 0.0F;
+  return {first, second, byFade(third), byFade(off)};
 }
 
 struct HandoverCase {
