@@ -1,7 +1,7 @@
 // Calls, loops and entry checks.
 #include <gtest/gtest.h>
 
-#include <latch>
+#include <future>
 #include <limits>
 #include <thread>
 
@@ -14,16 +14,16 @@ namespace {
 TEST(Process, AContendedLockLetsTheFramesOutOnTheOldSet) {
   EngineRig rig(equalizerGain(0.5F));
   rig.reload(equalizerGain(0.25F));
-  std::latch held(1), done(1);
+  std::promise<void> held, done;  // a latch may sleep through its wake-up with MinGW's library
   std::thread holder([&] {
     const LockScope scope(rig.core->lockBlock.parameterLock);
-    held.count_down();
-    done.wait();
+    held.set_value();
+    done.get_future().wait();
   });
-  held.wait();
+  held.get_future().wait();
   EXPECT_EQ(rig.call(constant(4, 1.0F)), constant(4, 0.5F));
   EXPECT_EQ(rig.core->lockBlock.pending, 1);
-  done.count_down();
+  done.set_value();
   holder.join();
   EXPECT_EQ(rig.call(constant(4, 1.0F)), constant(4, 0.25F));
 }

@@ -350,9 +350,14 @@ class InstalledService {
     GetModuleFileNameW(nullptr, program.data(), MAX_PATH);
     const std::wstring command = L"\"" + std::wstring(program.data()) + L"\" --child " + mode;
     manager_ = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
-    service_ = CreateServiceW(manager_, name, name, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
-                              SERVICE_DEMAND_START, SERVICE_ERROR_IGNORE, command.c_str(), nullptr,
-                              nullptr, nullptr, nullptr, nullptr);
+    // One of that name may still be on its way out.
+    for (int i = 0; i < 500; ++i) {
+      service_ = CreateServiceW(manager_, name, name, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS,
+                                SERVICE_DEMAND_START, SERVICE_ERROR_IGNORE, command.c_str(),
+                                nullptr, nullptr, nullptr, nullptr, nullptr);
+      if (service_ != nullptr || GetLastError() != ERROR_SERVICE_MARKED_FOR_DELETE) break;
+      Sleep(20);
+    }
     EXPECT_NE(service_, nullptr) << GetLastError();
   }
   ~InstalledService() {
@@ -376,7 +381,7 @@ class InstalledService {
 
  private:
   const wchar_t* name_;
-  SC_HANDLE manager_, service_;
+  SC_HANDLE manager_, service_ = nullptr;
 };
 
 TEST(CtlServices, AreSeenAndStartedAnew) {
