@@ -31,7 +31,7 @@ void vellumicFft(benchmark::State& state) {
   const ScopedInstructionSet scope(set);
   std::vector<float> samples = noise(state.range(0));
   Fft fft(static_cast<int>(samples.size()));
-  std::vector<float> re(samples.size() / 2 + 1), im = re;
+  std::vector<float> re(samples.size() / 2 + 1), im(re.size());
   std::vector<std::complex<float>> bins(re.size());
   for ([[maybe_unused]] auto pass : state) {
     if constexpr (way == Way::planes) fft.forward(samples, re, im);

@@ -79,6 +79,7 @@ std::vector<bool> spokenFrames(const std::vector<float>& clean) {
     levels.push_back(decibels(sum));
   }
   std::vector<bool> spoken;
+  spoken.reserve(levels.size());
   const double loudest = levels.empty() ? 0.0 : *std::ranges::max_element(levels);
   for (const double level : levels) spoken.push_back(level > loudest - dynamicRange);
   return spoken;

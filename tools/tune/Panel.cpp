@@ -101,6 +101,7 @@ std::vector<quality::Summary> Panel::judge(const RawValues& settings) const {
     figures[piece][shift] = material_[piece]->judge(settings, static_cast<int>(shift)).figures;
   });
   std::vector<quality::Summary> summaries;
+  summaries.reserve(figures.size());
   for (const auto& scores : figures) summaries.push_back(quality::summarise(scores));
   return summaries;
 }
