@@ -1,13 +1,5 @@
 #include "parameters/SettingsFile.h"
 
-// The parser asserts what a broken file can make false and then handles it; some compilers' release
-// builds would take the assertion for granted.
-#define TOML_ASSERT(expression) static_assert(true)
-#pragma push_macro("NDEBUG")
-#undef NDEBUG
-#include <toml++/toml.h>
-#pragma pop_macro("NDEBUG")
-
 #include <algorithm>
 #include <charconv>
 #include <fstream>
@@ -16,6 +8,7 @@
 #include <set>
 
 #include "parameters/SettingValue.h"
+#include "parameters/TomlText.h"
 
 namespace vellumic {
 namespace {
@@ -106,10 +99,9 @@ void applySettingsText(std::string_view text, std::string_view source, RawValues
                        SettingsWarnings& warnings) {
   Changes changes(values);
   try {
-    walk(toml::parse(text), "", source, changes);
-  } catch (const toml::parse_error& error) {
-    throw SettingsError(at(source, error.source()) +
-                        ": not valid TOML: " + std::string(error.description()));
+    walk(parseToml(text), "", source, changes);
+  } catch (const TomlError& error) {
+    throw SettingsError(std::string(source) + ":" + error.what());
   }
   changes.apply(warnings);
 }

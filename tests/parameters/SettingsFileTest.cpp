@@ -24,6 +24,7 @@ RawValues applied(std::string_view text, SettingsWarnings& warnings) {
 TEST(SettingsFile, TablesDottedKeysNamesAndDecibelsAreUnderstood) {
   SettingsWarnings warnings;
   const RawValues values = applied(R"(
+# größer 中
 equalizer.enabled = true
 beamformer.enabled = 0
 [equalizer.left]
@@ -71,7 +72,10 @@ TEST(SettingsFile, FaultsNameLineSettingAndRemedyAndChangeNothing) {
       {"\"lev\\nel\" = 1", {":2: lev?el: no such setting"}},
       {"[ = 1", {"test.toml:2: not valid TOML"}},
       {"level.level = = 3", {"test.toml:2: not valid TOML"}},
-      {"level.level = 1\nlevel.level = 2", {"test.toml:3: not valid TOML"}}};
+      {"level.level = 1\nlevel.level = 2", {"test.toml:3: not valid TOML"}},
+      {"gr\u00F6\u00DFe = 1", {"test.toml:2: not valid TOML"}},
+      {"level.level = 1 \u00E4", {"test.toml:2: not valid TOML"}},
+      {"a = \"\"\"\\\n \u00E4\"\"\"", {"test.toml:3: not valid TOML", "beyond ASCII"}}};
   for (const Fault& fault : faults) {
     RawValues values = factorySettings();
     SettingsWarnings warnings;

@@ -1,7 +1,5 @@
 #include "tools/tune/Plan.h"
 
-#include <toml++/toml.h>
-
 #include <algorithm>
 #include <cmath>
 #include <fstream>
@@ -10,6 +8,7 @@
 
 #include "parameters/SettingValue.h"
 #include "parameters/SettingsFile.h"
+#include "parameters/TomlText.h"
 #include "tools/quality/SceneCatalogue.h"
 
 namespace vellumic::tune {
@@ -303,10 +302,9 @@ RawValues Plan::settingsToWrite(const Point& point) const {
 Plan parsePlan(const std::string& text, const std::string& source) {
   toml::table table;
   try {
-    table = toml::parse(text);
-  } catch (const toml::parse_error& error) {
-    throw PlanError(source + ":" + std::to_string(error.source().begin.line) +
-                    ": not valid TOML: " + std::string(error.description()));
+    table = parseToml(text);
+  } catch (const TomlError& error) {
+    throw PlanError(source + ":" + error.what());
   }
   Plan plan;
   plan.text = text;

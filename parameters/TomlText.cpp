@@ -1,0 +1,49 @@
+#include "parameters/TomlText.h"
+
+#include <algorithm>
+#include <optional>
+
+namespace vellumic {
+namespace {
+
+bool beyondAscii(char c) { return static_cast<unsigned char>(c) >= 0x80; }
+
+// The first letter beyond ASCII that follows a backslash, blanks and line ends apart: there a text
+// goes on in the next line, and the parser asks whether the letter is a blank.
+std::optional<std::size_t> letterAfterBackslash(std::string_view text) {
+  char last = ' ';
+  for (std::size_t n = 0; n < text.size(); ++n) {
+    if (beyondAscii(text[n]) && last == '\\') return n;
+    if (std::string_view(" \t\n\v\f\r").find(text[n]) == std::string_view::npos) last = text[n];
+  }
+  return std::nullopt;
+}
+
+toml::table parse(std::string_view text) {
+  try {
+    return toml::parse(text);
+  } catch (const toml::parse_error& error) {
+    throw TomlError(error.source().begin.line, error.description());
+  }
+}
+
+}  // namespace
+
+// The parser's search for blanks beyond ASCII runs into code that its author thought out of reach
+// when it meets an ordinary letter, such as U+00E4, outside texts and comments. A copy without such
+// letters has a fault at the same place and goes first.
+toml::table parseToml(std::string_view text) {
+  if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);  // mark of UTF-8
+  if (std::ranges::any_of(text, beyondAscii)) {
+    std::string plain(text);
+    std::ranges::replace_if(plain, beyondAscii, '?');
+    parse(plain);
+    if (const auto found = letterAfterBackslash(text))
+      throw TomlError(
+          1 + static_cast<std::size_t>(std::ranges::count(text.substr(0, *found), '\n')),
+          "write letters beyond ASCII on the line where their text begins");
+  }
+  return parse(text);
+}
+
+}  // namespace vellumic
