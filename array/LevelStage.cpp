@@ -7,9 +7,12 @@ namespace vellumic {
 
 namespace {
 
-constexpr float meanOfSine = 0.63661975F;   // 2 / pi: mean magnitude of a sine of peak 1
-constexpr float greatestEnvelope = 1e6F;    // the largest sample that the pipeline lets in
-constexpr float greatestReduction = 1e12F;  // what that asks of settings in their sensible ranges
+constexpr float meanOfSine = 0.63661975F;  // 2 / pi: mean magnitude of a sine of peak 1
+constexpr float greatestEnvelope = 1e6F;   // the largest sample that the pipeline lets in
+constexpr float greatestReduction = 1e12F;
+constexpr float loudestKept = 10.0F;  // full scale at the largest input gain
+// What it asks of the largest gain (100) and the lowest level (0.001).
+constexpr float greatestSensible = 100.0F * loudestKept / (0.001F * meanOfSine);
 
 // NaN becomes 1.
 float boundedReduction(float reduction) noexcept {
@@ -38,14 +41,11 @@ void LevelStage::apply(const LevelStageSettings& settings) noexcept VELLUMIC_NON
   returnWithinReach();
 }
 
-// A reduction that no sound up to full scale, or as loud as the present one, asks of these settings
-// was left by others. It would relax with its own slow times, floor and all, so it starts from what
-// the present sound asks for.
+// A reduction that no settings in their sensible ranges lead to was left by broken ones. It would
+// relax with its own slow times, floor and all, so it starts from what the present sound asks for.
 void LevelStage::returnWithinReach() noexcept {
-  constexpr float loudestKept = 10.0F;  // full scale at the largest input gain
   if (envelope > loudestKept) envelope = 0.0F;
-  const float reach = boundedReduction(makeupGain_ * std::max(meanOfSine, envelope) / knee_);
-  if (smoothedReduction <= reach && reductionFloor <= reach) return;
+  if (smoothedReduction <= greatestSensible && reductionFloor <= greatestSensible) return;
   smoothedReduction = reductionFloor = targetReduction();
 }
 

@@ -4,7 +4,7 @@
 // The level detector is the smoothed magnitude, compared with the mean magnitude 2/pi of a sine of
 // peak `level`. A slow memory can hold the gain down in pauses, so that noise is not pulled up.
 // Settings act as written, zeros too. Whatever they and the input are, the state stays in the
-// ranges below; a state that the settings of an apply() cannot have led to starts over there.
+// ranges below; a state that no sensible settings lead to starts over with the next apply().
 // Thread: real-time only.
 #pragma once
 
