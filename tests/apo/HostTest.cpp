@@ -158,6 +158,7 @@ TEST_F(Host, TheLibraryGoesWithItsLastObject) {
 
 TEST_F(Host, TellsWhatIsWrongInOneLine) {
   writeNoise("three.wav", 3, 48000, 1);
+  std::ofstream(path("rate.toml")) << "pipeline.internal_rate_hz = 24000\n";
   const std::string files = path("three.wav") + " " + path("out.wav");
   const struct {
     std::string arguments;
@@ -168,6 +169,8 @@ TEST_F(Host, TellsWhatIsWrongInOneLine) {
       {"--endpoint array4 " + files, "refuses"},
       {"--reload-every 1 " + files, "--service"},
       {"--endpoint array4 --settings gone.toml " + files, "gone.toml"},
+      {"--endpoint array4 --mode speech --set noise.enabled=0 " + files, "note: the speech mode"},
+      {"--endpoint array4 --reload " + path("rate.toml") + " " + files, "from 16000 to 24000"},
   };
   for (const auto& fault : faults) {
     const Result result = run("vellumic-host", fault.arguments);

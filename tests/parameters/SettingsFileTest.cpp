@@ -95,15 +95,19 @@ TEST(SettingsFile, FaultsNameLineSettingAndRemedyAndChangeNothing) {
 }
 
 TEST(SettingsFile, ValuesOutOfRangeAreAppliedWithAWarning) {
-  const std::pair<const char*, float> odd[] = {{"pipeline.input_gain = 40", 40.0F},
-                                               {"pipeline.input_gain_db = 40", 100.0F},
-                                               {"pipeline.input_gain = 0", 0.0F}};
-  for (const auto& [text, value] : odd) {
+  const struct {
+    const char *name, *rest, *range;
+    float value;
+  } odd[] = {{"pipeline.input_gain", " = 40", "0.1 to 10.0", 40.0F},
+             {"pipeline.input_gain", "_db = 40", "0.1 to 10.0", 100.0F},
+             {"pipeline.input_gain", " = 0", "0.1 to 10.0", 0.0F},
+             {"pipeline.block_size", " = 240", "256.0 to 4096.0", 240.0F}};
+  for (const auto& [name, rest, range, value] : odd) {
     SettingsWarnings warnings;
-    EXPECT_FLOAT_EQ(stored(applied(text, warnings), "pipeline.input_gain"), value);
+    EXPECT_FLOAT_EQ(stored(applied(std::string(name) + rest, warnings), name), value);
     ASSERT_EQ(warnings.size(), 1U);
-    EXPECT_NE(warnings[0].find("test.toml:1: pipeline.input_gain"), std::string::npos);
-    EXPECT_NE(warnings[0].find("0.1 to 10.0"), std::string::npos) << warnings[0];
+    EXPECT_NE(warnings[0].find(std::string("test.toml:1: ") + name), std::string::npos);
+    EXPECT_NE(warnings[0].find(range), std::string::npos) << warnings[0];
   }
   SettingsWarnings warnings;
   EXPECT_EQ(stored(applied("echo.enabled = 0.5", warnings), "echo.enabled"), 0.5F);

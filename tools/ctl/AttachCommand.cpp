@@ -93,15 +93,26 @@ void printNotes(const std::vector<std::string>& notes) {
   for (const std::string& note : notes) std::printf("  %s\n", note.c_str());
 }
 
+// What both commands look at; without the rights to write it is not made, except for a dry run.
+struct Target {
+  explicit Target(const CtlOptions& options)
+      : microphone(findMicrophone(options.device, DEVICE_STATEMASK_ALL)) {
+    if (!options.dryRun) writer.emplace();
+    now = readEffectProperties(microphone.guid).value_or(RegistryValues{});
+    attachment = readAttachment(microphone.guid);
+  }
+  const ComThread com;
+  const Microphone microphone;
+  std::optional<AttachmentWriter> writer;
+  RegistryValues now;
+  std::optional<Attachment> attachment;
+};
+
 }  // namespace
 
 void attachEffects(const CtlOptions& options) {
-  const ComThread com;
-  const Microphone microphone = findMicrophone(options.device, DEVICE_STATEMASK_ALL);
-  std::optional<AttachmentWriter> writer;
-  if (!options.dryRun) writer.emplace();
-  const RegistryValues now = readEffectProperties(microphone.guid).value_or(RegistryValues{});
-  const auto older = readAttachment(microphone.guid);
+  Target target(options);
+  auto& [com, microphone, writer, now, older] = target;
   // An earlier attachment is taken back first; everything is worked out before the first write.
   std::vector<std::string> notes;
   const auto back = wayBack(now, older, notes);
@@ -131,12 +142,8 @@ void attachEffects(const CtlOptions& options) {
 }
 
 void detachEffects(const CtlOptions& options) {
-  const ComThread com;
-  const Microphone microphone = findMicrophone(options.device, DEVICE_STATEMASK_ALL);
-  std::optional<AttachmentWriter> writer;
-  if (!options.dryRun) writer.emplace();
-  const RegistryValues now = readEffectProperties(microphone.guid).value_or(RegistryValues{});
-  const auto attachment = readAttachment(microphone.guid);
+  Target target(options);
+  auto& [com, microphone, writer, now, attachment] = target;
   if (!attachment)
     throw CtlError(utf8(microphone.name) + " " + utf8(microphone.guid) + ": " +
                    (attachedEffects(now).empty()
