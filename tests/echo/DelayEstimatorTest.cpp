@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <limits>
 #include <random>
 #include <vector>
 
 #include "echo/DelayEstimator.h"
+#include "echo/kernels/CorrelationKernels.h"
+#include "platform/InstructionSet.h"
 #include "tests/support/RealtimeGuard.h"
 
 namespace vellumic {
@@ -72,6 +75,25 @@ TEST(DelayEstimator, TakesALagAfterThreeAgreements) {
     EXPECT_EQ(estimator.committedLag, test.committed) << test.lags.back();
     EXPECT_EQ(estimator.agreeCount, test.agreeing) << test.lags.back();
     EXPECT_EQ(estimator.lastLag, test.lags.back());
+  }
+}
+
+TEST(CorrelationKernels, TheFirstOfEqualPeaksCounts) {
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  for (const InstructionSet set : {InstructionSet::Base, InstructionSet::Avx2}) {
+    const ScopedInstructionSet scope(set);
+    std::vector<float> samples(37);
+    const auto peak = [&] {
+      return correlationKernels().firstPeak(samples.data(), static_cast<int>(samples.size()));
+    };
+    samples[0] = nan;
+    EXPECT_EQ(peak(), 0);
+    samples[36] = 2.0F;
+    EXPECT_EQ(peak(), 36);
+    samples[20] = -2.0F;
+    EXPECT_EQ(peak(), 20);
+    samples[19] = nan;
+    EXPECT_EQ(peak(), 20);
   }
 }
 

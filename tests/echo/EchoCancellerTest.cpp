@@ -51,58 +51,6 @@ INSTANTIATE_TEST_SUITE_P(
                           "quiet", {.left = 0.03F, .right = 0.03F}, {2, 9, 18, 20, 20, 20}}),
     [](const auto& instance) { return instance.param.name; });
 
-TEST(EchoCanceller, SilentReferencesPassTheMicrophoneHalfABlockLate) {
-  EchoScene scene;
-  EchoBench bench(scene);
-  const EchoScene::Levels talkerOnly{.left = 0, .right = 0, .near = 0.1F};
-  std::vector<float> heard;
-  for (int b = 0; b < 20; ++b) {
-    bench.run(1, talkerOnly);
-    for (std::size_t i = 0; i < scene.length / 2 && b > 0; ++i)
-      EXPECT_NEAR(bench.output[i], heard[scene.length / 2 + i], 2e-3F);
-    heard = scene.microphone;
-  }
-  for (const auto& filter : bench.canceller.filters) EXPECT_EQ(weight(filter), 0.0F);
-  EXPECT_FALSE(bench.canceller.converged);
-}
-
-TEST(EchoCanceller, WarmUpKeepsTheMeasurementNoise) {
-  for (int warmup : {0, 3, 10}) {
-    EchoScene scene;
-    EchoCancellerSettings settings;
-    settings.warmupBlocks = warmup;
-    EchoBench bench(scene, settings);
-    bench.run(warmup + 1);
-    EXPECT_TRUE((bench.canceller.noisePower == 10.0F).all()) << warmup;
-    bench.run(1);
-    EXPECT_FALSE((bench.canceller.noisePower == 10.0F).any()) << warmup;
-  }
-}
-
-TEST(EchoCanceller, DecorrelatesBothReferencesWithTheSameCrossSpectrum) {
-  EchoScene scene;
-  EchoBench bench(scene);
-  bench.run(1, {.shared = 0.3F});
-  // In the first block the smoothed powers are those of the block, times 0.3 as the cross-spectrum.
-  const auto at = [](const SplitSpectrum& bins, Eigen::Index k) {
-    return std::complex<float>(bins.real[k], bins.imag[k]);
-  };
-  const auto& spectrum = bench.spectra.present().spectrum;
-  const DecorrelatedReferences& result = bench.spectra.decorrelated();
-  for (Eigen::Index k = 10; k < 1000; k += 90) {
-    const std::complex<float> first = at(spectrum[0], k), second = at(spectrum[1], k);
-    const std::complex<float> cross = 0.2F * first * std::conj(second);
-    const std::complex<float> expected[] = {
-        std::conj(first) - cross / std::norm(second) * std::conj(second),
-        std::conj(second) - cross / std::norm(first) * std::conj(first)};
-    for (std::size_t r = 0; r < 2; ++r)
-      EXPECT_LT(std::abs(at(result.decorrelated[r], k) - expected[r]),
-                1e-4F * std::abs(expected[r]));
-    EXPECT_NEAR(result.scaledPower[0][k], 0.96F * 0.3F * std::norm(first),
-                1e-4F * std::norm(first));
-  }
-}
-
 TEST(EchoPathFilter, LimitsTheGain) {
   constexpr int length = 128, bins = length + 1;
   Fft fft(2 * length);
@@ -184,47 +132,24 @@ TEST(EchoCanceller, DivergenceStartsOverThatMicrophoneAlone) {
   EXPECT_GT(10.0 * std::log10(energy(scene.echo) / energy(diverging.output)), 20.0);
 }
 
-TEST(EchoCanceller, DoubleTalkDoesNotUndoTheFilters) {
-  for (const auto& settings : {EchoCancellerSettings{}, settlingSettings()}) {
-    EchoScene scene;
-    EchoBench bench(scene, settings);
-    bench.run(80 * patience);
-    const double before = bench.run(10);
-    bench.run(30 * patience, {.near = 0.3F});
-    EXPECT_LT(bench.canceller.covarianceEnergy, 0.5F);
-    bench.run(10);
-    EXPECT_GT(before, 40.0);
-    EXPECT_GT(bench.run(10), 40.0);
-  }
-}
-
-TEST(ResidualSuppressor, OpensFromSilenceAndStopsAtItsFloor) {
+// A hum while the speakers stream silence, then sudden loud sound.
+TEST(ResidualSuppressor, AHumDoesNotRunAwayWithTheCoupling) {
   ResidualSuppressor suppressor;
   suppressor.setup(1024);
   EchoCancellerSettings settings;
+  settings.couplingStep = 1000.0F;
   ReferenceBlock loud, silent;
   loud.setup(1024);
   silent.setup(1024);
   for (auto& magnitude : loud.sumMagnitude) magnitude.setConstant(10.0F);
   const Eigen::ArrayXf error = 0.01F * Eigen::ArrayXf::Random(1024);
-  const auto feed = [&](const ReferenceBlock& reference, int blocks, float blockEnergy) {
+  const auto feed = [&](const ReferenceBlock& reference, int blocks) {
     for (int b = 0; b < blocks; ++b)
-      suppressor.suppressResidual({error, error, reference, blockEnergy, 0.1F}, settings);
-    return suppressor.suppression.mean();
+      suppressor.suppressResidual({error, error, reference, 1.0F, 0.1F}, settings);
   };
-  EXPECT_GT(feed(loud, 1, 30.0F), 0.999F);  // the long-term level has hardly risen
-  EXPECT_LT(feed(loud, 300, 30.0F), 0.5F);
-  EXPECT_GT(feed(silent, 30, 30.0F), 0.999F);
-  settings.levelSmoothing = 0.0F;
-  feed(loud, 30, 1024.0F);
-  EXPECT_FLOAT_EQ(suppressor.suppression.minCoeff(), settings.suppressionFloor);
-  EXPECT_LE(suppressor.suppression.maxCoeff(), 1.0F);
-
-  // A hum while the speakers stream silence, then sudden loud sound.
-  settings.couplingStep = 1000.0F;
-  feed(silent, 1000, 1.0F);
+  feed(silent, 1000);
   EXPECT_EQ(suppressor.couplingGain.maxCoeff(), 1000.0F);
-  feed(loud, 50, 1.0F);
+  feed(loud, 50);
   EXPECT_GE(suppressor.couplingGain.minCoeff(), 0.0F);
   EXPECT_TRUE(suppressor.isFinite());
 }

@@ -1,0 +1,256 @@
+// The canceller of one microphone in double, from its equations, beside the one in float.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "platform/InstructionSet.h"
+#include "tests/echo/EchoScene.h"
+#include "tests/support/PlainTransform.h"
+
+namespace vellumic::testing {
+namespace {
+
+using Complex = std::complex<double>;
+
+class EchoModel {
+ public:
+  explicit EchoModel(std::size_t blockLength, const EchoCancellerSettings& theSettings)
+      : settings(theSettings), n(blockLength), long_(2 * n), short_(n) {
+    setup();
+  }
+
+  void setup() {
+    filters = {};
+    for (Filter& f : filters) {
+      f.W.assign(n + 1, 0.0);
+      f.A.assign(n + 1, 1.0);
+      f.Q = f.P = Reals(n + 1);
+      f.previous = f.current = Reals(n);
+    }
+    cross_.assign(n + 1, 0.0);
+    T.assign(n + 1, 10.0);
+    error_ = previousError_ = overlap_ = Reals(n);
+    R = Reals(n / 2 + 1);
+    coupling.assign(n / 2 + 1, 0.001);
+  }
+
+  Reals process(const EchoScene& scene) {
+    for (std::size_t r = 0; r < 2; ++r) {
+      filters[r].previous = filters[r].current;
+      filters[r].current.assign(scene.reference(r).begin(), scene.reference(r).end());
+      filters[r].X = long_.forward(joined(filters[r].previous, filters[r].current));
+    }
+    cancel(Reals(scene.microphone.begin(), scene.microphone.end()));
+    checkHealth();
+    return suppress();
+  }
+
+  struct Filter {
+    Spectrum W, X;
+    Reals A, Q, P, previous, current;
+  };
+  EchoCancellerSettings settings;
+  std::array<Filter, 2> filters;
+  Reals T, R, coupling;
+  bool converged = false;
+  double covarianceEnergy = 0.0, longTermLevel = 0.0;
+  int startedOver = 0;
+
+ private:
+  static Reals joined(const Reals& a, const Reals& b) {
+    Reals both = a;
+    both.insert(both.end(), b.begin(), b.end());
+    return both;
+  }
+  static double energyOf(const Reals& x) {
+    double sum = 0.0;
+    for (double v : x) sum += v * v;
+    return sum;
+  }
+
+  void cancel(const Reals& microphone) {
+    Reals echo(n);
+    for (const Filter& f : filters) {
+      Spectrum product(n + 1);
+      for (std::size_t k = 0; k <= n; ++k) product[k] = f.X[k] * f.W[k];
+      const Reals time = long_.inverse(product);
+      for (std::size_t i = 0; i < n; ++i) echo[i] += time[n + i];
+    }
+    previousError_ = error_;
+    for (std::size_t i = 0; i < n; ++i) error_[i] = microphone[i] - echo[i];
+    energy_ = energyOf(microphone);
+    const Spectrum M = long_.forward(joined(Reals(n), microphone)),
+                   Y = long_.forward(joined(Reals(n), echo));
+    const double p = settings.powerSmoothing;
+    const bool warm = counter_ > settings.warmupBlocks;
+    if (!warm) ++counter_;
+    for (std::size_t k = 0; k <= n; ++k) {
+      for (Filter& f : filters) f.P[k] = (1.0 - p) * std::norm(f.X[k]) + p * f.P[k];
+      cross_[k] = p * cross_[k] + (1.0 - p) * filters[0].X[k] * std::conj(filters[1].X[k]);
+      if (!warm) continue;
+      const double residual =
+          (1.0 - p) * std::max(std::norm(M[k]) - std::norm(Y[k]), 1e-5) + p * T[k];
+      const bool settled = filters[0].Q[k] + filters[1].Q[k] < settings.updateThreshold;
+      T[k] = settled ? residual : std::max(0.1, p * T[k]);
+    }
+    for (std::size_t r = 0; r < 2; ++r) adapt(filters[r], filters[1 - r], M, Y);
+  }
+
+  void adapt(Filter& f, const Filter& other, const Spectrum& M, const Spectrum& Y) {
+    const double factor = settings.crossFactor;
+    Spectrum update(n + 1);
+    for (std::size_t k = 0; k <= n; ++k) {
+      const double coherence =
+          std::norm(cross_[k]) / std::pow(std::sqrt(f.P[k] * other.P[k]) + 1e-10, 2);
+      const double G = f.P[k] * (1.0 - factor * factor * coherence);
+      const Complex D =
+          std::conj(f.X[k]) - factor * cross_[k] / (other.P[k] + 1e-10) * std::conj(other.X[k]);
+      const double C = f.A[k] + f.Q[k], limit = 4.0 / std::max(G * G, 1e-10);
+      double H = C / (3.0 * C * G + T[k]);
+      if (H * H >= limit) H = std::sqrt(limit);
+      f.A[k] = (1.0 - H * G) * C;
+      update[k] = D * H * (M[k] - Y[k]);
+    }
+    Reals gradient = long_.inverse(update);
+    std::fill(gradient.begin() + static_cast<std::ptrdiff_t>(n), gradient.end(), 0.0);
+    update = long_.forward(gradient);
+    for (std::size_t k = 0; k <= n; ++k) {
+      f.W[k] += update[k];
+      f.Q[k] = (1.0 - settings.filterPole) * std::norm(update[k]) + settings.filterPole * f.Q[k];
+    }
+  }
+
+  void checkHealth() {
+    covarianceEnergy =
+        (energyOf(filters[0].A) + energyOf(filters[1].A)) / static_cast<double>(n + 1);
+    if (!converged) {
+      int settled = 0, moving = 0;
+      for (std::size_t k = 0; k <= n; ++k) {
+        const double updatePower = filters[0].Q[k] + filters[1].Q[k];
+        settled += updatePower < settings.updateThreshold;
+        moving += updatePower > 1e-5;
+      }
+      converged = moving > 0 && settled > std::lround(0.95 * static_cast<double>(n));
+    }
+    if (!converged || energyOf(error_) <= energy_ + 70.0) return;
+    setup();
+    ++startedOver;
+  }
+
+  Reals suppress() {
+    Reals clean(n);
+    const std::size_t half = n / 2;
+    const auto step = static_cast<std::ptrdiff_t>(half);
+    double meanT = 0.0;
+    for (double t : T) meanT += t / static_cast<double>(n + 1);
+    const Reals errors = joined(previousError_, error_);
+    Reals sums(2 * n);
+    for (const Filter& f : filters)
+      for (std::size_t i = 0; i < n; ++i) {
+        sums[i] += f.previous[i];
+        sums[n + i] += f.current[i];
+      }
+    for (std::ptrdiff_t pass = 0; pass < 2; ++pass) {
+      const auto frame = [&](const Reals& from) {
+        Reals samples(from.begin() + step * (1 + pass), from.begin() + step * (3 + pass));
+        for (std::size_t i = 0; i < n; ++i)
+          samples[i] *= (1.0 - std::cos(2.0 * std::numbers::pi * static_cast<double>(i) /
+                                        static_cast<double>(n - 1))) /
+                        2.0;
+        return short_.forward(samples);
+      };
+      Spectrum E = frame(errors);
+      const Spectrum F = frame(sums);
+      longTermLevel = settings.levelSmoothing * longTermLevel +
+                      (1.0 - settings.levelSmoothing) * energy_ / static_cast<double>(n);
+      for (std::size_t k = 0; k <= half; ++k) {
+        R[k] = settings.referenceSmoothing * R[k] +
+               (1.0 - settings.referenceSmoothing) * std::abs(F[k]);
+        const double leak = coupling[k] * R[k], magnitude = std::abs(E[k]);
+        const double gain = 1.0 - leak * leak * longTermLevel * settings.overSubtraction /
+                                      std::max(magnitude * magnitude, 1e-10);
+        coupling[k] += settings.couplingStep / (meanT + 1.0) * (magnitude - leak * coupling[k]);
+        coupling[k] = std::clamp(coupling[k], 0.0, 1000.0);
+        E[k] *= std::min(std::max(gain, static_cast<double>(settings.suppressionFloor)), 1.0);
+      }
+      const Reals suppressed = short_.inverse(E);
+      for (std::size_t i = 0; i < half; ++i)
+        clean[static_cast<std::size_t>(pass) * half + i] = overlap_[half + i] + suppressed[i];
+      overlap_ = suppressed;
+    }
+    return clean;
+  }
+
+  std::size_t n;
+  PlainTransform long_, short_;
+  Spectrum cross_;
+  Reals error_, previousError_, overlap_;
+  double energy_ = 0.0;
+  int counter_ = 0;
+};
+
+EchoCancellerSettings otherSettings() {
+  EchoCancellerSettings s;
+  s.powerSmoothing = 0.6F;
+  s.filterPole = 0.5F;
+  s.overSubtraction = 4.0F;
+  s.couplingStep = 0.05F;
+  s.referenceSmoothing = 0.5F;
+  s.levelSmoothing = 0.9F;
+  s.suppressionFloor = 0.1F;
+  s.crossFactor = 0.6F;
+  s.updateThreshold = 3e-3F;
+  s.warmupBlocks = 3;
+  return s;
+}
+
+struct ModelCase {
+  EchoCancellerSettings settings;
+  int blockLength;
+  InstructionSet set;
+};
+class EchoModels : public ::testing::TestWithParam<ModelCase> {};
+
+// Sound from two loudspeakers with much in common, talk, pauses, and now and then a dead microphone
+// whose loss makes the echo estimate louder than the microphone by 20 to 120 in energy.
+TEST_P(EchoModels, TheCancellerFollowsItsEquations) {
+  const auto& [settings, blockLength, set] = GetParam();
+  const ScopedInstructionSet scope(set);
+  EchoScene scene(blockLength);
+  EchoBench bench(scene, settings);
+  EchoModel model(scene.length, settings);
+  double difference = 0.0, heard = 0.0;
+  for (int block = 0; block < 400; ++block) {
+    EchoScene::Levels levels{.left = 1.0F, .right = 0.7F, .shared = 0.8F, .near = 0.01F};
+    if (block % 100 > 80) levels.near = 0.5F;
+    if (block % 130 > 120) levels.left = levels.right = levels.shared = 0.0F;
+    levels.muted = block > 60 && block % 20 == 0;
+    scene.advance(levels);
+    bench.step();
+    const Reals expected = model.process(scene);
+    const EchoCanceller& canceller = bench.canceller;
+    for (std::size_t i = 0; i < scene.length; ++i) {
+      difference += std::pow(bench.output[i] - expected[i], 2);
+      heard += expected[i] * expected[i];
+    }
+    ASSERT_EQ(canceller.converged, model.converged) << block;
+    ASSERT_NEAR(canceller.covarianceEnergy, model.covarianceEnergy, 1e-4 * model.covarianceEnergy)
+        << block;
+    ASSERT_NEAR(canceller.suppressor.longTermLevel, model.longTermLevel, 1e-6) << block;
+    for (std::size_t k = 0; k <= scene.length; ++k) {
+      const auto bin = static_cast<Eigen::Index>(k);
+      ASSERT_NEAR(canceller.noisePower[bin], model.T[k], 1e-3 * model.T[k]) << block << ' ' << k;
+    }
+  }
+  std::printf("[ measured ] started over %d times, converged %d, difference %.1f dB\n",
+              model.startedOver, model.converged, 10.0 * std::log10(difference / heard));
+  EXPECT_GE(model.startedOver, 1);
+  EXPECT_LT(difference, 1e-10 * heard);
+}
+INSTANTIATE_TEST_SUITE_P(Settings, EchoModels,
+                         ::testing::Values(ModelCase{{}, 64, InstructionSet::Avx2},
+                                           ModelCase{otherSettings(), 60, InstructionSet::Avx2},
+                                           ModelCase{otherSettings(), 60, InstructionSet::Base}));
+
+}  // namespace
+}  // namespace vellumic::testing
