@@ -5,9 +5,6 @@
 
 #include "array/BeamformerAdaptive.h"
 #include "array/PrincipalComponent.h"
-#include "array/StftChannel.h"
-#include "platform/FloatingPointMode.h"
-#include "tests/array/Signals.h"
 
 namespace vellumic {
 namespace {
@@ -102,124 +99,6 @@ TEST(BeamformerAdaptive, PassesTheFirstMicrophoneButForTheBinsSolvedSoFar) {
   beamformer.process(input, output);
   EXPECT_TRUE((output == input.col(0)).all());
 }
-
-TEST(BeamformerAdaptive, AdaptationModesDecideWhatMoves) {
-  struct Case {
-    std::int32_t mode;
-    bool signalMoves, noiseMoves;
-  };
-  for (const Case c : {Case{BeamformerAdaptive::adaptFree, true, true},
-                       Case{BeamformerAdaptive::freezeNoise, true, false},
-                       Case{BeamformerAdaptive::byActivity, true, false},  // loud from the start
-                       Case{BeamformerAdaptive::freezeBoth, false, false}}) {
-    BeamformerAdaptive beamformer(2, 257, 125.0F);
-    const BeamformerAdaptive fresh = beamformer;
-    beamformer.adaptationMode = c.mode;
-    Eigen::ArrayXcf output(257);
-    beamformer.process(randomFrame(257, 2, 3), output);
-    const auto moved = [&](auto member) {
-      return ((beamformer.*member).planes != (fresh.*member).planes).topRows(257).colwise().any();
-    };
-    EXPECT_EQ(moved(&BeamformerAdaptive::signalCovariance).all(), c.signalMoves) << c.mode;
-    EXPECT_EQ(moved(&BeamformerAdaptive::noiseCovariance).all(), c.noiseMoves) << c.mode;
-    EXPECT_EQ(moved(&BeamformerAdaptive::noiseCovariance).any(), c.noiseMoves) << c.mode;
-  }
-}
-
-// Either the power of one microphone or enough bins on any of them make a frame active.
-TEST(BeamformerAdaptive, DetectsActivity) {
-  struct Case {
-    float broadband;  // power over noise power in all bins of both microphones
-    int speechBins;   // of 256, on the second microphone: 5 times the noise, probability 0.8
-    float thresholdScale;
-    bool active;
-  };
-  for (const Case c :
-       {Case{1.4F, 0, 1.0F, false}, Case{1.7F, 0, 1.0F, true}, Case{1.7F, 0, 1.2F, false},
-        Case{0.1F, 37, 1.0F, false}, Case{0.1F, 40, 1.0F, true}, Case{0.1F, 40, 1.2F, false}}) {
-    BeamformerAdaptive beamformer(2, 256, 125.0F);
-    beamformer.apply({.covarianceTimeConstant = 5.0F, .thresholdScale = c.thresholdScale});
-    for (ActivityEstimator& estimator : beamformer.estimators) {
-      estimator.noiseRate = 0.0F;
-      estimator.noisePower = 1.0F;
-    }
-    Eigen::ArrayXXcf input = Eigen::ArrayXXcf::Constant(256, 2, std::sqrt(c.broadband));
-    input.col(1).head(c.speechBins).setConstant(std::sqrt(5.0F));
-    Eigen::ArrayXcf output(256);
-    beamformer.process(input, output);
-    EXPECT_EQ(beamformer.signalActive, c.active) << c.broadband << ' ' << c.speechBins;
-  }
-}
-
-// Direct sound, `step` samples later from microphone to microphone, and sparse reflections.
-Eigen::ArrayXXf throughRoom(const Eigen::ArrayXf& source, int microphones, int step,
-                            unsigned seed) {
-  std::mt19937 random(seed);
-  std::normal_distribution<float> normal;
-  Eigen::ArrayXXf out = Eigen::ArrayXXf::Zero(source.size(), microphones);
-  for (int m = 0; m < microphones; ++m) {
-    Eigen::ArrayXf response = Eigen::ArrayXf::Zero(128);
-    for (int t = 30; t < 128; t += 3)
-      response[t] = 0.12F * normal(random) * std::exp(-static_cast<float>(t) / 30.0F);
-    response[16 + step * (m - microphones / 2)] = 1.0F;
-    for (int t = 0; t < 128; ++t) {
-      if (response[t] != 0.0F)
-        out.col(m).tail(source.size() - t) += response[t] * source.head(source.size() - t);
-    }
-  }
-  return out;
-}
-
-class BeamformerScene : public testing::TestWithParam<std::pair<int, float>> {};
-
-TEST_P(BeamformerScene, ImprovesTheSignalToNoiseRatio) {
-  cutDenormals();
-  const auto [microphones, leastGain] = GetParam();
-#ifdef VELLUMIC_SHORT_TESTS
-  constexpr int seconds = 8, scoredFrom = 6;
-#else
-  constexpr int seconds = 20, scoredFrom = 10;
-#endif
-  // One talker, one noise source elsewhere, and the microphones' own noise.
-  const Eigen::ArrayXXf talker = throughRoom(speechLike(seconds * rate), microphones, 1, 11);
-  Eigen::ArrayXXf disturbance =
-      throughRoom(whiteNoise(seconds * rate, 0.03F, 12), microphones, -2, 13);
-  for (int m = 0; m < microphones; ++m)
-    disturbance.col(m) += whiteNoise(seconds * rate, 0.005F, 20U + static_cast<unsigned>(m));
-  BeamformerAdaptive beamformer(microphones);
-  std::vector<StftChannel> targetFrames(static_cast<std::size_t>(microphones)),
-      noiseFrames(static_cast<std::size_t>(microphones));
-  Eigen::ArrayXXcf target(257, microphones), noise(257, microphones);
-  Eigen::ArrayXcf output(257);
-  float targetIn = 0.0F, noiseIn = 0.0F, targetOut = 0.0F, noiseOut = 0.0F;
-  for (int frame = 0; frame < seconds * framesPerSecond; ++frame) {
-    for (int m = 0; m < microphones; ++m) {
-      const auto c = static_cast<std::size_t>(m);
-      targetFrames[c].analyzeFrame(talker.col(m).segment(frame * hop, hop), target.col(m));
-      noiseFrames[c].analyzeFrame(disturbance.col(m).segment(frame * hop, hop), noise.col(m));
-    }
-    beamformer.process(target + noise, output);
-    if (frame < scoredFrom * framesPerSecond) continue;
-    const Eigen::ArrayXXcf weights =
-        beamformer.weights.real.topRows(257).cast<Complex>() +
-        Complex(0.0F, 1.0F) * beamformer.weights.imaginary.topRows(257).cast<Complex>();
-    const auto power = [&](const Eigen::ArrayXXcf& part) {
-      return (part * weights).rowwise().sum().abs2().sum();
-    };
-    targetIn += target.col(0).abs2().sum();
-    noiseIn += noise.col(0).abs2().sum();
-    targetOut += power(target);
-    noiseOut += power(noise);
-  }
-  const float gain = decibels(targetOut / noiseOut) - decibels(targetIn / noiseIn);
-  std::printf("[ measured ] %d microphones: SNR %.1f dB -> +%.1f dB, talker %.2f dB\n", microphones,
-              decibels(targetIn / noiseIn), gain, decibels(targetOut / targetIn));
-  EXPECT_GT(gain, leastGain);
-  EXPECT_NEAR(decibels(targetOut / targetIn), 0.0F, 1.0F);  // as it arrives at the first microphone
-}
-INSTANTIATE_TEST_SUITE_P(Microphones, BeamformerScene,
-                         testing::Values(std::pair{2, 3.0F}, std::pair{4, 6.0F},
-                                         std::pair{8, 8.0F}));
 
 }  // namespace
 }  // namespace vellumic
