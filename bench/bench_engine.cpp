@@ -6,6 +6,7 @@
 #include <new>
 #include <vector>
 
+#include "bench/EveryBand.h"
 #include "engine/CaptureCore.h"
 #include "engine/ProcessBlock.h"
 #include "parameters/Catalogue.h"
@@ -16,21 +17,6 @@ namespace {
 using namespace vellumic;
 
 constexpr std::uint32_t frames = 480, channels = 2;
-
-RawValues tenBands() {
-  RawValues values = factorySettings();
-  values[index(Raw::equalizerMaster)] = 1.0F;
-  for (const int side : {0, 1})
-    for (int band = 0; band < equalizerBands; ++band) {
-      values[index(bandSlot(side, band, BandField::enable))] = 1.0F;
-      values[index(bandSlot(side, band, BandField::type))] = 1.0F;
-      values[index(bandSlot(side, band, BandField::frequency))] =
-          60.0F * static_cast<float>(1 << band);
-      values[index(bandSlot(side, band, BandField::gain))] = band % 2 == 0 ? 1.4F : 0.7F;
-      values[index(bandSlot(side, band, BandField::q))] = 1.0F;
-    }
-  return values;
-}
 
 std::unique_ptr<CaptureCore> lockedCore(const RawValues& settings, EffectMode mode) {
   auto core = std::make_unique<CaptureCore>(LoopbackOpener{});
@@ -45,7 +31,7 @@ std::unique_ptr<CaptureCore> lockedCore(const RawValues& settings, EffectMode mo
 
 void buildImageOnly(benchmark::State& state) {
   const auto mode = static_cast<EffectMode>(state.range(0));
-  const auto core = lockedCore(tenBands(), mode);
+  const auto core = lockedCore(bench::everyBand(), mode);
   for ([[maybe_unused]] auto pass : state)
     benchmark::DoNotOptimize(buildImage(core->engine, core->sets.rawParameters(),
                                         core->sets.pendingImage(), core->sets.pendingMask(),
@@ -85,8 +71,10 @@ void processWithoutEffect(benchmark::State& state) {
   off[index(Raw::masterEnable)] = 0.0F;
   processCalls(state, off, false);
 }
-void processTenBands(benchmark::State& state) { processCalls(state, tenBands(), false); }
-void processTenBandsInAFade(benchmark::State& state) { processCalls(state, tenBands(), true); }
+void processTenBands(benchmark::State& state) { processCalls(state, bench::everyBand(), false); }
+void processTenBandsInAFade(benchmark::State& state) {
+  processCalls(state, bench::everyBand(), true);
+}
 BENCHMARK(processWithoutEffect);
 BENCHMARK(processTenBands);
 BENCHMARK(processTenBandsInAFade);

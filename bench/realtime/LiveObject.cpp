@@ -2,20 +2,17 @@
 
 #include <algorithm>
 #include <ctime>
-#include <deque>
 #include <new>
 
+#include "bench/EveryBand.h"
 #include "bench/realtime/SystemCallTrap.h"
 #include "engine/ProcessCall.h"
-#include "frontend/PacketSource.h"
 #include "tests/support/RealtimeGuard.h"
 
 namespace vellumic::bench {
 namespace {
 
 constexpr std::uint32_t callsPerSecond = 100;
-constexpr std::size_t packetFrames = 480;  // 10 ms at 48 kHz
-constexpr std::size_t echoDelay = 960;     // frames at 48 kHz
 
 // Of this thread: what other programs do meanwhile does not count.
 double processorMicroseconds() {
@@ -24,62 +21,16 @@ double processorMicroseconds() {
   return 1e6 * static_cast<double>(now.tv_sec) + 1e-3 * static_cast<double>(now.tv_nsec);
 }
 
-RawValues everyStage() {
-  RawValues values = factorySettings();
-  values[index(Raw::equalizerMaster)] = 1.0F;
-  for (const int side : {0, 1})
-    for (int band = 0; band < equalizerBands; ++band) {
-      values[index(bandSlot(side, band, BandField::enable))] = 1.0F;
-      values[index(bandSlot(side, band, BandField::type))] = 1.0F;
-      values[index(bandSlot(side, band, BandField::frequency))] =
-          12.0F * static_cast<float>(2 << band);
-      values[index(bandSlot(side, band, BandField::gain))] = band % 2 == 0 ? 1.4F : 0.7F;
-      values[index(bandSlot(side, band, BandField::q))] = 1.0F;
-    }
-  return values;
-}
-
 }  // namespace
 
-// What the loudspeakers play at 48 kHz, with enough of the past for an echo.
-struct LiveObject::Speakers {
-  std::deque<std::vector<float>> packets;  // stereo
-  std::size_t taken = 0;                   // of the packets; freed between calls
-  std::vector<float> past = std::vector<float>(2 * (echoDelay + packetFrames));
-  bool playing = true, lost = false;
-};
-
-class LiveObject::SpeakerPackets final : public PacketSource {
- public:
-  explicit SpeakerPackets(Speakers& speakers) : speakers_(speakers) {}
-  MixFormat mixFormat() const noexcept override { return {.channels = 2, .sampleRate = 48000}; }
-  bool start() noexcept override { return true; }
-  void stop() noexcept override {}
-  std::optional<std::uint32_t> nextPacketSize() noexcept override {
-    if (speakers_.lost) return std::nullopt;
-    return speakers_.taken < speakers_.packets.size() ? packetFrames : 0U;
-  }
-  bool get(Packet& packet) noexcept override {
-    if (speakers_.lost || speakers_.taken >= speakers_.packets.size()) return false;
-    packet = {.samples = speakers_.packets[speakers_.taken].data(),
-              .frames = packetFrames,
-              .silent = false};
-    return true;
-  }
-  void release(std::uint32_t) noexcept override { ++speakers_.taken; }
-
- private:
-  Speakers& speakers_;
-};
-
 LiveObject::LiveObject(const Configuration& configuration, PaintedStack& stack)
-    : configuration_(configuration), stack_(stack), speakers_(std::make_unique<Speakers>()) {
+    : configuration_(configuration), stack_(stack) {
   LoopbackOpener opener;
   opener.onHelperThread = false;
-  opener.open = [this] { return std::make_unique<SpeakerPackets>(*speakers_); };
+  opener.open = [this] { return speakers_.packets(); };
   core_ = std::make_unique<CaptureCore>(opener);
   if (!core_->sets.allocate()) throw std::bad_alloc();
-  std::ranges::copy(everyStage(), core_->sets.rawParameters().begin());
+  std::ranges::copy(everyBand(), core_->sets.rawParameters().begin());
   core_->sets.settingRead();
   core_->sets.initialize(ProcessingMode::speech, configuration_.lockMode);
   const std::size_t frames = configuration_.rate / callsPerSecond;
@@ -91,8 +42,6 @@ LiveObject::LiveObject(const Configuration& configuration, PaintedStack& stack)
   if (!core_->sets.lock(format, ProcessingMode::speech, configuration_.lockMode, core_->context))
     throw std::bad_alloc();
 }
-
-LiveObject::~LiveObject() = default;
 
 LiveObject::Logs LiveObject::run(double seconds) {
   const PipelineProbe& probe = core_->engine.pipeline.probe();
@@ -119,17 +68,17 @@ LiveObject::Logs LiveObject::run(double seconds) {
   calls("muted", 0.5 * seconds);
   core_->sets.setVolumes({.master = 1.0F});
   reload(Change::values);
-  speakers_->playing = false;
+  speakers_.playing = false;
   calls("loudspeakers pause", 0.5 * seconds);
-  speakers_->playing = true;
+  speakers_.playing = true;
   calls("loudspeakers again", 0.5 * seconds);
-  speakers_->lost = true;
+  speakers_.lost = true;
   calls("device lost", 0.5 * seconds);
   return logs_;
 }
 
 void LiveObject::reload(Change change) {
-  RawValues values = everyStage();
+  RawValues values = everyBand();
   odd_ = !odd_;
   if (change == Change::byFade) values[index(Raw::fadeRequest)] = 1.0F;
   if (odd_) values[index(Raw::gainFloor1)] = 0.2F;
@@ -139,29 +88,6 @@ void LiveObject::reload(Change change) {
     values[index(Raw::internalRate)] = odd_ ? 15000.0F : 16000.0F;
   }
   core_->sets.reload(values, ProcessingMode::speech, configuration_.reloadMode);
-}
-
-// The loudspeakers play noise; each microphone hears them 20 ms later beside noise of its own.
-void LiveObject::hear() {
-  std::uniform_real_distribution<float> white(-0.1F, 0.1F);
-  Speakers& speakers = *speakers_;
-  speakers.packets.erase(speakers.packets.begin(),
-                         speakers.packets.begin() + static_cast<std::ptrdiff_t>(speakers.taken));
-  speakers.taken = 0;
-  std::vector<float> packet(2 * packetFrames);
-  if (speakers.playing)
-    for (float& sample : packet) sample = white(random_);
-  speakers.past.erase(speakers.past.begin(), speakers.past.begin() + 2 * packetFrames);
-  speakers.past.insert(speakers.past.end(), packet.begin(), packet.end());
-  if (speakers.playing && speakers.packets.size() < callsPerSecond)
-    speakers.packets.push_back(std::move(packet));
-  const std::size_t frames = input_.size() / configuration_.channels;
-  for (std::size_t n = 0; n < frames; ++n) {
-    const std::size_t at = n * 48000U / configuration_.rate;
-    const float echo = 0.5F * speakers.past[2 * at] + 0.3F * speakers.past[2 * at + 1];
-    for (std::size_t c = 0; c < configuration_.channels; ++c)
-      input_[n * configuration_.channels + c] = echo + 0.01F * white(random_);
-  }
 }
 
 void LiveObject::calls(const std::string& state, double seconds) {
@@ -177,7 +103,7 @@ void LiveObject::play(double seconds) {
 
 void LiveObject::call(CallLog& log, const std::string& state) {
   constexpr CallState ready{.initialized = true, .locked = true, .limits = {}};
-  hear();
+  speakers_.hear(input_, configuration_.rate, configuration_.channels);
   const auto frames = static_cast<std::uint32_t>(input_.size() / configuration_.channels);
   const StreamBuffer input{input_.data(), frames, buffer_flags::valid};
   StreamBuffer output{output_.data(), 0, buffer_flags::invalid};

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <memory>
-#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,6 +11,7 @@
 #include "bench/realtime/PaintedStack.h"
 #include "engine/CaptureCore.h"
 #include "parameters/Catalogue.h"
+#include "tests/support/PlayingSpeakers.h"
 
 namespace vellumic::bench {
 
@@ -25,7 +25,6 @@ class LiveObject {
  public:
   // To be made and used on the painted thread.
   LiveObject(const Configuration& configuration, PaintedStack& stack);
-  ~LiveObject();
   LiveObject(const LiveObject&) = delete;
   LiveObject& operator=(const LiveObject&) = delete;
 
@@ -35,23 +34,18 @@ class LiveObject {
   Logs run(double seconds);
 
  private:
-  struct Speakers;
-  class SpeakerPackets;
-
   enum class Change { values, byFade, sizes };
 
   void reload(Change change);
   void calls(const std::string& state, double seconds);
   void play(double seconds);  // unwatched by the logs
   void call(CallLog& log, const std::string& state);
-  void hear();
 
   Configuration configuration_;
   PaintedStack& stack_;
-  std::unique_ptr<Speakers> speakers_;
+  PlayingSpeakers speakers_;
   std::unique_ptr<CaptureCore> core_;
   std::vector<float> input_, output_;
-  std::minstd_rand random_{7};
   bool odd_ = false;
   Logs logs_;
 };

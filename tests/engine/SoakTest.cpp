@@ -1,0 +1,229 @@
+// Hours in the life of the three kinds of object: streams of every rate and microphone count one
+// after another, while settings, volumes, buffers and loudspeakers change all the time.
+#include <gtest/gtest.h>
+#ifdef __linux__
+#include <malloc.h>
+#endif
+
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstdlib>
+#include <memory>
+#include <random>
+
+#include "engine/CaptureCore.h"
+#include "engine/ProcessCall.h"
+#include "parameters/Catalogue.h"
+#include "platform/FloatingPointMode.h"
+#include "tests/support/PlayingSpeakers.h"
+#include "tests/support/RealtimeGuard.h"
+
+namespace vellumic {
+namespace {
+
+// Of 30 s; VELLUMIC_SOAK_ROUNDS=120 makes an hour.
+int roundsWanted() {
+  if (const char* wanted = std::getenv("VELLUMIC_SOAK_ROUNDS")) return std::atoi(wanted);
+#ifdef VELLUMIC_SHORT_TESTS
+  return 3;
+#else
+  return 12;
+#endif
+}
+
+std::size_t heapInUse() {
+#ifdef __linux__
+  return mallinfo2().uordblks;
+#else
+  return 0;
+#endif
+}
+
+struct Kind {
+  const char* name;
+  EffectMode lockMode, reloadMode;
+};
+constexpr std::array kinds{
+    Kind{"EFX", EffectMode::equalizer, EffectMode::equalizer},
+    Kind{"MFX", EffectMode::array, EffectMode::array},
+    Kind{"KDMFX", EffectMode::arrayFourChannel, EffectMode::array},
+};
+
+RawValues goodSettings() {
+  RawValues values = factorySettings();
+  values[index(Raw::echoCancellation)] = 1.0F;
+  return values;
+}
+
+// Every slot somewhere in its sensible range. A band above half the device rate is not: its section
+// rings up to infinity, call after call.
+RawValues sensibleSettings(std::mt19937& random, std::uint32_t rate) {
+  RawValues values = factorySettings();
+  for (const Parameter& parameter : catalogue()) {
+    std::uniform_real_distribution<float> inside(parameter.low, parameter.high);
+    values[index(parameter.slot)] =
+        parameter.kind == ParameterKind::toggle ? static_cast<float>(random() % 2) : inside(random);
+  }
+  for (const int side : {0, 1})
+    for (int band = 0; band < equalizerBands; ++band) {
+      float& frequency = values[index(bandSlot(side, band, BandField::frequency))];
+      frequency = std::min(frequency, 0.45F * static_cast<float>(rate));
+    }
+  return values;
+}
+
+RawValues anyBits(std::mt19937& random) {
+  RawValues values;
+  for (float& value : values) value = std::bit_cast<float>(static_cast<std::uint32_t>(random()));
+  return values;
+}
+
+class SoakedObject {
+ public:
+  SoakedObject(const Kind& kind, std::mt19937& random) : kind_(kind), random_(random) {
+    if (!core_.sets.allocate()) throw std::bad_alloc();
+    std::ranges::copy(goodSettings(), core_.sets.rawParameters().begin());
+    core_.sets.settingRead();
+    core_.sets.initialize(ProcessingMode::speech, kind_.lockMode);
+  }
+
+  void lock(std::uint32_t rate, std::uint32_t channels) {
+    format_ = {.sampleRate = static_cast<float>(rate),
+               .inputChannels = channels,
+               .outputChannels = channels};
+    speakers.lost = false;
+    if (!core_.sets.lock(format_, ProcessingMode::speech, kind_.lockMode, core_.context))
+      throw std::bad_alloc();
+  }
+  void lockAnew() { lock(static_cast<std::uint32_t>(format_.sampleRate), format_.inputChannels); }
+  void reload(const RawValues& values) {
+    core_.sets.reload(values, ProcessingMode::speech, kind_.reloadMode);
+  }
+  void setVolume(float master) {
+    core_.sets.setVolumes({.master = master, .first = master, .second = master});
+  }
+
+  // 10 ms each. One call in `silentOneIn` is marked as silence, 0 for none.
+  void play(int calls, unsigned silentOneIn = 0) {
+    for (int n = 0; n < calls; ++n)
+      call(silentOneIn > 0 && random_() % silentOneIn == 0 ? buffer_flags::silent
+                                                           : buffer_flags::valid);
+  }
+  // Echo return loss enhancement in dB over the next second.
+  float enhancement() {
+    float before = 0.0F, after = 0.0F;
+    const PipelineProbe& probe = core_.engine.pipeline.probe();
+    for (int n = 0; n < 100; ++n) {
+      const std::int64_t blocks = probe.blocks;
+      play(1);
+      if (probe.blocks == blocks) continue;
+      before += probe.microphoneEnergy;
+      after += probe.residualEnergy;
+    }
+    return 10.0F * std::log10(before / std::max(after, 1e-20F));
+  }
+  bool cancels() const { return kind_.lockMode == EffectMode::array; }
+  std::size_t arenaBytes() const { return core_.arena.used(); }
+
+  PlayingSpeakers speakers;
+  bool allFinite = true;  // every sample that came out
+  int forbidden = 0;      // calls that the real-time thread must not make
+
+ private:
+  void call(std::uint32_t flags) {
+    constexpr CallState ready{.initialized = true, .locked = true, .limits = {}};
+    const auto rate = static_cast<std::uint32_t>(format_.sampleRate);
+    speakers.hear(input_, rate, format_.inputChannels);
+    output_.assign(input_.size(), 0.0F);
+    const StreamBuffer input{input_.data(), rate / 100, flags};
+    StreamBuffer output{output_.data(), 0, buffer_flags::invalid};
+    const RealtimeGuard guard;
+    if (admitCall(ready, 1, 1)) runCall(core_.context, 1, input, 1, output);
+    forbidden += guard.violations();
+    for (const float sample : output_) allFinite = allFinite && std::isfinite(sample);
+  }
+
+  Kind kind_;
+  std::mt19937& random_;
+  StreamFormat format_;
+  std::vector<float> input_, output_;
+  CaptureCore core_{{.open = [this] { return speakers.packets(); }, .onHelperThread = false}};
+};
+
+class Soak : public testing::Test {
+ protected:
+  Soak() { cutDenormals(); }
+  bool chance(unsigned oneIn) { return random() % oneIn == 0; }
+  template <std::size_t count>
+  std::uint32_t oneOf(const std::array<std::uint32_t, count>& list) {
+    return list[random() % count];
+  }
+
+  // A second in which anything may happen around the stream.
+  void disturbedSecond(SoakedObject& object, const RawValues& settings) {
+    object.setVolume(chance(5) ? 0.0F : 1.0F);  // the build after it sees it
+    object.reload(settings);
+    object.speakers.playing = !chance(4);
+    object.speakers.lost = object.speakers.lost || chance(10);
+    if (chance(6)) object.lockAnew();
+    object.play(50, chance(3) ? 4 : 0);
+    if (chance(4)) object.play(static_cast<int>(random() % 150), 1);
+    object.play(50);
+  }
+  void recover(SoakedObject& object) {
+    object.setVolume(1.0F);
+    object.reload(goodSettings());
+    object.lockAnew();
+    object.speakers.playing = true;
+    object.play(900);
+    object.allFinite = true;
+    const float enhancement = object.enhancement();
+    EXPECT_TRUE(object.allFinite);
+    if (object.cancels()) {
+      EXPECT_GT(enhancement, 15.0F);
+    }
+  }
+  std::mt19937 random{77};
+};
+
+TEST_F(Soak, StaysFiniteRecoversAndKeepsItsMemory) {
+  std::array<std::unique_ptr<SoakedObject>, kinds.size()> objects;
+  for (std::size_t i = 0; i < kinds.size(); ++i)
+    objects[i] = std::make_unique<SoakedObject>(kinds[i], random);
+  std::array<std::size_t, kinds.size()> arena{};
+  std::size_t heap = 0, mostHeap = 0;
+  const int rounds = roundsWanted();
+  for (int round = 0; round < rounds; ++round) {
+    const auto which = static_cast<std::size_t>(round) % kinds.size();
+    SoakedObject& object = *objects[which];
+    const auto rate = oneOf<3>({16000, 44100, 48000}), channels = oneOf<4>({1, 2, 4, 8});
+    SCOPED_TRACE(testing::Message() << "round " << round << ", " << kinds[which].name << ", "
+                                    << rate << " Hz, " << channels << " channels");
+    object.lock(rate, channels);
+    object.allFinite = true;
+    for (int second = 0; second < 15; ++second) {
+      disturbedSecond(object, sensibleSettings(random, rate));
+      ASSERT_TRUE(object.allFinite) << "second " << second;
+    }
+    for (int second = 0; second < 5; ++second) {
+      disturbedSecond(object, anyBits(random));
+    }
+    recover(object);
+    EXPECT_EQ(object.forbidden, 0);
+    for (int n = 0; n < 2; ++n) object.lock(48000, 4);  // the second frees what the first replaced
+    if (arena[which] == 0) arena[which] = object.arenaBytes();
+    EXPECT_EQ(object.arenaBytes(), arena[which]);
+    if (which + 1 < kinds.size()) continue;
+    // An eighth: histories keep the longest size that they had.
+    const std::size_t now = heapInUse();
+    if (heap == 0) heap = now;
+    EXPECT_LE(now, heap + heap / 8);
+    mostHeap = std::max(mostHeap, now);
+  }
+  std::printf("%d rounds, heap %zu bytes, at most %zu, arena %zu\n", rounds, heap, mostHeap,
+              arena[0]);
+}
+
+}  // namespace
+}  // namespace vellumic
