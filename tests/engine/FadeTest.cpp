@@ -116,13 +116,6 @@ TEST(Fade, AnUnlockInMidFadeLeavesNothingBehind) {
   EXPECT_EQ(rig.call(constant(8, 1.0F)), constant(8, 0.5F));
 }
 
-TEST(Fade, OnlyTheFrontPairTravelsInMidFade) {
-  EngineRig rig(effectOff(), {.format = {.inputChannels = 4, .outputChannels = 4}});
-  rig.reload(byFade(equalizerGain(1.0F)));
-  EXPECT_EQ(rig.call(constant(4, 1.0F)),
-            (std::vector{1.0F, 1.0F, EngineRig::untouched, EngineRig::untouched}));
-}
-
 RawValues bareArray(float inputGain, float outputGain) {
   return factoryWith({{Raw::inputGain, inputGain},
                       {Raw::outputGain, outputGain},

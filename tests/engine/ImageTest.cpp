@@ -2,35 +2,173 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <map>
 
 #include "tests/engine/EngineRig.h"
 
 namespace vellumic {
 namespace {
 
-constexpr float nan = std::numeric_limits<float>::quiet_NaN();
-
-struct RateCase {
-  float rate;
-  bool known;
-  float fadeLength;
-};
-class RateTest : public testing::TestWithParam<RateCase> {};
-
-TEST_P(RateTest, UnknownRatesSwitchTheEffectOffAndTheRestIsBuilt) {
-  EngineRig rig(equalizerGain(0.5F), {.format = {.sampleRate = GetParam().rate}});
-  EXPECT_EQ(rig.image()[Entry::effectEnable], GetParam().known ? 1.0F : 0.0F);
-  EXPECT_EQ(rig.image()[Entry::fadeLength], GetParam().fadeLength);
-  EXPECT_EQ(rig.image()[Entry::equalizerMaster], 1.0F);
-  EXPECT_EQ(rig.call(constant(4, 1.0F)), constant(4, GetParam().known ? 0.5F : 1.0F));
+// What an image holds, by position; everything else is 0. The mask says which entries are not.
+using Facts = std::map<std::size_t, float>;
+void expectImage(const EngineRig& rig, const Facts& facts) {
+  for (std::size_t i = 0; i < imageSize; ++i) {
+    const auto fact = facts.find(i);
+    const float expected = fact == facts.end() ? 0.0F : fact->second;
+    EXPECT_EQ(rig.core->sets.currentImage().at(i), expected) << i;
+    EXPECT_EQ(rig.core->sets.currentMask().at(i), expected != 0.0F) << i;
+  }
 }
-INSTANTIATE_TEST_SUITE_P(
-    Rates, RateTest,
-    testing::Values(RateCase{16000.0F, true, 3333.0F}, RateCase{32000.0F, false, 6667.0F},
-                    RateCase{44100.0F, true, 9188.0F}, RateCase{48000.0F, true, 10000.0F},
-                    RateCase{192000.0F, true, 40000.0F}, RateCase{0.0F, false, 0.0F}));
 
-TEST(Trims, BadGainsFallToOne) {
+// What a stream before may have left where nothing writes, and what a lock makes of it.
+void relockOverLeftovers(EngineRig& rig, const StreamFormat& format) {
+  const ImageView image = rig.core->sets.pendingImage();
+  for (const auto& [first, last] : {std::pair{9, 18}, {28, 29}, {631, 639}, {1648, 1648}})
+    for (int i = first; i <= last; ++i) image.at(static_cast<std::size_t>(i)) = 5.0F;
+  std::ranges::fill(rig.core->sets.fadeState().span(), 3.0F);
+  rig.lock(format);
+  for (std::size_t i = 0; i < fadeBlockSize; ++i) {
+    const bool cleared = i == 311 || (i >= 316 && i <= 319) || i >= 852;
+    EXPECT_EQ(rig.core->sets.fadeState().at(i), cleared ? 0.0F : 3.0F) << i;
+  }
+}
+
+TEST(Image, OfTheArray) {
+  const RawValues raw =
+      factoryWith({{Raw::imageCopy, 7.0F}, {Raw::inputGain, 2.0F}, {Raw::outputGain, 0.5F}});
+  EngineRig rig(raw, {.mode = EffectMode::array});
+  Facts facts{{0, 1},    {7, 9},       {8, 48000}, {19, 2},    {20, 2},   {22, 1},
+              {25, 7},   {671, 10000}, {2132, 1},  {2137, 10}, {2138, 2}, {2139, 0.5F},
+              {2140, 1}, {2141, 1},    {2142, 1},  {2143, 1}};
+  expectImage(rig, facts);
+  rig.core->sets.setVolumes({.master = 0.5F, .first = 0.25F, .second = 0.125F});
+  relockOverLeftovers(rig, {.sampleRate = 44100.0F, .inputChannels = 8, .outputChannels = 4});
+  facts.insert({{23, 0.25F}, {24, 0.125F}});
+  for (const auto& [at, value] : Facts{{8, 44100}, {19, 8}, {20, 4}, {22, 0.5F}, {671, 9188}})
+    facts[at] = value;
+  rig.call({});
+  for (const std::size_t late : {23, 24}) EXPECT_EQ(rig.image().at(late), facts[late]);
+  rig.reload(raw);  // the volumes went in after the mask was made
+  rig.call({});
+  expectImage(rig, facts);
+}
+
+TEST(Image, OfTheKeywordDetector) {
+  EngineRig rig(factorySettings(),
+                {.mode = EffectMode::arrayFourChannel, .processingMode = ProcessingMode::speech});
+  const StreamFormat format{.sampleRate = 16000.0F, .inputChannels = 4, .outputChannels = 4};
+  relockOverLeftovers(rig, format);
+  expectImage(rig, {{0, 1},
+                    {5, 2},
+                    {7, 12},
+                    {8, 16000},
+                    {19, 4},
+                    {20, 4},
+                    {22, 1},
+                    {671, 3333},
+                    {2132, 1},
+                    {2137, 10},
+                    {2138, 1},
+                    {2139, 1},
+                    {2140, 1},
+                    {2141, 1},
+                    {2142, 1},
+                    {2143, 1}});
+}
+
+// Bands that are on are written; those that went off keep their coefficients; a half-on master is
+// no reason to leave anything out.
+TEST(Image, OfTheEqualizer) {
+  RawValues raw = equalizerGain(0.5F);
+  raw[index(Raw::equalizerMaster)] = 0.5F;
+  raw[index(bandSlot(1, 3, BandField::enable))] = 1.0F;
+  raw[index(bandSlot(1, 3, BandField::type))] = 2.0F;
+  raw[index(bandSlot(0, 9, BandField::enable))] = 0.5F;
+  EngineRig rig(raw);
+  relockOverLeftovers(rig, {});
+  const BiquadCoefficients low = *designBiquad(2, 1000.0F, 0.7F, 1.0F, 48000.0F);
+  Facts facts{{0, 1},        {7, 10},       {8, 48000},    {19, 2},       {20, 2},
+              {22, 1},       {211, 0.5F},   {212, 1},      {221, 0.5F},   {222, 1},
+              {225, 1},      {234, 0.5F},   {284, 0.5F},   {297, low.a1}, {298, low.a2},
+              {299, low.b0}, {300, low.b1}, {301, low.b2}, {671, 10000},  {2132, 1},
+              {2137, 10},    {2138, 1},     {2139, 1}};
+  expectImage(rig, facts);
+  raw[index(bandSlot(1, 3, BandField::enable))] = 0.0F;
+  rig.reload(raw);
+  rig.call({});
+  facts[225] = 0.0F;
+  expectImage(rig, facts);
+  EXPECT_EQ(rig.core->sets.effectFlags(), 0U);
+
+  // Flat: the master is cleared in the image, but the equaliser stays in force.
+  EngineRig flat(equalizerGain(1.0F));
+  expectImage(flat, {{0, 1},
+                     {7, 10},
+                     {8, 48000},
+                     {19, 2},
+                     {20, 2},
+                     {22, 1},
+                     {212, 1},
+                     {222, 1},
+                     {671, 10000},
+                     {2132, 1},
+                     {2137, 10},
+                     {2138, 1},
+                     {2139, 1}});
+  EXPECT_TRUE(flat.core->engine.equalizer.active());
+}
+
+TEST(Image, EachEffectHasItsBitAndItsEntry) {
+  const std::pair<Raw, std::uint32_t> effects[] = {{Raw::echoCancellation, 0x200},
+                                                   {Raw::beamformer, 0x400},
+                                                   {Raw::noisePostfilter, 0x800},
+                                                   {Raw::levelControl, 0x1000}};
+  for (std::size_t on = 0; on < 4; ++on) {
+    RawValues raw = factorySettings();
+    for (std::size_t i = 0; i < 4; ++i) raw[index(effects[i].first)] = i == on ? 1.0F : 0.0F;
+    EngineRig rig(raw, {.mode = EffectMode::array});
+    EXPECT_EQ(rig.core->sets.effectFlags(), effects[on].second);
+    for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(rig.image().at(2140 + i), i == on) << i;
+  }
+}
+
+// Entries of the latencies that stages might announce, and the sum.
+TEST(Image, SumsTheLatenciesThatAreSwitchedOn) {
+  const std::pair<Facts, float> cases[] = {
+      {{{42, 1}, {44, 100}, {579, 1}, {661, 9}, {662, 8}, {663, 7}, {531, 1}, {537, 40}}, 149},
+      {{{579, 1}, {661, 7}, {662, 9}, {663, 8}, {531, 1}, {537, 20}, {538, 40}, {540, 30}}, 49},
+      {{{579, 1}, {663, 9}, {531, 1}, {540, 40}}, 49},
+      {{{42, 2}, {44, 100}, {579, 0.5F}, {661, 9}, {531, 0}, {537, 40}}, 0}};
+  for (const auto& [entries, sum] : cases) {
+    EngineRig rig(factorySettings());
+    for (const auto& [at, value] : entries) rig.core->sets.pendingImage().at(at) = value;
+    rig.reload(byFade(factorySettings()));
+    EXPECT_EQ(rig.core->sets.pendingImage().at(673), sum);
+    EXPECT_EQ(rig.core->sets.pendingMask().at(672), 1);
+    EXPECT_EQ(rig.core->sets.rawParameters()[309], 0.0F) << "used up by one build";
+  }
+}
+
+TEST(Image, UnknownRatesSwitchTheEffectOffAndTheRestIsBuilt) {
+  const struct {
+    float rate;
+    bool known;
+    float fadeLength;
+  } cases[] = {{16000, true, 3333},  {22050, true, 4594},   {24000, true, 5000},
+               {44100, true, 9188},  {48000, true, 10000},  {88200, true, 18375},
+               {96000, true, 20000}, {192000, true, 40000}, {32000, false, 6667},
+               {0, false, 0}};
+  for (const auto& [rate, known, fadeLength] : cases) {
+    EngineRig rig(equalizerGain(0.5F), {.format = {.sampleRate = rate}});
+    EXPECT_EQ(rig.image()[Entry::effectEnable], known ? 1.0F : 0.0F) << rate;
+    EXPECT_EQ(rig.image()[Entry::fadeLength], fadeLength);
+    EXPECT_EQ(rig.image()[Entry::equalizerMaster], 1.0F);
+    EXPECT_EQ(rig.call(constant(4, 1.0F)), constant(4, known ? 0.5F : 1.0F));
+  }
+}
+
+TEST(Image, BadTrimsFallToOne) {
+  const float nan = std::numeric_limits<float>::quiet_NaN();
   for (const auto& [stored, used] : {std::pair{0.0F, 1.0F},
                                      {0.1F, 0.1F},
                                      {10.0F, 10.0F},
@@ -44,67 +182,21 @@ TEST(Trims, BadGainsFallToOne) {
   }
 }
 
-struct CategoryCase {
-  ProcessingMode mode;
-  float keepInDefaultMode;
-  Category category;
-  std::uint32_t flags;
-};
-class CategoryTest : public testing::TestWithParam<CategoryCase> {};
-
-constexpr std::uint32_t everyArrayEffect =
-    effect_flags::echoCancellation | effect_flags::beamforming | effect_flags::noiseSuppression |
-    effect_flags::automaticGain;
-
-TEST_P(CategoryTest, TheModeDecidesWhichEffectsAreReported) {
-  EngineRig rig(factoryWith({{Raw::keepInDefaultMode, GetParam().keepInDefaultMode}}),
-                {.mode = EffectMode::array, .processingMode = GetParam().mode});
-  EXPECT_EQ(rig.image()[Entry::category], static_cast<float>(GetParam().category));
-  EXPECT_EQ(rig.core->sets.effectFlags(), GetParam().flags);
-  EXPECT_EQ(rig.core->sets.currentMask()[Entry::beamformingEffect], GetParam().flags != 0 ? 1 : 0);
-}
-INSTANTIATE_TEST_SUITE_P(
-    Modes, CategoryTest,
-    testing::Values(CategoryCase{ProcessingMode::standard, 1.0F, Category::other, everyArrayEffect},
-                    CategoryCase{ProcessingMode::standard, 0.0F, Category::other, 0},
-                    CategoryCase{ProcessingMode::raw, 1.0F, Category::raw, 0},
-                    CategoryCase{ProcessingMode::speech, 0.0F, Category::speech, everyArrayEffect},
-                    CategoryCase{ProcessingMode::media, 1.0F, Category::media, everyArrayEffect},
-                    CategoryCase{ProcessingMode::notification, 0.0F, Category::other, 0}));
-
-TEST(Mirror, AFlatEqualiserClearsItsMasterButStaysInForce) {
-  EngineRig rig(equalizerGain(1.0F));
-  EXPECT_EQ(rig.image()[Entry::equalizerMaster], 0.0F);
-  EXPECT_EQ(rig.image()[Entry::equalizerCoefficientsFirst], 0.0F);
-  EXPECT_TRUE(rig.core->engine.equalizer.active());
-
-  rig.reload(equalizerGain(0.25F));
-  rig.call(constant(2, 0.0F));
-  EXPECT_EQ(rig.image()[Entry::equalizerMaster], 1.0F);
-  EXPECT_EQ(rig.image().at(index(Entry::equalizerCoefficientsSecond) + 2), 0.25F);  // b0
-  EXPECT_EQ(rig.core->sets.effectFlags(), 0U);  // never reported as an effect
-}
-
-TEST(Mirror, WritesTheBandsThatAreOnAndKeepsTheOthers) {
-  // Not on, but not 0 either: the mirror is written all the same.
-  RawValues values = factoryWith({{Raw::equalizerMaster, 0.5F}});
-  for (const int band : {1, 2}) values[index(bandSlot(0, band, BandField::type))] = 2.0F;
-  values[index(bandSlot(0, 1, BandField::enable))] = 1.0F;
-  values[index(bandSlot(0, 2, BandField::enable))] = 0.5F;
-  EngineRig rig(values);
-  const BiquadCoefficients low = *designBiquad(2, 1000.0F, 0.7F, 1.0F, 48000.0F);
-  const std::vector<float> expected{low.a1, low.a2, low.b0, low.b1, low.b2, 0, 0, 0, 0, 0};
-  const auto mirrored = [&] {
-    const auto first = rig.image().span().subspan(index(Entry::equalizerCoefficientsFirst) + 5, 10);
-    return std::vector<float>(first.begin(), first.end());
-  };
-  EXPECT_EQ(mirrored(), expected);
-  values[index(bandSlot(0, 1, BandField::enable))] = 0.0F;
-  rig.reload(values);
-  rig.call(constant(2, 0.0F));
-  EXPECT_EQ(rig.image().at(index(Entry::equalizerEnableFirst) + 1), 0.0F);
-  EXPECT_EQ(rig.image().at(index(Entry::equalizerEnableFirst) + 2), 0.5F);
-  EXPECT_EQ(mirrored(), expected);
+TEST(Image, TheModeDecidesWhichEffectsAreReported) {
+  const struct {
+    ProcessingMode mode;
+    float keep, category;
+    std::uint32_t flags;
+  } cases[] = {{ProcessingMode::standard, 1, 0, 0x1e00}, {ProcessingMode::standard, 0, 0, 0},
+               {ProcessingMode::raw, 1, 1, 0},           {ProcessingMode::speech, 0, 2, 0x1e00},
+               {ProcessingMode::media, 1, 3, 0x1e00},    {ProcessingMode::communications, 0, 4, 0},
+               {ProcessingMode::movie, 1, 5, 0x1e00},    {ProcessingMode::notification, 0, 0, 0}};
+  for (const auto& [mode, keep, category, flags] : cases) {
+    EngineRig rig(factoryWith({{Raw::keepInDefaultMode, keep}}),
+                  {.mode = EffectMode::array, .processingMode = mode});
+    EXPECT_EQ(rig.image().at(5), category);
+    EXPECT_EQ(rig.core->sets.effectFlags(), flags) << category;
+  }
 }
 
 struct MicrophoneCase {
@@ -136,13 +228,6 @@ INSTANTIATE_TEST_SUITE_P(
                     MicrophoneCase{fourChannel, ProcessingMode::standard, 4, 2},
                     MicrophoneCase{fourChannel, ProcessingMode::speech, 8, 6},
                     MicrophoneCase{fourChannel, ProcessingMode::speech, 1, 2}));
-
-TEST(FadeRequest, IsUsedUpByOneBuild) {
-  EngineRig rig(factorySettings());
-  rig.reload(byFade(factorySettings()));
-  EXPECT_EQ(rig.core->sets.pendingMask()[Entry::fadeRequested], 1);
-  EXPECT_EQ(rig.core->sets.rawParameters()[index(Raw::fadeRequest)], 0.0F);
-}
 
 TEST(Blocks, LocksReuseTheirBlocksAndReleaseReturnsAll) {
   EngineRig rig(factorySettings());
@@ -177,12 +262,16 @@ TEST_P(SlotMapTest, SpeakersFindTheirSlots) {
 }
 INSTANTIATE_TEST_SUITE_P(
     Masks, SlotMapTest,
-    testing::Values(MapCase{"mono", 1, 4, {0, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
-                    MapCase{"stereo", 2, 0, {0, 1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
-                    MapCase{"none", 8, 0, {0, 1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
-                    MapCase{"vendor", 4, 0x4000b, {0, 1, 2, 3, -1, -1, -1, -1, -1, -1, -1, -1}},
-                    MapCase{"withoutSlots", 8, 0xff, {0, 1, 3, -1, 2, -1, -1, -1, 4, 5, -1, -1}},
-                    MapCase{"maskTooWide", 4, 0x63f, {0, 1, 3, -1, 2, -1, -1, -1, -1, -1, -1, -1}}),
+    testing::Values(
+        MapCase{"mono", 1, 4, {0, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
+        MapCase{"stereo", 2, 0, {0, 1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
+        MapCase{"none", 8, 0, {0, 1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
+        MapCase{"vendor", 4, 0x4000b, {0, 1, 2, 3, -1, -1, -1, -1, -1, -1, -1, -1}},
+        MapCase{"withoutSlots", 8, 0xff, {0, 1, 3, -1, 2, -1, -1, -1, 4, 5, -1, -1}},
+        MapCase{"sides", 8, 0x63f, {0, 1, 3, -1, 2, 6, 7, -1, 4, 5, -1, -1}},
+        MapCase{"backCentre", 7, 0x13f, {0, 1, 3, -1, 2, -1, -1, 6, 4, 5, -1, -1}},
+        MapCase{"highestBit", 3, 0x80000003, {0, 1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
+        MapCase{"maskTooWide", 4, 0x63f, {0, 1, 3, -1, 2, -1, -1, -1, -1, -1, -1, -1}}),
     [](const auto& test) { return test.param.name; });
 
 TEST(SlotMap, EachLockStartsFromAbsentSlots) {

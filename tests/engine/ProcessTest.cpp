@@ -67,11 +67,45 @@ TEST(Process, EffectOffForwardsAndNoFramesDoNothing) {
   EXPECT_TRUE(rig.call({}).empty());
 }
 
-TEST(Process, TheHoldFlagPassesTheFrontPairOnly) {
-  EngineRig rig(equalizerGain(0.5F), {.format = {.inputChannels = 4, .outputChannels = 4}});
-  rig.core->lockBlock.holdFlag = 1;
-  EXPECT_EQ(rig.call({1.0F, 2.0F, 3.0F, 4.0F}),
-            (std::vector{1.0F, 2.0F, EngineRig::untouched, EngineRig::untouched}));
+// Where no stage runs by position, speakers beyond the front pair travel by marks in the mask,
+// which a lock clears: none on the way in or out means that a channel keeps what the buffer held.
+TEST(Process, SpeakersTravelByTheirMarks) {
+  struct Marks {
+    std::size_t in, out;
+    std::vector<std::size_t> slots;
+  };
+  const Marks cases[] = {{9, 14, {2}},     {10, 15, {4}}, {11, 16, {7}}, {12, 17, {5, 6}},
+                         {13, 18, {8, 9}}, {0, 1648, {3}}};  // the vendor channel is never read
+  RawValues off = equalizerGain(0.5F);
+  off[index(Raw::masterEnable)] = 0.0F;
+  const RigSetup setup{.format = {.inputChannels = 10, .outputChannels = 10}};
+  for (const bool fading : {false, true})
+    for (const bool marked : {true, false})
+      for (const auto& [in, out, slots] : cases) {
+        EngineRig rig(off, setup);
+        for (int slot = 0; slot < 10; ++slot)
+          rig.core->engine.inputIndex[static_cast<std::size_t>(slot)] =
+              rig.core->engine.outputIndex[static_cast<std::size_t>(slot)] = slot;
+        float gain = 1.0F;
+        if (fading) {
+          rig.reload(byFade(equalizerGain(0.5F)));
+          rig.call(constant(10 * 2500, 1.0F));
+          gain = 0.75F + 0.25F * 0.5F;
+        } else {
+          rig.core->lockBlock.holdFlag = 1;
+        }
+        std::uint8_t* mask = *rig.core->context.maskSlot;
+        mask[28] = marked;
+        if (in != 0) mask[in] = 1;
+        mask[out] = 1;
+        std::vector<float> expected(10, EngineRig::untouched);
+        expected[0] = gain * 1.0F;
+        expected[1] = gain * 2.0F;
+        if (marked)
+          for (const std::size_t slot : slots)
+            expected[slot] = in == 0 ? 0.0F : gain * static_cast<float>(slot + 1);
+        EXPECT_EQ(rig.call({1, 2, 3, 4, 5, 6, 7, 8, 9, 10}), expected) << out << fading << marked;
+      }
 }
 
 TEST(Process, TheKeywordDetectorLeavesItsFourChannelFormWithAReloadUntilTheNextLock) {
