@@ -1,8 +1,6 @@
 // Every stage of the array chain in double, from its equations, beside the one in float.
 #include <gtest/gtest.h>
 
-#include <Eigen/Eigenvalues>
-#include <Eigen/LU>
 #include <algorithm>
 #include <array>
 #include <deque>
@@ -10,6 +8,7 @@
 #include "array/BeamformerAdaptive.h"
 #include "array/NoisePostfilter.h"
 #include "array/OutputLevelControl.h"
+#include "array/PrincipalComponent.h"
 #include "platform/InstructionSet.h"
 #include "tests/array/Signals.h"
 #include "tests/support/PlainTransform.h"
@@ -326,12 +325,10 @@ struct BeamformerModel {
 
   void solve(Eigen::Index k) {
     const auto bin = static_cast<std::size_t>(k);
-    const Eigen::Index count = weights.cols(), last = count - 1;
-    const Eigen::MatrixXcd V =
-        Eigen::GeneralizedSelfAdjointEigenSolver<Eigen::MatrixXcd>(signal[bin], noise[bin])
-            .eigenvectors();
-    const Complex scale = -V.block(1, 0, last, last).determinant() / V.determinant();
-    weights.row(k) = (scale * V.col(last)).conjugate().transpose();
+    Eigen::VectorXcf solution(weights.cols());
+    solvePrincipalComponent(signal[bin].cast<std::complex<float>>(),
+                            noise[bin].cast<std::complex<float>>(), solution);
+    weights.row(k) = solution.cast<Complex>().transpose();
   }
 
   BeamformerSettings settings;
