@@ -20,6 +20,7 @@ struct Speakers {
   std::vector<float> left, right;
   std::vector<float> interleaved;
   std::size_t taken = 0;
+  std::size_t late = 0;  // samples by which packets come late
   bool playing = true;
 
   void tick() {
@@ -45,7 +46,7 @@ class SpeakerPackets : public PacketSource {
   bool start() noexcept override { return true; }
   void stop() noexcept override {}
   std::optional<std::uint32_t> nextPacketSize() noexcept override {
-    return speakers_.left.size() - speakers_.taken >= packet ? packet : 0;
+    return speakers_.left.size() - speakers_.taken >= packet + speakers_.late ? packet : 0;
   }
   bool get(Packet& out) noexcept override {
     for (std::size_t i = 0; i < packet; ++i) {
@@ -61,11 +62,13 @@ class SpeakerPackets : public PacketSource {
   Speakers& speakers_;
 };
 
+inline LoopbackOpener openerOf(Speakers& speakers) {
+  return {.open = [&speakers] { return std::make_unique<SpeakerPackets>(speakers); },
+          .onHelperThread = false};
+}
+
 struct Room {
-  explicit Room(std::size_t echoDelay)
-      : delay(echoDelay),
-        rig({.open = [this] { return std::make_unique<SpeakerPackets>(speakers); },
-             .onHelperThread = false}) {
+  explicit Room(std::size_t echoDelay) : delay(echoDelay), rig(openerOf(speakers)) {
     rig.set(Raw::echoCancellation, 1.0F);
     rig.begin(2);
     rig.pipeline.startLoopback();
