@@ -6,6 +6,7 @@ function(vellumic_precompile_tests)
     get_property(targets DIRECTORY "${folder}" PROPERTY BUILDSYSTEM_TARGETS)
     foreach(target ${targets})
       if(target MATCHES "^test_")
+        target_include_directories(${target} SYSTEM PRIVATE /usr/include/eigen3)
         target_precompile_headers(${target} PRIVATE <gtest/gtest.h> <Eigen/Core> <algorithm>
           <array> <cmath> <complex> <memory> <random> <span> <thread> <vector>)
         target_compile_options(${target} PRIVATE -O1)
