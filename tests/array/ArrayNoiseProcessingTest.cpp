@@ -130,23 +130,5 @@ TEST(ArrayNoiseProcessing, SoundsTheSameOnEveryInstructionSet) {
   }
 }
 
-TEST(ArrayNoiseProcessing, TouchesNoHeapLockOrSystemOnTheFramePath) {
-  for (const int microphones : {2, 3, 4, 8, 16}) {
-    ArrayNoiseProcessing chain(microphones, 512);
-    const Eigen::ArrayXXf input = noiseBlock(20 * hop, microphones);
-    Eigen::ArrayXf output(hop);
-    auto history = std::make_unique<NoiseHistory>(chain.binCount, 100);
-    RealtimeGuard guard;
-    for (int frame = 0; frame < 20; ++frame)
-      chain.process(input.middleRows(frame * hop, hop), output);
-    chain.adopt(history);
-    chain.apply(NoiseEstimatorSettings{}, true);
-    chain.apply(BeamformerSettings{});
-    chain.apply(SpectralGainSettings{});
-    chain.process(input.topRows(hop), output);
-    EXPECT_EQ(guard.violations(), 0) << microphones << ' ' << guard.first();
-  }
-}
-
 }  // namespace
 }  // namespace vellumic

@@ -10,8 +10,6 @@
 namespace vellumic::testing {
 namespace {
 
-constexpr int blocksPerSecond = 16;
-
 bool allFinite(std::span<const float> samples) {
   return std::ranges::all_of(samples, [](float sample) { return std::isfinite(sample); });
 }
@@ -19,37 +17,6 @@ bool allFinite(std::span<const float> samples) {
 float weight(const EchoPathFilter& filter) {
   return (filter.weights.real.square() + filter.weights.imag.square()).maxCoeff();
 }
-
-struct Convergence {
-  const char* name;
-  EchoScene::Levels levels;
-  std::array<double, 6> leastErle;  // dB, over each second
-};
-
-class EchoConvergence : public ::testing::TestWithParam<Convergence> {};
-
-TEST_P(EchoConvergence, ReachesItsErleInTime) {
-  EchoScene scene;
-  EchoBench bench(scene);
-  for (std::size_t second = 0; second < 6; ++second) {
-    const double erle = bench.run(blocksPerSecond, GetParam().levels);
-    RecordProperty("erle_db_second_" + std::to_string(second + 1), std::to_string(erle));
-    EXPECT_GT(erle, GetParam().leastErle[second]) << "second " << second + 1;
-  }
-  EXPECT_EQ(bench.canceller.blockCounter, 11);
-}
-
-constexpr EchoScene::Levels alike{.left = 0.15F, .right = 0.15F, .shared = 0.3F};
-constexpr EchoScene::Levels identical{.left = 0.0F, .right = 0.0F, .shared = 0.3F};
-INSTANTIATE_TEST_SUITE_P(
-    References, EchoConvergence,
-    ::testing::Values(Convergence{"independent", {}, {5, 18, 38, 50, 50, 50}},
-                      Convergence{"alike", alike, {5, 18, 38, 50, 50, 50}},
-                      Convergence{"identical", identical, {5, 18, 38, 50, 50, 50}},
-                      Convergence{"oneSided", {.right = 0.0F}, {5, 18, 38, 50, 50, 50}},
-                      Convergence{
-                          "quiet", {.left = 0.03F, .right = 0.03F}, {2, 9, 18, 20, 20, 20}}),
-    [](const auto& instance) { return instance.param.name; });
 
 TEST(EchoPathFilter, LimitsTheGain) {
   constexpr int length = 128, bins = length + 1;

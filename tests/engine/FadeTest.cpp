@@ -220,29 +220,6 @@ TEST(Fade, SettingsThatComeInMidFadeWaitForItsEnd) {
   }
 }
 
-// Around each sample of a sine, s[n+1] - 2 cos(w) s[n] + s[n-1] is 0: what is left is not the sine.
-TEST(Fade, OfThePipelinesTrimsMakesNoStepBeyondTheRamp) {
-  constexpr double w = 2.0 * std::numbers::pi * 1000.0 / 16000.0;
-  constexpr std::size_t callFrames = 160, calls = 200;
-  EngineRig rig(bareArray(1.0F, 1.0F),
-                {.mode = EffectMode::array, .format = {.sampleRate = 16000.0F}});
-  std::vector<float> heard;
-  for (std::size_t call = 0; call < calls; ++call) {
-    if (call == 60) rig.reload(byFade(bareArray(3.0F, 0.5F)));
-    const std::vector<float> output = rig.call(sine(callFrames, 2, w, call * callFrames));
-    for (std::size_t n = 0; n < callFrames; ++n) heard.push_back(output[2 * n]);
-  }
-  float worst = 0.0F;
-  for (std::size_t n = 50 * callFrames; n + 1 < heard.size(); ++n)
-    worst = std::max(
-        worst,
-        std::abs(heard[n + 1] - 2.0F * static_cast<float>(std::cos(w)) * heard[n] + heard[n - 1]));
-  // The steepest ramp, 1 to 3 in 3333 frames, gives 2 * slope * sin(w) * 0.1 = 4.6e-5.
-  EXPECT_LT(worst, 2e-4F);
-  const auto [low, high] = std::minmax_element(heard.end() - 1600, heard.end());
-  EXPECT_NEAR(*high - *low, 2.0F * 0.15F, 0.008F);  // arrived: 3 * 0.5 * 0.1
-}
-
 // Both sides of a fade run through one set of sections, whose memories start at zero: audible, and
 // kept. The figures are printed for docs/architecture.md.
 TEST(Fade, InTheEqualiserDisturbsTheSoundForItsLength) {

@@ -1,5 +1,4 @@
-// Settings handed to a running frame path: by another thread, and without touching the heap, a lock
-// or the system.
+// Settings handed to a running frame path by another thread.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -9,7 +8,6 @@
 #include "frontend/BankPair.h"
 #include "frontend/BlockPart.h"
 #include "tests/engine/EngineRig.h"
-#include "tests/support/RealtimeGuard.h"
 
 namespace vellumic {
 namespace {
@@ -85,31 +83,6 @@ INSTANTIATE_TEST_SUITE_P(Modes, Handover,
                          testing::Values(HandoverCase{"equalizer", EffectMode::equalizer, fewCalls},
                                          HandoverCase{"array", EffectMode::array, fewCalls}),
                          [](const auto& test) { return test.param.name; });
-
-class RealtimePath : public testing::TestWithParam<EffectMode> {};
-
-TEST_P(RealtimePath, NeitherHeapNorLocksNorSystem) {
-  const std::vector<RawValues> settings = differentSettings();
-  EngineRig rig(settings[0], {.mode = GetParam(),
-                              .processingMode = ProcessingMode::speech,
-                              .format = {.inputChannels = 4, .outputChannels = 4}});
-  const std::vector<float> input = sine(480, 4, 0.1);
-  std::vector<float> output(input.size());
-  int violations = 0;
-  const char* first = "nothing";
-  for (int call = 0; call < 150; ++call) {
-    if (call % 20 == 10)
-      rig.reload(settings[static_cast<std::size_t>(call / 20) % settings.size()]);
-    const RealtimeGuard guard;
-    rig.callInto(input, output, call % 50 == 49 ? buffer_flags::silent : buffer_flags::valid);
-    if (violations == 0) first = guard.first();
-    violations += guard.violations();
-  }
-  EXPECT_EQ(violations, 0) << first;
-}
-INSTANTIATE_TEST_SUITE_P(Modes, RealtimePath,
-                         testing::Values(EffectMode::equalizer, EffectMode::array,
-                                         EffectMode::arrayFourChannel));
 
 }  // namespace
 }  // namespace vellumic

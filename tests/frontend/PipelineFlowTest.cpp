@@ -39,29 +39,6 @@ TEST(PipelineFlow, FourChannelFormReturnsTwoMicrophonesAndCancelsNothing) {
   EXPECT_EQ(rig.pipeline.probe().referenceEnergy, 0.0F);
 }
 
-TEST(PipelineFlow, RunStatesHaveTheLastWord) {
-  struct Case {
-    float category, keep, master;
-    bool runs, echo, level;
-  };
-  for (const Case& c : {Case{2.0F, 0.0F, 1.0F, true, true, true},        // speech forces
-                        Case{2.0F, 0.0F, 0.5F, false, true, true},       // not beyond the master
-                        Case{0.0F, 1.0F, 1.0F, true, false, true},       // default, kept
-                        Case{4.0F, 0.0F, 1.0F, false, false, false},     // not kept
-                        Case{1.0F, 1.0F, 1.0F, false, false, false}}) {  // raw
-    PipelineRig rig;
-    rig.set(Raw::levelControl, 1.0F);
-    rig.set(Raw::keepInDefaultMode, c.keep);
-    rig.set(Raw::masterEnable, c.master);
-    rig.stream.category = c.category;
-    rig.apply();
-    EXPECT_EQ(rig.handover.settings().echoCancelEnabled, c.echo) << c.category;
-    EXPECT_EQ(rig.handover.settings().level.levelControlEnabled, c.level) << c.category;
-    const PipelineRig::Frame given{0.5F, -0.5F, 0.25F};
-    EXPECT_EQ(rig.run(given) == given, !c.runs) << c.category;
-  }
-}
-
 TEST(PipelineFlow, AMidBlockChangeStartsOverInSilence) {
   PipelineRig rig;
   rig.pipeline.micHighPassEnabled = false;  // its memories outlive the change

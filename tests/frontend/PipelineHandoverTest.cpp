@@ -1,12 +1,9 @@
-// Settings on their way to the real-time thread: merging, carrying over, freeing, and the rules of
-// that thread.
+// Settings on their way to the real-time thread: merging, carrying over, freeing.
 #include <gtest/gtest.h>
-
 
 #include "frontend/BankPair.h"
 #include "frontend/BlockPart.h"
 #include "tests/frontend/PipelineRig.h"
-#include "tests/support/RealtimeGuard.h"
 
 namespace vellumic {
 namespace {
@@ -74,29 +71,6 @@ TEST(PipelineHandover, ASettingThatSoundsTheSameChangesNothingThatRuns) {
     }
     const PipelineRig::Frame frame = noisyFrame(noise);
     ASSERT_EQ(reloaded.run(frame), steady.run(frame)) << n;
-  }
-}
-
-TEST(PipelineHandover, FramesAndAdoptionsKeepTheRulesOfTheRealTimeThread) {
-  PipelineRig rig;
-  rig.setStages(1.0F);
-  rig.stream.deviceRate = 48000.0F;
-  rig.begin(4);
-  Noise noise(4);
-  const auto change = [&](int round) {
-    rig.set(Raw::noiseWindowFrames, round % 2 == 0 ? 200.0F : 300.0F);
-    rig.set(Raw::blockSize, round % 3 == 0 ? 1024.0F : 500.0F);
-    rig.set(Raw::internalRate, round % 5 == 0 ? 16000.0F : 24000.0F);
-    if (round % 7 == 0) rig.handover.setChannels(2 + round % 3);
-    rig.handover.build(rig.raw, rig.stream);
-  };
-  for (int round = 0; round < 30; ++round) {
-    change(round);
-    std::vector<float> samples = noise.take(12 * 1000);
-    const RealtimeGuard guard;
-    rig.pipeline.adopt(rig.handover);
-    for (std::size_t n = 0; n < samples.size(); n += 12) rig.pipeline.processFrame(&samples[n]);
-    ASSERT_EQ(guard.violations(), 0) << guard.first() << " in round " << round;
   }
 }
 

@@ -20,7 +20,7 @@ constexpr double transitionBand = 10.0;
 #ifdef VELLUMIC_SHORT_TESTS
 constexpr long long longRun = 100'000;
 #else
-constexpr long long longRun = 10'000'000;
+constexpr long long longRun = 1'000'000;
 #endif
 
 struct Pair {
