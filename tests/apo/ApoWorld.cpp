@@ -58,7 +58,10 @@ ServiceObjects::ServiceObjects()
 }
 
 StatusBlock ServiceObjects::block() const {
-  return static_cast<const StatusBoard*>(view_.get())->block;
+  EXPECT_EQ(WaitForSingleObject(mutex_.get(), 5000), WAIT_OBJECT_0);
+  const StatusBlock block = static_cast<const StatusBoard*>(view_.get())->block;
+  ReleaseMutex(mutex_.get());
+  return block;
 }
 
 void ServiceObjects::signalReload() const {

@@ -16,6 +16,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -89,13 +90,17 @@ class FakeVolume : public Double<IAudioEndpointVolume> {
   HRESULT STDMETHODCALLTYPE
   RegisterControlChangeNotify(IAudioEndpointVolumeCallback* callback) override {
     callback->AddRef();
+    const std::scoped_lock lock(callbacksMutex_);
     callbacks.push_back(callback);
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE
   UnregisterControlChangeNotify(IAudioEndpointVolumeCallback* callback) override {
     if (onUnregister) onUnregister();
-    if (std::erase(callbacks, callback) != 1) return E_INVALIDARG;
+    {
+      const std::scoped_lock lock(callbacksMutex_);
+      if (std::erase(callbacks, callback) != 1) return E_INVALIDARG;
+    }
     callback->Release();
     return S_OK;
   }
@@ -137,6 +142,7 @@ class FakeVolume : public Double<IAudioEndpointVolume> {
     *value = static_cast<Value>(given);
     return S_OK;
   }
+  std::mutex callbacksMutex_;  // objects of several threads come and go
 };
 
 struct FakePacket {

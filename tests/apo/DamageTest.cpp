@@ -1,0 +1,115 @@
+// What other processes and a failing machine can spoil for an object, and what it does then.
+#include <windows.h>
+
+#include <array>
+#include <cmath>
+#include <random>
+#include <thread>
+
+#include "control/Handle.h"
+#include "engine/Arena.h"
+#include "parameters/Catalogue.h"
+#include "tests/apo/ApoWorld.h"
+#include "tests/apo/ImportTable.h"
+
+namespace vellumic::test {
+namespace {
+
+class Damage : public ApoWorld {
+ protected:
+  // Ten calls; true when every sample that came out is finite.
+  static bool sounds(CaptureObject& object) {
+    bool finite = true;
+    for (int call = 0; call < 10; ++call) {
+      std::array<float, 480 * 4> samples;
+      for (std::size_t n = 0; n < samples.size(); ++n)
+        samples[n] = 0.1F * std::sin(0.1F * static_cast<float>(n));
+      finite = finite && object.process(samples.data(), 480).u32ValidFrameCount == 480;
+      for (const float sample : samples) finite = finite && std::isfinite(sample);
+    }
+    return finite;
+  }
+};
+
+void* (*realCalloc)(std::size_t, std::size_t) = nullptr;
+
+TEST_F(Damage, WithoutAnArenaInitializeSaysSoAndTheNextObjectWorks) {
+  CaptureObject poor;
+  {
+    ImportTable imports(library());
+    const auto noArena = +[](std::size_t count, std::size_t size) {
+      return count * size == Arena::capacity ? nullptr : realCalloc(count, size);
+    };
+    realCalloc = reinterpret_cast<decltype(realCalloc)>(
+        imports.replace("calloc", reinterpret_cast<void*>(noArena)));
+    poor = CaptureObject(mfx.id);
+  }
+  MediaType format = MediaType::extensible(4, 0);
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    EXPECT_EQ(initialize(poor, blob()), E_OUTOFMEMORY);
+    EXPECT_NE(poor.lock(format), S_OK);
+  }
+  CaptureObject next = initialized(mfx);
+  EXPECT_EQ(next.lock(format), S_OK);
+  EXPECT_TRUE(sounds(next));
+}
+
+// Whoever may write to the board writes anything there, its version too.
+TEST_F(Damage, AScribbledBoardCostsItsReadersAlone) {
+  const ServiceObjects service;
+  CaptureObject object = initialized(mfx, mode::speech);
+  ASSERT_TRUE(service.pingIsAnswered());
+  const StatusBlock sound = service.block();
+  const KernelHandle mapping(OpenFileMappingW(FILE_MAP_WRITE, FALSE, sharedMemoryName));
+  const MappedView view(MapViewOfFile(mapping.get(), FILE_MAP_WRITE, 0, 0, 0));
+  auto& board = *static_cast<StatusBoard*>(view.get());
+  MediaType format = MediaType::extensible(4, 0);
+  std::mt19937 random(5);
+  for (int round = 0; round < 20; ++round) {
+    for (std::size_t i = 0; i < sizeof board; ++i)
+      reinterpret_cast<unsigned char*>(&board)[i] = static_cast<unsigned char>(random());
+    ASSERT_TRUE(service.pingIsAnswered());
+    EXPECT_EQ(object.lock(format), S_OK);
+    EXPECT_TRUE(sounds(object));
+    EXPECT_EQ(object.configuration->UnlockForProcess(), S_OK);
+    const CaptureObject newcomer = initialized(efx);
+    board.version = statusLayoutVersion;
+  }
+  ASSERT_TRUE(service.pingIsAnswered());
+  const StatusBlock again = service.block();
+  EXPECT_TRUE(IsEqualGUID(again.instance, sound.instance));
+  EXPECT_EQ(again.propertyEvent, sound.propertyEvent);
+}
+
+// A program that stores a setting while the objects read it, and dies in the middle.
+TEST_F(Damage, ASettingHalfWrittenIsSomeSoundAndAWholeOneIsTaken) {
+  const ServiceObjects service;
+  writeFactorySettings();
+  CaptureObject object = initialized(mfx, mode::speech);
+  MediaType format = MediaType::extensible(4, 0);
+  ASSERT_EQ(object.lock(format), S_OK);
+  std::mt19937 random(6);
+  for (int round = 0; round < 10; ++round) {
+    registry.remove(RegistrySandbox::settingsPath() + L"\\1");
+    std::jthread writer([&] {  // as far as it comes
+      registry.writeSetting(L"1", 1, 1 + static_cast<unsigned>(random() % rawCount),
+                            [](unsigned number) { return factorySettings()[number - 1]; });
+    });
+    service.signalReload();
+    EXPECT_TRUE(sounds(object)) << round;
+  }
+  GUID* ids = nullptr;
+  UINT count = 0;
+  writeFactorySettings();
+  service.signalReload();
+  for (int wait = 0; wait < 500 && count != 4; ++wait) {
+    EXPECT_TRUE(sounds(object));
+    ASSERT_EQ(object.effects->GetEffectsList(&ids, &count, nullptr), S_OK);
+    CoTaskMemFree(ids);
+    Sleep(1);
+  }
+  EXPECT_EQ(count, 4U);
+}
+
+}  // namespace
+}  // namespace vellumic::test

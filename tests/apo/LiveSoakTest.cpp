@@ -1,0 +1,249 @@
+// Two effects on a live microphone for as long as wanted, while everything around them happens:
+// reloads every second, volumes, muting, another default loudspeaker, a service that is killed and
+// comes back, and a sound server that scripts/soak stops and starts. The stream that the sound
+// server ends is opened and locked again, as the audio engine does.
+#include <windows.h>
+
+#include <psapi.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <random>
+#include <set>
+#include <thread>
+
+#include "parameters/Catalogue.h"
+#include "tests/apo/ApoWorld.h"
+#include "tests/control/ChildProcess.h"
+#include "tools/host/LiveCapture.h"
+#include "tools/host/LoopbackClients.h"
+
+namespace vellumic::test {
+namespace {
+
+constexpr wchar_t serviceIsThereName[] = L"Global\\VellumicTestSoakService";
+
+const ChildMode soakService("soak-service", [] {
+  const ServiceObjects service;
+  SetEvent(KernelHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, serviceIsThereName)).get());
+  while (true) {  // until it is killed
+    (void)service.pingIsAnswered();
+    Sleep(100);
+  }
+  return 0;
+});
+
+// The loudspeaker of the doubles, whose loopback is the monitor of a real sink.
+class MonitoredSpeaker : public FakeDevice {
+ public:
+  HRESULT STDMETHODCALLTYPE Activate(REFIID wanted, DWORD context, PROPVARIANT* parameters,
+                                     void** object) override {
+    if (!IsEqualIID(wanted, __uuidof(IAudioClient)))
+      return FakeDevice::Activate(wanted, context, parameters, object);
+    *object = nullptr;
+    ComPtr<IAudioClient> real;
+    const HRESULT result = monitor->Activate(wanted, context, parameters, real.putVoid());
+    if (SUCCEEDED(result)) *object = tools::monitorLoopback(std::move(real), started).detach();
+    return result;
+  }
+  ComPtr<IMMDevice> monitor;
+  std::atomic<bool> started{false};
+};
+
+// Handle values are given out again lowest first, in steps of 4.
+long nextHandle() {
+  const KernelHandle handle(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+  return static_cast<long>(reinterpret_cast<std::uintptr_t>(handle.get()) / 4);
+}
+
+long residentKilobytes() {
+  PROCESS_MEMORY_COUNTERS counters{};
+  GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
+  return static_cast<long>(counters.WorkingSetSize / 1024);
+}
+
+// Of this thread, in units of 100 ns; the system counts it in ticks of 10 ms.
+ULONGLONG processorTime() {
+  ULARGE_INTEGER user, kernel;
+  FILETIME created, ended, userTime, kernelTime;
+  GetThreadTimes(GetCurrentThread(), &created, &ended, &kernelTime, &userTime);
+  user.LowPart = userTime.dwLowDateTime, user.HighPart = userTime.dwHighDateTime;
+  kernel.LowPart = kernelTime.dwLowDateTime, kernel.HighPart = kernelTime.dwHighDateTime;
+  return user.QuadPart + kernel.QuadPart;
+}
+
+class LiveSoak : public ApoWorld {
+ protected:
+  static constexpr unsigned channels = 4, period = 480;
+  using Clock = std::chrono::steady_clock;
+
+  // Before ApoWorld puts its doubles in front of the real devices.
+  static void SetUpTestSuite() {
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    const auto enumerator = tools::createEnumerator();
+    microphoneEndpoint() = tools::findCaptureEndpoint(*enumerator.get(), "array4");
+    for (const char* name : {"Monitor of speaker", "array2"})
+      monitors().push_back(tools::findCaptureEndpoint(*enumerator.get(), name).device);
+  }
+  static void TearDownTestSuite() {
+    microphoneEndpoint() = {};
+    monitors().clear();
+    CoUninitialize();
+  }
+  static tools::Endpoint& microphoneEndpoint() {
+    static tools::Endpoint endpoint;
+    return endpoint;
+  }
+  static std::vector<ComPtr<IMMDevice>>& monitors() {
+    static std::vector<ComPtr<IMMDevice>> devices;
+    return devices;
+  }
+
+  LiveSoak() {
+    for (std::size_t i = 0; i < speakers.size(); ++i) speakers[i].monitor = monitors()[i];
+    system.defaultRender = &speakers[0];
+    writeFactorySettings();
+    startService();
+  }
+  void startService() {
+    serviceProcess.emplace("soak-service");
+    EXPECT_EQ(WaitForSingleObject(serviceIsThere.get(), 20000), WAIT_OBJECT_0);
+  }
+  // The events by which each object is told to read its setting.
+  void learnPropertyEvents() {
+    const ServiceObjects service;
+    for (int n = 0; n < 200 && propertyEvents.size() < effects.size(); ++n) {
+      if (!service.pingIsAnswered()) continue;
+      const std::wstring name = service.block().propertyEvent.data();
+      propertyEvents.insert(name);
+    }
+    ASSERT_EQ(propertyEvents.size(), effects.size());
+  }
+
+  // Until the time is over; every session ends by itself or with the sound server.
+  void listen(double seconds) {
+    const auto end = Clock::now() + std::chrono::duration<double>(seconds);
+    while (Clock::now() < end) {
+      MediaType format = MediaType::extensible(channels, 0);
+      bool locked = false;
+      try {
+        tools::LiveCapture capture(microphoneEndpoint());
+        for (CaptureObject& effect : effects) ASSERT_EQ(effect.lock(format), S_OK);
+        locked = true;
+        capture.run(3.0, [this](const float* packet, unsigned frames) { take(packet, frames); });
+        ++sessions;
+        ++sessionsSinceLoss;
+      } catch (const std::runtime_error&) {
+        ++losses;
+        sessionsSinceLoss = 0;
+        Sleep(300);
+      }
+      if (!locked) continue;
+      for (CaptureObject& effect : effects)
+        EXPECT_EQ(effect.configuration->UnlockForProcess(), S_OK);
+    }
+  }
+  void take(const float* packet, unsigned frames) {
+    for (unsigned first = 0; first < frames; first += period) {
+      const unsigned count = std::min(period, frames - first);
+      samples.assign(packet + first * channels, packet + (first + count) * channels);
+      const ULONGLONG begin = processorTime();
+      for (CaptureObject& effect : effects) {
+        const auto done = effect.process(samples.data(), count);
+        failed += done.u32ValidFrameCount == count && done.u32BufferFlags == BUFFER_VALID ? 0 : 1;
+      }
+      const ULONGLONG spent = processorTime() - begin;
+      processorTotal += spent;
+      // Of user and kernel time a tick each may fall into any period: a third means a long call.
+      constexpr ULONGLONG threeTicks = 300000;
+      missed += spent >= threeTicks ? 1 : 0;
+      ++periods;
+      for (const float sample : samples) notFinite += std::isfinite(sample) ? 0 : 1;
+    }
+  }
+
+  // A thread of its own.
+  void disturb(const std::stop_token& stop) {
+    std::mt19937 random(14);
+    const auto chance = [&](unsigned oneIn) { return random() % oneIn == 0; };
+    std::uniform_real_distribution<float> decibels(-30.0F, 0.0F);
+    for (int quarter = 0; !stop.stop_requested(); ++quarter, Sleep(250)) {
+      if (quarter % 4 == 0) reload(quarter % 8 == 0);
+      if (chance(4)) {
+        microphone.volume.masterDb = decibels(random);
+        microphone.volume.muted = chance(3);
+        microphone.volume.notify();
+      }
+      if (chance(20)) system.defaultRender = &speakers[random() % speakers.size()];
+      if (chance(40)) {
+        serviceProcess.reset();  // killed
+        Sleep(random() % 500);
+        startService();
+        ++services;
+      }
+    }
+    microphone.volume.muted = false;
+    microphone.volume.masterDb = 0.0F;
+    microphone.volume.notify();
+  }
+  void reload(bool factory) {
+    registry.writeSetting(L"1", 1, rawCount, [&](unsigned number) {
+      const auto slot = static_cast<Raw>(number - 1);
+      if (slot == Raw::fadeRequest || slot == Raw::equalizerMaster) return factory ? 0.0F : 1.0F;
+      if (slot == Raw::echoCancellation) return 1.0F;
+      return factoryValue(slot);
+    });
+    for (const std::wstring& name : propertyEvents)
+      SetEvent(KernelHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, name.c_str())).get());
+    ++reloads;
+  }
+
+  std::array<MonitoredSpeaker, 2> speakers;
+  const KernelHandle serviceIsThere{CreateEventW(nullptr, FALSE, FALSE, serviceIsThereName)};
+  std::optional<ChildProcess> serviceProcess;
+  std::vector<CaptureObject> effects;
+  std::set<std::wstring> propertyEvents;
+  std::vector<float> samples;
+  int periods = 0, missed = 0, failed = 0, notFinite = 0;
+  int sessions = 0, sessionsSinceLoss = 0, losses = 0;
+  int reloads = 0, services = 0;
+  ULONGLONG processorTotal = 0;
+};
+
+TEST_F(LiveSoak, EverythingRecoversAndNothingGrows) {
+  const char* const wanted = std::getenv("VELLUMIC_SOAK_SECONDS");
+  const double seconds = wanted != nullptr ? std::atof(wanted) : 30.0;
+  for (const ClassCase* which : {&mfx, &efx}) effects.push_back(initialized(*which, mode::speech));
+  learnPropertyEvents();
+  std::jthread disturber([this](const std::stop_token& stop) { disturb(stop); });
+  listen(0.2 * seconds);
+  const long memory = residentKilobytes(), handle = nextHandle();
+  const int reloadsBefore = reloads;
+  listen(0.8 * seconds);
+  disturber = {};
+  sessionsSinceLoss = 0;
+  for (int n = 0; n < 10 && sessionsSinceLoss == 0; ++n) listen(4.0);  // after all that
+
+  const long grown = residentKilobytes() - memory, opened = nextHandle() - handle;
+  std::printf(
+      "%d sessions, %d ended by the sound server; %d periods, %.0f us of processor time each\n"
+      "%d reloads, %d services; memory %ld + %ld KB, %ld handles more\n",
+      sessions, losses, periods, 0.1 * static_cast<double>(processorTotal) / periods, reloads,
+      services, memory, grown, opened);
+  EXPECT_GT(sessionsSinceLoss, 0);
+  EXPECT_EQ(missed, 0);
+  EXPECT_EQ(failed, 0);
+  EXPECT_EQ(notFinite, 0);
+  EXPECT_LT(grown, 8192);
+  // Each reload leaves one registry key open in each object, an agreed price.
+  EXPECT_LE(opened, 2 * (reloads - reloadsBefore) + 32);
+  propertyEvents.clear();
+  learnPropertyEvents();  // both still answer
+  effects.clear();
+}
+
+}  // namespace
+}  // namespace vellumic::test
