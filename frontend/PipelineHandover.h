@@ -18,7 +18,7 @@ namespace vellumic {
 
 class ArrayNoiseProcessing;
 struct NoiseHistory;
-struct BankPair;
+class BankPair;
 struct BlockPart;
 
 // The small things, copied as a whole.

@@ -10,10 +10,11 @@ namespace vellumic {
 
 ResamplerBank::ResamplerBank() { rebuild(); }
 
-ResamplerBank::ResamplerBank(int channels, double sourceRate, double destinationRate)
+ResamplerBank::ResamplerBank(int channels, double sourceRate, double destinationRate, int runLength)
     : channels_(std::clamp(channels, 1, maxChannels)),
       sourceRate_(sourceRate),
-      destinationRate_(destinationRate) {
+      destinationRate_(destinationRate),
+      runLength_(std::clamp(runLength, 1, longestRun)) {
   rebuild();
 }
 
@@ -34,8 +35,8 @@ void ResamplerBank::rebuild() {
   resamplers_.clear();
   for (int c = 0; c < channels_; ++c)
     resamplers_.push_back(std::make_unique<resample::CDSPResampler24>(sourceRate_, destinationRate_,
-                                                                      longestRun, transitionBand));
-  const int room = resamplers_.front()->maxOutputLength(longestRun);
+                                                                      runLength_, transitionBand));
+  const int room = resamplers_.front()->maxOutputLength(runLength_);
   outputs_.assign(static_cast<std::size_t>(channels_),
                   std::vector<float>(static_cast<std::size_t>(room)));
   ring_.resize(static_cast<int>(destinationRate_), channels_);

@@ -29,16 +29,19 @@ struct SampleView {
 class ResamplerBank {
  public:
   static constexpr int maxChannels = 16;
-  static constexpr int longestRun = 64;  // frames of one push
+  static constexpr int longestRun = 64;
 
   ResamplerBank();  // 2 channels, equal rates
-  ResamplerBank(int channels, double sourceRate, double destinationRate);
+  // `runLength`: frames of one push, 1 to longestRun. The memory grows with it and with the ratio
+  // of the rates.
+  ResamplerBank(int channels, double sourceRate, double destinationRate,
+                int runLength = longestRun);
 
   void setChannels(int channels);  // 1 to maxChannels, otherwise nothing; rebuilds
   // Hz. Nothing if both are unchanged.
   void setRates(double sourceRate, double destinationRate);
 
-  // `count` frames, at most longestRun; channels beyond those of the view get zeros. made[n]: how
+  // `count` frames, at most runLength(); channels beyond those of the view get zeros. made[n]: how
   // many output samples the n-th frame brought, which are then in the ring. Returns their sum.
   int push(const SampleView& input, int count, std::span<int> made) noexcept VELLUMIC_NONBLOCKING;
   // While all channels carry one signal only the first is converted, and the others of the ring
@@ -55,6 +58,7 @@ class ResamplerBank {
   // Frames that go in before the first output comes: the latency, in samples of the source rate.
   int framesBeforeOutput() const noexcept;
 
+  int runLength() const noexcept { return runLength_; }
   int channels() const noexcept { return channels_; }
   double sourceRate() const noexcept { return sourceRate_; }
   double destinationRate() const noexcept { return destinationRate_; }
@@ -70,6 +74,7 @@ class ResamplerBank {
   bool alike_ = false;
   double sourceRate_ = 2.0;
   double destinationRate_ = 2.0;
+  int runLength_ = longestRun;
   SampleRing ring_;
   std::vector<std::unique_ptr<resample::CDSPResampler24>> resamplers_;
   std::array<double, longestRun> input_{};
