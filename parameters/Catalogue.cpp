@@ -95,6 +95,8 @@ bool isParameterGroup(std::string_view name) {
 }
 
 std::string nearestParameterName(std::string_view name) {
+  constexpr std::size_t longestTypo = 100;  // what a file calls a name may be megabytes
+  name = name.substr(0, longestTypo);
   const bool decibels = name.ends_with(decibelSuffix);
   const std::string group = isParameterGroup(name) ? std::string(name) + "." : "";
   std::string nearest;

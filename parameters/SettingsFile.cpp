@@ -91,6 +91,8 @@ std::string contents(const std::filesystem::path& file) {
 }  // namespace
 
 std::string onOneLine(std::string text) {
+  constexpr std::size_t longest = 1000, kept = 400;  // at each end
+  if (text.size() > longest) text.replace(kept, text.size() - 2 * kept, " ... ");
   std::ranges::replace_if(text, isControl, '?');
   return text;
 }

@@ -16,7 +16,8 @@
 
 namespace vellumic {
 
-// The text with a ? for each control character: what a user wrote may not break a message's line.
+// The text with a ? for each control character and the middle left out of a very long one: what a
+// user wrote may not break a message's line, nor flood the screen.
 std::string onOneLine(std::string text);
 
 // what() is one line for the user: source, line, name, what is wrong and how to mend it.

@@ -1,6 +1,7 @@
 // TOML text to a table, for settings and plans. The only place that calls the parser.
 //
 // Letters beyond ASCII may stand in comments and texts; anywhere else they are a fault of the file.
+// So is a name of more than 16 parts.
 // Not for the real-time thread.
 #pragma once
 

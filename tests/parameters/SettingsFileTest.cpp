@@ -43,8 +43,14 @@ type = 2
   EXPECT_TRUE(warnings.empty());
 }
 
+std::string repeated(std::string_view part, std::size_t times) {
+  std::string text;
+  for (std::size_t n = 0; n < times; ++n) text += part;
+  return text;
+}
+
 struct Fault {
-  const char* text;
+  std::string text;
   std::vector<const char*> told;  // what the message must hold
 };
 
@@ -75,17 +81,19 @@ TEST(SettingsFile, FaultsNameLineSettingAndRemedyAndChangeNothing) {
       {"level.level = 1\nlevel.level = 2", {"test.toml:3: not valid TOML"}},
       {"gr\u00F6\u00DFe = 1", {"test.toml:2: not valid TOML"}},
       {"level.level = 1 \u00E4", {"test.toml:2: not valid TOML"}},
-      {"a = \"\"\"\\\n \u00E4\"\"\"", {"test.toml:3: not valid TOML", "beyond ASCII"}}};
+      {"a = \"\"\"\\\n \u00E4\"\"\"", {"test.toml:3: not valid TOML", "beyond ASCII"}},
+      {"#'\nx = '''\n'''\n" + repeated("'='.", 300000) + "a = 1", {"test.toml:5: ", "16 parts"}},
+      {repeated("a", 300000) + " = 1", {":2: aaa", "no such setting; did you mean"}}};
   for (const Fault& fault : faults) {
     RawValues values = factorySettings();
     SettingsWarnings warnings;
     try {
-      applySettingsText(std::string("echo.enabled = false\n") + fault.text, "test.toml", values,
-                        warnings);
+      applySettingsText("echo.enabled = false\n" + fault.text, "test.toml", values, warnings);
       ADD_FAILURE() << "accepted: " << fault.text;
     } catch (const SettingsError& error) {
       const std::string told = error.what();
       EXPECT_EQ(told.find('\n'), std::string::npos) << told;
+      EXPECT_LT(told.size(), 1100U);
       for (const char* part : fault.told)
         EXPECT_NE(told.find(part), std::string::npos) << part << " is missing in: " << told;
     }
