@@ -1,11 +1,27 @@
 #include "fuzz/CallWatch.h"
 
-#include <sanitizer/allocator_interface.h>
-
 #include <cstddef>
 #include <ctime>
 
+#if __has_feature(address_sanitizer)
+#include <sanitizer/allocator_interface.h>
+#else
+#include <malloc.h>
+#endif
+
 namespace vellumic::fuzz {
+namespace {
+
+double threadSeconds() {
+  timespec now{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+}
+
+}  // namespace
+
+#if __has_feature(address_sanitizer)
+
 namespace {
 
 thread_local constinit bool watching = false;
@@ -19,22 +35,27 @@ void onFree(const volatile void*) {
 }
 const int hooked = __sanitizer_install_malloc_and_free_hooks(onMalloc, onFree);
 
-double threadSeconds() {
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
-}
-
 }  // namespace
 
 CallWatch::CallWatch() : start_(threadSeconds()) {
   counted = hooked > 0 ? 0 : 1;  // without hooks every call fails
   watching = true;
 }
-
 CallWatch::~CallWatch() { watching = false; }
+int CallWatch::forbiddenCalls() const { return counted; }
+std::size_t heapInUse() { return __sanitizer_get_current_allocated_bytes(); }
 
-int CallWatch::heapCalls() const { return counted; }
+#else
+
+CallWatch::CallWatch() : start_(threadSeconds()) {}
+CallWatch::~CallWatch() = default;
+int CallWatch::forbiddenCalls() const { return guard_.violations(); }
+std::size_t heapInUse() {
+  const struct mallinfo2 heap = mallinfo2();
+  return heap.uordblks + heap.hblkhd;
+}
+
+#endif
 
 double CallWatch::cpuSeconds() const { return threadSeconds() - start_; }
 

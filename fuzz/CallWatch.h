@@ -1,7 +1,17 @@
-// What one call of the frame path cost: heap calls of this thread, and its processor time.
+// What one call of the frame path cost: calls that are forbidden there, and its processor time.
 #pragma once
 
+#include <cstddef>
+
+#include "tests/support/RealtimeGuard.h"
+
 namespace vellumic::fuzz {
+
+#if __has_feature(address_sanitizer)
+inline constexpr bool sanitized = true;
+#else
+inline constexpr bool sanitized = false;
+#endif
 
 class CallWatch {
  public:
@@ -10,11 +20,16 @@ class CallWatch {
   CallWatch(const CallWatch&) = delete;
   CallWatch& operator=(const CallWatch&) = delete;
 
-  int heapCalls() const;
+  // Heap calls of this thread; without AddressSanitizer waits and system calls, too.
+  int forbiddenCalls() const;
   double cpuSeconds() const;
 
  private:
   double start_;
+  RealtimeGuard guard_;  // counts nothing under a sanitizer
 };
+
+// Bytes of the heap that are in use.
+std::size_t heapInUse();
 
 }  // namespace vellumic::fuzz

@@ -1,8 +1,16 @@
 // Parameter arrays and streams through the whole portable object.
+#include "fuzz/CallWatch.h"
+#include "fuzz/Neighbours.h"
+#include "fuzz/Require.h"
 #include "fuzz/StreamScript.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace vellumic::fuzz;
-  StreamScript(ByteReader({data, size})).run();
+  keepNeighbours();
+  static long long grown = 0;  // over all inputs; small tables that are kept for the next one pass
+  const std::size_t before = heapInUse();
+  StreamScript({data, size}).run();
+  grown += static_cast<long long>(heapInUse()) - static_cast<long long>(before);
+  require(grown < 8'000'000, "memory stays constant");
   return 0;
 }

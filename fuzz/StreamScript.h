@@ -3,7 +3,9 @@
 // for what must hold at each step.
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "engine/CaptureCore.h"
@@ -16,7 +18,7 @@ namespace vellumic::fuzz {
 
 class StreamScript {
  public:
-  explicit StreamScript(ByteReader input);
+  explicit StreamScript(std::span<const std::uint8_t> input);
   void run();
 
  private:
@@ -25,6 +27,7 @@ class StreamScript {
   void call();
   void setLoudspeakers();
   void recover();
+  void checkMemory() const;
   RawValues settings();
   float anyFloat();
   float sample(int kind);
@@ -33,7 +36,10 @@ class StreamScript {
   void checkWritten(const std::vector<float>& out, const StreamBuffer& output, std::uint32_t flags,
                     std::uint32_t frames) const;
 
+  std::size_t heapBefore_;
   ByteReader input_;
+  bool looksBack_;    // whether the way back to good sound is to be shown
+  bool odd_ = false;  // samples were heard that ask for it
   Loudspeakers speakers_;
   EffectMode lockMode_{}, reloadMode_{};
   ProcessingMode mode_{};
