@@ -10,8 +10,8 @@
 #include "bench/quality/ScoreTable.h"
 #include "bench/quality/SpeexChain.h"
 #include "parameters/SettingsFile.h"
+#include "tools/Arguments.h"
 #include "tools/OutputFile.h"
-#include "tools/Version.h"
 #include "tools/plot/Figure.h"
 #include "tools/quality/SceneCatalogue.h"
 #include "tools/quality/Score.h"
@@ -128,17 +128,10 @@ int run(int argc, char** argv) {
   table->add_option("--settings", settings, "LABEL=FILE.toml (repeatable)");
   table->add_flag("--speex", speex, "SpeexDSP as well");
   bool delays = false;
-  table->add_flag("--delays", delays, "tell the delays that were set instead of scores");
+  table->add_flag("--delays", delays, "count false delays instead of scoring");
   table->add_option("--near", nearFile, "recorded talker, 16 kHz")->required();
   table->add_option("--far", farFile, "recorded far end, 16 kHz")->required();
-  app.set_version_flag("--version", tools::versionLine("vellumic-quality"));
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::Success& done) {  // help or version
-    return app.exit(done);
-  } catch (const CLI::ParseError& error) {
-    throw std::runtime_error(std::string(error.what()) + "; see vellumic-quality --help");
-  }
+  if (!tools::parseArguments(app, argc, argv)) return 0;
 
   if (*list) {
     for (const SceneSpec& spec : standardScenes()) std::cout << spec.name << '\n';

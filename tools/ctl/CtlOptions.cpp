@@ -3,9 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
-#include <iostream>
 
-#include "tools/Version.h"
+#include "tools/Arguments.h"
 
 namespace vellumic::tools {
 namespace {
@@ -175,11 +174,6 @@ void addMachine(CLI::App& app, CtlOptions& options) {
   for (CLI::App* level : {list, check}) level->add_flag("--json", options.json, "one line of JSON");
 }
 
-void printHelp(const CLI::App& app) {
-  const bool all = app.get_subcommands().empty();
-  std::cout << app.help("", all ? CLI::AppFormatMode::All : CLI::AppFormatMode::Normal);
-}
-
 // The first words are commands; the library's own message would not name the wrong one.
 void checkCommands(const CLI::App& app, int argc, const char* const* argv) {
   const CLI::App* level = &app;
@@ -199,23 +193,12 @@ std::optional<CtlOptions> parseCtlOptions(int argc, const char* const* argv) {
   Words words;
   CLI::App app{description, "vellumic-ctl"};
   app.footer(footer);
-  app.set_version_flag("--version", versionLine("vellumic-ctl"));
   app.require_subcommand(1);
   addSettings(app, options, words);
   const CLI::Option* seconds = addRest(app, options, words);
   addMachine(app, options);
   checkCommands(app, argc, argv);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::CallForHelp&) {
-    printHelp(app);
-    return std::nullopt;
-  } catch (const CLI::CallForVersion&) {
-    std::cout << app.version() << '\n';
-    return std::nullopt;
-  } catch (const CLI::ParseError& error) {
-    throw CtlError(std::string(error.what()) + "; see vellumic-ctl --help");
-  }
+  if (!parseArguments(app, argc, argv)) return std::nullopt;
   if (options.command == CtlCommand::setValues) readChange(options, std::move(words.list));
   if (options.command == CtlCommand::exportFile) readExport(options, words.list);
   if (!words.number.empty()) options.setting = settingNumber(words.number);

@@ -1,10 +1,9 @@
 #include "tools/host/HostOptions.h"
 
 #include <CLI/CLI.hpp>
-#include <iostream>
 #include <map>
 
-#include "tools/Version.h"
+#include "tools/Arguments.h"
 
 namespace vellumic::tools {
 namespace {
@@ -42,7 +41,6 @@ std::optional<HostOptions> parseHostOptions(int argc, const char* const* argv) {
   std::vector<std::string> files;
   CLI::App app("Runs the registered capture effects as the audio engine would.", "vellumic-host");
   app.footer(footer);
-  app.set_version_flag("--version", versionLine("vellumic-host"));
   app.allow_windows_style_options(false);  // "/path" is a file
   addEach(app, "--class", options.classes, "efx, mfx or kdmfx; several process in turn")
       ->option_text("CLASS [mfx]");
@@ -72,30 +70,19 @@ std::optional<HostOptions> parseHostOptions(int argc, const char* const* argv) {
       ->check(CLI::Range(0.1, 86400.0));
   app.add_flag("--list", options.list, "list the microphones");
   app.add_option("FILES", files, "INPUT.wav OUTPUT.wav, with --live OUTPUT.wav")->option_text(" ");
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::CallForHelp&) {
-    std::cout << app.help();
-    return std::nullopt;
-  } catch (const CLI::CallForVersion&) {
-    std::cout << app.version() << '\n';
-    return std::nullopt;
-  } catch (const CLI::ParseError& error) {
-    throw HostUsageError(std::string(error.what()) + "; see vellumic-host --help");
-  }
+  if (!parseArguments(app, argc, argv)) return std::nullopt;
   const auto found = modes.find(mode);
-  if (found == modes.end())
-    throw HostUsageError("--mode " + mode + ": write default, raw or speech");
+  if (found == modes.end()) throw UsageError("--mode " + mode + ": write default, raw or speech");
   options.mode = found->second;
   options.speech = mode == "speech";
   if (options.classes.empty()) options.classes.push_back("mfx");
   if (options.reloadEvery > 0.0 && !options.service)
-    throw HostUsageError("--reload-every: needs --service, which knows the objects' events");
+    throw UsageError("--reload-every: needs --service, which knows the objects' events");
   if (options.list) return options;
   const std::size_t wanted = options.liveSeconds > 0.0 ? 1 : 2;
   if (files.size() != wanted)
-    throw HostUsageError(wanted == 1 ? "write one file, OUTPUT.wav, with --live"
-                                     : "write two files: INPUT.wav OUTPUT.wav");
+    throw UsageError(wanted == 1 ? "write one file, OUTPUT.wav, with --live"
+                                 : "write two files: INPUT.wav OUTPUT.wav");
   if (wanted == 2) options.inputFile = files.front();
   options.outputFile = files.back();
   return options;

@@ -4,7 +4,6 @@
 #include <windows.h>
 
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -29,11 +28,7 @@ struct HostOptions {
   }
 };
 
-class HostUsageError : public std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
-
-// Nothing when help was asked for and printed. Throws HostUsageError.
+// Nothing when help was asked for and printed. Throws UsageError.
 std::optional<HostOptions> parseHostOptions(int argc, const char* const* argv);
 
 }  // namespace vellumic::tools

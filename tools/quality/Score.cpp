@@ -9,7 +9,7 @@ namespace vellumic::quality {
 namespace {
 
 constexpr double settling = 4.0;  // s given to the noise estimate before its pauses count
-constexpr int alignmentReach = 600;
+constexpr int alignmentReach = 4096;
 constexpr std::size_t step = 160;
 
 bool inside(const std::vector<Span>& spans, double time) {
@@ -35,7 +35,8 @@ Signal gathered(const Signal& signal, const std::vector<std::size_t>& steps) {
   return out;
 }
 
-// As the array pipeline's own high-pass leaves it.
+}  // namespace
+
 Signal highPassed(Signal signal) {
   BiquadSection filter;
   filter.type = static_cast<int>(BiquadType::HighPass);
@@ -45,8 +46,6 @@ Signal highPassed(Signal signal) {
   for (float& sample : signal) filter.process(sample);
   return signal;
 }
-
-}  // namespace
 
 template <class Wanted>
 std::optional<Scorer::Stretch> Scorer::stretch(const Scene& scene, Wanted wanted) const {

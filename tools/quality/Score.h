@@ -1,8 +1,9 @@
 // Figures of an enhanced recording against the components of its scene.
 //
 // All signals at sceneRate, first microphone; the output aligned with the input (as
-// `vellumic-render --align` writes it); scores search 600 samples around that. A chain may have a
-// fixed high-pass at 150 Hz: of the clean speech with and without it, the better match counts.
+// `vellumic-render --align` writes it); scores search 4096 samples around that, because the chain
+// moves its microphones against the references by up to two blocks. A chain may have a fixed
+// high-pass at 150 Hz: of the clean speech with and without it, the better match counts.
 #pragma once
 
 #include <optional>
@@ -24,6 +25,9 @@ struct Score {
   Figures figures;
   std::vector<ErlePoint> erle;  // half-second windows in which only the far end talks
 };
+
+// As the array pipeline's own high-pass leaves it.
+Signal highPassed(Signal signal);
 
 // Prepared once for a scene, then asked for many outputs. Thread: const calls may run side by side.
 class Scorer {

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "parameters/SettingsNotes.h"
+#include "tools/Arguments.h"
 #include "tools/OutputFile.h"
 #include "tools/render/RenderOptions.h"
 #include "tools/render/Rendering.h"

@@ -2,10 +2,9 @@
 
 #include <CLI/CLI.hpp>
 #include <cmath>
-#include <iostream>
 #include <map>
 
-#include "tools/Version.h"
+#include "tools/Arguments.h"
 
 namespace vellumic::tools {
 namespace {
@@ -95,7 +94,6 @@ std::optional<RenderOptions> parseRenderOptions(int argc, const char* const* arg
 
   CLI::App app{description, "vellumic-render"};
   app.footer(footer);
-  app.set_version_flag("--version", versionLine("vellumic-render"));
   app.allow_windows_style_options(false);  // "/path" is a file
   app.add_option("--class", className, "efx (equaliser), mfx (array chain), kdmfx")
       ->option_text("CLASS [mfx]");
@@ -144,17 +142,7 @@ std::optional<RenderOptions> parseRenderOptions(int argc, const char* const* arg
       ->required()
       ->option_text(" ");
 
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::CallForHelp&) {
-    std::cout << app.help();
-    return std::nullopt;
-  } catch (const CLI::CallForVersion&) {
-    std::cout << app.version() << '\n';
-    return std::nullopt;
-  } catch (const CLI::ParseError& error) {
-    throw UsageError(std::string(error.what()) + "; see vellumic-render --help");
-  }
+  if (!parseArguments(app, argc, argv)) return std::nullopt;
   for (const CLI::Option* option : app.get_options())
     for (const std::string& value : option->results())
       if (value.empty())

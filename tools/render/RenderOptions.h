@@ -2,7 +2,6 @@
 #pragma once
 
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -32,11 +31,6 @@ struct RenderOptions {
   std::string compareFile;  // settings to set beside the given ones
   std::string sweep;        // NAME=A,B,C
   std::string inputFile, outputFile;
-};
-
-// what() is one line for the user.
-class UsageError : public std::runtime_error {
-  using std::runtime_error::runtime_error;
 };
 
 // Nothing when help was asked for and printed. Throws UsageError.

@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <sstream>
 
+#include "tools/Arguments.h"
+
 namespace vellumic::tools {
 namespace {
 

@@ -9,8 +9,8 @@
 #include <iostream>
 #include <thread>
 
+#include "tools/Arguments.h"
 #include "tools/OutputFile.h"
-#include "tools/Version.h"
 #include "tools/WaveFile.h"
 #include "tools/render/ProgressBar.h"
 #include "tools/tune/Outcome.h"
@@ -52,18 +52,7 @@ std::optional<Options> optionsFrom(int argc, const char* const* argv) {
   app.add_option("--journal", options.journal, "kept evaluations")->option_text("FILE");
   app.add_option("--jobs", options.jobs, "threads")->check(CLI::Range(1, 256))->option_text("N");
   app.add_flag("--fresh", options.fresh, "begin anew, whatever the journal holds");
-  app.set_version_flag("--version", tools::versionLine("vellumic-tune"));
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::CallForHelp&) {
-    std::cout << app.help();
-    return std::nullopt;
-  } catch (const CLI::CallForVersion&) {
-    std::cout << app.version() << '\n';
-    return std::nullopt;
-  } catch (const CLI::ParseError& error) {
-    throw std::runtime_error(std::string(error.what()) + "; see vellumic-tune --help");
-  }
+  if (!tools::parseArguments(app, argc, argv)) return std::nullopt;
   if (options.journal.empty()) options.journal = options.output + ".journal";
   return options;
 }
