@@ -111,5 +111,57 @@ TEST_F(Damage, ASettingHalfWrittenIsSomeSoundAndAWholeOneIsTaken) {
   EXPECT_EQ(count, 4U);
 }
 
+// Every local user may signal the events of an object.
+TEST_F(Damage, SignalsWithoutEndNeitherStopTheSoundNorTheTeardown) {
+  const ServiceObjects service;
+  writeFactorySettings();
+  CaptureObject object = initialized(mfx, mode::speech);
+  MediaType format = MediaType::extensible(4, 0);
+  ASSERT_EQ(object.lock(format), S_OK);
+  const KernelHandle reload(
+      OpenEventW(EVENT_MODIFY_STATE, FALSE, service.block().propertyEvent.data())),
+      ping(OpenEventW(EVENT_MODIFY_STATE, FALSE, pingEventName));
+  ASSERT_TRUE(reload && ping);
+  const std::jthread storm([&](const std::stop_token& stop) {
+    while (!stop.stop_requested()) {
+      SetEvent(reload.get());
+      SetEvent(ping.get());
+    }
+  });
+  for (int round = 0; round < 50; ++round) EXPECT_TRUE(sounds(object));
+  const ULONGLONG begin = GetTickCount64();
+  object = CaptureObject();
+  EXPECT_LT(GetTickCount64() - begin, 10000U);
+}
+
+// Somebody made the ping event first, for nobody but himself.
+TEST_F(Damage, AnEventWithForeignRightsIsDoneWithout) {
+  ACL nobody{};
+  InitializeAcl(&nobody, sizeof nobody, ACL_REVISION);
+  SECURITY_DESCRIPTOR descriptor{};
+  InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
+  SetSecurityDescriptorDacl(&descriptor, TRUE, &nobody, FALSE);
+  SECURITY_ATTRIBUTES attributes{sizeof attributes, &descriptor, FALSE};
+  const KernelHandle theirs(CreateEventW(&attributes, FALSE, FALSE, pingEventName));
+  ASSERT_FALSE(KernelHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, pingEventName)));
+  const ServiceObjects service;
+  writeFactorySettings();
+  CaptureObject object = initialized(mfx, mode::speech);
+  MediaType format = MediaType::extensible(4, 0);
+  ASSERT_EQ(object.lock(format), S_OK);
+  registry.select(L"none");
+  registry.writeSetting(L"none", 1, rawCount, [](unsigned) { return 0.0F; });
+  service.signalReload();
+  GUID* ids = nullptr;
+  UINT count = 1;
+  for (int wait = 0; wait < 5000 && count != 0; ++wait) {
+    EXPECT_TRUE(sounds(object));
+    ASSERT_EQ(object.effects->GetEffectsList(&ids, &count, nullptr), S_OK);
+    CoTaskMemFree(ids);
+    Sleep(1);
+  }
+  EXPECT_EQ(count, 0U);  // its setting still reaches it
+}
+
 }  // namespace
 }  // namespace vellumic::test
