@@ -33,11 +33,15 @@ constexpr UINT32 descriptorSignature = 0x41434453, propertySignature = 0x4143505
 
 }  // namespace
 
-CaptureEffect::CaptureEffect(const std::string& className) : name_(className) {
+CLSID classIdOf(const std::string& className) {
   const auto found = classIds.find(className);
   if (found == classIds.end())
     throw std::runtime_error("class " + className + ": write efx, mfx or kdmfx");
-  classId_ = found->second;
+  return found->second;
+}
+
+CaptureEffect::CaptureEffect(const std::string& className)
+    : name_(className), classId_(classIdOf(className)) {
   check(CoCreateInstance(classId_, nullptr, CLSCTX_INPROC_SERVER, __uuidof(IAudioProcessingObject),
                          object_.putVoid()),
         "class " + className + ": cannot be created; register it with regsvr32 VellumicAPO64c.dll");
@@ -58,15 +62,15 @@ void CaptureEffect::initialize(const EffectSite& site) {
                              .nSoftwareIoDeviceInCollection = site.deviceIndex,
                              .nSoftwareIoConnectorIndex = 0,
                              .AudioProcessingMode = site.processingMode,
-                             .InitializeForDiscoveryOnly = FALSE};
+                             .InitializeForDiscoveryOnly = site.discoveryOnly ? TRUE : FALSE};
   check(object_->Initialize(sizeof data, reinterpret_cast<BYTE*>(&data)), name_ + ": Initialize");
 }
 
-bool CaptureEffect::accepts(const FormatShape& shape) {
-  const auto type = make<MediaType>(shape);
-  ComPtr<IAudioMediaType> input, output;
-  return object_->IsInputFormatSupported(type.get(), type.get(), input.put()) == S_OK &&
-         object_->IsOutputFormatSupported(type.get(), type.get(), output.put()) == S_OK;
+bool CaptureEffect::accepts(const FormatShape& input, const FormatShape& output) {
+  const auto in = make<MediaType>(input), out = make<MediaType>(output);
+  ComPtr<IAudioMediaType> taken, given;
+  return object_->IsInputFormatSupported(out.get(), in.get(), taken.put()) == S_OK &&
+         object_->IsOutputFormatSupported(in.get(), out.get(), given.put()) == S_OK;
 }
 
 FormatShape CaptureEffect::negotiate(const std::vector<FormatShape>& shapes) {
@@ -132,10 +136,10 @@ bool CaptureEffect::process(float* samples, unsigned frames) {
 
 void CaptureEffect::unlock() { check(configuration_->UnlockForProcess(), name_ + ": Unlock"); }
 
-std::string CaptureEffect::effects() {
+std::string CaptureEffect::effects(HANDLE changed) {
   GUID* ids = nullptr;
   UINT count = 0;
-  check(effects_->GetEffectsList(&ids, &count, nullptr), name_ + ": GetEffectsList");
+  check(effects_->GetEffectsList(&ids, &count, changed), name_ + ": GetEffectsList");
   std::string text;
   for (UINT i = 0; i < count; ++i) text += (text.empty() ? "" : ", ") + effectName(ids[i]);
   CoTaskMemFree(ids);

@@ -25,7 +25,11 @@ struct EffectSite {
   IPropertyStore* effectProperties;
   unsigned deviceIndex;
   GUID processingMode;
+  bool discoveryOnly = false;  // asked for its effects alone
 };
+
+// Throws for another name than efx, mfx, kdmfx.
+CLSID classIdOf(const std::string& className);
 
 class CaptureEffect {
  public:
@@ -35,13 +39,15 @@ class CaptureEffect {
   void initialize(const EffectSite& site);
   // The first proposal that both sides accept; throws if none is.
   FormatShape negotiate(const std::vector<FormatShape>& shapes);
-  [[nodiscard]] bool accepts(const FormatShape& shape);
+  [[nodiscard]] bool accepts(const FormatShape& input, const FormatShape& output);
+  [[nodiscard]] bool accepts(const FormatShape& shape) { return accepts(shape, shape); }
   void lock(const FormatShape& shape, unsigned mostFrames);
   // In place. False when the effect did not hand a valid buffer on.
   bool process(float* samples, unsigned frames);
   void unlock();
 
-  [[nodiscard]] std::string effects();  // those reported, as text
+  // Those reported, as text. changed: signalled from now on when they become others.
+  [[nodiscard]] std::string effects(HANDLE changed = nullptr);
   [[nodiscard]] std::string formats();  // those accepted, as text
   [[nodiscard]] const CLSID& classId() const { return classId_; }
   [[nodiscard]] const std::string& name() const { return name_; }

@@ -19,11 +19,24 @@
 
 namespace vellumic::tools {
 
+// what() is the action that failed, with the result in brackets.
+class ComError : public std::runtime_error {
+ public:
+  ComError(HRESULT code, const std::string& failed)
+      : std::runtime_error(failed + " (" + hex(code) + ")"), result(code), action(failed) {}
+  HRESULT result;
+  std::string action;
+
+ private:
+  static std::string hex(HRESULT code) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08lX", static_cast<unsigned long>(code));
+    return text;
+  }
+};
+
 inline void check(HRESULT result, const std::string& what) {
-  if (SUCCEEDED(result)) return;
-  char code[16];
-  std::snprintf(code, sizeof code, "0x%08lX", static_cast<unsigned long>(result));
-  throw std::runtime_error(what + " (" + code + ")");
+  if (FAILED(result)) throw ComError(result, what);
 }
 
 // Keeps COM ready on a thread.

@@ -22,7 +22,8 @@ Examples:
   vellumic-host --class efx --set equalizer.enabled=true in.wav out.wav
   vellumic-host --class mfx --mode speech --settings array.toml --far speakers.wav in.wav out.wav
   vellumic-host --class mfx --class efx --endpoint Array --live 10 out.wav
-  vellumic-host --list)";
+  vellumic-host --list
+  vellumic-host --selftest)";
 
 // A repeatable option that takes exactly one value each time, so that files may follow it.
 CLI::Option* addEach(CLI::App& app, const std::string& name, std::vector<std::string>& values,
@@ -69,6 +70,12 @@ std::optional<HostOptions> parseHostOptions(int argc, const char* const* argv) {
       ->option_text("SECONDS")
       ->check(CLI::Range(0.1, 86400.0));
   app.add_flag("--list", options.list, "list the microphones");
+  app.add_flag("--selftest", options.selfTest,
+               "test everything on this machine; FILE gets the report [vellumic-selftest.json]");
+  app.add_option("--seconds", options.selfTestSeconds, "of live sound in the self-test")
+      ->option_text("SECONDS [60]")
+      ->check(CLI::Range(0.5, 86400.0));
+  app.add_option("--selftest-stage", options.selfTestStage)->group("");  // its own processes
   app.add_option("FILES", files, "INPUT.wav OUTPUT.wav, with --live OUTPUT.wav")->option_text(" ");
   if (!parseArguments(app, argc, argv)) return std::nullopt;
   const auto found = modes.find(mode);
@@ -78,7 +85,12 @@ std::optional<HostOptions> parseHostOptions(int argc, const char* const* argv) {
   if (options.classes.empty()) options.classes.push_back("mfx");
   if (options.reloadEvery > 0.0 && !options.service)
     throw UsageError("--reload-every: needs --service, which knows the objects' events");
-  if (options.list) return options;
+  if (options.list || !options.selfTestStage.empty()) return options;
+  if (options.selfTest) {
+    if (files.size() > 1) throw UsageError("write at most one file with --selftest");
+    options.outputFile = files.empty() ? "vellumic-selftest.json" : files.front();
+    return options;
+  }
   const std::size_t wanted = options.liveSeconds > 0.0 ? 1 : 2;
   if (files.size() != wanted)
     throw UsageError(wanted == 1 ? "write one file, OUTPUT.wav, with --live"

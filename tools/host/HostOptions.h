@@ -21,6 +21,9 @@ struct HostOptions {
   double liveSeconds = 0.0;  // 0: from a file
   float volume = 1.0F;
   bool service = false, list = false;
+  bool selfTest = false;
+  double selfTestSeconds = 60.0;  // of live sound
+  std::string selfTestStage;      // not empty: this process is one of the self-test's
   std::string inputFile, outputFile;
 
   [[nodiscard]] bool storesSettings() const {

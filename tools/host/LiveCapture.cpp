@@ -46,7 +46,7 @@ LiveFigures LiveCapture::run(double seconds,
     const Clock::time_point now = Clock::now();
     // A sound server that is in trouble may go on signalling: packets count.
     if (woken != WAIT_OBJECT_0 || now - lastPacket > std::chrono::milliseconds(patienceMs))
-      throw std::runtime_error("the microphone sends nothing");
+      throw std::runtime_error("the microphone sends nothing; check its cable and its switch");
     const std::chrono::duration<double, std::milli> waited = now - last;
     last = now;
     if (figures.packets > 0) {

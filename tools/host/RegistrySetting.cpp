@@ -1,7 +1,9 @@
 #include "tools/host/RegistrySetting.h"
 
 #include <array>
+#include <optional>
 #include <stdexcept>
+#include <string>
 
 namespace vellumic::tools {
 namespace {
@@ -10,6 +12,7 @@ constexpr wchar_t settingsPath[] =
     L"SOFTWARE\\Mirandor\\Vellumic\\Parameters\\{DFF21CE1-F70F-11D0-B917-00A0C9223196}\\Settings";
 constexpr wchar_t activeName[] = L"ActiveSetting";
 constexpr wchar_t ownName[] = L"vellumic-host";
+constexpr wchar_t beforeName[] = L"ActiveBefore";  // in our own setting
 
 void checkRegistry(LSTATUS status) {
   if (status == ERROR_SUCCESS) return;
@@ -31,17 +34,36 @@ std::optional<std::wstring> readText(HKEY key, const wchar_t* name) {
   return text.data();
 }
 
+// The tree's keys that hold nothing, from the lowest up to the maker's.
+void removeEmptyKeys(std::wstring path) noexcept {
+  for (int level = 0; level < 5; ++level) {
+    RegistryKey key;
+    DWORD keys = 0, values = 0;
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.put()) != ERROR_SUCCESS ||
+        RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, &keys, nullptr, nullptr, &values,
+                         nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS ||
+        keys + values > 0)
+      return;
+    key.reset();
+    RegDeleteKeyW(HKEY_LOCAL_MACHINE, path.c_str());
+    path.erase(path.rfind(L'\\'));
+  }
+}
+
 }  // namespace
 
-RegistrySetting::RegistrySetting(const RawValues& values) {
+RegistrySetting::RegistrySetting(const RawValues& values) try {
+  putBack();  // what a run that was cut short left
   checkRegistry(RegCreateKeyExW(HKEY_LOCAL_MACHINE, settingsPath, 0, nullptr, 0, KEY_ALL_ACCESS,
                                 nullptr, settings_.put(), nullptr));
-  activeBefore_ = readText(settings_.get(), activeName);
-  if (activeBefore_ == ownName) activeBefore_.reset();  // of a run that was cut short
   checkRegistry(RegCreateKeyExW(settings_.get(), ownName, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
                                 setting_.put(), nullptr));
   store(values);
+  if (const auto active = readText(settings_.get(), activeName))
+    setText(setting_.get(), beforeName, *active);
   setText(settings_.get(), activeName, ownName);
+} catch (...) {
+  putBack();
 }
 
 void RegistrySetting::store(const RawValues& values) {
@@ -54,14 +76,28 @@ void RegistrySetting::store(const RawValues& values) {
 
 RegistrySetting::~RegistrySetting() {
   setting_.reset();
-  RegDeleteKeyW(settings_.get(), ownName);
-  if (activeBefore_) {
-    const auto bytes = static_cast<DWORD>((activeBefore_->size() + 1) * sizeof(wchar_t));
-    RegSetValueExW(settings_.get(), activeName, 0, REG_SZ,
-                   reinterpret_cast<const BYTE*>(activeBefore_->c_str()), bytes);
-  } else {
-    RegDeleteValueW(settings_.get(), activeName);
+  settings_.reset();
+  putBack();
+}
+
+void RegistrySetting::putBack() noexcept {
+  RegistryKey settings, own;
+  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, settingsPath, 0, KEY_ALL_ACCESS, settings.put()) !=
+      ERROR_SUCCESS)
+    return;
+  if (readText(settings.get(), activeName) == ownName) {
+    RegOpenKeyExW(settings.get(), ownName, 0, KEY_READ, own.put());
+    if (const auto before = own ? readText(own.get(), beforeName) : std::nullopt)
+      RegSetValueExW(settings.get(), activeName, 0, REG_SZ,
+                     reinterpret_cast<const BYTE*>(before->c_str()),
+                     static_cast<DWORD>((before->size() + 1) * sizeof(wchar_t)));
+    else
+      RegDeleteValueW(settings.get(), activeName);
   }
+  own.reset();
+  RegDeleteKeyW(settings.get(), ownName);
+  settings.reset();
+  removeEmptyKeys(settingsPath);
 }
 
 }  // namespace vellumic::tools

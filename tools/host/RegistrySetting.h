@@ -1,12 +1,10 @@
 // A setting in the registry for as long as the program runs, as a controlling program would store
 // it: Param<n> values of a setting of our own, selected as the active one. The setting that was
-// active before is selected again at the end. Writing needs an administrator's rights on Windows.
+// active before is selected again at the end, and keys of the tree that hold nothing then go.
+// Writing needs an administrator's rights on Windows.
 #pragma once
 
 #include <windows.h>
-
-#include <optional>
-#include <string>
 
 #include "control/Handle.h"
 #include "parameters/Catalogue.h"
@@ -22,9 +20,11 @@ class RegistrySetting {
 
   void store(const RawValues& values);
 
+  // What the destructor does, also for a program that was cut short.
+  static void putBack() noexcept;
+
  private:
   RegistryKey settings_, setting_;
-  std::optional<std::wstring> activeBefore_;
 };
 
 }  // namespace vellumic::tools

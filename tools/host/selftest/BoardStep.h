@@ -1,0 +1,56 @@
+// The companion service of the self-test, and settings of its own, as steps of a stage.
+#pragma once
+
+#include <optional>
+
+#include "tools/host/RegistrySetting.h"
+#include "tools/host/ServiceStandIn.h"
+#include "tools/host/selftest/StageLog.h"
+
+namespace vellumic::tools {
+
+// Empty when another service runs or the right to make it is missing; the step says which.
+inline void makeBoard(StageLog& log, std::optional<ServiceStandIn>& board) {
+  log.attempt("status board made", [&] {
+    try {
+      board.emplace();
+      return good();
+    } catch (const std::runtime_error& error) {
+      const std::string text = error.what(), option = "--service: ";
+      return untold(text.starts_with(option) ? text.substr(option.size()) : text);
+    }
+  });
+}
+
+// Settings of the test's own, active while it lives.
+class TestSettings {
+ public:
+  TestSettings(StageLog& log, const RawValues& values) : log_(log) {
+    log.attempt("settings stored", [&] {
+      log.willChange(undo);
+      try {
+        setting_.emplace(values);
+        return good();
+      } catch (const std::runtime_error& error) {
+        log.changedBack(undo);
+        return untold(error.what());
+      }
+    });
+  }
+  ~TestSettings() {
+    if (!setting_) return;
+    setting_.reset();
+    log_.changedBack(undo);
+  }
+  TestSettings(const TestSettings&) = delete;
+  TestSettings& operator=(const TestSettings&) = delete;
+  explicit operator bool() const { return setting_.has_value(); }
+  void store(const RawValues& values) { setting_->store(values); }
+
+ private:
+  static constexpr const char* undo = "settings-back";
+  StageLog& log_;
+  std::optional<RegistrySetting> setting_;
+};
+
+}  // namespace vellumic::tools

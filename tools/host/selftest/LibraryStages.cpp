@@ -1,0 +1,150 @@
+// The library itself: registered, its classes made, let go.
+#include <cstdio>
+#include <filesystem>
+
+#include "control/Handle.h"
+#include "tools/ctl/TextConversion.h"
+#include "tools/host/selftest/Stages.h"
+#include "tools/host/selftest/TestSite.h"
+
+namespace vellumic::tools {
+namespace {
+
+constexpr wchar_t libraryName[] = L"VellumicAPO64c.dll";
+
+// Where COM finds a class; empty: nowhere.
+std::filesystem::path registeredFile(const CLSID& id) {
+  wchar_t file[1024] = {};
+  DWORD size = sizeof file - sizeof file[0];
+  const std::wstring path = L"CLSID\\" + wide(guidText(id)) + L"\\InprocServer32";
+  return RegGetValueW(HKEY_CLASSES_ROOT, path.c_str(), nullptr, RRF_RT_REG_SZ, nullptr, file,
+                      &size) == ERROR_SUCCESS
+             ? file
+             : L"";
+}
+
+// COM makes objects of it in this process. Elevated ones do not see a user's classes.
+HRESULT creatable(const CLSID& id) {
+  ComPtr<IUnknown> object;
+  return CoCreateInstance(id, nullptr, CLSCTX_INPROC_SERVER, __uuidof(IUnknown), object.putVoid());
+}
+
+// Of the library beside this program.
+class Installer {
+ public:
+  Installer() {
+    wchar_t program[1024] = {};
+    GetModuleFileNameW(nullptr, program, 1024);
+    const auto file = std::filesystem::path(program).parent_path() / libraryName;
+    library_ = LoadLibraryW(file.c_str());
+    if (library_ == nullptr)
+      throw ComError(HRESULT_FROM_WIN32(GetLastError()), "VellumicAPO64c.dll beside vellumic-host");
+  }
+  ~Installer() { FreeLibrary(library_); }
+  Installer(const Installer&) = delete;
+  Installer& operator=(const Installer&) = delete;
+
+  HRESULT install(bool on, const std::string& scope) const {
+    const auto function = reinterpret_cast<HRESULT(STDAPICALLTYPE*)(BOOL, PCWSTR)>(
+        reinterpret_cast<void*>(GetProcAddress(library_, "DllInstall")));
+    return function == nullptr ? E_NOINTERFACE : function(on ? TRUE : FALSE, wide(scope).c_str());
+  }
+
+ private:
+  HMODULE library_ = nullptr;
+};
+
+}  // namespace
+
+void registerStage(StageLog& log, const StageOptions&) {
+  const CLSID id = classIdOf("efx");
+  bool needed = false;
+  log.attempt("registered", [&] {
+    const auto file = registeredFile(id);
+    needed = file.empty();
+    if (needed) return good("not yet; for the time of the test");
+    return SUCCEEDED(creatable(id))
+               ? good("uses what is registered: " + utf8(file.filename().wstring()))
+               : bad("what is registered cannot be created", creatable(id));
+  });
+  for (const char* scope : {"user", "machine"}) {
+    if (!needed) break;
+    const std::string undo = std::string("unregister ") + scope;
+    log.attempt(std::string("register for this ") + scope, [&]() -> Outcome {
+      const Installer installer;
+      log.willChange(undo);
+      const HRESULT result = installer.install(true, scope);
+      needed = SUCCEEDED(result) && creatable(id) == REGDB_E_CLASSNOTREG;
+      if (SUCCEEDED(result) && !needed) return good();
+      installer.install(false, scope);
+      log.changedBack(undo);
+      if (FAILED(result)) return explained(result, "registering");
+      return untold("an elevated program does not see it", REGDB_E_CLASSNOTREG);
+    });
+  }
+}
+
+void unregisterStage(StageLog& log, const std::string& scope) {
+  log.call("registration for this " + scope + " taken back",
+           [&] { return Installer().install(false, scope); });
+}
+
+void libraryStage(StageLog& log, const StageOptions& options) {
+  const TestSite site(options.endpoint);
+  for (const std::string name : classNames) {
+    std::unique_ptr<CaptureEffect> effect;
+    const auto made = [&] { return effect ? good() : untold("the class cannot be created"); };
+    log.attempt(name + " created", [&] {
+      effect = std::make_unique<CaptureEffect>(name);
+      return good();
+    });
+    log.attempt(name + " initialized for discovery", [&] {
+      if (!effect) return made();
+      EffectSite where = site.at(defaultMode);
+      where.discoveryOnly = true;
+      CaptureEffect other(name);
+      other.initialize(where);
+      return good("effects: " + other.effects());
+    });
+    log.attempt(name + " initialized", [&] {
+      if (effect) effect->initialize(site.at(speechMode));
+      return made();
+    });
+    log.attempt(name + " effects", [&] {
+      const KernelHandle changed(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+      return effect ? good(effect->effects(changed.get())) : made();
+    });
+    log.attempt(name + " locked and run", [&] {
+      if (!effect) return made();
+      effect->lock({.extensible = true, .channels = 2, .sampleRate = 48000, .mask = 3}, 480);
+      std::vector<float> samples(960);
+      const bool valid = effect->process(samples.data(), 480);
+      effect->unlock();
+      return valid ? good() : bad("did not process a period; send the report");
+    });
+  }
+}
+
+void unloadStage(StageLog& log, const StageOptions& options) {
+  const TestSite site(options.endpoint);
+  constexpr int rounds = 3;
+  for (int round = 1; round <= rounds; ++round)
+    log.attempt("round " + std::to_string(round), [&] {
+      {
+        std::vector<std::unique_ptr<CaptureEffect>> effects;
+        for (const char* name : classNames) effects.push_back(site.effect(name, defaultMode));
+        const HMODULE library = GetModuleHandleW(libraryName);
+        if (library == nullptr) return bad("another library than VellumicAPO64c.dll was loaded");
+        const auto canUnload = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(
+            reinterpret_cast<void*>(GetProcAddress(library, "DllCanUnloadNow")));
+        if (canUnload == nullptr || canUnload() != S_FALSE)
+          return bad("the library would go while its objects live; send the report");
+      }
+      CoFreeUnusedLibrariesEx(0, 0);
+      return GetModuleHandleW(libraryName) == nullptr
+                 ? good("the library goes with its last object")
+                 : bad("the library stays loaded; send the report");
+    });
+}
+
+}  // namespace vellumic::tools

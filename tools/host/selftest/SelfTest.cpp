@@ -1,0 +1,92 @@
+#include "tools/host/selftest/SelfTest.h"
+
+#include <winternl.h>
+
+#include <atomic>
+#include <cstdio>
+
+#include "control/Handle.h"
+#include "tools/OutputFile.h"
+#include "tools/Version.h"
+#include "tools/ctl/TextConversion.h"
+#include "tools/host/selftest/Supervisor.h"
+
+namespace vellumic::tools {
+namespace {
+
+constexpr DWORD patienceMs = 30000;      // without a line from a stage, beside the live sound
+constexpr DWORD closingPatience = 4500;  // the system ends a closed console's programs after 5 s
+
+// Ctrl+C, and the console that closes: the test ends early and puts everything back.
+class InterruptWatch {
+ public:
+  explicit InterruptWatch(Supervisor& supervisor)
+      : done_(CreateEventW(nullptr, TRUE, FALSE, nullptr)) {
+    watched = &supervisor;
+    finished = done_.get();
+    SetConsoleCtrlHandler(onControl, TRUE);
+  }
+  ~InterruptWatch() {
+    SetEvent(done_.get());
+    SetConsoleCtrlHandler(onControl, FALSE);
+    watched = nullptr;
+  }
+  InterruptWatch(const InterruptWatch&) = delete;
+  InterruptWatch& operator=(const InterruptWatch&) = delete;
+
+ private:
+  static BOOL WINAPI onControl(DWORD kind) {
+    if (Supervisor* const supervisor = watched) supervisor->interrupt();
+    if (kind != CTRL_C_EVENT && kind != CTRL_BREAK_EVENT)
+      WaitForSingleObject(finished, closingPatience);
+    return TRUE;
+  }
+  static inline std::atomic<Supervisor*> watched = nullptr;
+  static inline std::atomic<HANDLE> finished = nullptr;
+  KernelHandle done_;
+};
+
+std::string systemText() {
+  OSVERSIONINFOW version{};
+  version.dwOSVersionInfoSize = sizeof version;
+  const auto ask = reinterpret_cast<LONG(WINAPI*)(OSVERSIONINFOW*)>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "RtlGetVersion")));
+  if (ask != nullptr) ask(&version);
+  SYSTEM_INFO system{};
+  GetSystemInfo(&system);
+  char text[80];
+  std::snprintf(text, sizeof text, "%sWindows %lu.%lu.%lu, %lu processors",
+                underWine() ? "Wine as " : "", version.dwMajorVersion, version.dwMinorVersion,
+                version.dwBuildNumber, system.dwNumberOfProcessors);
+  return text;
+}
+
+std::wstring commandOf(const std::string& stage, const StageOptions& options) {
+  wchar_t program[1024] = {};
+  GetModuleFileNameW(nullptr, program, 1024);
+  std::wstring command = L'"' + std::wstring(program) + L"\" --selftest-stage \"" + wide(stage) +
+                         L"\" --seconds " + std::to_wstring(options.seconds);
+  if (!options.endpoint.empty()) command += L" --endpoint \"" + wide(options.endpoint) + L'"';
+  return command;
+}
+
+}  // namespace
+
+bool selfTest(const StageOptions& options, const std::string& reportFile) {
+  const ReportFacts facts{
+      .program = versionLine("vellumic-host"), .system = systemText(), .file = reportFile};
+  writeWholeFile(reportFile, reportText({}, facts));  // fails before long work, not after it
+  std::printf("Testing for about %.0f s. The microphone is heard; nothing of it is kept.\n",
+              options.seconds + 10.0);
+  std::fflush(stdout);
+  Supervisor supervisor([&](const std::string& stage) { return commandOf(stage, options); },
+                        patienceMs + static_cast<DWORD>(1000.0 * options.seconds));
+  const InterruptWatch watch(supervisor);
+  for (const std::string& stage : stageNames()) supervisor.run(stage);
+  supervisor.putBack();
+  writeWholeFile(reportFile, reportText(supervisor.steps(), facts));
+  std::fputs(verdictText(supervisor.steps(), facts).c_str(), stdout);
+  return !anyFault(supervisor.steps()) && !supervisor.interrupted();
+}
+
+}  // namespace vellumic::tools

@@ -1,0 +1,167 @@
+// Sounds through the effects whose results are known, and settings that change while they run.
+#include <cmath>
+
+#include "tools/host/ProxyEnumerator.h"
+#include "tools/host/selftest/BoardStep.h"
+#include "tools/host/selftest/Sounds.h"
+#include "tools/host/selftest/Stages.h"
+#include "tools/host/selftest/TestSite.h"
+
+namespace vellumic::tools {
+namespace {
+
+constexpr unsigned rate = 48000, channels = 2, period = 480;
+constexpr double peakDb = 6.0, toleranceDb = 0.1;
+constexpr ULONGLONG patienceMs = 3000;  // for a reload
+
+std::string inDecibels(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.2f dB", value);
+  return text;
+}
+
+RawValues peakSettings() {
+  std::vector<std::string> assignments{"equalizer.enabled=true"};
+  for (const std::string side : {"left", "right"})
+    for (const char* rest : {"enabled=true", "type=peak", "frequency_hz=1000", "gain_db=6", "q=1"})
+      assignments.push_back("equalizer." + side + ".band1." + rest);
+  return settingsWith(assignments);
+}
+
+// What a sine on the peak's centre gains, over a fifth of a second.
+class GainProbe {
+ public:
+  explicit GainProbe(CaptureEffect& effect)
+      : effect_(effect), sine_(1000.0, rate, channels, 0.1F) {}
+  double measure() {
+    double before = 0.0, after = 0.0;
+    std::vector<float> samples(std::size_t{period} * channels);
+    for (int call = 0; call < 20; ++call) {
+      sine_.fill(samples);
+      before += powerOf(samples.data(), samples.size());
+      if (!effect_.process(samples.data(), period)) return -200.0;
+      after += powerOf(samples.data(), samples.size());
+    }
+    return decibelsOf(std::sqrt(std::max(after / before, 1e-20)));
+  }
+
+ private:
+  CaptureEffect& effect_;
+  Sine sine_;
+};
+
+void knownSound(StageLog& log, const TestSite& site, const ServiceStandIn* board,
+                TestSettings& settings) {
+  const auto effect = site.effect("efx", defaultMode);
+  effect->lock({.extensible = true, .channels = channels, .sampleRate = rate, .mask = 3}, period);
+  GainProbe probe(*effect);
+  log.attempt("equaliser raises 1 kHz by 6 dB", [&] {
+    probe.measure();  // the filters settle
+    const double gain = probe.measure();
+    return std::abs(gain - peakDb) < toleranceDb
+               ? good(inDecibels(gain))
+               : bad("raises it by " + inDecibels(gain) + "; send the report");
+  });
+  log.attempt("equaliser follows a reload while it runs", [&] {
+    if (board == nullptr) return untold("nobody can tell it without a status board");
+    settings.store(factorySettings());
+    board->tellToReload();
+    double gain = peakDb;
+    for (const ULONGLONG end = GetTickCount64() + patienceMs;
+         std::abs(gain) > toleranceDb && GetTickCount64() < end;)
+      gain = probe.measure();
+    return std::abs(gain) <= toleranceDb
+               ? good("back to " + inDecibels(gain))
+               : bad("still raises it by " + inDecibels(gain) + "; send the report");
+  });
+  effect->unlock();
+}
+
+void effectsChange(StageLog& log, const TestSite& site, const ServiceStandIn* board,
+                   TestSettings& settings) {
+  log.attempt("array tells that its effects change", [&] {
+    if (board == nullptr) return untold("nobody can tell it without a status board");
+    const auto effect = site.effect("mfx", defaultMode);
+    const KernelHandle changed(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    const std::string before = effect->effects(changed.get());
+    effect->lock({.extensible = true, .channels = 2, .sampleRate = rate, .mask = 3}, period);
+    WaitForSingleObject(changed.get(), 0);  // of the lock itself
+    settings.store(settingsWith({"noise.enabled=false"}));
+    board->tellToReload();
+    std::vector<float> samples(std::size_t{period} * channels);
+    bool told = false;
+    for (const ULONGLONG end = GetTickCount64() + patienceMs; !told && GetTickCount64() < end;) {
+      effect->process(samples.data(), period);
+      told = WaitForSingleObject(changed.get(), 5) == WAIT_OBJECT_0;
+    }
+    const std::string after = effect->effects();
+    effect->unlock();
+    if (!told) return bad("its event is not signalled; send the report");
+    return after != before ? good("from " + before + " to " + after)
+                           : bad("reports " + after + " as before; send the report");
+  });
+}
+
+// The loudspeakers' noise, half as loud and 5 ms later, at two microphones.
+void echo(StageLog& log, const TestSite& site, bool ownSettings) {
+  constexpr unsigned slow = 16000, call = 160, seconds = 6, delay = 80;
+  constexpr double leastDb = 10.0;
+  log.attempt("array cancels an echo", [&]() -> Outcome {
+    WaveData far{.format = {.sampleRate = static_cast<int>(slow), .channels = 1},
+                 .samples = evenNoise(std::size_t{seconds} * slow)};
+    StreamClock clock;
+    const ProxyEnumerator proxy(site.sharedEnumerator(),
+                                {.far = &far, .clock = &clock, .monitor = {}, .volume = 1.0F});
+    const auto effect = site.effect("mfx", speechMode);
+    effect->lock({.extensible = true, .channels = 2, .sampleRate = slow, .mask = 3}, call);
+    if (!proxy.waitForLoopback(static_cast<DWORD>(patienceMs)))
+      return untold("this system's list of devices could not be stood in for");
+    double before = 0.0, after = 0.0;
+    for (std::size_t at = 0; at + call <= far.samples.size(); at += call) {
+      clock.seconds = static_cast<double>(at + call) / slow;
+      std::vector<float> samples;
+      for (std::size_t i = at; i < at + call; ++i)
+        samples.insert(samples.end(), 2, i < delay ? 0.0F : 0.5F * far.samples[i - delay]);
+      const bool measured = at > std::size_t{seconds - 2} * slow;
+      before += measured ? powerOf(samples.data(), samples.size()) : 0.0;
+      if (!effect->process(samples.data(), call)) return bad("did not process a period");
+      after += measured ? powerOf(samples.data(), samples.size()) : 0.0;
+    }
+    effect->unlock();
+    const double less = decibelsOf(std::sqrt(before / std::max(after, 1e-20)));
+    const std::string text = inDecibels(less) + " less in the last two of six seconds";
+    if (less >= leastDb) return good(text);
+    return ownSettings ? bad(text + "; send the report") : untold("with your settings " + text);
+  });
+}
+
+}  // namespace
+
+void signalStage(StageLog& log, const StageOptions& options) {
+  std::optional<ServiceStandIn> board;
+  makeBoard(log, board);
+  const TestSite site(options.endpoint);
+  TestSettings settings(log, peakSettings());
+  const ServiceStandIn* const teller = board ? &*board : nullptr;
+  if (settings) {
+    log.attempt("equaliser set up", [&] {
+      knownSound(log, site, teller, settings);
+      return good();
+    });
+    effectsChange(log, site, teller, settings);
+    settings.store(factorySettings());
+  } else {
+    log.tell("known sound and reloads",
+             untold("no rights to store settings; run as administrator"));
+  }
+  echo(log, site, static_cast<bool>(settings));
+}
+
+void settingsBackStage(StageLog& log) {
+  log.attempt("settings put back", [] {
+    RegistrySetting::putBack();
+    return good();
+  });
+}
+
+}  // namespace vellumic::tools

@@ -1,0 +1,57 @@
+#include "tools/host/selftest/Stages.h"
+
+#include <functional>
+#include <map>
+
+namespace vellumic::tools {
+namespace {
+
+using Stage = void (*)(StageLog&, const StageOptions&);
+
+const std::vector<std::pair<std::string, Stage>>& stages() {
+  static const std::vector<std::pair<std::string, Stage>> all{
+      {"devices", devicesStage}, {"register", registerStage}, {"library", libraryStage},
+      {"formats", formatsStage}, {"signal", signalStage},     {"live", liveStage},
+      {"volume", volumeStage},   {"loopback", loopbackStage}, {"system", systemStage},
+      {"unload", unloadStage}};
+  return all;
+}
+
+bool undo(StageLog& log, const std::string& name, const std::string& argument,
+          const StageOptions& options) {
+  if (name == "unregister")
+    unregisterStage(log, argument);
+  else if (name == "settings-back")
+    settingsBackStage(log);
+  else if (name == "volume-back")
+    volumeBackStage(log, options, argument);
+  else if (name == "key-back")
+    keyBackStage(log);
+  else
+    return false;
+  return true;
+}
+
+}  // namespace
+
+const std::vector<std::string>& stageNames() {
+  static const std::vector<std::string> names = [] {
+    std::vector<std::string> result;
+    for (const auto& [name, stage] : stages()) result.push_back(name);
+    return result;
+  }();
+  return names;
+}
+
+void runStage(const std::string& name, const StageOptions& options) {
+  const Apartment apartment;
+  StageLog log;
+  for (const auto& [known, stage] : stages())
+    if (known == name) return stage(log, options);
+  const std::size_t space = name.find(' ');
+  const std::string argument = space == std::string::npos ? "" : name.substr(space + 1);
+  if (!undo(log, name.substr(0, space), argument, options))
+    throw std::runtime_error("--selftest-stage " + name + ": there is no such stage");
+}
+
+}  // namespace vellumic::tools

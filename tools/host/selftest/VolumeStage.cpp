@@ -1,0 +1,127 @@
+// The microphone's volume control, call by call as the array classes use it.
+#include <endpointvolume.h>
+
+#include <atomic>
+#include <cstdlib>
+
+#include "tools/host/selftest/Stages.h"
+#include "tools/host/selftest/TestSite.h"
+
+namespace vellumic::tools {
+namespace {
+
+constexpr ULONGLONG patienceMs = 1000;
+
+class Listener final : public Counted<IAudioEndpointVolumeCallback> {
+ public:
+  HRESULT STDMETHODCALLTYPE OnNotify(AUDIO_VOLUME_NOTIFICATION_DATA*) override {
+    inside_ = true;
+    ++calls_;
+    Sleep(pauseMs_);
+    inside_ = false;
+    return S_OK;
+  }
+  void pause(DWORD milliseconds) { pauseMs_ = milliseconds; }
+  [[nodiscard]] bool inside() const { return inside_; }
+  [[nodiscard]] int calls() const { return calls_; }
+
+ private:
+  std::atomic<bool> inside_{false};
+  std::atomic<int> calls_{0};
+  std::atomic<DWORD> pauseMs_{0};
+};
+
+template <class Condition>
+bool comes(Condition condition) {
+  for (const ULONGLONG end = GetTickCount64() + patienceMs; !condition(); Sleep(1))
+    if (GetTickCount64() > end) return false;
+  return true;
+}
+
+ComPtr<IAudioEndpointVolume> controlOf(const Endpoint& endpoint) {
+  ComPtr<IAudioEndpointVolume> control;
+  check(endpoint.device->Activate(__uuidof(IAudioEndpointVolume), CLSCTX_ALL, nullptr,
+                                  control.putVoid()),
+        "volume control");
+  return control;
+}
+
+void readLevels(StageLog& log, IAudioEndpointVolume& control) {
+  UINT channels = 0;
+  BOOL muted = FALSE;
+  float low = 0.0F, high = 0.0F, step = 0.0F;
+  log.call("GetMute", [&] { return control.GetMute(&muted); });
+  log.call("GetVolumeRange", [&] { return control.GetVolumeRange(&low, &high, &step); });
+  log.call("GetChannelCount", [&] { return control.GetChannelCount(&channels); });
+  const auto ofAll = [&](auto method) {
+    HRESULT result = channels > 0 ? S_OK : E_NOTIMPL;
+    for (UINT channel = 0; SUCCEEDED(result) && channel < channels; ++channel) {
+      float level = 0.0F;
+      result = (control.*method)(channel, &level);
+    }
+    return result;
+  };
+  log.call("GetChannelVolumeLevel",
+           [&] { return ofAll(&IAudioEndpointVolume::GetChannelVolumeLevel); });
+  log.call("GetChannelVolumeLevelScalar",
+           [&] { return ofAll(&IAudioEndpointVolume::GetChannelVolumeLevelScalar); });
+}
+
+void notifications(StageLog& log, IAudioEndpointVolume& control) {
+  const auto listener = make<Listener>();
+  float before = 0.0F;
+  const bool ready = log.call("GetMasterVolumeLevelScalar", [&] {
+    return control.GetMasterVolumeLevelScalar(&before);
+  }) && log.call("RegisterControlChangeNotify", [&] {
+    return control.RegisterControlChangeNotify(listener.get());
+  });
+  if (!ready) return log.tell("OnNotify", untold("nobody is told of changes"));
+  const std::string undo = "volume-back " + std::to_string(before);
+  const float other = before > 0.5F ? before - 0.02F : before + 0.02F;
+  log.willChange(undo);
+  log.attempt("OnNotify", [&] {
+    check(control.SetMasterVolumeLevelScalar(other, nullptr), "changing the volume by 2 %");
+    return comes([&] { return listener->calls() > 0; })
+               ? good()
+               : bad("no call came after a change of volume; send the report");
+  });
+  comes([&] { return !listener->inside(); });
+  log.attempt("UnregisterControlChangeNotify while OnNotify runs", [&] {
+    listener->pause(100);
+    check(control.SetMasterVolumeLevelScalar(before, nullptr), "changing the volume back");
+    const bool running = comes([&] { return listener->inside(); });
+    check(control.UnregisterControlChangeNotify(listener.get()), "ending the registration");
+    const bool still = listener->inside();
+    comes([&] { return !listener->inside(); });
+    if (!running) return untold("no call was running");
+    return still ? bad("it comes back while OnNotify still runs; send the report") : good();
+  });
+  log.changedBack(undo);
+}
+
+}  // namespace
+
+void volumeStage(StageLog& log, const StageOptions& options) {
+  const TestSite site(options.endpoint);
+  if (!site.hasMicrophone())
+    return log.tell("microphone", untold("no microphone; connect one and run again"));
+  log.excuse(wineExcuse());
+  ComPtr<IAudioEndpointVolume> control;
+  const bool there = log.attempt("control activated", [&] {
+    control = controlOf(site.endpoint());
+    return good();
+  });
+  if (!there) return;
+  readLevels(log, *control.get());
+  notifications(log, *control.get());
+}
+
+void volumeBackStage(StageLog& log, const StageOptions& options, const std::string& level) {
+  log.call("volume put back", [&] {
+    const TestSite site(options.endpoint);
+    return controlOf(site.endpoint())
+        ->SetMasterVolumeLevelScalar(std::strtof(level.c_str(), nullptr), nullptr);
+  });
+}
+
+}  // namespace vellumic::tools
