@@ -3,6 +3,7 @@
 #include <array>
 #include <string_view>
 
+#include "tools/host/selftest/Judgements.h"
 #include "tools/host/selftest/Stages.h"
 #include "tools/host/selftest/TestSite.h"
 
@@ -53,7 +54,7 @@ struct Tally {
     if (answer == expected || !wrong.empty()) return;
     wrong = std::string(answer ? "accepts " : "refuses ") + in.text() + " to " + out.text() +
             " at " + std::to_string(in.sampleRate) + " and " + std::to_string(out.sampleRate) +
-            " Hz; send the report";
+            " Hz";
   }
 };
 
@@ -76,8 +77,7 @@ Outcome ask(CaptureEffect& effect, bool modeAccepted) {
     tally.take(effect.accepts(at(two, 48000), at(two, 44100)), false, at(two, 48000),
                at(two, 44100));
   }
-  return tally.wrong.empty() ? good(std::to_string(tally.asked) + " answers as expected")
-                             : bad(tally.wrong);
+  return judgeFormats(tally.asked, tally.wrong);
 }
 
 }  // namespace

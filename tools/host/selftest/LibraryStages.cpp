@@ -4,6 +4,7 @@
 
 #include "control/Handle.h"
 #include "tools/ctl/TextConversion.h"
+#include "tools/host/selftest/Judgements.h"
 #include "tools/host/selftest/Stages.h"
 #include "tools/host/selftest/TestSite.h"
 
@@ -65,7 +66,7 @@ void registerStage(StageLog& log, const StageOptions&) {
     if (needed) return good("not yet; for the time of the test");
     return SUCCEEDED(creatable(id))
                ? good("uses what is registered: " + utf8(file.filename().wstring()))
-               : bad("what is registered cannot be created", creatable(id));
+               : explained(creatable(id), "what is registered");
   });
   for (const char* scope : {"user", "machine"}) {
     if (!needed) break;
@@ -130,20 +131,19 @@ void unloadStage(StageLog& log, const StageOptions& options) {
   constexpr int rounds = 3;
   for (int round = 1; round <= rounds; ++round)
     log.attempt("round " + std::to_string(round), [&] {
+      HRESULT busy = E_FAIL;
+      bool named = false;
       {
         std::vector<std::unique_ptr<CaptureEffect>> effects;
         for (const char* name : classNames) effects.push_back(site.effect(name, defaultMode));
         const HMODULE library = GetModuleHandleW(libraryName);
-        if (library == nullptr) return bad("another library than VellumicAPO64c.dll was loaded");
         const auto canUnload = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(
             reinterpret_cast<void*>(GetProcAddress(library, "DllCanUnloadNow")));
-        if (canUnload == nullptr || canUnload() != S_FALSE)
-          return bad("the library would go while its objects live; send the report");
+        named = library != nullptr && canUnload != nullptr;
+        if (named) busy = canUnload();
       }
       CoFreeUnusedLibrariesEx(0, 0);
-      return GetModuleHandleW(libraryName) == nullptr
-                 ? good("the library goes with its last object")
-                 : bad("the library stays loaded; send the report");
+      return judgeUnload(named, busy, GetModuleHandleW(libraryName) == nullptr);
     });
 }
 

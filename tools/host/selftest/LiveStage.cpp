@@ -12,6 +12,7 @@
 #include "tools/host/LiveCapture.h"
 #include "tools/host/selftest/BoardStep.h"
 #include "tools/host/selftest/Chained.h"
+#include "tools/host/selftest/Judgements.h"
 #include "tools/host/selftest/OwnTime.h"
 #include "tools/host/selftest/Sounds.h"
 #include "tools/host/selftest/Stages.h"
@@ -21,7 +22,7 @@ namespace vellumic::tools {
 namespace {
 
 constexpr double listenSeconds = 1.2;  // the board is pinged every second
-constexpr DWORD patienceMs = 2000;
+constexpr DWORD patienceMs = 5000;
 
 class DeviceWatch final : public Counted<IMMNotificationClient> {
  public:
@@ -109,11 +110,8 @@ void LiveRun::watchEngine() {
       seen += (seen.empty() ? "" : ", ") + std::string(name);
       if (inChain(site_.endpoint().guid, name)) chained = ", by a chain";
     }
-    return seen.empty()
-               ? untold(
-                     "none has shown itself (its own Initialize, lock and calls, media types, "
-                     "the protected process, chains): vellumic-ctl attach, then run again")
-               : good(seen + chained);
+    return seen.empty() ? untold("none seen; vellumic-ctl attach this microphone, then run again")
+                        : good(seen + chained);
   });
 }
 
@@ -207,16 +205,14 @@ void LiveRun::run(const std::function<void(const std::function<void()>&)>& reloa
 }
 
 void LiveRun::tellFigures(const LiveFigures& live) {
-  char text[160];
-  std::snprintf(text, sizeof text,
-                "peak %.1f dB in, %.1f dB out; %d gaps, %d late wake-ups, longest wait %.1f ms",
-                decibelsOf(std::max(peakIn_, 1e-6F)), decibelsOf(std::max(peakOut_, 1e-6F)),
-                live.discontinuities, live.lateWakeUps, live.longestWaitMs);
-  const int failed = chain_->failed() + keyword_->failed();
   log_.tell("sound out of the effects",
-            !finite_     ? bad("it holds values that are no numbers; send the report")
-            : failed > 0 ? bad(std::to_string(failed) + " periods not processed; send the report")
-                         : good(text));
+            judgeSound({.finite = finite_,
+                        .failedPeriods = chain_->failed() + keyword_->failed(),
+                        .peakIn = peakIn_,
+                        .peakOut = peakOut_,
+                        .gaps = live.discontinuities,
+                        .lateWakeUps = live.lateWakeUps,
+                        .longestWaitMs = live.longestWaitMs}));
   tellTiming();
   tellBoard();
 }
@@ -231,14 +227,9 @@ void LiveRun::tellTiming() {
       "missed",
       figures.p50, figures.p99, figures.worst, periodUs, chain_->overrun(), figures.calls);
   log_.tell("calls, by the clock", good(text));
-  const double own = ownTime_.microseconds(mostCycles_);
-  std::snprintf(text, sizeof text, "worst call of all three effects: %.0f us of %.0f us", own,
-                periodUs);
-  log_.tell("calls, own processor time",
-            !cyclesCounted_ ? untold("this system does not count it")
-            : own > periodUs
-                ? bad(std::string(text) + "; lower pipeline.block_size, send the report")
-                : good(text));
+  std::optional<double> own;
+  if (cyclesCounted_) own = ownTime_.microseconds(mostCycles_);
+  log_.tell("calls, own processor time", judgeOwnTime(own, periodUs));
 }
 
 void LiveRun::tellBoard() {

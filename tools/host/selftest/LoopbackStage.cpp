@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cmath>
 
+#include "tools/host/selftest/Judgements.h"
 #include "tools/host/selftest/Sounds.h"
 #include "tools/host/selftest/Stages.h"
 #include "tools/host/selftest/TestSite.h"
@@ -164,8 +165,7 @@ void loopbackStage(StageLog& log, const StageOptions&) {
   log.attempt("packets", [&] {
     if (const HRESULT result = packets->listen(); FAILED(result))
       return explained(result, "after " + packets->text());
-    return packets->count() > 0 ? good(packets->text())
-                                : bad("none came while the loudspeaker played; send the report");
+    return judgeLoopback(packets->count(), packets->text());
   });
 }
 

@@ -76,8 +76,8 @@ bool selfTest(const StageOptions& options, const std::string& reportFile) {
   const ReportFacts facts{
       .program = versionLine("vellumic-host"), .system = systemText(), .file = reportFile};
   writeWholeFile(reportFile, reportText({}, facts));  // fails before long work, not after it
-  std::printf("Testing for about %.0f s. The microphone is heard; nothing of it is kept.\n",
-              options.seconds + 10.0);
+  std::printf("%s, %s\nAbout %.0f s. The microphone is heard; nothing of it is kept.\n",
+              facts.program.c_str(), facts.system.c_str(), options.seconds + 10.0);
   std::fflush(stdout);
   Supervisor supervisor([&](const std::string& stage) { return commandOf(stage, options); },
                         patienceMs + static_cast<DWORD>(1000.0 * options.seconds));

@@ -3,6 +3,7 @@
 
 #include "tools/host/ProxyEnumerator.h"
 #include "tools/host/selftest/BoardStep.h"
+#include "tools/host/selftest/Judgements.h"
 #include "tools/host/selftest/Sounds.h"
 #include "tools/host/selftest/Stages.h"
 #include "tools/host/selftest/TestSite.h"
@@ -11,14 +12,8 @@ namespace vellumic::tools {
 namespace {
 
 constexpr unsigned rate = 48000, channels = 2, period = 480;
-constexpr double peakDb = 6.0, toleranceDb = 0.1;
-constexpr ULONGLONG patienceMs = 3000;  // for a reload
-
-std::string inDecibels(double value) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.2f dB", value);
-  return text;
-}
+constexpr double peakDb = 6.0;
+constexpr ULONGLONG patienceMs = 10000;  // for a reload
 
 RawValues peakSettings() {
   std::vector<std::string> assignments{"equalizer.enabled=true"};
@@ -57,10 +52,7 @@ void knownSound(StageLog& log, const TestSite& site, const ServiceStandIn* board
   GainProbe probe(*effect);
   log.attempt("equaliser raises 1 kHz by 6 dB", [&] {
     probe.measure();  // the filters settle
-    const double gain = probe.measure();
-    return std::abs(gain - peakDb) < toleranceDb
-               ? good(inDecibels(gain))
-               : bad("raises it by " + inDecibels(gain) + "; send the report");
+    return judgeGain(probe.measure(), peakDb);
   });
   log.attempt("equaliser follows a reload while it runs", [&] {
     if (board == nullptr) return untold("nobody can tell it without a status board");
@@ -68,11 +60,9 @@ void knownSound(StageLog& log, const TestSite& site, const ServiceStandIn* board
     board->tellToReload();
     double gain = peakDb;
     for (const ULONGLONG end = GetTickCount64() + patienceMs;
-         std::abs(gain) > toleranceDb && GetTickCount64() < end;)
+         std::abs(gain) > gainToleranceDb && GetTickCount64() < end;)
       gain = probe.measure();
-    return std::abs(gain) <= toleranceDb
-               ? good("back to " + inDecibels(gain))
-               : bad("still raises it by " + inDecibels(gain) + "; send the report");
+    return judgeGain(gain, 0.0);
   });
   effect->unlock();
 }
@@ -94,18 +84,16 @@ void effectsChange(StageLog& log, const TestSite& site, const ServiceStandIn* bo
       effect->process(samples.data(), period);
       told = WaitForSingleObject(changed.get(), 5) == WAIT_OBJECT_0;
     }
+    effect->process(samples.data(), period);  // adopts what was built
     const std::string after = effect->effects();
     effect->unlock();
-    if (!told) return bad("its event is not signalled; send the report");
-    return after != before ? good("from " + before + " to " + after)
-                           : bad("reports " + after + " as before; send the report");
+    return judgeEffects(told, before, after);
   });
 }
 
 // The loudspeakers' noise, half as loud and 5 ms later, at two microphones.
 void echo(StageLog& log, const TestSite& site, bool ownSettings) {
   constexpr unsigned slow = 16000, call = 160, seconds = 6, delay = 80;
-  constexpr double leastDb = 10.0;
   log.attempt("array cancels an echo", [&]() -> Outcome {
     WaveData far{.format = {.sampleRate = static_cast<int>(slow), .channels = 1},
                  .samples = evenNoise(std::size_t{seconds} * slow)};
@@ -128,10 +116,7 @@ void echo(StageLog& log, const TestSite& site, bool ownSettings) {
       after += measured ? powerOf(samples.data(), samples.size()) : 0.0;
     }
     effect->unlock();
-    const double less = decibelsOf(std::sqrt(before / std::max(after, 1e-20)));
-    const std::string text = inDecibels(less) + " less in the last two of six seconds";
-    if (less >= leastDb) return good(text);
-    return ownSettings ? bad(text + "; send the report") : untold("with your settings " + text);
+    return judgeEcho(decibelsOf(std::sqrt(before / std::max(after, 1e-20))), ownSettings);
   });
 }
 
@@ -144,7 +129,7 @@ void signalStage(StageLog& log, const StageOptions& options) {
   TestSettings settings(log, peakSettings());
   const ServiceStandIn* const teller = board ? &*board : nullptr;
   if (settings) {
-    log.attempt("equaliser set up", [&] {
+    log.attempt("equaliser", [&] {
       knownSound(log, site, teller, settings);
       return good();
     });

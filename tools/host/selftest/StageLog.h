@@ -42,8 +42,12 @@ class StageLog {
   bool call(const std::string& name, Call call, const std::string& text = {}) {
     return attempt(name, [&] {
       const HRESULT result = call();
-      return SUCCEEDED(result) ? Outcome{Verdict::ok, text, result} : explained(result, name);
+      return SUCCEEDED(result) ? Outcome{Verdict::ok, text, result} : explained(result, {});
     });
+  }
+  // Inside a handler: what was thrown, as a step.
+  void tellThrown(const std::string& name) {
+    attempt(name, []() -> Outcome { throw; });
   }
   void tell(const std::string& name, const Outcome& outcome) {
     attempt(name, [&] { return outcome; });

@@ -47,7 +47,11 @@ void runStage(const std::string& name, const StageOptions& options) {
   const Apartment apartment;
   StageLog log;
   for (const auto& [known, stage] : stages())
-    if (known == name) return stage(log, options);
+    if (known == name) try {
+        return stage(log, options);
+      } catch (const std::exception&) {  // nothing of it can go on; the others can
+        return log.tellThrown("what it needs");
+      }
   const std::size_t space = name.find(' ');
   const std::string argument = space == std::string::npos ? "" : name.substr(space + 1);
   if (!undo(log, name.substr(0, space), argument, options))

@@ -32,7 +32,8 @@ constexpr std::array meanings{
             "the audio service is not reachable; run net start Audiosrv as administrator"},
     Meaning{0x800706BA, Verdict::notOk,
             "the audio service is not reachable; run net start Audiosrv as administrator"},
-    Meaning{0x80040154, Verdict::notOk, "not registered; run regsvr32 VellumicAPO64c.dll"},
+    Meaning{0x80040154, Verdict::notOk,
+            "not registered, or its library cannot be loaded; register it anew"},
     Meaning{0x8007007E, Verdict::notOk,
             "a library is missing; unpack the whole zip, and register it where it lies"},
     Meaning{0x80004001, Verdict::unknown, "this system does not have it"},
@@ -63,8 +64,12 @@ std::string codeText(HRESULT result) {
 
 const char* textOf(Verdict verdict) { return verdicts.at(static_cast<std::size_t>(verdict)); }
 
+// On the console; the file holds it whole.
 std::string said(const Step& step) {
-  return step.name + (step.outcome.text.empty() ? "" : ": " + step.outcome.text);
+  constexpr std::size_t most = 85;
+  std::string text = step.name + (step.outcome.text.empty() ? "" : ": " + step.outcome.text);
+  if (text.size() > most) text.replace(most - 3, std::string::npos, "...");
+  return text;
 }
 
 std::string groupLine(const Group& group, const std::vector<Step>& steps) {
@@ -112,8 +117,9 @@ std::size_t count(const std::vector<Step>& steps, Verdict verdict) {
 Outcome explained(HRESULT result, const std::string& what) {
   const auto code = static_cast<DWORD>(result);
   const auto found = std::ranges::find(meanings, code, &Meaning::code);
-  if (found != meanings.end()) return {found->verdict, what + ": " + found->text, result};
-  return bad(what + ": failed (" + codeText(result) + "); send the report", result);
+  const std::string start = what.empty() ? "" : what + ": ";
+  if (found != meanings.end()) return {found->verdict, start + found->text, result};
+  return bad(start + "failed (" + codeText(result) + "); send the report", result);
 }
 
 std::string lineOf(const StageLine& line) {
@@ -152,8 +158,7 @@ std::string verdictText(const std::vector<Step>& steps, const ReportFacts& facts
   const std::size_t faults = count(steps, Verdict::notOk), open = count(steps, Verdict::unknown);
   text += std::string("Verdict: ") + (faults > 0 ? "not ok" : "ok") + ", " +
           std::to_string(faults) + " of " + std::to_string(steps.size()) + " steps not ok, " +
-          std::to_string(open) + " cannot be told here; " + facts.program + ", " + facts.system +
-          "\n";
+          std::to_string(open) + " cannot be told here\n";
   return text + "Send back: " + facts.file + " (names of sound devices, nothing else personal)\n";
 }
 

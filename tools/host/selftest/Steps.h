@@ -29,7 +29,8 @@ inline Outcome untold(std::string text, HRESULT result = S_OK) {
   return {Verdict::unknown, std::move(text), result};
 }
 
-// What a failed call means to the person at the machine, by its code. `what` begins the line.
+// What a failed call means to the person at the machine, by its code. `what` begins the line, if
+// any.
 Outcome explained(HRESULT result, const std::string& what);
 
 struct Step {

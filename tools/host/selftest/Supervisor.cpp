@@ -83,24 +83,28 @@ Supervisor::Supervisor(std::function<std::wstring(const std::string&)> commandOf
 }
 
 void Supervisor::run(const std::string& stage) {
-  if (!interrupted_) runChild(stage, stage, true);
+  if (interrupted_) return;
+  const std::size_t before = undo_.size();
+  if (!runChild(stage, stage, true)) putBack(before);
 }
 
-void Supervisor::putBack() {
-  while (!undo_.empty()) {
+void Supervisor::putBack(std::size_t left) {
+  while (undo_.size() > left) {
     const std::string last = undo_.back();
     undo_.pop_back();
     runChild("put-back", last, false);
   }
 }
 
-void Supervisor::runChild(const std::string& stage, const std::string& command, bool mayInterrupt) {
+bool Supervisor::runChild(const std::string& stage, const std::string& command, bool mayInterrupt) {
   begun_ = "its start";
   lastWords_.clear();
   Child child(commandOf_(command), job_.get());
-  if (!child.process)
-    return note(stage, bad("cannot be started (error " + std::to_string(child.error) +
-                           "); is a virus scanner in the way?"));
+  if (!child.process) {
+    note(stage, bad("cannot be started (error " + std::to_string(child.error) +
+                    "); is a virus scanner in the way?"));
+    return false;
+  }
   ULONGLONG heard = GetTickCount64();
   bool hung = false, stopped = false;
   std::string line;
@@ -126,6 +130,7 @@ void Supervisor::runChild(const std::string& stage, const std::string& command, 
     note(stage, bad("answers no more" + where + "; send the report"));
   else if (code != 0)
     note(stage, bad(exitText(code) + where + "; send the report", static_cast<HRESULT>(code)));
+  return !stopped && !hung && code == 0;
 }
 
 void Supervisor::take(const std::string& stage, const std::string& text) {

@@ -20,9 +20,10 @@ class Supervisor {
   // commandOf: the command line that runs a stage. patienceMs: how long a stage may print nothing.
   Supervisor(std::function<std::wstring(const std::string& stage)> commandOf, DWORD patienceMs);
 
+  // What a stage has changed and, ending before its time, left so is put back at once.
   void run(const std::string& stage);
-  // Runs the stages that undo what is still changed, the latest first.
-  void putBack();
+  // Runs the stages that undo what is still changed, the latest first, but for that many changes.
+  void putBack(std::size_t left = 0);
 
   // No further stage is run, the one that runs is ended; putBack() works on.
   void interrupt() noexcept { interrupted_ = true; }
@@ -31,7 +32,8 @@ class Supervisor {
 
  private:
   struct Child;
-  void runChild(const std::string& stage, const std::string& command, bool mayInterrupt);
+  // False if it ended before its time.
+  bool runChild(const std::string& stage, const std::string& command, bool mayInterrupt);
   void take(const std::string& stage, const std::string& line);
   void note(const std::string& stage, const Outcome& outcome);
 

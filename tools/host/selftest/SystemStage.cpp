@@ -16,6 +16,7 @@
 #include "tools/ctl/LibraryFile.h"
 #include "tools/ctl/Privileges.h"
 #include "tools/ctl/TextConversion.h"
+#include "tools/host/selftest/Judgements.h"
 #include "tools/host/selftest/Stages.h"
 
 extern "C" NTSTATUS NTAPI NtDeleteKey(HANDLE key);  // by its handle, whatever its permissions
@@ -36,34 +37,12 @@ std::filesystem::path programFolder() {
 
 void services(StageLog& log) {
   for (const wchar_t* service : audioServices)
-    log.attempt("service " + utf8(service), [&] {
-      switch (serviceState(service)) {
-        case ServiceState::running:
-          return good("running; vellumic-ctl attach --restart restarts it");
-        case ServiceState::missing:
-          return untold("does not exist");
-        case ServiceState::unknown:
-          return untold("cannot be asked");
-        default:
-          return bad("not running; run net start Audiosrv as administrator");
-      }
-    });
+    log.attempt("service " + utf8(service), [&] { return judgeService(serviceState(service)); });
 }
 
 void signature(StageLog& log) {
-  log.attempt("WinVerifyTrust", [&] {
-    const LONG result = signatureOf((programFolder() / L"VellumicAPO64c.dll").wstring());
-    switch (static_cast<DWORD>(result)) {
-      case 0:
-        return good("trusted");
-      case static_cast<DWORD>(TRUST_E_NOSIGNATURE):
-        return Outcome{Verdict::ok, "no signature", result};
-      case static_cast<DWORD>(CERT_E_UNTRUSTEDROOT):
-      case static_cast<DWORD>(CERT_E_CHAINING):
-        return Outcome{Verdict::ok, "signed by a certificate not trusted here", result};
-      default:
-        return explained(result, "library's signature");
-    }
+  log.attempt("WinVerifyTrust", [] {
+    return judgeSignature(signatureOf((programFolder() / L"VellumicAPO64c.dll").wstring()));
   });
 }
 
@@ -84,17 +63,14 @@ Outcome writeClosedKey() {
                                           scratchRights, &nobody, made.put(), nullptr);
   LocalFree(nobody.lpSecurityDescriptor);
   if (created != ERROR_SUCCESS) return explained(HRESULT_FROM_WIN32(created), "a key to try on");
-  const bool shut = openScratch(closed, 0) == ERROR_ACCESS_DENIED;
-  const LSTATUS opened = openScratch(open, REG_OPTION_BACKUP_RESTORE);
+  const LSTATUS plain = openScratch(closed, 0);
+  LSTATUS restoring = openScratch(open, REG_OPTION_BACKUP_RESTORE);
   const DWORD value = 1;
-  LSTATUS written = opened;
-  if (opened == ERROR_SUCCESS)
-    written = RegSetValueExW(open.get(), L"Value", 0, REG_DWORD,
-                             reinterpret_cast<const BYTE*>(&value), sizeof value);
+  if (restoring == ERROR_SUCCESS)
+    restoring = RegSetValueExW(open.get(), L"Value", 0, REG_DWORD,
+                               reinterpret_cast<const BYTE*>(&value), sizeof value);
   NtDeleteKey(made.get());
-  if (written != ERROR_SUCCESS)
-    return explained(HRESULT_FROM_WIN32(written), "a key that lets nobody in");
-  return shut ? good("written past its permissions") : untold("the key was not closed");
+  return judgeClosedKey(plain, restoring);
 }
 
 void closedKey(StageLog& log) {

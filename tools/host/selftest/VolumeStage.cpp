@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdlib>
 
+#include "tools/host/selftest/Judgements.h"
 #include "tools/host/selftest/Stages.h"
 #include "tools/host/selftest/TestSite.h"
 
@@ -81,9 +82,7 @@ void notifications(StageLog& log, IAudioEndpointVolume& control) {
   log.willChange(undo);
   log.attempt("OnNotify", [&] {
     check(control.SetMasterVolumeLevelScalar(other, nullptr), "changing the volume by 2 %");
-    return comes([&] { return listener->calls() > 0; })
-               ? good()
-               : bad("no call came after a change of volume; send the report");
+    return judgeNotification(comes([&] { return listener->calls() > 0; }));
   });
   comes([&] { return !listener->inside(); });
   log.attempt("UnregisterControlChangeNotify while OnNotify runs", [&] {
@@ -91,10 +90,9 @@ void notifications(StageLog& log, IAudioEndpointVolume& control) {
     check(control.SetMasterVolumeLevelScalar(before, nullptr), "changing the volume back");
     const bool running = comes([&] { return listener->inside(); });
     check(control.UnregisterControlChangeNotify(listener.get()), "ending the registration");
-    const bool still = listener->inside();
+    const bool ended = !listener->inside();
     comes([&] { return !listener->inside(); });
-    if (!running) return untold("no call was running");
-    return still ? bad("it comes back while OnNotify still runs; send the report") : good();
+    return judgeUnregister(running, ended);
   });
   log.changedBack(undo);
 }
