@@ -26,19 +26,22 @@ TEST(EchoPathFilter, LimitsTheGain) {
   one.real.setOnes();
   update.setZero(bins);
   Eigen::ArrayXf frame(2 * length);
-  // Denominators 3 * 1 * 0.01 + noise of +-1e-4 and 0.97: without a limit 1e4, -1e4 and 1.03.
-  const float noises[] = {-0.0299F, -0.0301F, 0.94F}, gains[] = {200.0F, 200.0F, 1.0309278F};
-  for (std::size_t i = 0; i < 3; ++i) {
+  // Denominators 3 * 1 * G + noise of +-1e-4, 0.97 and 4e-6: without a limit 1e4, -1e4, 1.03 and
+  // 2.5e5. The limit takes G for no less than 1e-5.
+  const float powers[] = {0.01F, 0.01F, 0.01F, 1e-6F},
+              noises[] = {-0.0299F, -0.0301F, 0.94F, 1e-6F},
+              gains[] = {200.0F, 200.0F, 1.0309278F, 2e5F};
+  for (std::size_t i = 0; i < 4; ++i) {
     EchoPathFilter filter;
     filter.setup(length);
     filter.updateFilter({.decorrelated = one,
-                         .scaledPower = Eigen::ArrayXf::Constant(bins, 0.01F),
+                         .scaledPower = Eigen::ArrayXf::Constant(bins, powers[i]),
                          .error = one,
                          .noisePower = Eigen::ArrayXf::Constant(bins, noises[i])},
                         {.fft = fft, .update = update, .frame = frame});
     // A constant update is an impulse at the first tap: the constraint lets it through.
     EXPECT_NEAR(filter.weights.real[5], gains[i], 1e-4F * gains[i]);
-    EXPECT_NEAR(filter.posterior[5], 1.0F - 0.01F * gains[i], 1e-4F);
+    EXPECT_NEAR(filter.posterior[5], 1.0F - powers[i] * gains[i], 1e-4F);
   }
 }
 
@@ -81,6 +84,9 @@ TEST(EchoCanceller, DivergenceStartsOverThatMicrophoneAlone) {
 
   EchoBench fresh(scene, settlingSettings());
   fresh.canceller.carryOver(diverging.canceller);
+  EXPECT_TRUE(fresh.canceller.converged);
+  EXPECT_EQ(fresh.canceller.covarianceEnergy, diverging.canceller.covarianceEnergy);
+  EXPECT_EQ(fresh.canceller.blockEnergy, diverging.canceller.blockEnergy);
   for (int i = 0; i < 5; ++i) {
     advance(false);
     fresh.step();

@@ -1,9 +1,11 @@
 // What a build makes of raw values, streams and modes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 #include <map>
 
+#include "frontend/BlockPart.h"
 #include "tests/engine/EngineRig.h"
 
 namespace vellumic {
@@ -26,7 +28,11 @@ void relockOverLeftovers(EngineRig& rig, const StreamFormat& format) {
   for (const auto& [first, last] : {std::pair{9, 18}, {28, 29}, {631, 639}, {1648, 1648}})
     for (int i = first; i <= last; ++i) image.at(static_cast<std::size_t>(i)) = 5.0F;
   std::ranges::fill(rig.core->sets.fadeState().span(), 3.0F);
+  std::fill_n(rig.core->engine.nextFadeState, fadeBlockSize, 3.0F);
   rig.lock(format);
+  EXPECT_EQ(std::count(rig.core->engine.nextFadeState,
+                       rig.core->engine.nextFadeState + fadeBlockSize, 0.0F),
+            static_cast<std::ptrdiff_t>(fadeBlockSize));
   for (std::size_t i = 0; i < fadeBlockSize; ++i) {
     const bool cleared = i == 311 || (i >= 316 && i <= 319) || i >= 852;
     EXPECT_EQ(rig.core->sets.fadeState().at(i), cleared ? 0.0F : 3.0F) << i;
@@ -218,7 +224,7 @@ TEST_P(MicrophoneTest, AStreamOfSpeechOrNoCategorySizesThePipeline) {
 constexpr auto array = EffectMode::array, fourChannel = EffectMode::arrayFourChannel;
 INSTANTIATE_TEST_SUITE_P(
     Streams, MicrophoneTest,
-    testing::Values(MicrophoneCase{array, ProcessingMode::standard, 8, 8},
+    testing::Values(MicrophoneCase{array, ProcessingMode::standard, 12, 12},
                     MicrophoneCase{array, ProcessingMode::speech, 4, 4},
                     MicrophoneCase{array, ProcessingMode::notification, 4, 4},
                     MicrophoneCase{array, ProcessingMode::standard, 1, 2},
@@ -235,6 +241,7 @@ TEST(Blocks, LocksReuseTheirBlocksAndReleaseReturnsAll) {
   EXPECT_EQ(used, 2 * (5460 + 8576 + 2144) + 3568U + 624 + (8576 + 3568 + 624 + 2144));
   for (int i = 0; i < 50; ++i) rig.lock({.sampleRate = 44100.0F});
   EXPECT_EQ(rig.core->arena.used(), used);
+  EXPECT_EQ(BlockPart::alive(), 1);
   rig.core->sets.release();
   rig.core->sets.release();
   EXPECT_EQ(rig.core->arena.liveCount(), 0U);

@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <tuple>
 
+#include "frontend/BlockPart.h"
 #include "tests/frontend/SpeakerRoom.h"
 
 namespace vellumic {
@@ -23,6 +25,20 @@ TEST(PipelineEcho, AlignsAndCancelsNearAndFarEchoes) {
     if (moved != 0) {
       EXPECT_NEAR(probe.lastLag - moved, 102, 31);
     }
+  }
+}
+
+TEST(PipelineEcho, ALockIsGivenUpWhenASettledFilterMovesAgain) {
+  for (const auto& [covariance, settled, kept] :
+       {std::tuple{0.0301F, true, false}, {0.0299F, true, true}, {9.0F, false, true}}) {
+    EchoStage stage({});
+    BlockPart block(256, 2, 4);
+    stage.referenceRequired = false;
+    stage.delayLocked = true;
+    block.cancellers[0].covarianceEnergy = covariance;
+    block.cancellers[0].converged = settled;
+    stage.run(block, {.useLoopback = false, .referenceMonitor = false});
+    EXPECT_EQ(stage.delayLocked, kept) << covariance;
   }
 }
 

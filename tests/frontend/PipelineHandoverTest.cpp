@@ -46,6 +46,18 @@ TEST(PipelineHandover, BuildsMergeUntilTheyAreAdopted) {
   EXPECT_EQ(LiveCount<BankPair>::alive(), banks);
 }
 
+TEST(PipelineHandover, ANewBlockCarriesOnWhatOutlivesIt) {
+  BlockPart old(1024, 3, 4), fresh(512, 2, 4);
+  old.frameSample = {1.0F, 2.0F, 3.0F};
+  for (BiquadSection& section : old.micHighPass) section.z1 = 4.0F, section.z2 = 5.0F;
+  old.cancellers[1].blockCounter = 6;
+  fresh.carryOver(old);
+  EXPECT_EQ(fresh.frameSample, (std::vector{1.0F, 2.0F}));
+  EXPECT_EQ(fresh.micHighPass[1].z1, 4.0F);
+  EXPECT_EQ(fresh.micHighPass[1].z2, 5.0F);
+  EXPECT_EQ(fresh.cancellers[1].blockCounter, 6);
+}
+
 TEST(PipelineHandover, ChannelCountsOutsideTheFrameKeepTheMicrophones) {
   PipelineRig rig;
   for (const auto& [asked, microphones] :
