@@ -230,7 +230,7 @@ TEST(Fade, InTheEqualiserStartsItsMemoriesAnew) {
     peak[index(bandSlot(side, 0, BandField::frequency))] = 1000.0F;
   }
   EngineRig rig(peak), fresh(peak), steady(peak);
-  const auto next = [&, at = std::size_t{0}](std::size_t frames) mutable {
+  auto next = [&, at = std::size_t{0}](std::size_t frames) mutable {
     at += frames;
     return sine(frames, 2, 0.13, at - frames);
   };
