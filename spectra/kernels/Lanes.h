@@ -76,52 +76,42 @@ inline V reversed(const V& x) noexcept {
 }
 
 // (a0 b0 a1 b1 ...) from two neighbouring registers to (a0 a1 ...) and (b0 b1 ...).
-template <class V>
-inline void takeApart(const V& low, const V& high, V& a, V& b) noexcept {
+inline void takeApart(const Floats& low, const Floats& high, Floats& a, Floats& b) noexcept {
 #if defined(VELLUMIC_KERNEL_AVX2)
-  if constexpr (sizeof(typename V::value_type) == 4) {
-    const __m256 even = _mm256_permute2f128_ps(low, high, 0x20);
-    const __m256 odd = _mm256_permute2f128_ps(low, high, 0x31);
-    a = V(_mm256_shuffle_ps(even, odd, 0x88));
-    b = V(_mm256_shuffle_ps(even, odd, 0xDD));
-    return;
-  }
+  const __m256 even = _mm256_permute2f128_ps(low, high, 0x20);
+  const __m256 odd = _mm256_permute2f128_ps(low, high, 0x31);
+  a = Floats(_mm256_shuffle_ps(even, odd, 0x88));
+  b = Floats(_mm256_shuffle_ps(even, odd, 0xDD));
 #elif defined(__SSE4_2__)
-  if constexpr (sizeof(typename V::value_type) == 4) {
-    a = V(_mm_shuffle_ps(low, high, 0x88));
-    b = V(_mm_shuffle_ps(low, high, 0xDD));
-    return;
-  }
-#endif
-  typename V::value_type values[2 * lanesOf<V>], first[lanesOf<V>], second[lanesOf<V>];
+  a = Floats(_mm_shuffle_ps(low, high, 0x88));
+  b = Floats(_mm_shuffle_ps(low, high, 0xDD));
+#else
+  float values[2 * floatLanes], first[floatLanes], second[floatLanes];
   low.store_unaligned(values);
-  high.store_unaligned(values + lanesOf<V>);
-  for (int lane = 0; lane < lanesOf<V>; ++lane) {
+  high.store_unaligned(values + floatLanes);
+  for (int lane = 0; lane < floatLanes; ++lane) {
     first[lane] = values[2 * lane];
     second[lane] = values[2 * lane + 1];
   }
-  a = V::load_unaligned(first);
-  b = V::load_unaligned(second);
+  a = Floats::load_unaligned(first);
+  b = Floats::load_unaligned(second);
+#endif
 }
 
 // Stores (a0 b0 a1 b1 ...).
-template <class V, class Real>
-inline void storePairs(Real* to, const V& a, const V& b) noexcept {
-  if constexpr (lanesOf<V> == 1) {
-    to[0] = a;
-    to[1] = b;
-  } else {
-#if defined(VELLUMIC_KERNEL_AVX2)
-    if constexpr (sizeof(Real) == 4) {  // xsimd's own interleaves each half of a register
-      const __m256 low = _mm256_unpacklo_ps(a, b), high = _mm256_unpackhi_ps(a, b);
-      _mm256_storeu_ps(to, _mm256_permute2f128_ps(low, high, 0x20));
-      _mm256_storeu_ps(to + 8, _mm256_permute2f128_ps(low, high, 0x31));
-      return;
-    }
+inline void storePairs(float* to, float a, float b) noexcept {
+  to[0] = a;
+  to[1] = b;
+}
+inline void storePairs(float* to, const Floats& a, const Floats& b) noexcept {
+#if defined(VELLUMIC_KERNEL_AVX2)  // xsimd's own interleaves each half of a register
+  const __m256 low = _mm256_unpacklo_ps(a, b), high = _mm256_unpackhi_ps(a, b);
+  _mm256_storeu_ps(to, _mm256_permute2f128_ps(low, high, 0x20));
+  _mm256_storeu_ps(to + 8, _mm256_permute2f128_ps(low, high, 0x31));
+#else
+  xsimd::zip_lo(a, b).store_unaligned(to);
+  xsimd::zip_hi(a, b).store_unaligned(to + floatLanes);
 #endif
-    xsimd::zip_lo(a, b).store_unaligned(to);
-    xsimd::zip_hi(a, b).store_unaligned(to + lanesOf<V>);
-  }
 }
 
 #if defined(VELLUMIC_KERNEL_AVX2)

@@ -232,7 +232,7 @@ TEST(EqualizerRecord, DesignsBuildOnOneAnotherBeforeTheyAreAdopted) {
   EXPECT_TRUE(third.bands[0][0].enabled);
 }
 
-TEST(BiquadChannelPair, BandsOutsideTheTwentyAreIgnored) {
+TEST(BiquadChannelPair, TakesTheTwentyBandsAndNoOthers) {
   BiquadChannelPair pair;
   for (const auto& [channel, band] : {std::pair{2, 0}, {-1, 0}, {0, 10}, {1, -1}})
     pair.setBand(channel, band, 1, 0, 1000, 0.5F, 1, sampleRate);
@@ -240,6 +240,11 @@ TEST(BiquadChannelPair, BandsOutsideTheTwentyAreIgnored) {
   pair.process(first, second);
   EXPECT_EQ(first, 1.0F);
   EXPECT_EQ(second, 1.0F);
+  pair.setBand(0, 0, 1, 0, 1000, 0.5F, 1, sampleRate);
+  pair.setBand(1, 9, 1, 0, 1000, 0.25F, 1, sampleRate);
+  pair.process(first, second);
+  EXPECT_EQ(first, 0.5F);
+  EXPECT_EQ(second, 0.25F);
 }
 
 }  // namespace
