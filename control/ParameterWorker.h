@@ -59,7 +59,8 @@ class ParameterWorker {
   ParameterThreadTraits traits_;
   std::atomic<std::uint32_t>& running_;
   float* values_ = nullptr;                   // the reader's array, from the arena
-  RegistryKey settings_, effects_, product_;  // the last two are held, not read
+  RegistryKey product_, effects_;             // held, not read
+  RegistryKey settings_;                      // closed first
 };
 
 }  // namespace vellumic

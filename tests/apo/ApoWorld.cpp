@@ -64,6 +64,14 @@ StatusBlock ServiceObjects::block() const {
   return block;
 }
 
+std::span<std::byte> ServiceObjects::board() const {
+  return {static_cast<std::byte*>(view_.get()), sizeof(StatusBoard)};
+}
+
+bool ServiceObjects::signalled() const {
+  return WaitForSingleObject(event_.get(), 0) == WAIT_OBJECT_0;
+}
+
 void ServiceObjects::signalReload() const {
   const KernelHandle event(OpenEventW(EVENT_MODIFY_STATE, FALSE, block().propertyEvent.data()));
   ASSERT_TRUE(event);

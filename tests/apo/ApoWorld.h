@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <functional>
 #include <initializer_list>
+#include <span>
 #include <string>
 
 #include "apo/AudioEngine.h"
@@ -106,6 +107,8 @@ class ServiceObjects {
  public:
   ServiceObjects();
   [[nodiscard]] StatusBlock block() const;
+  [[nodiscard]] std::span<std::byte> board() const;  // all 2724 bytes
+  [[nodiscard]] bool signalled() const;              // since the last time
   // The parameter thread that publishes next re-reads its setting.
   void signalReload() const;
   // Whether a parameter thread publishes when the service asks.

@@ -10,7 +10,7 @@
 #include <type_traits>
 
 #include "tests/apo/ApoWorld.h"
-#include "tests/apo/ImportTable.h"
+#include "tests/support/ImportTable.h"
 
 namespace vellumic::test {
 namespace {

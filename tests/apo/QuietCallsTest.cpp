@@ -4,7 +4,7 @@
 #include <set>
 
 #include "tests/apo/ApoWorld.h"
-#include "tests/apo/ImportTable.h"
+#include "tests/support/ImportTable.h"
 
 namespace vellumic::test {
 namespace {

@@ -7,7 +7,7 @@
 #include "apo/RegistrationRecord.h"
 #include "control/BoundedText.h"
 #include "tests/apo/ApoWorld.h"
-#include "tests/apo/ImportTable.h"
+#include "tests/support/ImportTable.h"
 
 namespace vellumic::test {
 namespace {

@@ -12,7 +12,7 @@
 #include "apo/ProcessingModes.h"
 #include "control/BoundedText.h"
 #include "control/Names.h"
-#include "tests/apo/ImportTable.h"
+#include "tests/support/ImportTable.h"
 #include "tests/control/ChildProcess.h"
 #include "tests/tools/CtlRun.h"
 #include "tools/ctl/Attachment.h"

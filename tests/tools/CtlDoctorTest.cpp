@@ -13,7 +13,7 @@
 #include "control/BoundedText.h"
 #include "control/DeviceProperties.h"
 #include "tests/apo/ApoWorld.h"
-#include "tests/apo/ImportTable.h"
+#include "tests/support/ImportTable.h"
 #include "tests/control/ChildProcess.h"
 #include "tests/tools/CtlRun.h"
 #include "tools/ctl/Attachment.h"

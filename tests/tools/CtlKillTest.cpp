@@ -7,7 +7,7 @@
 #include <string>
 
 #include "control/ParametersInRegistry.h"
-#include "tests/apo/ImportTable.h"
+#include "tests/support/ImportTable.h"
 #include "tests/control/ChildProcess.h"
 #include "tests/control/RegistrySandbox.h"
 #include "tests/tools/CtlRun.h"

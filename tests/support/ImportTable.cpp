@@ -1,4 +1,4 @@
-#include "tests/apo/ImportTable.h"
+#include "tests/support/ImportTable.h"
 
 #include <cstring>
 

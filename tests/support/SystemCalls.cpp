@@ -1,0 +1,184 @@
+#include "tests/support/SystemCalls.h"
+
+#include <algorithm>
+#include <ostream>
+#include <sstream>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+namespace vellumic::test {
+
+struct SystemCallHooks {
+  using Kind = SystemCalls::Kind;
+  static inline SystemCalls* active = nullptr;
+
+  static std::string nameOf(const void* object) {
+    if (object == HKEY_LOCAL_MACHINE) return "HKLM";
+    const auto found = active->open_.find(object);
+    if (found == active->open_.end()) return "";
+    return found->second.name.substr(found->second.name.rfind('\\') + 1);
+  }
+
+  // A line's words: what a handle, a text or a number stands for; nothing for other pointers.
+  template <class Argument>
+  static void tell(std::ostream& line, const Argument& argument, bool& known) {
+    if constexpr (std::is_integral_v<Argument>) {
+      line << ' ' << std::hex << argument;
+    } else if constexpr (std::is_same_v<Argument, LPCWSTR>) {
+      if (argument == nullptr) return;
+      line << ' ';
+      for (const wchar_t* letter = argument; *letter != L'\0'; ++letter)
+        line << static_cast<char>(*letter);
+      known = true;
+    } else if constexpr (std::is_same_v<Argument, HKEY> ||
+                         std::is_convertible_v<Argument, const void*>) {
+      if (const std::string name = nameOf(argument); !name.empty()) {
+        line << " <" << name << '>';
+        known = true;
+      }
+    }
+  }
+  template <class... Arguments>
+  static std::string lastText(Arguments... arguments) {
+    std::string text = "unnamed";
+    const auto look = [&](auto argument) {
+      std::ostringstream words;
+      bool known = false;
+      tell(words, argument, known);
+      if (known) text = words.str().substr(1);
+    };
+    (look(arguments), ...);
+    return text;
+  }
+
+  enum class Does { opensHandle, opensView, opensKey, closes, uses };
+
+  template <Does does, auto function>
+  struct Hook;
+  template <Does does, class R, class... Arguments, R (*function)(Arguments...)>
+  struct Hook<does, function> {
+    static inline R (*original)(Arguments...) = nullptr;
+    static inline const char* name = nullptr;
+
+    static R call(Arguments... arguments) {
+      std::string text;
+      {
+        const LockScope scope(active->lock_);
+        if (active->keeps_ == SystemCalls::Keeps::lines) {
+          std::ostringstream line;
+          line << name;
+          bool known = does != Does::uses && does != Does::closes;
+          (tell(line, arguments, known), ...);
+          text = lastText(arguments...);
+          if (known) active->lines_.push_back({GetCurrentThreadId(), line.str()});
+        }
+        if constexpr (does == Does::closes)
+          active->open_.erase(std::get<0>(std::tuple(arguments...)));
+      }
+      const R result = original(arguments...);
+      const LockScope scope(active->lock_);
+      if constexpr (does == Does::opensHandle) {
+        if (result != nullptr) active->open_[result] = {Kind::handle, text};
+      } else if constexpr (does == Does::opensView) {
+        if (result != nullptr) active->open_[result] = {Kind::view, "view " + text};
+      } else if constexpr (does == Does::opensKey) {
+        if (result == ERROR_SUCCESS)
+          active->open_[*std::get<sizeof...(arguments) - 1>(std::tuple(arguments...))] = {Kind::key,
+                                                                                          text};
+      }
+      return result;
+    }
+    static void set(const char* import) {
+      name = import;
+      if (void* const real = active->imports_.replace(import, reinterpret_cast<void*>(&call)))
+        original = reinterpret_cast<decltype(original)>(real);
+    }
+  };
+
+  static BOOL WINAPI duplicate(HANDLE from, HANDLE handle, HANDLE to, HANDLE* copy, DWORD access,
+                               BOOL inherit, DWORD options) {
+    const BOOL done = realDuplicate(from, handle, to, copy, access, inherit, options);
+    std::ostringstream line;
+    line << "DuplicateHandle " << std::hex << access << ' ' << inherit << ' ' << options;
+    const LockScope scope(active->lock_);
+    active->lines_.push_back({GetCurrentThreadId(), line.str()});
+    if (done) active->open_[*copy] = {Kind::handle, "duplicate"};
+    return done;
+  }
+  static LSTATUS WINAPI query(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data,
+                              LPDWORD size) {
+    if (active->onRegistryQuery && active->onRegistryQuery()) return ERROR_FILE_NOT_FOUND;
+    return Hook<Does::uses, &RegQueryValueExW>::call(key, name, reserved, type, data, size);
+  }
+  static inline decltype(&DuplicateHandle) realDuplicate = nullptr;
+
+  static void setAll() {
+#define HOOK(does, function) Hook<Does::does, &function>::set(#function)
+    HOOK(opensHandle, CreateEventW);
+    HOOK(opensHandle, OpenEventW);
+    HOOK(opensHandle, OpenMutexW);
+    HOOK(opensHandle, OpenFileMappingW);
+    HOOK(opensHandle, OpenSemaphoreW);
+    HOOK(opensView, MapViewOfFile);
+    HOOK(opensKey, RegOpenKeyExW);
+    HOOK(closes, CloseHandle);
+    HOOK(closes, UnmapViewOfFile);
+    HOOK(closes, RegCloseKey);
+    HOOK(uses, SetEvent);
+    HOOK(uses, ReleaseMutex);
+    HOOK(uses, WaitForSingleObject);
+    HOOK(uses, RegQueryValueExW);
+#undef HOOK
+    active->imports_.replace("RegQueryValueExW", reinterpret_cast<void*>(&query));
+    realDuplicate = reinterpret_cast<decltype(realDuplicate)>(
+        active->imports_.replace("DuplicateHandle", reinterpret_cast<void*>(&duplicate)));
+  }
+};
+
+std::ostream& operator<<(std::ostream& stream, const OpenObjects& open) {
+  return stream << open.handles << " handles, " << open.views << " views, " << open.keys << " keys";
+}
+
+SystemCalls::SystemCalls(HMODULE module, Keeps keeps) : keeps_(keeps), imports_(module) {
+  SystemCallHooks::active = this;
+  SystemCallHooks::setAll();
+}
+
+std::vector<std::string> SystemCalls::take(bool own) {
+  const LockScope scope(lock_);
+  const auto wanted = [own](const Line& line) {
+    return (line.thread == GetCurrentThreadId()) == own;
+  };
+  std::vector<std::string> taken;
+  for (const Line& line : lines_)
+    if (wanted(line)) taken.push_back(line.text);
+  std::erase_if(lines_, wanted);
+  return taken;
+}
+
+std::vector<std::string> SystemCalls::stillOpen() const {
+  const LockScope scope(lock_);
+  std::vector<std::string> names;
+  for (const auto& [object, known] : open_) names.push_back(known.name);
+  std::ranges::sort(names);
+  return names;
+}
+
+OpenObjects SystemCalls::openObjects() const {
+  const LockScope scope(lock_);
+  OpenObjects open;
+  for (const auto& [object, known] : open_)
+    ++(known.kind == Kind::handle ? open.handles
+       : known.kind == Kind::view ? open.views
+                                  : open.keys);
+  return open;
+}
+
+SystemCalls& ownSystemCalls() {
+  // Never destroyed: the runtime closes handles until the process is gone.
+  static auto& calls = *new SystemCalls(GetModuleHandleW(nullptr), SystemCalls::Keeps::openObjects);
+  return calls;
+}
+
+}  // namespace vellumic::test
