@@ -50,9 +50,9 @@ APO_CONNECTION_PROPERTY CaptureObject::process(float* samples, UINT32 frames,
 
 ServiceObjects::ServiceObjects()
     : mapping_(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
-                                  sizeof(StatusBoard), sharedMemoryName)),
-      mutex_(CreateMutexW(nullptr, FALSE, sharedMemoryMutexName)),
-      event_(CreateEventW(nullptr, FALSE, FALSE, sharedMemoryEventName)),
+                                  sizeof(StatusBoard), machine::board)),
+      mutex_(CreateMutexW(nullptr, FALSE, machine::boardMutex)),
+      event_(CreateEventW(nullptr, FALSE, FALSE, machine::boardEvent)),
       view_(MapViewOfFile(mapping_.get(), FILE_MAP_WRITE, 0, 0, 0)) {
   static_cast<StatusBoard*>(view_.get())->version = 5;
 }
@@ -79,7 +79,7 @@ void ServiceObjects::signalReload() const {
 }
 
 bool ServiceObjects::pingIsAnswered() const {
-  const KernelHandle ping(OpenEventW(EVENT_MODIFY_STATE, FALSE, pingEventName));
+  const KernelHandle ping(OpenEventW(EVENT_MODIFY_STATE, FALSE, machine::pingEvent));
   ResetEvent(event_.get());
   return ping && SetEvent(ping.get()) != FALSE &&
          WaitForSingleObject(event_.get(), 5000) == WAIT_OBJECT_0;
@@ -105,7 +105,7 @@ ApoWorld::ApoWorld() {
 void ApoWorld::TearDown() {
   for (const FakeDevice* device : {&filter, &other, &microphone, &speaker})
     EXPECT_EQ(device->allReferences(), 0U);
-  EXPECT_EQ(system.references + system.captureEndpoints.references, 0U);
+  EXPECT_EQ(system.allReferences(), 0U);
 }
 
 APOInitSystemEffects2 ApoWorld::blob(const GUID& processingMode) {

@@ -1,7 +1,8 @@
 // Audio devices made of plain fields, behind the system's own interfaces.
 //
 // While a FakeSystem lives, CoCreateInstance of the device enumerator gives its enumerator to the
-// unmodified code, on every thread of the multithreaded apartment.
+// unmodified code, on every thread of the multithreaded apartment. Doubles refuse arguments that
+// the code under test has no reason to pass.
 #pragma once
 
 #include <windows.h>
@@ -46,11 +47,15 @@ class Double : public Interface {
 
 class FakeStore : public Double<IPropertyStore> {
  public:
-  std::map<DWORD, std::wstring> texts;  // by property id of the endpoint set
+  // By property id: 4 and 8 of the endpoint's set, 14 of the device's.
+  std::map<DWORD, std::wstring> texts;
   std::map<DWORD, DWORD> numbers;
 
   HRESULT STDMETHODCALLTYPE GetValue(REFPROPERTYKEY key, PROPVARIANT* value) override {
+    constexpr GUID endpointSet{
+        0x1DA5D803, 0xD492, 0x4EDD, {0x8C, 0x23, 0xE0, 0xC0, 0xFF, 0xEE, 0x7F, 0x0E}};
     PropVariantInit(value);
+    if (key.pid != 14 && !IsEqualGUID(key.fmtid, endpointSet)) return E_INVALIDARG;
     if (const auto text = texts.find(key.pid); text != texts.end()) {
       value->vt = VT_LPWSTR;
       const std::size_t bytes = (text->second.size() + 1) * sizeof(wchar_t);
@@ -114,15 +119,17 @@ class FakeVolume : public Double<IAudioEndpointVolume> {
     return give("master scalar", level, masterScalar);
   }
   HRESULT STDMETHODCALLTYPE GetChannelVolumeLevel(UINT channel, FLOAT* level) override {
-    return give("channel", level, channelDb.at(channel));
+    if (channel >= channelDb.size()) return E_INVALIDARG;
+    return give("channel", level, channelDb[channel]);
   }
-  HRESULT STDMETHODCALLTYPE GetChannelVolumeLevelScalar(UINT, FLOAT* level) override {
-    return give("channel scalar", level, 0.5F);
+  HRESULT STDMETHODCALLTYPE GetChannelVolumeLevelScalar(UINT channel, FLOAT* level) override {
+    if (channel >= channelDb.size()) return E_INVALIDARG;
+    return give("channel scalar", level, -channelDb[channel] / 64.0F);
   }
   HRESULT STDMETHODCALLTYPE GetMute(WINBOOL* mute) override { return give("mute", mute, muted); }
   HRESULT STDMETHODCALLTYPE GetVolumeRange(FLOAT* low, FLOAT* high, FLOAT* step) override {
-    *high = 0.0F;
-    *step = 1.0F;
+    *high = 6.0F;
+    *step = 1.5F;
     return give("range", low, -96.0F);
   }
   UNUSED_METHOD(SetMasterVolumeLevel, FLOAT, LPCGUID)
@@ -170,7 +177,8 @@ class FakeCapture : public Double<IAudioCaptureClient> {
     *flags = packet.flags;
     return S_OK;
   }
-  HRESULT STDMETHODCALLTYPE ReleaseBuffer(UINT32) override {
+  HRESULT STDMETHODCALLTYPE ReleaseBuffer(UINT32 frames) override {
+    if (packets.empty() || frames != framesOf(packets.front())) return E_INVALIDARG;
     packets.erase(packets.begin());
     return S_OK;
   }
@@ -186,13 +194,18 @@ class FakeClient : public Double<IAudioClient> {
   FakeCapture capture;
   WAVEFORMATEX mix = {WAVE_FORMAT_EXTENSIBLE, 2, 48000, 384000, 8, 32, 0};
   std::string failing;
-  DWORD flags = 0;
   int started = 0;
   HANDLE event = nullptr;  // the client's
 
-  HRESULT STDMETHODCALLTYPE Initialize(AUDCLNT_SHAREMODE, DWORD wanted, REFERENCE_TIME,
-                                       REFERENCE_TIME, const WAVEFORMATEX*, LPCGUID) override {
-    flags = wanted;
+  // A shared stream of the mix format: a loopback with a buffer of a second, or a capture's.
+  HRESULT STDMETHODCALLTYPE Initialize(AUDCLNT_SHAREMODE share, DWORD flags,
+                                       REFERENCE_TIME duration, REFERENCE_TIME period,
+                                       const WAVEFORMATEX* format, LPCGUID session) override {
+    const bool loopback = (flags & AUDCLNT_STREAMFLAGS_LOOPBACK) != 0;
+    if (share != AUDCLNT_SHAREMODE_SHARED || period != 0 || session != nullptr ||
+        format->nChannels != mix.nChannels || format->nSamplesPerSec != mix.nSamplesPerSec ||
+        (loopback && (flags != 0x20000 || duration != 10'000'000)))
+      return E_INVALIDARG;
     return resultOf("initialize");
   }
   HRESULT STDMETHODCALLTYPE GetBufferSize(UINT32* frames) override {
@@ -207,7 +220,8 @@ class FakeClient : public Double<IAudioClient> {
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE Start() override {
-    if (failing != "start") ++started;
+    if (started++ != 0) return AUDCLNT_E_NOT_STOPPED;
+    if (failing == "start") --started;
     return resultOf("start");
   }
   HRESULT STDMETHODCALLTYPE Stop() override {
@@ -242,14 +256,18 @@ class FakeDevice : public Double<IMMDevice> {
   DWORD state = DEVICE_STATE_ACTIVE;
   std::function<void()> onActivate;
 
-  HRESULT STDMETHODCALLTYPE Activate(REFIID wanted, DWORD, PROPVARIANT*, void** object) override {
+  HRESULT STDMETHODCALLTYPE Activate(REFIID wanted, DWORD context, PROPVARIANT* parameters,
+                                     void** object) override {
     *object = nullptr;
     if (onActivate) onActivate();
     if (!activates) return E_ACCESSDENIED;
+    if (context != CLSCTX_ALL || parameters != nullptr) return E_INVALIDARG;
     if (IsEqualIID(wanted, __uuidof(IAudioClient))) return client.QueryInterface(wanted, object);
     return volume.QueryInterface(wanted, object);
   }
-  HRESULT STDMETHODCALLTYPE OpenPropertyStore(DWORD, IPropertyStore** opened) override {
+  HRESULT STDMETHODCALLTYPE OpenPropertyStore(DWORD access, IPropertyStore** opened) override {
+    *opened = nullptr;
+    if (access != STGM_READ) return E_INVALIDARG;
     return store.QueryInterface(__uuidof(IPropertyStore), reinterpret_cast<void**>(opened));
   }
   HRESULT STDMETHODCALLTYPE GetId(LPWSTR* text) override {
@@ -290,6 +308,10 @@ class FakeSystem : public Double<IMMDeviceEnumerator> {
   FakeDevice* defaultRender = nullptr;
   bool available = true;  // whether an enumerator can be created
 
+  ULONG allReferences() const {
+    return references + captureEndpoints.references + enumerated_.references;
+  }
+
   FakeSystem() {
     CoIncrementMTAUsage(&apartment_);
     CoRegisterClassObject(__uuidof(MMDeviceEnumerator), &factory_, CLSCTX_INPROC_SERVER,
@@ -300,13 +322,19 @@ class FakeSystem : public Double<IMMDeviceEnumerator> {
     CoDecrementMTAUsage(apartment_);
   }
 
-  HRESULT STDMETHODCALLTYPE EnumAudioEndpoints(EDataFlow, DWORD,
+  HRESULT STDMETHODCALLTYPE EnumAudioEndpoints(EDataFlow flow, DWORD states,
                                                IMMDeviceCollection** devices) override {
-    return captureEndpoints.QueryInterface(__uuidof(IMMDeviceCollection),
-                                           reinterpret_cast<void**>(devices));
+    *devices = nullptr;
+    if (flow != eCapture) return E_INVALIDARG;
+    enumerated_.devices = captureEndpoints.devices;
+    std::erase_if(enumerated_.devices,
+                  [=](const FakeDevice* device) { return (device->state & states) == 0; });
+    return enumerated_.QueryInterface(__uuidof(IMMDeviceCollection),
+                                      reinterpret_cast<void**>(devices));
   }
-  HRESULT STDMETHODCALLTYPE GetDefaultAudioEndpoint(EDataFlow, ERole, IMMDevice** device) override {
-    return give(defaultRender, device);
+  HRESULT STDMETHODCALLTYPE GetDefaultAudioEndpoint(EDataFlow flow, ERole role,
+                                                    IMMDevice** device) override {
+    return give(flow == eRender && role == eConsole ? defaultRender : nullptr, device);
   }
   HRESULT STDMETHODCALLTYPE GetDevice(LPCWSTR id, IMMDevice** device) override {
     const auto& all = captureEndpoints.devices;
@@ -335,6 +363,7 @@ class FakeSystem : public Double<IMMDeviceEnumerator> {
     return found->QueryInterface(__uuidof(IMMDevice), reinterpret_cast<void**>(device));
   }
 
+  FakeCollection enumerated_;  // of the latest enumeration
   Factory factory_{*this};
   DWORD registration_ = 0;
   CO_MTA_USAGE_COOKIE apartment_ = nullptr;

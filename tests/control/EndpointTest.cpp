@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <memory>
 #include <thread>
 
 #include "control/HandleEndpoint.h"
@@ -11,7 +10,7 @@
 #include "engine/Arena.h"
 #include "engine/FrameEngine.h"
 #include "tests/control/DeviceDoubles.h"
-#include "tests/control/ImportHooks.h"
+#include "tests/support/SystemCalls.h"
 
 namespace vellumic::test {
 namespace {
@@ -25,8 +24,7 @@ float gain(float decibels) { return std::pow(10.0F, decibels / 20.0F); }
 class Devices : public testing::Test {
  protected:
   Devices() {
-    for (FakeDevice* device : {&other, &microphone})
-      system.captureEndpoints.devices.push_back(device);
+    system.captureEndpoints.devices = {&other, &microphone};
     microphone.id = L"mic";
     other.id = L"other";
     microphone.store.texts[guidProperty] = microphoneGuid;
@@ -35,7 +33,7 @@ class Devices : public testing::Test {
   }
   void TearDown() override {
     EXPECT_EQ(microphone.allReferences() + other.allReferences() + speaker.allReferences(), 0U);
-    EXPECT_EQ(system.references + system.captureEndpoints.references, 0U);
+    EXPECT_EQ(system.allReferences(), 0U);
   }
   FakeSystem system;
   FakeDevice microphone, other, speaker;
@@ -46,25 +44,38 @@ class EndpointIdentity : public Devices {
   HRESULT identify(unsigned deviceIndex = 0) {
     return endpoint.identify(&system.captureEndpoints, &microphone.store, deviceIndex);
   }
+  // What a block is told of an endpoint, over whatever it held.
+  void expectFound(const wchar_t* id, std::uint32_t count, bool known = true) {
+    EXPECT_EQ(endpoint.deviceIdString, id);
+    EXPECT_EQ(endpoint.matchingEndpointCount, count);
+    StatusBlock block{};
+    block.deviceIdPresent = 7;
+    block.endpoint.Data1 = 7;
+    endpoint.describe(block);
+    EXPECT_EQ(block.endpoint.Data1, known ? 0x11111111U : 0U);
+    EXPECT_EQ(block.deviceIdPresent, count != 0 ? 1 : 0);
+    EXPECT_STREQ(block.deviceId.data(), id);
+  }
   CHandleEndpoint endpoint;
 };
 
-TEST_F(EndpointIdentity, LastMatchGivesTheDeviceId) {
-  other.store.texts[guidProperty] = L"{11111111-2222-3333-4444-555555555555}";
+TEST_F(EndpointIdentity, LastActiveMatchGivesTheDeviceId) {
+  ASSERT_EQ(identify(), S_OK);
+  expectFound(L"mic", 1);
+  other.store.texts[guidProperty] = microphoneGuid;
   ASSERT_EQ(identify(1), S_OK);
-  EXPECT_EQ(endpoint.deviceIdString, L"mic");
-  EXPECT_EQ(endpoint.matchingEndpointCount, 2U);
+  expectFound(L"mic", 2);
+  EXPECT_EQ(endpoint.endpointGuidString, microphoneGuid);
   EXPECT_EQ(endpoint.jackSubTypeString, microphoneGuid);  // no jack sub type of its own
-  StatusBlock block{};
-  endpoint.describe(block);
-  EXPECT_EQ(block.endpoint.Data1, 0x11111111U);
-  EXPECT_EQ(block.deviceIdPresent, 1);
-  EXPECT_STREQ(block.deviceId.data(), L"mic");
-
+  EXPECT_TRUE(
+      IsEqualGUID(endpoint.jackSubTypeGuid,
+                  {0xDFF21CE1, 0xF70F, 0x11D0, {0xB9, 0x17, 0, 0xA0, 0xC9, 0x22, 0x31, 0x96}}));
   microphone.tellsId = false;  // going away: the match before it stays
   ASSERT_EQ(identify(1), S_OK);
-  EXPECT_EQ(endpoint.deviceIdString, L"other");
-  EXPECT_EQ(endpoint.matchingEndpointCount, 1U);
+  expectFound(L"other", 1);
+  other.state = DEVICE_STATE_UNPLUGGED;
+  ASSERT_EQ(identify(1), S_OK);
+  expectFound(L"", 0);
 }
 
 TEST_F(EndpointIdentity, NoMatchIsASuccessWithoutAnId) {
@@ -74,26 +85,22 @@ TEST_F(EndpointIdentity, NoMatchIsASuccessWithoutAnId) {
   malformed.texts[jackProperty] = L"{jack}";
   for (FakeStore* store : {&number, &malformed}) {
     ASSERT_EQ(endpoint.identify(&system.captureEndpoints, store, 0), S_OK);
-    EXPECT_TRUE(endpoint.deviceIdString.empty());
-    StatusBlock block{};
-    endpoint.describe(block);
-    EXPECT_EQ(block.deviceIdPresent, 0);
+    expectFound(L"", 0, false);
   }
   EXPECT_EQ(endpoint.jackSubTypeString, L"{jack}");
-  microphone.tellsId = false;
-  ASSERT_EQ(identify(), S_OK);
-  EXPECT_EQ(endpoint.matchingEndpointCount, 0U);
 }
 
 TEST_F(EndpointIdentity, FailuresLeaveNothing) {
+  FakeCollection empty;
+  ASSERT_EQ(identify(), S_OK);
   EXPECT_EQ(endpoint.identify(nullptr, &microphone.store, 0), E_INVALIDARG);
   EXPECT_EQ(endpoint.identify(&system.captureEndpoints, nullptr, 0), E_INVALIDARG);
   EXPECT_EQ(identify(2), E_FAIL);
-  FakeCollection empty;
   EXPECT_EQ(endpoint.identify(&empty, &microphone.store, 0), E_FAIL);
   system.available = false;
   EXPECT_EQ(identify(), E_FAIL);
-  EXPECT_TRUE(endpoint.endpointGuidString.empty());
+  expectFound(L"", 0, false);
+  EXPECT_EQ(endpoint.endpointGuidString, L"");
 }
 
 class Volume : public Devices {
@@ -104,11 +111,22 @@ class Volume : public Devices {
   }
   void TearDown() override {
     notification.clear();
+    EXPECT_TRUE(microphone.volume.callbacks.empty());
+    EXPECT_EQ(openObjects().handles, handles);
     Devices::TearDown();
   }
   bool add() {
     return notification.add([this](std::wstring id) { renewVolumes(notification, id, sets); },
                             effects.get(), microphone.id);
+  }
+  void addAndTake() {
+    ASSERT_TRUE(add());
+    sets.setVolumes(notification.volumes(microphone.id));
+  }
+  HRESULT change(float scalar, float decibels) {
+    microphone.volume.masterScalar = scalar;
+    microphone.volume.masterDb = decibels;
+    return microphone.volume.notify();
   }
   void expectVolumes(float master, float first, float second) {
     for (float* image : {sets.currentImage().span().data(), sets.pendingImage().span().data()}) {
@@ -125,108 +143,123 @@ class Volume : public Devices {
   ParameterSets sets{arena, engine, lockBlock};
   KernelHandle effects{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
   CHandleVolumeNotification notification;
+  const int handles = openObjects().handles;
 };
 
 TEST_F(Volume, NotificationsFollowMuteAndMasterButNotAChannelAlone) {
-  const int handles = openObjects().handles;
-  ASSERT_TRUE(add());
-  sets.setVolumes(notification.volumes(L"mic"));
+  addAndTake();
   expectVolumes(gain(-6), gain(-3), gain(-12));
   FakeVolume& volume = microphone.volume;
-
   volume.channelDb = {-20.0F, -30.0F};
   EXPECT_EQ(volume.notify(), S_OK);
   expectVolumes(gain(-6), gain(-3), gain(-12));
   EXPECT_FALSE(effectsTold());
-
-  volume.muted = true;
-  EXPECT_EQ(volume.notify(), S_OK);
-  expectVolumes(0, 0, 0);
+  for (const bool muted : {true, false}) {
+    volume.muted = muted;
+    EXPECT_EQ(volume.notify(), S_OK);
+    EXPECT_EQ(notification.isMuted(L"mic"), muted);
+    muted ? expectVolumes(0, 0, 0) : expectVolumes(gain(-6), gain(-3), gain(-12));
+    EXPECT_TRUE(effectsTold());
+  }
+  EXPECT_EQ(change(0.0F, -120.0F), S_OK);
+  expectVolumes(1e-5F, gain(-20), gain(-30));
   EXPECT_TRUE(effectsTold());
-  volume.muted = false;
-  EXPECT_EQ(volume.notify(), S_OK);
-  expectVolumes(gain(-6), gain(-3), gain(-12));
-
-  volume.masterScalar = 0.0F;
-  volume.masterDb = -120.0F;
-  EXPECT_EQ(volume.notify(), S_OK);
-  expectVolumes(1e-5F, gain(-20), gain(-30));
-
-  volume.masterScalar = 0.7F;
-  volume.masterDb = -1.0F;
   volume.failing = "channel";
-  EXPECT_EQ(volume.notify(), E_ACCESSDENIED);
-  expectVolumes(1e-5F, gain(-20), gain(-30));
-  EXPECT_TRUE(effectsTold());  // of the change before
+  EXPECT_EQ(change(0.7F, -1.0F), E_ACCESSDENIED);
   volume.failing.clear();
   EXPECT_EQ(volume.notify(), S_OK);  // the new master is stored already: nothing changed
   expectVolumes(1e-5F, gain(-20), gain(-30));
+  EXPECT_FALSE(effectsTold());
+  volume.channelDb = {-120.0F, -130.0F, -9.0F};  // a channel more than at the lock
+  EXPECT_EQ(change(0.8F, -2.0F), S_OK);
+  expectVolumes(gain(-2), 1e-5F, 1e-5F);
+  EXPECT_EQ(volume.callbacks.at(0)->OnNotify(nullptr), E_POINTER);
+}
 
-  notification.clear();
-  EXPECT_TRUE(volume.callbacks.empty());
-  EXPECT_EQ(openObjects().handles, handles);
+TEST_F(Volume, ACallbackKeepsTheWholeReading) {
+  ComPtr<_CAudioEndpointVolumeCallback> callback =
+      ComPtr<_CAudioEndpointVolumeCallback>::attach(new _CAudioEndpointVolumeCallback(L"mic"));
+  EXPECT_EQ(callback->levels().masterDb, 1.17549435e-38F);
+  microphone.volume.channelDb = {-3.0F, -12.0F, -30.0F};
+  EXPECT_EQ(callback->takeSnapshot(microphone.volume), S_OK);
+  EXPECT_EQ(callback->minDb, -96.0F);
+  EXPECT_EQ(callback->maxDb, 6.0F);
+  EXPECT_EQ(callback->stepDb, 1.5F);
+  const VolumeLevels levels = callback->levels();
+  EXPECT_EQ(levels.channelLevelsDb, (std::vector<float>{-3.0F, -12.0F, -30.0F}));
+  EXPECT_EQ(levels.channelLevelsScalar, (std::vector<float>{0.046875F, 0.1875F, 0.46875F}));
+  EXPECT_EQ(levels.masterScalar, 0.5F);
+  EXPECT_EQ(levels.channel0Scalar, 0.046875F);
+  EXPECT_EQ(levels.channel1Scalar, 0.1875F);
+  microphone.volume.channelDb.assign(5000, 0.0F);  // no stream has as many
+  EXPECT_EQ(callback->takeSnapshot(microphone.volume), S_OK);
+  EXPECT_EQ(callback->levels().channelLevelsDb.size(), 4096U);
+  for (const IID& id : {__uuidof(IUnknown), __uuidof(IAudioEndpointVolumeCallback)}) {
+    ComPtr<IUnknown> same;
+    EXPECT_EQ(callback->QueryInterface(id, same.putVoid()), S_OK);
+    EXPECT_EQ(callback->referenceCount, 2U);
+  }
+  void* unknown = this;
+  EXPECT_EQ(callback->QueryInterface(__uuidof(IAudioEndpointVolume), &unknown), E_NOINTERFACE);
+  EXPECT_EQ(unknown, nullptr);
+  EXPECT_EQ(callback->QueryInterface(__uuidof(IUnknown), nullptr), E_POINTER);
 }
 
 TEST_F(Volume, MonoEndpointMovesTheMasterOnly) {
   microphone.volume.channelDb = {-9.0F};
-  ASSERT_TRUE(add());
-  sets.setVolumes(notification.volumes(L"mic"));
+  addAndTake();
   expectVolumes(gain(-6), gain(-9), 1.0F);
-  microphone.volume.masterScalar = 0.6F;
-  microphone.volume.masterDb = -2.0F;
   microphone.volume.channelDb = {-1.0F};
-  EXPECT_EQ(microphone.volume.notify(), S_OK);
+  EXPECT_EQ(change(0.6F, -2.0F), S_OK);
   expectVolumes(gain(-2), gain(-9), 1.0F);
-  microphone.volume.masterScalar = 0.4F;
-  EXPECT_EQ(microphone.volume.notify(), S_OK);
+  EXPECT_EQ(change(0.4F, -2.0F), S_OK);
   EXPECT_EQ(microphone.volume.references, 2U);  // registered with, and one kept for refreshes
 }
 
-TEST_F(Volume, WithoutAFirstMuteStateOnlyTheMasterIsFollowed) {
-  microphone.volume.failing = "mute";
-  ASSERT_TRUE(add());
-  sets.setVolumes(notification.volumes(L"mic"));
-  microphone.volume.failing.clear();
-  EXPECT_EQ(microphone.volume.notify(), S_OK);
-  expectVolumes(gain(-6), 1.0F, 1.0F);
-}
-
+// What an add sees that meets a failure: the gain of the lock, the channels, and whether changes
+// are heard of.
 TEST_F(Volume, WhatCannotBeReadDecidesWhatTheLockSees) {
   struct Case {
     const char* failing;
     float gain;
-    std::size_t channels;
+    std::size_t channels, callbacks;
   };
-  for (const Case& test : {Case{"mute", 1.0F, 0},
-                           {"range", 1e-5F, 0},
-                           {"channels", 1e-5F, 0},
-                           {"master", 1e-5F, 0},
-                           {"master scalar", 1e-5F, 0},
-                           {"channel", 1e-5F, 0},
-                           {"channel scalar", 1e-5F, 0},
-                           {"", gain(-6), 2}}) {
+  for (const Case& test : {Case{"mute", 1.0F, 0, 1},
+                           {"range", 1e-5F, 0, 0},
+                           {"channels", 1e-5F, 0, 0},
+                           {"master", 1e-5F, 0, 0},
+                           {"master scalar", 1e-5F, 0, 0},
+                           {"channel", 1e-5F, 0, 0},
+                           {"channel scalar", 1e-5F, 0, 0},
+                           {"", gain(-6), 2, 1}}) {
     SCOPED_TRACE(test.failing);
     microphone.volume.failing = test.failing;
     EXPECT_TRUE(add());
     EXPECT_FLOAT_EQ(notification.volumes(L"mic").master, test.gain);
     EXPECT_EQ(notification.channelCount(L"mic"), test.channels);
+    EXPECT_EQ(microphone.volume.callbacks.size(), test.callbacks);
     notification.clear();
     EXPECT_TRUE(microphone.volume.callbacks.empty());
   }
   microphone.activates = false;
   EXPECT_TRUE(add());
   EXPECT_EQ(notification.volumes(L"mic").master, 1.0F);
-  EXPECT_EQ(notification.masterGain(L"unknown"), unknownLevel);
+  for (const float unknown : {notification.masterGain(L"?"), notification.firstChannelGain(L"?"),
+                              notification.secondChannelGain(L"?")})
+    EXPECT_EQ(unknown, 1.17549435e-38F);
+  EXPECT_FALSE(notification.isMuted(L"?"));
+  EXPECT_EQ(notification.channelCount(L"?"), 0U);
   system.available = false;
   EXPECT_FALSE(add());
 }
 
 TEST_F(Volume, SecondLockKeepsTheFirstRegistration) {
+  microphone.volume.muted = true;
   ASSERT_TRUE(add());
+  EXPECT_TRUE(notification.isMuted(L"mic"));
   auto* const first = microphone.volume.callbacks.at(0);
   ASSERT_TRUE(add());
-  ASSERT_EQ(microphone.volume.callbacks.size(), 1U);
-  EXPECT_EQ(microphone.volume.callbacks[0], first);
+  EXPECT_EQ(microphone.volume.callbacks, std::vector{first});
 }
 
 TEST_F(Volume, LongDeviceIdCutsTheEventsNameOnly) {
@@ -251,10 +284,7 @@ TEST_F(Volume, UnregisteringWaitsForANotificationWithoutDeadlock) {
         handled = true;
       },
       nullptr, L"mic"));
-  std::thread service([&] {
-    microphone.volume.masterScalar = 0.6F;
-    microphone.volume.notify();
-  });
+  std::thread service([&] { change(0.6F, -6.0F); });
   microphone.volume.onUnregister = [&] {
     service.join();  // the audio service lets no notification outlive the registration
     EXPECT_TRUE(handled);
@@ -266,25 +296,29 @@ TEST_F(Volume, UnregisteringWaitsForANotificationWithoutDeadlock) {
 }
 
 TEST_F(Devices, LoopbackPassesPacketsOnAndClosesEverything) {
-  speaker.client.capture.packets = {{{0.5F, -0.5F, 0.25F, -0.25F}}, {{0, 0}, 2}};
-  const auto source = openWasapiLoopback();
-  ASSERT_TRUE(source && source->start());
-  EXPECT_EQ(speaker.client.flags, static_cast<DWORD>(AUDCLNT_STREAMFLAGS_LOOPBACK));
+  speaker.client.capture.packets = {{{0.5F, -0.5F, 0.25F, -0.25F}}, {{0, 0}, 2}, {{0, 0}, 4}};
+  auto source = openWasapiLoopback();
+  ASSERT_TRUE(source);
+  source->stop();  // before it ran: nothing
+  EXPECT_EQ(speaker.client.started, 0);
+  EXPECT_TRUE(source->start() && source->start());
   EXPECT_EQ(source->mixFormat().channels, 2);
   EXPECT_EQ(source->mixFormat().sampleRate, 48000);
   Packet packet;
   EXPECT_EQ(source->nextPacketSize(), 2U);
   ASSERT_TRUE(source->get(packet));
   EXPECT_EQ(packet.samples[3], -0.25F);
-  EXPECT_FALSE(packet.silent);
-  source->release(packet.frames);
-  ASSERT_TRUE(source->get(packet));
-  EXPECT_TRUE(packet.silent);
-  source->release(packet.frames);
+  for (const bool silent : {false, true, false}) {
+    ASSERT_TRUE(source->get(packet));
+    EXPECT_EQ(packet.silent, silent);
+    source->release(packet.frames);
+  }
   EXPECT_FALSE(source->get(packet));
   EXPECT_EQ(source->nextPacketSize(), 0U);
   speaker.client.capture.broken = true;
   EXPECT_EQ(source->nextPacketSize(), std::nullopt);
+  source.reset();
+  EXPECT_EQ(speaker.client.started, 0);
 }
 
 TEST_F(Devices, LoopbackThatCannotOpenIsNull) {
@@ -296,8 +330,18 @@ TEST_F(Devices, LoopbackThatCannotOpenIsNull) {
   speaker.client.failing = "start";
   EXPECT_FALSE(openWasapiLoopback()->start());
   speaker.client.failing.clear();
-  speaker.client.mix.nBlockAlign = 4;  // 16-bit samples
-  EXPECT_FALSE(openWasapiLoopback());
+  const WAVEFORMATEX mix = speaker.client.mix;
+  const auto opens = [&](WORD channels, DWORD rate, WORD align) {
+    speaker.client.mix = mix;
+    speaker.client.mix.nChannels = channels;
+    speaker.client.mix.nSamplesPerSec = rate;
+    speaker.client.mix.nBlockAlign = align;
+    return openWasapiLoopback() != nullptr;
+  };
+  EXPECT_TRUE(opens(1, 1, 4) && opens(8, 192000, 32));
+  EXPECT_FALSE(opens(2, 48000, 4) || opens(0, 48000, 0) || opens(2, 0, 8) ||
+               opens(2, 0x80000000, 8));
+  EXPECT_TRUE(opens(2, 48000, 8));
   speaker.activates = false;
   EXPECT_FALSE(openWasapiLoopback());
   system.defaultRender = nullptr;

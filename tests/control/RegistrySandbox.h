@@ -8,8 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "control/BoundedText.h"
-#include "control/Names.h"
+#include "tests/support/MachineNames.h"
 
 namespace vellumic::test {
 
@@ -56,9 +55,7 @@ class RegistrySandbox {
     RegCloseKey(real);
   }
 
-  static std::wstring settingsPath() {
-    return std::wstring(parametersPath) + GuidText(settingsTreeGuid).c_str() + settingsSuffix;
-  }
+  static std::wstring settingsPath() { return machine::settings; }
   void select(const std::wstring& setting) { write(settingsPath(), L"ActiveSetting", setting); }
 
   // Param<first> to Param<last> of a setting; valueOf(number) gives each.

@@ -62,5 +62,6 @@ class SystemCalls {
 
 // Of this program itself, since the first call.
 SystemCalls& ownSystemCalls();
+inline OpenObjects openObjects() { return ownSystemCalls().openObjects(); }
 
 }  // namespace vellumic::test
