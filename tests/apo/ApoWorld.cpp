@@ -85,12 +85,6 @@ bool ServiceObjects::pingIsAnswered() const {
          WaitForSingleObject(event_.get(), 5000) == WAIT_OBJECT_0;
 }
 
-void expectAnswers(std::initializer_list<Answer> answers) {
-  for (const Answer& answer : answers)
-    EXPECT_EQ(static_cast<unsigned>(answer.ask()), static_cast<unsigned>(answer.expected))
-        << answer.what;
-}
-
 ApoWorld::ApoWorld() {
   filter.id = L"filter";
   other.id = L"other";

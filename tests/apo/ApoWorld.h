@@ -10,8 +10,6 @@
 
 #include <array>
 #include <filesystem>
-#include <functional>
-#include <initializer_list>
 #include <span>
 #include <string>
 
@@ -118,13 +116,6 @@ class ServiceObjects {
   KernelHandle mapping_, mutex_, event_;
   MappedView view_;
 };
-
-struct Answer {
-  const char* what;
-  HRESULT expected;
-  std::function<HRESULT()> ask;
-};
-void expectAnswers(std::initializer_list<Answer> answers);
 
 class ApoWorld : public testing::Test {
  protected:

@@ -117,19 +117,6 @@ TEST_F(Host, GivesTheRenderersSamples) {
   }
 }
 
-// The echo reference counts: without it the result is another.
-TEST_F(Host, TheFarEndIsHeard) {
-  writeNoise("four.wav", 4, 48000, 1);
-  writeNoise("far.wav", 2, 48000, 1);
-  const std::string start = "--endpoint array4 --class mfx --settings settings/factory.toml ";
-  ASSERT_EQ(run("vellumic-host", start + path("four.wav") + " " + path("near.wav")).code, 0U);
-  ASSERT_EQ(run("vellumic-host", start + "--far " + path("far.wav") + " " + path("four.wav") + " " +
-                                     path("both.wav"))
-                .code,
-            0U);
-  EXPECT_NE(readWave(path("near.wav")).samples, readWave(path("both.wav")).samples);
-}
-
 // No thread, no reference stays behind: COM lets the library go, again and again.
 TEST_F(Host, TheLibraryGoesWithItsLastObject) {
   const Apartment apartment;

@@ -130,7 +130,7 @@ TEST_F(QuietCalls, AnyAllocationMayFail) {
   const auto everyAllocation = [](const char* step, auto attempt) {
     int failures = 0;
     reached = true;
-    for (nthAllocation = 1; reached; nthAllocation += 1 + nthAllocation / 16) {
+    for (nthAllocation = 1; reached; nthAllocation += 1 + nthAllocation / 4) {
       const HRESULT result = attempt();
       EXPECT_TRUE(result == S_OK || result == E_OUTOFMEMORY || result == E_FAIL)
           << step << ' ' << std::hex << result;

@@ -7,6 +7,7 @@
 #include <sstream>
 #include <thread>
 
+#include "control/BoundedText.h"
 #include "control/OpenEvent.h"
 #include "control/SharedMemoryAccessHandler.h"
 #include "tests/apo/ApoWorld.h"
@@ -31,7 +32,7 @@ std::size_t countOf(const std::string& text, const std::string& part) {
 }
 
 bool boardExists() {
-  return static_cast<bool>(KernelHandle(OpenEventW(SYNCHRONIZE, FALSE, sharedMemoryEventName)));
+  return static_cast<bool>(KernelHandle(OpenEventW(SYNCHRONIZE, FALSE, test::machine::boardEvent)));
 }
 
 TEST_F(CtlEffects, StatusSeesThreeComeAndGo) {
