@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "control/BoundedText.h"
+#include "control/Names.h"
 #include "tests/apo/ApoWorld.h"
 #include "tests/control/ChildProcess.h"
 

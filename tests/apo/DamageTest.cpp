@@ -7,10 +7,11 @@
 #include <thread>
 
 #include "control/Handle.h"
+#include "control/Names.h"
 #include "engine/Arena.h"
 #include "parameters/Catalogue.h"
 #include "tests/apo/ApoWorld.h"
-#include "tests/apo/ImportTable.h"
+#include "tests/support/ImportTable.h"
 
 namespace vellumic::test {
 namespace {
