@@ -58,9 +58,9 @@ class ParameterWorker {
   ParameterThreadSubject subject_;
   ParameterThreadTraits traits_;
   std::atomic<std::uint32_t>& running_;
-  float* values_ = nullptr;                   // the reader's array, from the arena
-  RegistryKey product_, effects_;             // held, not read
-  RegistryKey settings_;                      // closed first
+  float* values_ = nullptr;        // the reader's array, from the arena
+  RegistryKey product_, effects_;  // held, not read
+  RegistryKey settings_;           // closed first
 };
 
 }  // namespace vellumic

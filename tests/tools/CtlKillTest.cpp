@@ -7,9 +7,9 @@
 #include <string>
 
 #include "control/ParametersInRegistry.h"
-#include "tests/support/ImportTable.h"
 #include "tests/control/ChildProcess.h"
 #include "tests/control/RegistrySandbox.h"
+#include "tests/support/ImportTable.h"
 #include "tests/tools/CtlRun.h"
 
 namespace vellumic::tools {
