@@ -22,10 +22,12 @@ inline void makeBoard(StageLog& log, std::optional<ServiceStandIn>& board) {
   });
 }
 
-// Settings of the test's own, active while it lives.
+// Settings of the test's own, active while it lives. Everybody on the board is told when they go:
+// effects of the audio engine may have taken them in with ours.
 class TestSettings {
  public:
-  TestSettings(StageLog& log, const RawValues& values) : log_(log) {
+  TestSettings(StageLog& log, const std::optional<ServiceStandIn>& board, const RawValues& values)
+      : log_(log), board_(board) {
     log.attempt("settings stored", [&] {
       log.willChange(undo);
       try {
@@ -40,6 +42,7 @@ class TestSettings {
   ~TestSettings() {
     if (!setting_) return;
     setting_.reset();
+    if (board_) board_->tellToReload();
     log_.changedBack(undo);
   }
   TestSettings(const TestSettings&) = delete;
@@ -50,6 +53,7 @@ class TestSettings {
  private:
   static constexpr const char* undo = "settings-back";
   StageLog& log_;
+  const std::optional<ServiceStandIn>& board_;
   std::optional<RegistrySetting> setting_;
 };
 

@@ -54,7 +54,9 @@ class LiveRun {
  private:
   void watchEngine();
   void makeEffects();
-  void run(const std::function<void(const std::function<void()>&)>& reloading);
+  void run();
+  Outcome listen(LiveFigures& figures);
+  void reloadUntil(const std::stop_token& stop);  // a thread of its own
   void process(const float* packet, unsigned frames);
   void tellFigures(const LiveFigures& live);
   void tellTiming();
@@ -65,6 +67,7 @@ class LiveRun {
   std::optional<ServiceStandIn> board_;
   TestSite site_;
   std::optional<LiveCapture> capture_;
+  std::optional<TestSettings> settings_;
   std::vector<std::unique_ptr<CaptureEffect>> effects_;
   std::optional<Chain> chain_, keyword_;
   unsigned period_ = 480;
@@ -88,15 +91,9 @@ void LiveRun::go() {
   if (!opened) return;
   period_ = std::max(1U, capture_->sampleRate() / 100);
   watchEngine();
-  TestSettings settings(log_, factorySettings());
+  settings_.emplace(log_, board_, factorySettings());
   makeEffects();
-  const RawValues other =
-      settingsWith({"equalizer.enabled=true", "equalizer.left.band1.enabled=true",
-                    "equalizer.right.band1.enabled=true", "noise.enabled=false"});
-  run([&](const std::function<void()>& tell) {
-    if (settings) settings.store(reloads_ % 2 == 1 ? other : factorySettings());
-    tell();
-  });
+  run();
 }
 
 // Whoever shows itself while none of ours exists was made by the audio engine.
@@ -161,34 +158,44 @@ void LiveRun::process(const float* packet, unsigned frames) {
   }
 }
 
-void LiveRun::run(const std::function<void(const std::function<void()>&)>& reloading) {
+// Storing 1365 values takes longer than a period: off the audio thread.
+void LiveRun::reloadUntil(const std::stop_token& stop) {
+  const RawValues other =
+      settingsWith({"equalizer.enabled=true", "equalizer.left.band1.enabled=true",
+                    "equalizer.right.band1.enabled=true", "noise.enabled=false"});
+  const auto pause = std::chrono::duration<double>(std::min(1.0, seconds_ / 4.0));
+  std::mutex mutex;
+  std::condition_variable_any wake;
+  std::unique_lock lock(mutex);
+  while (!wake.wait_for(lock, stop, pause, [&stop] { return stop.stop_requested(); })) {
+    ++reloads_;
+    if (*settings_) settings_->store(reloads_ % 2 == 1 ? other : factorySettings());
+    if (board_) board_->tellToReload();
+  }
+}
+
+Outcome LiveRun::listen(LiveFigures& figures) {
+  std::string failed;
+  std::jthread reloader([&](const std::stop_token& stop) {
+    try {
+      reloadUntil(stop);
+    } catch (const std::exception& error) {
+      failed = error.what();
+    }
+  });
+  figures = capture_->run(seconds_, [&](const float* packet, unsigned n) { process(packet, n); });
+  reloader = {};  // stops and ends
+  if (!failed.empty()) return bad("a reload failed: " + failed);
+  return good(std::to_string(figures.packets) + " packets");
+}
+
+void LiveRun::run() {
   const auto watch = make<DeviceWatch>();
   const bool watching = log_.call("device notifications asked for", [&] {
     return site_.enumerator().RegisterEndpointNotificationCallback(watch.get());
   });
   LiveFigures figures;
-  const bool heard = log_.attempt("sound", [&] {
-    std::string failed;
-    // Storing 1365 values takes longer than a period: off the audio thread.
-    std::jthread reloader([&](const std::stop_token& stop) {
-      const auto pause = std::chrono::duration<double>(std::min(1.0, seconds_ / 4.0));
-      std::mutex mutex;
-      std::condition_variable_any wake;
-      std::unique_lock lock(mutex);
-      while (!wake.wait_for(lock, stop, pause, [&stop] { return stop.stop_requested(); })) try {
-          ++reloads_;
-          reloading([&] {
-            if (board_) board_->tellToReload();
-          });
-        } catch (const std::exception& error) {
-          failed = error.what();
-        }
-    });
-    figures = capture_->run(seconds_, [&](const float* packet, unsigned n) { process(packet, n); });
-    reloader = {};
-    if (!failed.empty()) return bad("a reload failed: " + failed);
-    return good(std::to_string(figures.packets) + " packets");
-  });
+  const bool heard = log_.attempt("sound", [&] { return listen(figures); });
   if (watching)
     log_.call("device notifications ended", [&] {
       return site_.enumerator().UnregisterEndpointNotificationCallback(watch.get());

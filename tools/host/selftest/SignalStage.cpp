@@ -1,6 +1,7 @@
 // Sounds through the effects whose results are known, and settings that change while they run.
 #include <cmath>
 
+#include "tools/ctl/StatusCollector.h"
 #include "tools/host/ProxyEnumerator.h"
 #include "tools/host/selftest/BoardStep.h"
 #include "tools/host/selftest/Judgements.h"
@@ -126,7 +127,7 @@ void signalStage(StageLog& log, const StageOptions& options) {
   std::optional<ServiceStandIn> board;
   makeBoard(log, board);
   const TestSite site(options.endpoint);
-  TestSettings settings(log, peakSettings());
+  TestSettings settings(log, board, peakSettings());
   const ServiceStandIn* const teller = board ? &*board : nullptr;
   if (settings) {
     log.attempt("equaliser", [&] {
@@ -145,7 +146,9 @@ void signalStage(StageLog& log, const StageOptions& options) {
 void settingsBackStage(StageLog& log) {
   log.attempt("settings put back", [] {
     RegistrySetting::putBack();
-    return good();
+    std::size_t told = 0;
+    for (const SeenObject& object : searchObjects().objects) told += signalReload(object) ? 1U : 0U;
+    return good(std::to_string(told) + " effects told");
   });
 }
 

@@ -1,7 +1,7 @@
 #include "tools/host/selftest/Stages.h"
 
-#include <functional>
-#include <map>
+#include <algorithm>
+#include <utility>
 
 namespace vellumic::tools {
 namespace {
@@ -46,12 +46,15 @@ const std::vector<std::string>& stageNames() {
 void runStage(const std::string& name, const StageOptions& options) {
   const Apartment apartment;
   StageLog log;
-  for (const auto& [known, stage] : stages())
-    if (known == name) try {
-        return stage(log, options);
-      } catch (const std::exception&) {  // nothing of it can go on; the others can
-        return log.tellThrown("what it needs");
-      }
+  const auto found = std::ranges::find(stages(), name, &std::pair<std::string, Stage>::first);
+  if (found != stages().end()) {
+    try {
+      found->second(log, options);
+    } catch (const std::exception&) {  // nothing of it can go on; the others can
+      log.tellThrown("what it needs");
+    }
+    return;
+  }
   const std::size_t space = name.find(' ');
   const std::string argument = space == std::string::npos ? "" : name.substr(space + 1);
   if (!undo(log, name.substr(0, space), argument, options))
