@@ -137,6 +137,15 @@ TEST(BiquadDesign, WithoutADesignTheCoefficientsStay) {
   }
 }
 
+TEST(BiquadDesign, OfUnityGainIsFlat) {
+  for (const BiquadType type : {Peak, LowShelf, HighShelf}) {
+    const auto flat = designBiquad(static_cast<int>(type), 3000, 1, 1, sampleRate);
+    ASSERT_TRUE(flat);
+    EXPECT_EQ(flat->b0, 1.0F);
+    EXPECT_EQ(flat->a1, 0.0F);
+  }
+}
+
 TEST(BiquadSectionPair, RunsTwoIndependentMemoriesOfOneDesign) {
   BiquadSectionPair pair;
   pair.set(HighPass, 150, 1, 0.7F, 16000);

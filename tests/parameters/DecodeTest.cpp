@@ -5,6 +5,8 @@
 #include <cmath>
 #include <limits>
 #include <random>
+#include <tuple>
+#include <vector>
 
 #include "parameters/Catalogue.h"
 #include "parameters/EqualizerSettings.h"
@@ -106,51 +108,28 @@ TEST(PipelineSettings, EveryTuningSlotReachesItsField) {
   RawValues raw = factorySettings();
   for (std::size_t slot = 1287; slot <= 1356; ++slot) raw[slot] = static_cast<float>(slot);
   const auto s = decoded(raw);
-  const std::pair<double, int> fields[] = {{s.spectralGain.snrPole, 1287},
-                                           {s.spectralGain.offset1, 1288},
-                                           {s.spectralGain.exponent1, 1289},
-                                           {s.spectralGain.floor1, 1290},
-                                           {s.spectralGain.offset2, 1291},
-                                           {s.spectralGain.exponent2, 1292},
-                                           {s.spectralGain.floor2, 1293},
-                                           {s.noiseEstimator.powerPole, 1295},
-                                           {s.noiseEstimator.minimumBias, 1296},
-                                           {s.noiseEstimator.zeta0, 1297},
-                                           {s.noiseEstimator.gamma0, 1298},
-                                           {s.noiseEstimator.gamma1, 1299},
-                                           {s.noiseEstimator.noisePole, 1300},
-                                           {s.noiseEstimator.snrPole, 1301},
-                                           {s.noiseEstimator.snrFloor, 1302},
-                                           {s.noiseEstimator.windowFrames, 1303},
-                                           {s.echo.powerSmoothing, 1306},
-                                           {s.echo.filterPole, 1307},
-                                           {s.echo.overSubtraction, 1308},
-                                           {s.echo.couplingStep, 1309},
-                                           {s.echo.referenceSmoothing, 1310},
-                                           {s.echo.levelSmoothing, 1311},
-                                           {s.echo.suppressionFloor, 1312},
-                                           {s.echo.crossFactor, 1313},
-                                           {s.echo.reservedFloor, 1314},
-                                           {s.echo.warmupBlocks, 1315},
-                                           {s.echo.updateThreshold, 1316},
-                                           {s.level.levelStage.makeupGain, 1328},
-                                           {s.level.levelStage.level, 1329},
-                                           {s.level.levelStage.envelopeTime, 1330},
-                                           {s.level.levelStage.attackTime, 1331},
-                                           {s.level.levelStage.releaseTime, 1332},
-                                           {s.level.levelStage.floorTime, 1334},
-                                           {s.level.levelStage.floorMargin, 1335},
-                                           {s.level.limiterStage.makeupGain, 1337},
-                                           {s.level.limiterStage.level, 1338},
-                                           {s.level.limiterStage.envelopeTime, 1339},
-                                           {s.level.limiterStage.attackTime, 1340},
-                                           {s.level.limiterStage.releaseTime, 1341},
-                                           {s.level.limiterStage.floorTime, 1343},
-                                           {s.level.limiterStage.floorMargin, 1344},
-                                           {s.level.lookAheadTime, 1346},
-                                           {s.beamformer.covarianceTimeConstant, 1355},
-                                           {s.beamformer.thresholdScale, 1356}};
-  for (const auto& [field, slot] : fields) EXPECT_EQ(field, slot);
+  const auto& [gain, noise, echo] = std::tie(s.spectralGain, s.noiseEstimator, s.echo);
+  const LevelStageSettings &level = s.level.levelStage, &limiter = s.level.limiterStage;
+  // By the first slot of a run of neighbours.
+  const std::pair<int, std::vector<double>> runs[] = {
+      {1287, {gain.snrPole, gain.offset1, gain.exponent1, gain.floor1}},
+      {1291, {gain.offset2, gain.exponent2, gain.floor2}},
+      {1295, {noise.powerPole, noise.minimumBias, noise.zeta0, noise.gamma0, noise.gamma1}},
+      {1300, {noise.noisePole, noise.snrPole, noise.snrFloor, 1.0 * noise.windowFrames}},
+      {1306, {echo.powerSmoothing, echo.filterPole, echo.overSubtraction, echo.couplingStep}},
+      {1310, {echo.referenceSmoothing, echo.levelSmoothing, echo.suppressionFloor}},
+      {1313, {echo.crossFactor, echo.reservedFloor, 1.0 * echo.warmupBlocks, echo.updateThreshold}},
+      {1328, {level.makeupGain, level.level, level.envelopeTime, level.attackTime}},
+      {1332, {level.releaseTime}},
+      {1334, {level.floorTime, level.floorMargin}},
+      {1337, {limiter.makeupGain, limiter.level, limiter.envelopeTime, limiter.attackTime}},
+      {1341, {limiter.releaseTime}},
+      {1343, {limiter.floorTime, limiter.floorMargin}},
+      {1346, {s.level.lookAheadTime}},
+      {1355, {s.beamformer.covarianceTimeConstant, s.beamformer.thresholdScale}}};
+  for (const auto& [first, fields] : runs)
+    for (std::size_t i = 0; i < fields.size(); ++i)
+      EXPECT_EQ(fields[i], static_cast<double>(first) + static_cast<double>(i));
 }
 
 TEST(PipelineSettings, ZerosAreTakenOnlyWhereTheyAreValues) {
