@@ -5,10 +5,10 @@
 
 #include <array>
 #include <cstring>
-#include <random>
 
 #include "apo/OwnInterfaces.h"
 #include "tests/apo/ApoWorld.h"
+#include "tests/support/RandomRounds.h"
 
 namespace vellumic::test {
 namespace {
@@ -97,11 +97,15 @@ TEST_F(Life, TheLibraryStaysWhileCallersHoldWhatItGave) {
 // Fuzzed blobs, formats and connections: every answer is a result, and whatever happened the
 // object is destroyed cleanly.
 TEST_F(Life, RandomArguments) {
-  std::mt19937 random(20240611);
+  RandomRounds lives(60);
+  std::mt19937& random = lives.random;
   const auto below = [&](unsigned limit) { return random() % limit; };
   std::array<float, 480 * 16> samples{};
   int locked = 0;
-  for (int life = 0; life < 60; ++life) {
+  std::size_t memory = 0;
+  while (lives.next()) {
+    const int life = lives.done();
+    if (life == 20) memory = committedBytes();
     MediaType formats[2];
     CaptureObject object(classCases[below(3)].id);
     for (int step = 0; step < 40; ++step) {
@@ -185,6 +189,7 @@ TEST_F(Life, RandomArguments) {
     ASSERT_EQ(formats[0].references + formats[1].references, 0U) << "life " << life;
   }
   EXPECT_GT(locked, 8);
+  EXPECT_LT(committedBytes(), memory + (8U << 20));
 }
 
 }  // namespace

@@ -1,12 +1,12 @@
 #include <array>
 #include <bit>
 #include <cstring>
-#include <random>
 #include <vector>
 
 #include "control/ParametersInRegistry.h"
 #include "tests/control/ChildProcess.h"
 #include "tests/control/RegistrySandbox.h"
+#include "tests/support/RandomRounds.h"
 #include "tests/support/SystemCalls.h"
 
 namespace vellumic::test {
@@ -140,9 +140,10 @@ TEST_F(RegistryTest, OversizedValueCountsAndLeavesTheSlot) {
 
 // Values of any type and size: what fits a slot is its bits, all else leaves it alone.
 TEST_F(RegistryTest, AnyTypeAndSizeIsRead) {
-  std::mt19937 random(14);
+  RandomRounds rounds(6);
+  std::mt19937& random = rounds.random;
   constexpr unsigned written = 60;
-  for (int round = 0; round < 6; ++round) {
+  while (rounds.next()) {
     std::array<std::uint32_t, written> expected{};
     for (unsigned slot = 0; slot < written; ++slot) {
       std::array<unsigned char, 64> bytes;
@@ -159,7 +160,8 @@ TEST_F(RegistryTest, AnyTypeAndSizeIsRead) {
     reload();
     parallelCount(L"2");
     for (unsigned slot = 0; slot < written; ++slot)
-      ASSERT_EQ(std::bit_cast<std::uint32_t>(values.a[slot]), expected[slot]) << round << slot;
+      ASSERT_EQ(std::bit_cast<std::uint32_t>(values.a[slot]), expected[slot])
+          << rounds.done() << ": " << slot;
   }
 }
 

@@ -1,15 +1,24 @@
-// vellumic-ctl before a status board that somebody else scribbles over.
+// vellumic-ctl before what others wrote: a status board scribbled over, values of any kind.
 #include <windows.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <random>
 #include <thread>
 
 #include "control/Names.h"
+#include "control/RegistryUtils.h"
+#include "tests/support/RandomRounds.h"
+#include "tools/ctl/RegFile.h"
+#include "tools/ctl/RegistryValues.h"
+#include "tools/ctl/SettingsTree.h"
 #include "tools/ctl/StatusCollector.h"
 #include "tools/ctl/StatusReport.h"
 
@@ -46,15 +55,16 @@ testing::AssertionResult isOneJsonLine(const std::string& text) {
 }
 
 TEST(CtlHostile, AnyBlockIsReported) {
-  std::mt19937 random(14);
+  RandomRounds rounds(500);
+  std::mt19937& random = rounds.random;
   std::vector<SeenObject> objects(3);
-  for (int round = 0; round < 500; ++round) {
+  while (rounds.next()) {
     for (SeenObject& object : objects) {
       scribble(object.block, random);
       object.alive = random() % 2 == 0;
     }
     const StatusFacts facts{.objects = objects, .activeSetting = "2"};
-    ASSERT_TRUE(isOneJsonLine(statusJson(facts))) << round;
+    ASSERT_TRUE(isOneJsonLine(statusJson(facts))) << rounds.done();
     const std::string table = statusTable(facts);
     ASSERT_TRUE(std::ranges::none_of(table, [](char c) { return c >= 0 && c < 32 && c != '\n'; }));
     ASSERT_FALSE(signalReload({.block = objects[0].block, .alive = true}));
@@ -81,6 +91,60 @@ TEST(CtlHostile, CollectingEndsWhileTheBoardIsScribbledOver) {
   vandal.join();
   EXPECT_LE(collector.objects().size(), 600U);  // 200 pings each
   EXPECT_EQ(collector.aliveCount(), 0U);
+}
+
+// What the system's registry editor makes of a file that we wrote.
+void importFile(const std::wstring& text) {
+  const auto file = std::filesystem::temp_directory_path() / "vellumic-hostile.reg";
+  std::ofstream(file, std::ios::binary)
+      .write(reinterpret_cast<const char*>(text.data()),
+             static_cast<std::streamsize>(text.size() * sizeof(wchar_t)));
+  ASSERT_EQ(std::system(("regedit /S " + file.string()).c_str()), 0);
+  std::filesystem::remove(file);
+}
+
+RegistryValues anyValues(std::mt19937& random) {
+  constexpr std::wstring_view letters = L"a1 \"\\[]=@;#{},-%\u00E4\u4E2D";
+  RegistryValues values;
+  for (int n = 0; n < 200; ++n) {
+    std::wstring name;
+    for (unsigned length = random() % 12; length > 0; --length)
+      name += letters[random() % letters.size()];
+    RegistryValue& value = values[name];
+    value.type = random() % 12;
+    value.data.resize(random() % 4 == 0 ? random() % 3000 : random() % 9);
+    for (std::byte& byte : value.data) byte = static_cast<std::byte>(random());
+    if (value.type == REG_SZ || value.type == REG_EXPAND_SZ || value.type == REG_MULTI_SZ) {
+      value.data.resize(value.data.size() / 2 * 2);  // Wine's editor ends texts by itself
+      value.data.insert(value.data.end(), 4, std::byte{0});
+    }
+  }
+  return values;
+}
+
+// Backups of an endpoint and exports of a setting come back bit for bit.
+TEST(CtlHostile, AnyValuesGoThroughARegistryFile) {
+  const std::wstring path = L"SOFTWARE\\VellumicHostile";
+  RandomRounds rounds(1);
+  while (rounds.next()) {
+    const RegistryValues values = anyValues(rounds.random);
+    importFile(regFileText(path, values, {}));
+    const RegistryKey key = CRegistryUtils::openKey(HKEY_LOCAL_MACHINE, path.c_str());
+    ASSERT_TRUE(key);
+    const RegistryValues read = readValues(key.get(), "key");
+    EXPECT_EQ(RegDeleteTreeW(HKEY_LOCAL_MACHINE, path.c_str()), ERROR_SUCCESS);
+    ASSERT_EQ(read, values);
+
+    RawValues written{};
+    for (float& value : written)
+      value = std::bit_cast<float>(static_cast<std::uint32_t>(rounds.random()));
+    importFile(regFileText(L"hostile", written));
+    const auto setting = SettingsTree::read(L"hostile");
+    ASSERT_TRUE(setting);
+    EXPECT_EQ(std::memcmp(&setting->values, &written, sizeof written), 0);
+    const std::string tree = SettingsTree::displayPath().substr(19) + "\\hostile";
+    EXPECT_EQ(RegDeleteTreeA(HKEY_LOCAL_MACHINE, tree.c_str()), ERROR_SUCCESS);
+  }
 }
 
 }  // namespace
