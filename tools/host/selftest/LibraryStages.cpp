@@ -80,7 +80,8 @@ void registerStage(StageLog& log, const StageOptions&) {
       installer.install(false, scope);
       log.changedBack(undo);
       if (FAILED(result)) return explained(result, "registering");
-      return untold("an elevated program does not see it", REGDB_E_CLASSNOTREG);
+      return Outcome{Verdict::ok, "an elevated program does not see it; taken back",
+                     REGDB_E_CLASSNOTREG};
     });
   }
 }
