@@ -78,6 +78,7 @@ ULONGLONG processorTime() {
 class LiveSoak : public ApoWorld {
  protected:
   static constexpr unsigned channels = 4, period = 480;
+  static constexpr double sessionSeconds = 2.0;
   using Clock = std::chrono::steady_clock;
 
   // Before ApoWorld puts its doubles in front of the real devices.
@@ -133,7 +134,8 @@ class LiveSoak : public ApoWorld {
         tools::LiveCapture capture(microphoneEndpoint());
         for (CaptureObject& effect : effects) ASSERT_EQ(effect.lock(format), S_OK);
         locked = true;
-        capture.run(3.0, [this](const float* packet, unsigned frames) { take(packet, frames); });
+        capture.run(sessionSeconds,
+                    [this](const float* packet, unsigned frames) { take(packet, frames); });
         ++sessions;
         ++sessionsSinceLoss;
       } catch (const std::runtime_error&) {
@@ -225,7 +227,7 @@ TEST_F(LiveSoak, EverythingRecoversAndNothingGrows) {
   listen(0.8 * seconds);
   disturber = {};
   sessionsSinceLoss = 0;
-  for (int n = 0; n < 10 && sessionsSinceLoss == 0; ++n) listen(4.0);  // after all that
+  for (int n = 0; n < 20 && sessionsSinceLoss == 0; ++n) listen(4.0);  // after all that
 
   const long grown = residentKilobytes() - memory, opened = nextHandle() - handle;
   std::printf(
