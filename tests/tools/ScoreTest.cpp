@@ -43,15 +43,15 @@ Signal mixed(const Signal& a, const Signal& b, double decibelsBelow) {
   return out;
 }
 
-TEST(Intelligibility, IsOneForTheSpeechItselfAtAnyLevelAndColour) {
-  const Signal clean = babble(8, 1);
-  const Intelligibility measure(clean);
-  EXPECT_NEAR(measure(clean), 1.0, 1e-6);
-  Signal loud = clean, coloured(clean.size());
-  for (float& x : loud) x *= 7.0F;
-  EXPECT_NEAR(measure(loud), 1.0, 1e-6);
-  for (std::size_t n = 1; n < clean.size(); ++n) coloured[n] = clean[n] - 0.8F * clean[n - 1];
-  EXPECT_GT(measure(coloured), 0.98);
+TEST(Intelligibility, ForgivesLevelColourAndNoiseInSilence) {
+  Signal clean = babble(8, 1);
+  EXPECT_NEAR(Intelligibility(clean)(clean), 1.0, 1e-6);
+  Signal heard(clean.size());
+  for (std::size_t n = 1; n < clean.size(); ++n) heard[n] = 7.0F * (clean[n] - 0.8F * clean[n - 1]);
+  const Signal tail = noise(4, 3);
+  clean.resize(clean.size() + tail.size());
+  heard.insert(heard.end(), tail.begin(), tail.end());
+  EXPECT_GT(Intelligibility(clean)(heard), 0.97);
 }
 
 // The paper's figures 1 and 5: the measure grows with the signal-to-noise ratio, from near 0 to 1.
@@ -67,14 +67,6 @@ TEST(Intelligibility, GrowsWithTheSignalToNoiseRatio) {
     before = now;
   }
   EXPECT_GT(before, 0.9);
-}
-
-TEST(Intelligibility, DoesNotHearWhatIsAddedInSilence) {
-  Signal clean = babble(6, 1), heard = clean;
-  const Signal tail = noise(4, 3);
-  clean.resize(clean.size() + tail.size());
-  heard.insert(heard.end(), tail.begin(), tail.end());
-  EXPECT_GT(Intelligibility(clean)(heard), 0.97);
 }
 
 // Clipping at -15 dB holds what one burst can do: an outburst in one band for a twentieth of the
