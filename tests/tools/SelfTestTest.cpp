@@ -267,19 +267,29 @@ class SelfTestRun : public testing::Test {
     text << std::ifstream(file).rdbuf();
     return text.str();
   }
-  // What a run might leave: where the class is registered, and settings of its own.
-  static std::pair<LSTATUS, LSTATUS> traces() {
-    const auto status = [](HKEY root, const wchar_t* path) {
+  // What a run might leave: the class registered, settings of its own, another active setting.
+  struct Traces {
+    bool registered, stored;
+    std::wstring active;
+    bool operator==(const Traces&) const = default;
+  };
+  static Traces traces() {
+    const auto exists = [](const std::wstring& path) {
       RegistryKey key;
-      return RegOpenKeyExW(root, path, 0, KEY_READ, key.put());
+      return RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.put()) ==
+             ERROR_SUCCESS;
     };
-    return {status(HKEY_LOCAL_MACHINE,
-                   L"SOFTWARE\\Classes\\CLSID\\{577F6409-47DB-42FF-B8EA-09DCF969B687}"),
-            status(HKEY_LOCAL_MACHINE,
-                   L"SOFTWARE\\Mirandor\\Vellumic\\Parameters\\"
-                   L"{DFF21CE1-F70F-11D0-B917-00A0C9223196}\\Settings\\vellumic-host")};
+    std::array<wchar_t, 40> active{};
+    DWORD size = sizeof active;
+    RegGetValueW(HKEY_LOCAL_MACHINE, settings.c_str(), L"ActiveSetting", RRF_RT_REG_SZ, nullptr,
+                 active.data(), &size);
+    return {exists(L"SOFTWARE\\Classes\\CLSID\\{577F6409-47DB-42FF-B8EA-09DCF969B687}"),
+            exists(settings + L"\\vellumic-host"), active.data()};
   }
 
+  static inline const std::wstring tree = L"SOFTWARE\\Mirandor\\Vellumic\\Parameters",
+                                   settings =
+                                       tree + L"\\{DFF21CE1-F70F-11D0-B917-00A0C9223196}\\Settings";
   const std::filesystem::path folder =
       std::filesystem::temp_directory_path() /
       ("vellumic-selftest-" + std::to_string(GetCurrentProcessId()));
@@ -311,6 +321,7 @@ TEST_F(SelfTestRun, WholeRunIsInOrderAndLeavesNothing) {
 // Without a microphone; the stage that has just stored its settings is killed, the others still
 // run.
 TEST_F(SelfTestRun, WhatAKilledStageLeavesIsPutBack) {
+  RegSetKeyValueW(HKEY_LOCAL_MACHINE, settings.c_str(), L"ActiveSetting", REG_SZ, L"5", 4);
   const auto before = traces();
   constexpr UINT killed = 42;
   const KernelHandle process = start("nobody");
@@ -326,8 +337,7 @@ TEST_F(SelfTestRun, WhatAKilledStageLeavesIsPutBack) {
       }
     return false;
   };
-  while (traces().second != ERROR_SUCCESS &&
-         WaitForSingleObject(process.get(), 1) == WAIT_TIMEOUT) {
+  while (traces().active == L"5" && WaitForSingleObject(process.get(), 1) == WAIT_TIMEOUT) {
   }
   while (!kill(processId) && WaitForSingleObject(process.get(), 1) == WAIT_TIMEOUT) {
   }
@@ -337,6 +347,7 @@ TEST_F(SelfTestRun, WhatAKilledStageLeavesIsPutBack) {
                            "no microphone; connect one", "nobody: not found; there are: "})
     EXPECT_NE(text.find(part), std::string::npos) << part << " in " << text;
   EXPECT_EQ(traces(), before);
+  RegDeleteTreeW(HKEY_LOCAL_MACHINE, tree.c_str());
 }
 
 }  // namespace
