@@ -42,12 +42,6 @@ void PipelineHandover::prepareStream(int blockSize, int channels, bool fourChann
   }
 }
 
-void PipelineHandover::configureBlock(int blockSize) {
-  freeRetired();
-  takeBlockSize(blockSize);
-  stageBlock();
-}
-
 bool PipelineHandover::setChannels(int channels) {
   if (!takeChannels(channels)) return false;
   freeRetired();

@@ -244,6 +244,8 @@ TEST(Call, ABadFlagLeavesTheConnectionAsItWas) {
   EXPECT_EQ(output.flags, buffer_flags::valid);
   runCall(rig.core->context, 1, good, 1, output);
   EXPECT_EQ(output.validFrames, 2U);
+  EXPECT_EQ(rig.core->context.inputFrames, 1U);  // the connections
+  EXPECT_EQ(rig.core->context.outputFrames, 1U);
   EXPECT_EQ(samples, (std::vector{0.5F, 0.5F, 0.5F, 0.5F, 3.0F, 3.0F, 3.0F, 3.0F}));
 }
 

@@ -126,7 +126,7 @@ TEST(SettingsFile, ValuesOutOfRangeAreAppliedWithAWarning) {
 TEST(Assignment, TakesTheValuesOfASettingsFileWithoutQuotes) {
   const std::tuple<const char*, const char*, float> good[] = {
       {"echo.enabled=false", "echo.enabled", 0.0F},
-      {"echo.enabled = on", "echo.enabled", 1.0F},
+      {" echo.enabled \t=  on \t", "echo.enabled", 1.0F},
       {"level.release_s=+2.5e0", "level.release_s", 2.5F},
       {"limiter.level_db=0", "limiter.level", 1.0F},
       {"equalizer.right.band10.type=notch", "equalizer.right.band10.type", 6.0F},
