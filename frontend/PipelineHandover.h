@@ -48,8 +48,8 @@ class PipelineHandover {
   // first microphone on (until the next fresh stream).
   void prepareStream(int blockSize, int channels, bool fourChannelForm);
 
-  // The parts for another count of microphones. False, and nothing changes, for fewer than 2 and for
-  // more than a frame has room for.
+  // The parts for another count of microphones. False, and nothing changes, for fewer than 2 and
+  // for more than a frame has room for.
   bool setChannels(int channels);
 
   // Frees what the pipeline gave back; every build does so first.
