@@ -5,7 +5,6 @@
 #include <functional>
 #include <limits>
 #include <nlopt.hpp>
-#include <ranges>
 #include <utility>
 
 namespace vellumic::tune {
@@ -121,7 +120,7 @@ SearchResult Run::go(const Budget& budget, std::uint64_t seed) {
     }
     std::ranges::stable_sort(combinations, std::greater{}, &std::pair<double, Point>::first);
     int share = combinations.size() > 1 ? budget.global / 2 : budget.global;
-    for (const Point& from : combinations | std::views::values) {
+    for (const auto& [value, from] : combinations) {
       if (ranges_.empty() || share < 3) break;
       nlopt::srand(static_cast<unsigned long>(seed));
       nlopt::opt global(nlopt::GN_CRS2_LM, dimensions);
