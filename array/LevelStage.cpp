@@ -11,8 +11,7 @@ constexpr float meanOfSine = 0.63661975F;  // 2 / pi: mean magnitude of a sine o
 constexpr float greatestEnvelope = 1e6F;   // the largest sample that the pipeline lets in
 constexpr float greatestReduction = 1e12F;
 constexpr float loudestKept = 10.0F;  // full scale at the largest input gain
-// What it asks of the largest gain (100) and the lowest level (0.001).
-constexpr float greatestSensible = 100.0F * loudestKept / (0.001F * meanOfSine);
+constexpr float greatestMakeupGain = 100.0F, lowestLevel = 0.001F;  // that are sensible
 
 // NaN becomes 1.
 float boundedReduction(float reduction) noexcept {
@@ -28,6 +27,7 @@ float poleOf(float seconds, float sampleRate) noexcept {
 LevelStage::LevelStage(const LevelStageSettings& settings) noexcept { apply(settings); }
 
 void LevelStage::apply(const LevelStageSettings& settings) noexcept VELLUMIC_NONBLOCKING {
+  const float reachBefore = sensibleReach();
   makeupGain_ = settings.makeupGain;
   level_ = settings.level;
   floorEnabled_ = settings.floorEnabled;
@@ -38,14 +38,21 @@ void LevelStage::apply(const LevelStageSettings& settings) noexcept VELLUMIC_NON
   floorCoefficient_ = poleOf(settings.floorTime, sampleRate);
 
   knee_ = level_ * meanOfSine;
-  returnWithinReach();
+  returnWithin(std::max(reachBefore, sensibleReach()));
 }
 
-// A reduction that no settings in their sensible ranges lead to was left by broken ones. It would
+// The reduction that sound up to loudestKept asks of the settings; 1 of broken ones.
+float LevelStage::sensibleReach() const noexcept {
+  const bool sensible =
+      makeupGain_ >= 0.0F && makeupGain_ <= greatestMakeupGain && level_ >= lowestLevel;
+  return sensible ? boundedReduction(makeupGain_ * loudestKept / knee_) : 1.0F;
+}
+
+// A reduction out of reach was left by broken settings or by sound far beyond full scale. It would
 // relax with its own slow times, floor and all, so it starts from what the present sound asks for.
-void LevelStage::returnWithinReach() noexcept {
+void LevelStage::returnWithin(float reach) noexcept {
   if (envelope > loudestKept) envelope = 0.0F;
-  if (smoothedReduction <= greatestSensible && reductionFloor <= greatestSensible) return;
+  if (smoothedReduction <= reach && reductionFloor <= reach) return;
   smoothedReduction = reductionFloor = targetReduction();
 }
 

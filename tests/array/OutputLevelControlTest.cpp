@@ -87,7 +87,7 @@ TEST(OutputLevelControl, RunsOfAnyLengthGiveTheSameBits) {
 
 // Whatever the settings before were, and whatever they left behind.
 TEST(OutputLevelControl, BadSettingsAreForgottenWithTheNextGoodOnes) {
-  constexpr float odd[] = {0.0F, -1.0F, 1e30F, -1e30F, 1e-40F, 3.0F};
+  constexpr float odd[] = {0.0F, -1.0F, 1e30F, -1e30F, 1e-40F, -1e-3F, 1e3F, 3.0F};
   for (const float level : odd)
     for (const float gain : odd)
       for (const float time : odd) {
