@@ -9,7 +9,6 @@ namespace vellumic {
 namespace {
 
 constexpr float frameRate = 125.0F;  // hops of 128 samples at 16 kHz
-constexpr float startNoise = 1e-5F;
 
 float probabilityAfter(int frames, float power, ActivityEstimator& estimator) {
   Eigen::ArrayXf input = Eigen::ArrayXf::Constant(1, power), output(1);

@@ -47,6 +47,9 @@ TEST(Image, OfTheArray) {
               {25, 7},   {671, 10000}, {2132, 1},  {2137, 10}, {2138, 2}, {2139, 0.5F},
               {2140, 1}, {2141, 1},    {2142, 1},  {2143, 1}};
   expectImage(rig, facts);
+  rig.core->sets.setMasterVolume(0.75F);
+  EXPECT_EQ(rig.core->sets.currentImage().at(22), 0.75F);
+  EXPECT_EQ(rig.core->sets.pendingImage().at(22), 0.75F);
   rig.core->sets.setVolumes({.master = 0.5F, .first = 0.25F, .second = 0.125F});
   relockOverLeftovers(rig, {.sampleRate = 44100.0F, .inputChannels = 8, .outputChannels = 4});
   facts.insert({{23, 0.25F}, {24, 0.125F}});
