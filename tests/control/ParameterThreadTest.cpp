@@ -56,8 +56,8 @@ class CaptureObject
   ParameterThreadSubject parameterThreadSubject() {
     return {sync, arena, sets, *this, *this, *this, isInitialized, processingMode};
   }
-  // Signals a reload; true when a new set was ready within 10 seconds.
-  bool reload(DWORD patienceMs = 10000) {
+  // Signals a reload; true when a new set was ready in time, which a busy machine gets.
+  bool reload(DWORD patienceMs = 60000) {
     const auto pending = [this](bool clear) {
       const LockScope scope(sync.parameterLock);
       if (clear) sync.pending = 0;
@@ -239,6 +239,8 @@ TEST_F(ParameterThread, EndsInEveryState) {
     for (const auto which : {ThreadEvent::unused1, ThreadEvent::unused2, ThreadEvent::unused3})
       SetEvent(failed.sync.event(which).get());
     EXPECT_TRUE(failed.reload());
+    for (const auto which : {ThreadEvent::unused1, ThreadEvent::unused2, ThreadEvent::unused3})
+      ResetEvent(failed.sync.event(which).get());
     const auto blocks = failed.arena.liveCount();
     failed.shutDown(failed.sync);
     EXPECT_EQ(failed.arena.liveCount(), blocks - 1);  // the reader's array
