@@ -7,11 +7,9 @@ namespace vellumic {
 
 namespace {
 
-constexpr float meanOfSine = 0.63661975F;  // 2 / pi: mean magnitude of a sine of peak 1
-constexpr float greatestEnvelope = 1e6F;   // the largest sample that the pipeline lets in
-constexpr float greatestReduction = 1e12F;
-constexpr float loudestKept = 10.0F;  // full scale at the largest input gain
-constexpr float greatestMakeupGain = 100.0F, lowestLevel = 0.001F;  // that are sensible
+constexpr float meanOfSine = 0.63661975F;   // 2 / pi: mean magnitude of a sine of peak 1
+constexpr float greatestEnvelope = 1e6F;    // the largest sample that the pipeline lets in
+constexpr float greatestReduction = 1e12F;  // what that asks of settings in their sensible ranges
 
 // NaN becomes 1.
 float boundedReduction(float reduction) noexcept {
@@ -27,7 +25,6 @@ float poleOf(float seconds, float sampleRate) noexcept {
 LevelStage::LevelStage(const LevelStageSettings& settings) noexcept { apply(settings); }
 
 void LevelStage::apply(const LevelStageSettings& settings) noexcept VELLUMIC_NONBLOCKING {
-  const float reachBefore = sensibleReach();
   makeupGain_ = settings.makeupGain;
   level_ = settings.level;
   floorEnabled_ = settings.floorEnabled;
@@ -38,20 +35,16 @@ void LevelStage::apply(const LevelStageSettings& settings) noexcept VELLUMIC_NON
   floorCoefficient_ = poleOf(settings.floorTime, sampleRate);
 
   knee_ = level_ * meanOfSine;
-  returnWithin(std::max(reachBefore, sensibleReach()));
+  returnWithinReach();
 }
 
-// The reduction that sound up to loudestKept asks of the settings; 1 of broken ones.
-float LevelStage::sensibleReach() const noexcept {
-  const bool sensible =
-      makeupGain_ >= 0.0F && makeupGain_ <= greatestMakeupGain && level_ >= lowestLevel;
-  return sensible ? boundedReduction(makeupGain_ * loudestKept / knee_) : 1.0F;
-}
-
-// A reduction out of reach was left by broken settings or by sound far beyond full scale. It would
-// relax with its own slow times, floor and all, so it starts from what the present sound asks for.
-void LevelStage::returnWithin(float reach) noexcept {
+// A reduction that no sound up to full scale, or as loud as the present one, asks of these settings
+// was left by others. It would relax with its own slow times, floor and all, so it starts from what
+// the present sound asks for.
+void LevelStage::returnWithinReach() noexcept {
+  constexpr float loudestKept = 10.0F;  // full scale at the largest input gain
   if (envelope > loudestKept) envelope = 0.0F;
+  const float reach = boundedReduction(makeupGain_ * std::max(meanOfSine, envelope) / knee_);
   if (smoothedReduction <= reach && reductionFloor <= reach) return;
   smoothedReduction = reductionFloor = targetReduction();
 }

@@ -4,8 +4,8 @@
 // The level detector is the smoothed magnitude, compared with the mean magnitude 2/pi of a sine of
 // peak `level`. A slow memory can hold the gain down in pauses, so that noise is not pulled up.
 // Settings act as written, zeros too. Whatever they and the input are, the state stays in the
-// ranges below; a state that neither the settings before nor those of an apply() lead to, as far as
-// they are sensible and the sound stays below 10, starts over there. Thread: real-time only.
+// ranges below; a state that the settings of an apply() cannot have led to starts over there.
+// Thread: real-time only.
 #pragma once
 
 #include <span>
@@ -31,8 +31,7 @@ class LevelStage {
 
  private:
   inline float next(float input) noexcept;
-  float sensibleReach() const noexcept;
-  void returnWithin(float reach) noexcept;
+  void returnWithinReach() noexcept;
   inline float targetReduction() const noexcept;  // what the envelope asks for
 
   // The times are meant for this rate and keep it, whatever the internal rate of the pipeline.

@@ -8,13 +8,16 @@ namespace {
 
 bool beyondAscii(char c) { return static_cast<unsigned char>(c) >= 0x80; }
 
-// The first letter beyond ASCII that follows a backslash, blanks and line ends apart: there a text
-// goes on in the next line, and the parser asks whether the letter is a blank.
-std::optional<std::size_t> letterAfterBackslash(std::string_view text) {
-  char last = ' ';
+// The first letter beyond ASCII at the start of a line that a text of several lines goes on in,
+// after a backslash at the end of the line before: there the parser asks whether it is a blank.
+std::optional<std::size_t> letterAfterLineEnd(std::string_view text) {
+  constexpr std::string_view lineEnds = "\n\v\f\r", blanks = " \t\n\v\f\r";
   for (std::size_t n = 0; n < text.size(); ++n) {
-    if (beyondAscii(text[n]) && last == '\\') return n;
-    if (std::string_view(" \t\n\v\f\r").find(text[n]) == std::string_view::npos) last = text[n];
+    if (!beyondAscii(text[n])) continue;
+    const std::size_t last = n == 0 ? n : text.find_last_not_of(blanks, n - 1);
+    if (last < n && text[last] == '\\' &&
+        text.substr(last, n - last).find_first_of(lineEnds) != std::string_view::npos)
+      return n;
   }
   return std::nullopt;
 }
@@ -74,7 +77,7 @@ toml::table parseToml(std::string_view text) {
     std::string plain(text);
     std::ranges::replace_if(plain, beyondAscii, '?');
     parse(plain);
-    if (const auto found = letterAfterBackslash(text))
+    if (const auto found = letterAfterLineEnd(text))
       throw TomlError(lineOf(text, *found),
                       "write letters beyond ASCII on the line where their text begins");
   }

@@ -24,7 +24,7 @@ RawValues applied(std::string_view text, SettingsWarnings& warnings) {
 TEST(SettingsFile, TablesDottedKeysNamesAndDecibelsAreUnderstood) {
   SettingsWarnings warnings;
   const RawValues values = applied(R"(
-# größer 中
+# größer 中 C:\Übung
 equalizer.enabled = true
 beamformer.enabled = 0
 [equalizer.left]
