@@ -93,6 +93,23 @@ void printNotes(const std::vector<std::string>& notes) {
   for (const std::string& note : notes) std::printf("  %s\n", note.c_str());
 }
 
+// Over an earlier attachment: should the new one be refused, the earlier one is made again, with
+// what others have written meanwhile.
+void attachOver(AttachmentWriter& writer, const Microphone& microphone, const Attachment& older,
+                const std::vector<ValueChange>& back, const std::vector<ValueChange>& changes) {
+  writer.detach(microphone.guid, older, back);
+  try {
+    writer.attach(microphone.guid, changes);
+  } catch (...) {
+    std::vector<ValueChange> again;
+    for (const ValueChange& change : back)
+      again.push_back({.name = change.name, .before = change.after, .after = change.before});
+    // A record that is there: the refused writes could not all be taken back.
+    if (older.whole && !readAttachment(microphone.guid)) writer.attach(microphone.guid, again);
+    throw;
+  }
+}
+
 // What both commands look at; without the rights to write it is not made, except for a dry run.
 struct Target {
   explicit Target(const CtlOptions& options)
@@ -135,8 +152,10 @@ void attachEffects(const CtlOptions& options) {
   }
   const std::string backup = writeBackup(options, microphone, base, changes);
   std::printf("What was there before is in %s.\n", backup.c_str());
-  if (older) writer->detach(microphone.guid, *older, back);
-  writer->attach(microphone.guid, changes);
+  if (older)
+    attachOver(*writer, microphone, *older, back, changes);
+  else
+    writer->attach(microphone.guid, changes);
   std::puts("Attached; vellumic-ctl detach takes it back, vellumic-ctl doctor checks the rest.");
   finish(options);
 }

@@ -71,9 +71,10 @@ RegistryKey writeRecord(const std::wstring& path, const Attachment& attachment) 
   return record;
 }
 
-// All changes and what must follow, or none.
+// All changes and what must follow, or none. clean: not even a part of them is left.
 template <class Then>
-void apply(HKEY key, const std::wstring& path, const std::vector<ValueChange>& changes, Then then) {
+void apply(HKEY key, const std::wstring& path, const std::vector<ValueChange>& changes, bool& clean,
+           Then then) {
   std::size_t done = 0;
   try {
     for (const ValueChange& change : changes) {
@@ -83,7 +84,7 @@ void apply(HKEY key, const std::wstring& path, const std::vector<ValueChange>& c
     then();
   } catch (...) {
     for (const ValueChange& change : changes | std::views::take(done) | std::views::reverse)
-      writeValue(key, change.name, change.before);
+      clean = writeValue(key, change.name, change.before) == ERROR_SUCCESS && clean;
     throw;
   }
 }
@@ -151,13 +152,15 @@ void AttachmentWriter::attach(const std::wstring& endpoint,
   const bool missing = !readEffectProperties(endpoint);
   const RegistryKey record = writeRecord(recordAt, {.madeKey = missing, .changes = changes});
   writeState(recordAt, record.get(), attaching);
-  bool made = false;
+  bool made = false, clean = true;
   RegistryKey key;
   try {
     key = create(path, REG_OPTION_BACKUP_RESTORE, made);
-    apply(key.get(), path, changes, [&] { writeState(recordAt, record.get(), attached); });
-  } catch (...) {
-    if (made) NtDeleteKey(key.get());
+    apply(key.get(), path, changes, clean, [&] { writeState(recordAt, record.get(), attached); });
+  } catch (const CtlError& error) {
+    if (made) clean = NtDeleteKey(key.get()) == 0;
+    if (!clean)  // the record stays, as of a program that was cut short
+      throw CtlError(std::string(error.what()) + ", then vellumic-ctl detach: a part was written");
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, recordAt.c_str());
     throw;
   }
@@ -166,17 +169,17 @@ void AttachmentWriter::attach(const std::wstring& endpoint,
 void AttachmentWriter::detach(const std::wstring& endpoint, const Attachment& attachment,
                               const std::vector<ValueChange>& changes) {
   const std::wstring path = effectPropertiesPath(endpoint), recordAt = recordPath(endpoint);
-  bool made = false;
+  bool made = false, clean = true;
   const RegistryKey record = create(recordAt, 0, made);
   writeState(recordAt, record.get(), detaching);
   try {
     const RegistryKey key = create(path, REG_OPTION_BACKUP_RESTORE, made);
-    apply(key.get(), path, changes, [&] {
+    apply(key.get(), path, changes, clean, [&] {
       if ((attachment.madeKey || made) && isEmpty(key.get())) NtDeleteKey(key.get());
       writeState(recordAt, record.get(), detached);
     });
   } catch (...) {
-    if (attachment.whole) writeValue(record.get(), stateName, textValue(attached));
+    if (attachment.whole && clean) writeValue(record.get(), stateName, textValue(attached));
     throw;
   }
   RegDeleteTreeW(HKEY_LOCAL_MACHINE, recordAt.c_str());
