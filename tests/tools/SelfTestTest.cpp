@@ -2,6 +2,7 @@
 #include <windows.h>
 
 #include <gtest/gtest.h>
+#include <shellapi.h>
 #include <tlhelp32.h>
 
 #include <algorithm>
@@ -103,6 +104,10 @@ TEST(SelfTest, TheVerdictIsTenLinesThatNameTheFirstFault) {
   };
   EXPECT_EQ(lines().size(), 10U);
   EXPECT_FALSE(anyFault(steps));
+  for (const bool finished : {false, true})  // a run ended by force leaves no healthy report
+    EXPECT_EQ(reportText(steps, {"host 1", "Windows 10", "file.json", finished})
+                      .find("\"healthy\": true") != std::string::npos,
+              finished);
   EXPECT_NE(lines()[8].find("Verdict: ok, 0 of 10"), std::string::npos) << lines()[8];
   EXPECT_NE(lines()[9].find("file.json"), std::string::npos);
 
@@ -116,12 +121,30 @@ TEST(SelfTest, TheVerdictIsTenLinesThatNameTheFirstFault) {
   EXPECT_NE(lines()[3].find("not ok"), std::string::npos);
   EXPECT_NE(lines()[3].find("one: \"broken\"; mend it (first of 2)"), std::string::npos);
   EXPECT_NE(lines()[8].find("Verdict: not ok, 2 of 13 steps not ok, 1 cannot"), std::string::npos);
+  // A long text loses its middle, never what to do, and never half a character.
+  std::string longName;
+  for (int i = 0; i < 100; ++i) longName += "\xC3\xA4";
+  steps.push_back({.stage = "volume", .name = "x" + longName, .outcome = bad("y; run it anew")});
+  EXPECT_NE(lines()[4].find("\xC3\xA4...; run it anew"), std::string::npos) << lines()[4];
+  EXPECT_EQ(utf8(wide(lines()[4])), lines()[4]);
+  steps.pop_back();
   EXPECT_NE(
       reportText(steps, facts)
           .find(R"("step": "one", "verdict": "not ok", "hresult": "0x80004005", "ms": 0.000, )"
                 R"("text": "\"broken\"; mend it")"),
       std::string::npos)
       << reportText(steps, facts);
+}
+
+TEST(SelfTest, ArgumentsComeThroughACommandLine) {
+  for (const wchar_t* const text : {L"", L"a\\", L"a\"b", L"a\\\"", L"-x", L"a b\\\\"}) {
+    int count = 0;
+    LPWSTR* const parts =
+        CommandLineToArgvW((L"program " + quotedArgument(text) + L" end").c_str(), &count);
+    ASSERT_EQ(count, 3) << utf8(text);
+    EXPECT_EQ(std::wstring(parts[1]), text);
+    LocalFree(parts);
+  }
 }
 
 // Stages of the test's own, run in processes of this program.
@@ -166,7 +189,7 @@ const test::ChildMode stages[] = {
      [] {
        std::puts("step\tx");
        std::puts("step\ty\t7\t0\t0\ttext");
-       std::puts("terminate called");
+       std::puts("terminate called at C:\\Users\\Jane Doe\\x \xFF");
        return 3;
      }},
     {"leaves",
@@ -176,6 +199,13 @@ const test::ChildMode stages[] = {
          log.tell("left", good());
        });
      }},
+    {"chatters",
+     [] {
+       for (const ULONGLONG end = GetTickCount64() + 20000; GetTickCount64() < end;)
+         std::puts("and on");
+       return 0;
+     }},
+    {"spoils", [] { return stage([](StageLog& log) { log.willChange("babbles"); }); }},
     {"undo", [] { return stage([](StageLog& log) { log.tell("undone", good()); }); }},
 };
 
@@ -200,16 +230,20 @@ void expectSteps(const Supervisor& supervisor, std::vector<std::array<std::strin
 
 TEST(SelfTest, AStageThatFailsStopsNoOtherAndIsUndone) {
   Supervisor test = supervisor();
-  for (const char* name : {"crashes", "throws", "babbles", "leaves", "fine"}) test.run(name);
+  for (const char* name : {"crashes", "throws", "babbles", "spoils", "leaves", "fine"})
+    test.run(name);
   test.putBack();
-  expectSteps(test, {{"crashes", "crashes", "ended with 0xC0000005 in falls; send the report"},
-                     {"put-back", "undone", ""},
-                     {"throws", "com", "opening: no rights; run as administrator"},
-                     {"throws", "other", "an excuse: why"},
-                     {"babbles", "babbles", "0x00000003 in its start, saying: terminate called"},
-                     {"leaves", "left", ""},
-                     {"fine", "a?b", "c?d"},
-                     {"put-back", "undone", ""}});
+  expectSteps(test,
+              {{"crashes", "crashes", "ended with 0xC0000005 in falls; send the report"},
+               {"put-back", "undone", ""},
+               {"throws", "com", "opening: no rights; run as administrator"},
+               {"throws", "other", "an excuse: why"},
+               {"babbles", "babbles",
+                "saying: terminate called at C:\\Users\\...\\x \xEF\xBF\xBD; send the report"},
+               {"leaves", "left", ""},
+               {"fine", "a?b", "c?d"},
+               {"put-back", "undone", ""},
+               {"put-back", "babbles", "x \xEF\xBF\xBD; run the self-test once more"}});
   EXPECT_EQ(test.steps()[2].outcome.result, E_ACCESSDENIED);
   EXPECT_EQ(test.steps()[3].outcome.verdict, unknown);
 }
@@ -226,14 +260,30 @@ TEST(SelfTest, AStageThatHangsOrIsInterruptedIsEnded) {
   stopped.run("hangs");
   stopped.run("fine");
   user.join();
+  stopped.putBack();
   expectSteps(stopped, {{"hangs", "hangs", "interrupted in "}});
+  Supervisor between = supervisor();
+  between.interrupt();
+  for (const char* name : {"fine", "leaves"}) between.run(name);
+  between.putBack();
+  expectSteps(between, {{"fine", "fine", "interrupted; run again"}});
+  Supervisor chatty = supervisor();
+  std::jthread listener([&] {
+    Sleep(300);
+    chatty.interrupt();
+  });
+  chatty.run("chatters");
+  expectSteps(chatty, {{"chatters", "chatters", "interrupted in "}});
 }
 
 // The program itself, whole, on the machine of the test.
 class SelfTestRun : public testing::Test {
  protected:
   ~SelfTestRun() override { std::filesystem::remove_all(folder); }
-  void SetUp() override { std::filesystem::create_directories(folder); }
+  void SetUp() override {
+    std::filesystem::create_directories(folder);
+    std::ofstream(older) << "older";
+  }
 
   KernelHandle start(const std::string& arguments) {
     std::array<wchar_t, MAX_PATH> program{};
@@ -241,7 +291,7 @@ class SelfTestRun : public testing::Test {
     std::wstring command =
         L'"' +
         (std::filesystem::path(program.data()).parent_path() / L"vellumic-host.exe").wstring() +
-        L"\" --selftest --endpoint " + wide(arguments) + L' ' + report.wstring();
+        L"\" --selftest --endpoint " + wide(arguments) + L' ' + older.wstring();
     SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
     const KernelHandle file(CreateFileW(printed.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited,
                                         CREATE_ALWAYS, 0, nullptr));
@@ -267,24 +317,26 @@ class SelfTestRun : public testing::Test {
     text << std::ifstream(file).rdbuf();
     return text.str();
   }
-  // What a run might leave: the class registered, settings of its own, another active setting.
+  // What a run might leave: the class registered, settings of its own, a key to try on, another
+  // active setting.
   struct Traces {
-    bool registered, stored;
+    bool registered, stored, key;
     std::wstring active;
     bool operator==(const Traces&) const = default;
   };
   static Traces traces() {
     const auto exists = [](const std::wstring& path) {
       RegistryKey key;
-      return RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.put()) ==
-             ERROR_SUCCESS;
+      return RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.put()) !=
+             ERROR_FILE_NOT_FOUND;
     };
-    std::array<wchar_t, 40> active{};
+    std::array<wchar_t, 400> active{};
     DWORD size = sizeof active;
     RegGetValueW(HKEY_LOCAL_MACHINE, settings.c_str(), L"ActiveSetting", RRF_RT_REG_SZ, nullptr,
                  active.data(), &size);
     return {exists(L"SOFTWARE\\Classes\\CLSID\\{577F6409-47DB-42FF-B8EA-09DCF969B687}"),
-            exists(settings + L"\\vellumic-host"), active.data()};
+            exists(settings + L"\\vellumic-host"), exists(L"SOFTWARE\\Vellumic-selftest"),
+            active.data()};
   }
 
   static inline const std::wstring tree = L"SOFTWARE\\Mirandor\\Vellumic\\Parameters",
@@ -293,7 +345,8 @@ class SelfTestRun : public testing::Test {
   const std::filesystem::path folder =
       std::filesystem::temp_directory_path() /
       ("vellumic-selftest-" + std::to_string(GetCurrentProcessId()));
-  const std::filesystem::path report = folder / "report.json", printed = folder / "printed.txt";
+  const std::filesystem::path older = folder / "report.json", report = folder / "report-2.json",
+                              printed = folder / "printed.txt";
   DWORD processId = 0;
 };
 
@@ -315,13 +368,16 @@ TEST_F(SelfTestRun, WholeRunIsInOrderAndLeavesNothing) {
     const std::string line = text.substr(at, text.find('\n', at) - at);
     EXPECT_NE(line.find("\"verdict\": \"ok\""), std::string::npos) << line;
   }
+  EXPECT_EQ(contentOf(older), "older");
   EXPECT_EQ(traces(), before);
 }
 
 // Without a microphone; the stage that has just stored its settings is killed, the others still
 // run.
 TEST_F(SelfTestRun, WhatAKilledStageLeavesIsPutBack) {
-  RegSetKeyValueW(HKEY_LOCAL_MACHINE, settings.c_str(), L"ActiveSetting", REG_SZ, L"5", 4);
+  const std::wstring active(300, L'5');
+  RegSetKeyValueW(HKEY_LOCAL_MACHINE, settings.c_str(), L"ActiveSetting", REG_SZ, active.c_str(),
+                  602);
   const auto before = traces();
   constexpr UINT killed = 42;
   const KernelHandle process = start("nobody");
@@ -337,7 +393,7 @@ TEST_F(SelfTestRun, WhatAKilledStageLeavesIsPutBack) {
       }
     return false;
   };
-  while (traces().active == L"5" && WaitForSingleObject(process.get(), 1) == WAIT_TIMEOUT) {
+  while (traces().active == active && WaitForSingleObject(process.get(), 1) == WAIT_TIMEOUT) {
   }
   while (!kill(processId) && WaitForSingleObject(process.get(), 1) == WAIT_TIMEOUT) {
   }

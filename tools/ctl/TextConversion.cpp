@@ -23,6 +23,20 @@ std::wstring wide(std::string_view text) {
   return result;
 }
 
+std::wstring quotedArgument(std::wstring_view text) {
+  std::wstring result = L"\"";
+  std::size_t backslashes = 0;  // doubled in front of a quote, and only there
+  for (const wchar_t unit : text) {
+    if (unit == L'\\') {
+      ++backslashes;
+      continue;
+    }
+    result.append(unit == L'"' ? 2 * backslashes + 1 : backslashes, L'\\') += unit;
+    backslashes = 0;
+  }
+  return result.append(2 * backslashes, L'\\') + L'"';
+}
+
 std::wstring_view textOf(const StatusText& text) noexcept {
   const auto end = std::ranges::find(text, L'\0');
   return {text.data(), static_cast<std::size_t>(end - text.begin())};

@@ -10,6 +10,24 @@ constexpr REFERENCE_TIME bufferDuration = 2'000'000;  // 200 ms in units of 100 
 constexpr double periodMs = 10.0;
 constexpr DWORD patienceMs = 5000;  // without a packet
 
+// A started stream on an urgent thread, until its end.
+class Running {
+ public:
+  explicit Running(IAudioClient& client) : client_(client) {
+    SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_TIME_CRITICAL);
+  }
+  ~Running() {
+    client_.Stop();
+    SetThreadPriority(GetCurrentThread(), priority_);
+  }
+  Running(const Running&) = delete;
+  Running& operator=(const Running&) = delete;
+
+ private:
+  IAudioClient& client_;
+  const int priority_ = GetThreadPriority(GetCurrentThread());
+};
+
 }  // namespace
 
 LiveCapture::LiveCapture(const Endpoint& endpoint) {
@@ -36,8 +54,7 @@ LiveFigures LiveCapture::run(double seconds,
                              const std::function<void(const float*, unsigned)>& take) {
   using Clock = std::chrono::steady_clock;
   LiveFigures figures;
-  const int priority = GetThreadPriority(GetCurrentThread());
-  SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_TIME_CRITICAL);
+  const Running running(*client_.get());
   check(client_->Start(), "the microphone does not start");
   heardFrames_ = 0.0;
   Clock::time_point last = Clock::now(), lastPacket = last;
@@ -57,8 +74,6 @@ LiveFigures LiveCapture::run(double seconds,
     drain(take, figures);
     if (figures.packets > before) lastPacket = now;
   }
-  client_->Stop();
-  SetThreadPriority(GetCurrentThread(), priority);
   return figures;
 }
 

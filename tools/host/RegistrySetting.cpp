@@ -1,6 +1,5 @@
 #include "tools/host/RegistrySetting.h"
 
-#include <array>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -26,12 +25,19 @@ void setText(HKEY key, const wchar_t* name, const std::wstring& text) {
       RegSetValueExW(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()), bytes));
 }
 
+// Nothing: there is no such value. Throws for one that is no text: it could not be put back.
 std::optional<std::wstring> readText(HKEY key, const wchar_t* name) {
-  std::array<wchar_t, 256> text{};
-  DWORD size = sizeof text - sizeof text[0];
-  if (RegGetValueW(key, nullptr, name, RRF_RT_REG_SZ, nullptr, text.data(), &size) != ERROR_SUCCESS)
-    return std::nullopt;
-  return text.data();
+  DWORD size = 0;
+  LSTATUS status = RegGetValueW(key, nullptr, name, RRF_RT_REG_SZ, nullptr, nullptr, &size);
+  if (status == ERROR_FILE_NOT_FOUND) return std::nullopt;
+  std::wstring text(size / sizeof(wchar_t) + 1, L'\0');
+  size = static_cast<DWORD>(text.size() * sizeof(wchar_t));
+  if (status == ERROR_SUCCESS)
+    status = RegGetValueW(key, nullptr, name, RRF_RT_REG_SZ, nullptr, text.data(), &size);
+  if (status != ERROR_SUCCESS)
+    throw std::runtime_error("settings: ActiveSetting cannot be read (error " +
+                             std::to_string(status) + "); make it a text with regedit");
+  return text.c_str();
 }
 
 // The tree's keys that hold nothing, from the lowest up to the maker's.
@@ -48,6 +54,15 @@ void removeEmptyKeys(std::wstring path) noexcept {
     RegDeleteKeyW(HKEY_LOCAL_MACHINE, path.c_str());
     path.erase(path.rfind(L'\\'));
   }
+}
+
+bool somethingIsLeft() {
+  RegistryKey settings, own;
+  const LSTATUS opened =
+      RegOpenKeyExW(HKEY_LOCAL_MACHINE, settingsPath, 0, KEY_READ, settings.put());
+  if (opened != ERROR_SUCCESS) return opened != ERROR_FILE_NOT_FOUND;
+  return readText(settings.get(), activeName) == ownName ||
+         RegOpenKeyExW(settings.get(), ownName, 0, KEY_READ, own.put()) != ERROR_FILE_NOT_FOUND;
 }
 
 }  // namespace
@@ -80,24 +95,26 @@ RegistrySetting::~RegistrySetting() {
   putBack();
 }
 
-void RegistrySetting::putBack() noexcept {
+bool RegistrySetting::putBack() noexcept try {
   RegistryKey settings, own;
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, settingsPath, 0, KEY_ALL_ACCESS, settings.put()) !=
-      ERROR_SUCCESS)
-    return;
+  const LSTATUS opened =
+      RegOpenKeyExW(HKEY_LOCAL_MACHINE, settingsPath, 0, KEY_ALL_ACCESS, settings.put());
+  if (opened != ERROR_SUCCESS) return opened == ERROR_FILE_NOT_FOUND || !somethingIsLeft();
   if (readText(settings.get(), activeName) == ownName) {
     RegOpenKeyExW(settings.get(), ownName, 0, KEY_READ, own.put());
     if (const auto before = own ? readText(own.get(), beforeName) : std::nullopt)
-      RegSetValueExW(settings.get(), activeName, 0, REG_SZ,
-                     reinterpret_cast<const BYTE*>(before->c_str()),
-                     static_cast<DWORD>((before->size() + 1) * sizeof(wchar_t)));
+      setText(settings.get(), activeName, *before);
     else
       RegDeleteValueW(settings.get(), activeName);
   }
   own.reset();
   RegDeleteKeyW(settings.get(), ownName);
   settings.reset();
+  const bool left = somethingIsLeft();
   removeEmptyKeys(settingsPath);
+  return !left;
+} catch (const std::exception&) {
+  return false;
 }
 
 }  // namespace vellumic::tools

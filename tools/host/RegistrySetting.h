@@ -20,8 +20,8 @@ class RegistrySetting {
 
   void store(const RawValues& values);
 
-  // What the destructor does, also for a program that was cut short.
-  static void putBack() noexcept;
+  // What the destructor does, also for a program that was cut short. False: something is left.
+  static bool putBack() noexcept;
 
  private:
   RegistryKey settings_, setting_;

@@ -80,15 +80,18 @@ void ServiceStandIn::noteBoard() noexcept {
   const std::scoped_lock lock(seenMutex_);
   Seen& seen = seen_[instance];
   seen.classId = block.classId;
+  seen.endpoint = block.endpoint;
   seen.propertyEvent = block.propertyEvent;
   ++seen.times;
 }
 
-int ServiceStandIn::timesSeen(const CLSID& classId) const {
+int ServiceStandIn::timesSeen(const CLSID& classId, const GUID* endpoint) const {
   const std::scoped_lock lock(seenMutex_);
   int times = 0;
   for (const auto& [instance, seen] : seen_)
-    if (IsEqualGUID(seen.classId, classId)) times += seen.times;
+    if (IsEqualGUID(seen.classId, classId) &&
+        (endpoint == nullptr || IsEqualGUID(seen.endpoint, *endpoint)))
+      times += seen.times;
   return times;
 }
 

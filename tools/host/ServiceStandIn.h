@@ -29,8 +29,8 @@ class ServiceStandIn {
   bool waitFor(const CLSID& classId, DWORD milliseconds) const;
   // Signals the property event of every object seen. Gives their number.
   std::size_t tellToReload() const;
-  // How often the board showed an object of the class.
-  int timesSeen(const CLSID& classId) const;
+  // How often the board showed an object of the class, of any endpoint or of that one.
+  int timesSeen(const CLSID& classId, const GUID* endpoint = nullptr) const;
 
  private:
   void watch() noexcept;
@@ -38,6 +38,7 @@ class ServiceStandIn {
 
   struct Seen {
     CLSID classId{};
+    GUID endpoint{};
     StatusText propertyEvent{};
     int times = 0;
   };

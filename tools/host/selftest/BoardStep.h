@@ -34,7 +34,7 @@ class TestSettings {
         setting_.emplace(values);
         return good();
       } catch (const std::runtime_error& error) {
-        log.changedBack(undo);
+        if (RegistrySetting::putBack()) log.changedBack(undo);
         return untold(error.what());
       }
     });
@@ -43,7 +43,7 @@ class TestSettings {
     if (!setting_) return;
     setting_.reset();
     if (board_) board_->tellToReload();
-    log_.changedBack(undo);
+    if (RegistrySetting::putBack()) log_.changedBack(undo);  // it was put back
   }
   TestSettings(const TestSettings&) = delete;
   TestSettings& operator=(const TestSettings&) = delete;

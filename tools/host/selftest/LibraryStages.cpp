@@ -1,6 +1,7 @@
 // The library itself: registered, its classes made, let go.
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 
 #include "control/Handle.h"
 #include "tools/ctl/TextConversion.h"
@@ -13,15 +14,23 @@ namespace {
 
 constexpr wchar_t libraryName[] = L"VellumicAPO64c.dll";
 
-// Where COM finds a class; empty: nowhere.
-std::filesystem::path registeredFile(const CLSID& id) {
+// Where COM finds a class; nothing: nowhere.
+std::optional<std::filesystem::path> registeredFile(const CLSID& id) {
   wchar_t file[1024] = {};
   DWORD size = sizeof file - sizeof file[0];
   const std::wstring path = L"CLSID\\" + wide(guidText(id)) + L"\\InprocServer32";
-  return RegGetValueW(HKEY_CLASSES_ROOT, path.c_str(), nullptr, RRF_RT_REG_SZ, nullptr, file,
-                      &size) == ERROR_SUCCESS
-             ? file
-             : L"";
+  const LSTATUS read =
+      RegGetValueW(HKEY_CLASSES_ROOT, path.c_str(), nullptr, RRF_RT_REG_SZ, nullptr, file, &size);
+  if (read == ERROR_FILE_NOT_FOUND) return std::nullopt;
+  return read == ERROR_SUCCESS ? file : L"a file that cannot be read";
+}
+
+// Registered there by somebody: not to be written over, and not to be removed.
+bool registeredFor(const std::string& scope, const CLSID& id) {
+  RegistryKey key;
+  const std::wstring path = L"SOFTWARE\\Classes\\CLSID\\" + wide(guidText(id));
+  return RegOpenKeyExW(scope == "user" ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE, path.c_str(), 0,
+                       KEY_READ, key.put()) != ERROR_FILE_NOT_FOUND;
 }
 
 // COM makes objects of it in this process. Elevated ones do not see a user's classes.
@@ -62,14 +71,16 @@ void registerStage(StageLog& log, const StageOptions&) {
   bool needed = false;
   log.attempt("registered", [&] {
     const auto file = registeredFile(id);
-    needed = file.empty();
-    if (needed) return good("not yet; for the time of the test");
-    return SUCCEEDED(creatable(id))
-               ? good("uses what is registered: " + utf8(file.filename().wstring()))
-               : explained(creatable(id), "what is registered");
+    const HRESULT created = creatable(id);
+    needed = !file || (created == REGDB_E_CLASSNOTREG && !registeredFor("machine", id));
+    if (!file) return good("not yet; for the time of the test");
+    if (needed) return good("for a user, which this program does not see");
+    return SUCCEEDED(created) ? good("uses what is registered: " + utf8(file->filename().wstring()))
+                              : explained(created, "what is registered");
   });
   for (const char* scope : {"user", "machine"}) {
     if (!needed) break;
+    if (registeredFor(scope, id)) continue;
     const std::string undo = std::string("unregister ") + scope;
     log.attempt(std::string("register for this ") + scope, [&]() -> Outcome {
       const Installer installer;
@@ -77,8 +88,7 @@ void registerStage(StageLog& log, const StageOptions&) {
       const HRESULT result = installer.install(true, scope);
       needed = SUCCEEDED(result) && creatable(id) == REGDB_E_CLASSNOTREG;
       if (SUCCEEDED(result) && !needed) return good();
-      installer.install(false, scope);
-      log.changedBack(undo);
+      if (SUCCEEDED(installer.install(false, scope))) log.changedBack(undo);
       if (FAILED(result)) return explained(result, "registering");
       return Outcome{Verdict::ok, "an elevated program does not see it; taken back",
                      REGDB_E_CLASSNOTREG};

@@ -8,6 +8,7 @@
 #include <stop_token>
 #include <thread>
 
+#include "tools/ctl/TextConversion.h"
 #include "tools/host/Chain.h"
 #include "tools/host/LiveCapture.h"
 #include "tools/host/selftest/BoardStep.h"
@@ -101,9 +102,11 @@ void LiveRun::watchEngine() {
   log_.attempt("effects inside the audio engine", [&] {
     if (!board_) return untold("they cannot be seen without a status board");
     capture_->run(listenSeconds, [](const float*, unsigned) {});
+    GUID here{};
+    check(CLSIDFromString(wide(site_.endpoint().guid).c_str(), &here), "the microphone's id");
     std::string seen, chained;
     for (const char* name : classNames) {
-      if (board_->timesSeen(classIdOf(name)) == 0) continue;
+      if (board_->timesSeen(classIdOf(name), &here) == 0) continue;
       seen += (seen.empty() ? "" : ", ") + std::string(name);
       if (inChain(site_.endpoint().guid, name)) chained = ", by a chain";
     }
@@ -212,6 +215,8 @@ void LiveRun::run() {
 }
 
 void LiveRun::tellFigures(const LiveFigures& live) {
+  if (effects_.empty())
+    return log_.tell("sound out of the effects", untold("none could be made; mend that first"));
   log_.tell("sound out of the effects",
             judgeSound({.finite = finite_,
                         .failedPeriods = chain_->failed() + keyword_->failed(),

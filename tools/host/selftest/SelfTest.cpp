@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <filesystem>
 
 #include "control/Handle.h"
 #include "tools/OutputFile.h"
@@ -64,17 +65,36 @@ std::string systemText() {
 std::wstring commandOf(const std::string& stage, const StageOptions& options) {
   wchar_t program[1024] = {};
   GetModuleFileNameW(nullptr, program, 1024);
-  std::wstring command = L'"' + std::wstring(program) + L"\" --selftest-stage \"" + wide(stage) +
-                         L"\" --seconds " + std::to_wstring(options.seconds);
-  if (!options.endpoint.empty()) command += L" --endpoint \"" + wide(options.endpoint) + L'"';
+  std::wstring command = quotedArgument(program) + L' ' +
+                         quotedArgument(L"--selftest-stage=" + wide(stage)) + L" --seconds " +
+                         std::to_wstring(options.seconds);
+  if (!options.endpoint.empty())
+    command += L' ' + quotedArgument(L"--endpoint=" + wide(options.endpoint));
   return command;
+}
+
+// Never over an older report: a number is added.
+std::string freeName(const std::string& wanted) {
+  const std::filesystem::path path = wanted;
+  std::filesystem::path name = path;
+  std::error_code ignored;
+  for (int number = 2; std::filesystem::is_regular_file(name, ignored); ++number) {
+    name = path;
+    name.replace_filename(path.stem());
+    name += "-" + std::to_string(number);
+    name += path.extension();
+  }
+  return name.string();
 }
 
 }  // namespace
 
-bool selfTest(const StageOptions& options, const std::string& reportFile) {
-  const ReportFacts facts{
-      .program = versionLine("vellumic-host"), .system = systemText(), .file = reportFile};
+bool selfTest(const StageOptions& options, const std::string& wantedFile) {
+  const std::string reportFile = freeName(wantedFile);
+  ReportFacts facts{.program = versionLine("vellumic-host"),
+                    .system = systemText(),
+                    .file = reportFile,
+                    .finished = false};
   writeWholeFile(reportFile, reportText({}, facts));  // fails before long work, not after it
   std::printf("%s, %s\nAbout %.0f s. The microphone is heard; nothing of it is kept.\n",
               facts.program.c_str(), facts.system.c_str(), options.seconds + 10.0);
@@ -84,9 +104,10 @@ bool selfTest(const StageOptions& options, const std::string& reportFile) {
   const InterruptWatch watch(supervisor);
   for (const std::string& stage : stageNames()) supervisor.run(stage);
   supervisor.putBack();
+  facts.finished = true;
   writeWholeFile(reportFile, reportText(supervisor.steps(), facts));
   std::fputs(verdictText(supervisor.steps(), facts).c_str(), stdout);
-  return !anyFault(supervisor.steps()) && !supervisor.interrupted();
+  return !anyFault(supervisor.steps());
 }
 
 }  // namespace vellumic::tools

@@ -10,7 +10,8 @@ namespace vellumic::tools {
 
 inline constexpr char reportName[] = "vellumic-selftest.json";
 
-// False when a step was not ok. Throws std::runtime_error if the report cannot be written.
-bool selfTest(const StageOptions& options, const std::string& reportFile);
+// False when a step was not ok. An older report stays: the new one's name gets a number. Throws
+// std::runtime_error if the report cannot be written.
+bool selfTest(const StageOptions& options, const std::string& wantedFile);
 
 }  // namespace vellumic::tools

@@ -145,7 +145,8 @@ void signalStage(StageLog& log, const StageOptions& options) {
 
 void settingsBackStage(StageLog& log) {
   log.attempt("settings put back", [] {
-    RegistrySetting::putBack();
+    if (!RegistrySetting::putBack())
+      return bad("vellumic-host is still the active setting, or stored; run as administrator");
     std::size_t told = 0;
     for (const SeenObject& object : searchObjects().objects) told += signalReload(object) ? 1U : 0U;
     return good(std::to_string(told) + " effects told");

@@ -17,14 +17,13 @@ const std::vector<std::pair<std::string, Stage>>& stages() {
   return all;
 }
 
-bool undo(StageLog& log, const std::string& name, const std::string& argument,
-          const StageOptions& options) {
+bool undo(StageLog& log, const std::string& name, const std::string& argument) {
   if (name == "unregister")
     unregisterStage(log, argument);
   else if (name == "settings-back")
     settingsBackStage(log);
   else if (name == "volume-back")
-    volumeBackStage(log, options, argument);
+    volumeBackStage(log, argument);
   else if (name == "key-back")
     keyBackStage(log);
   else
@@ -44,6 +43,8 @@ const std::vector<std::string>& stageNames() {
 }
 
 void runStage(const std::string& name, const StageOptions& options) {
+  // No window of the system's waits for a click.
+  SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
   const Apartment apartment;
   StageLog log;
   const auto found = std::ranges::find(stages(), name, &std::pair<std::string, Stage>::first);
@@ -57,7 +58,7 @@ void runStage(const std::string& name, const StageOptions& options) {
   }
   const std::size_t space = name.find(' ');
   const std::string argument = space == std::string::npos ? "" : name.substr(space + 1);
-  if (!undo(log, name.substr(0, space), argument, options))
+  if (!undo(log, name.substr(0, space), argument))
     throw std::runtime_error("--selftest-stage " + name + ": there is no such stage");
 }
 

@@ -33,7 +33,8 @@ void unloadStage(StageLog& log, const StageOptions& options);    // the library 
 // Undo of the above. argument: what was there before.
 void unregisterStage(StageLog& log, const std::string& scope);  // "user" or "machine"
 void settingsBackStage(StageLog& log);
-void volumeBackStage(StageLog& log, const StageOptions& options, const std::string& level);
+void volumeBackStage(StageLog& log,
+                     const std::string& argument);  // the microphone's GUID, the level
 void keyBackStage(StageLog& log);
 
 }  // namespace vellumic::tools

@@ -64,11 +64,20 @@ std::string codeText(HRESULT result) {
 
 const char* textOf(Verdict verdict) { return verdicts.at(static_cast<std::size_t>(verdict)); }
 
-// On the console; the file holds it whole.
+// On the console; the file holds it whole. What to do, behind the last semicolon, is never cut.
 std::string said(const Step& step) {
-  constexpr std::size_t most = 85;
+  constexpr std::size_t most = 85, leastHead = 30, mostTail = 110;
   std::string text = step.name + (step.outcome.text.empty() ? "" : ": " + step.outcome.text);
-  if (text.size() > most) text.replace(most - 3, std::string::npos, "...");
+  const auto inside = [&](std::size_t at) {  // a UTF-8 character
+    return at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80U;
+  };
+  std::size_t tail = std::min(text.rfind("; "), text.size());
+  tail = std::max(tail, text.size() - std::min(text.size(), mostTail));
+  while (inside(tail)) ++tail;
+  const std::size_t kept = text.size() - tail + 3;
+  std::size_t head = std::max(leastHead, most - std::min(most, kept));
+  while (inside(head)) --head;
+  if (text.size() > most && head + 3 < tail) text.replace(head, tail - head, "...");
   return text;
 }
 
@@ -122,6 +131,20 @@ Outcome explained(HRESULT result, const std::string& what) {
   return bad(start + "failed (" + codeText(result) + "); send the report", result);
 }
 
+std::string withoutAccount(std::string text) {
+  constexpr std::string_view folder = "\\users\\";
+  const auto same = [](char a, char b) { return (a >= 'A' && a <= 'Z' ? a + 32 : a) == b; };
+  for (auto at = text.begin();;) {
+    at = std::search(at, text.end(), folder.begin(), folder.end(), same);
+    if (at == text.end()) return text;
+    const auto name = at + static_cast<std::ptrdiff_t>(folder.size());
+    const auto end = std::find_if(name, text.end(), [](char c) { return c == '\\' || c == '"'; });
+    const auto start = name - text.begin();
+    text.replace(name, end, "...");
+    at = text.begin() + start;
+  }
+}
+
 std::string lineOf(const StageLine& line) {
   std::string text =
       kinds.at(static_cast<std::size_t>(line.kind)) + ('\t' + onOneLine(line.step.name));
@@ -159,7 +182,8 @@ std::string verdictText(const std::vector<Step>& steps, const ReportFacts& facts
   text += std::string("Verdict: ") + (faults > 0 ? "not ok" : "ok") + ", " +
           std::to_string(faults) + " of " + std::to_string(steps.size()) + " steps not ok, " +
           std::to_string(open) + " cannot be told here\n";
-  return text + "Send back: " + facts.file + " (names of sound devices, nothing else personal)\n";
+  return text + "Send back: " + facts.file +
+         " (names and ids of sound devices, nothing else personal)\n";
 }
 
 std::string reportText(const std::vector<Step>& steps, const ReportFacts& facts) {
@@ -180,8 +204,11 @@ std::string reportText(const std::vector<Step>& steps, const ReportFacts& facts)
   return JsonObject()
              .addText("program", facts.program)
              .addText("system", facts.system)
-             .addText("privacy", "names of sound devices, nothing else personal")
-             .add("healthy", !anyFault(steps))
+             .addText("privacy",
+                      "names of sound devices, which may hold their owner's, and their ids; "
+                      "nothing else personal")
+             .add("finished", facts.finished)
+             .add("healthy", facts.finished && !anyFault(steps))
              .add("steps", "[" + list + "\n]")
              .text() +
          "\n";

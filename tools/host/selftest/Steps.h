@@ -39,6 +39,9 @@ struct Step {
   double milliseconds = 0.0;
 };
 
+// With ... for the account in every path of its folder: reports are sent away.
+std::string withoutAccount(std::string text);
+
 // A line that a stage prints, without its end.
 struct StageLine {
   enum class Kind { begin, step, willChange, changedBack } kind = Kind::begin;
@@ -51,6 +54,7 @@ std::optional<StageLine> parseLine(std::string_view line);  // nothing: not one 
 struct ReportFacts {
   std::string program, system;  // version lines
   std::string file;             // of the report
+  bool finished = true;         // false: what a run leaves that is ended by force
 };
 
 // Ten lines at most: one for each group of stages that ran, the verdict, the file.

@@ -3,11 +3,15 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <utility>
+
+#include "tools/ctl/TextConversion.h"
 
 namespace vellumic::tools {
 namespace {
 
 constexpr DWORD stepMs = 10;
+constexpr DWORD endingMs = 5000;  // for a process to go once it is ended
 constexpr DWORD endedByUs = 0xFFFFFFFE;
 
 std::string exitText(DWORD code) {
@@ -37,10 +41,10 @@ struct Supervisor::Child {
     startup.dwFlags = STARTF_USESTDHANDLES;
     startup.hStdOutput = startup.hStdError = input.get();
     PROCESS_INFORMATION information{};
-    // A group of its own: Ctrl+C reaches us alone.
+    // A console of its own: Ctrl+C, and the end of ours, reach us alone.
     if (!CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE,
-                        CREATE_SUSPENDED | CREATE_NEW_PROCESS_GROUP, nullptr, nullptr, &startup,
-                        &information)) {
+                        CREATE_SUSPENDED | CREATE_NEW_PROCESS_GROUP | CREATE_NO_WINDOW, nullptr,
+                        nullptr, &startup, &information)) {
       error = GetLastError();
       return;
     }
@@ -83,9 +87,18 @@ Supervisor::Supervisor(std::function<std::wstring(const std::string&)> commandOf
 }
 
 void Supervisor::run(const std::string& stage) {
-  if (interrupted_) return;
+  if (interrupted_) return tellInterrupt(stage);
   const std::size_t before = undo_.size();
   if (!runChild(stage, stage, true)) putBack(before);
+}
+
+void Supervisor::tellInterrupt(const std::string& stage) {
+  if (!std::exchange(interruptTold_, true)) note(stage, stage, bad("interrupted; run again"));
+}
+
+void Supervisor::putBack() {
+  if (interrupted_) tellInterrupt("put-back");
+  putBack(0);
 }
 
 void Supervisor::putBack(std::size_t left) {
@@ -101,39 +114,52 @@ bool Supervisor::runChild(const std::string& stage, const std::string& command, 
   lastWords_.clear();
   Child child(commandOf_(command), job_.get());
   if (!child.process) {
-    note(stage, bad("cannot be started (error " + std::to_string(child.error) +
-                    "); is a virus scanner in the way?"));
+    note(stage, command,
+         bad("cannot be started (error " + std::to_string(child.error) +
+             "); is a virus scanner in the way?"));
     return false;
   }
-  ULONGLONG heard = GetTickCount64();
-  bool hung = false, stopped = false;
+  ULONGLONG heard = GetTickCount64(), endedAt = 0;
+  bool hung = false, stopped = false, gone = false;
   std::string line;
-  for (bool ended = false;;) {
+  for (;;) {
     if (child.read()) {
       heard = GetTickCount64();
       while (child.nextLine(line)) take(stage, line);
-      continue;
+    } else if (gone) {
+      break;  // and everything is read
+    } else {
+      gone = WaitForSingleObject(child.process.get(), stepMs) == WAIT_OBJECT_0;
     }
-    if (ended) break;  // and everything is read
-    ended = WaitForSingleObject(child.process.get(), stepMs) == WAIT_OBJECT_0;
-    stopped = stopped || (mayInterrupt && interrupted_);
+    if (gone) continue;
+    stopped = stopped || (!hung && mayInterrupt && interrupted_);
     hung = hung || (!stopped && GetTickCount64() - heard > patienceMs_);
-    if (!ended && (hung || stopped)) child.end();
+    if (!hung && !stopped) continue;
+    child.end();
+    if (endedAt == 0) endedAt = GetTickCount64();
+    if (GetTickCount64() - endedAt > endingMs) break;  // a driver holds it
   }
   if (!child.text.empty()) take(stage, child.text);
   DWORD code = 0;
   GetExitCodeProcess(child.process.get(), &code);
-  const std::string where = " in " + begun_ + (lastWords_.empty() ? "" : ", saying: " + lastWords_);
-  if (stopped)
-    note(stage, bad("interrupted" + where + "; run again"));
-  else if (hung)
-    note(stage, bad("answers no more" + where + "; send the report"));
-  else if (code != 0)
-    note(stage, bad(exitText(code) + where + "; send the report", static_cast<HRESULT>(code)));
+  const std::string where = " in " + begun_ +
+                            (lastWords_.empty() ? "" : ", saying: " + lastWords_) +
+                            (gone ? "" : ", and its process does not end");
+  // What another run does first is to put back what one has left.
+  const std::string remedy = mayInterrupt ? "; send the report" : "; run the self-test once more";
+  if (stopped) {
+    note(stage, command, bad("interrupted" + where + "; run again"));
+    interruptTold_ = true;
+  } else if (hung) {
+    note(stage, command, bad("answers no more" + where + remedy));
+  } else if (code != 0) {
+    note(stage, command, bad(exitText(code) + where + remedy, static_cast<HRESULT>(code)));
+  }
   return !stopped && !hung && code == 0;
 }
 
-void Supervisor::take(const std::string& stage, const std::string& text) {
+void Supervisor::take(const std::string& stage, const std::string& printed) {
+  const std::string text = withoutAccount(utf8(wide(printed)));  // what is no UTF-8 is replaced
   auto line = parseLine(text);
   if (!line) {
     if (!text.empty()) lastWords_ = text;
@@ -157,8 +183,8 @@ void Supervisor::take(const std::string& stage, const std::string& text) {
   }
 }
 
-void Supervisor::note(const std::string& stage, const Outcome& outcome) {
-  steps_.push_back({.stage = stage, .name = stage, .outcome = outcome});
+void Supervisor::note(const std::string& stage, const std::string& name, const Outcome& outcome) {
+  steps_.push_back({.stage = stage, .name = name, .outcome = outcome});
 }
 
 }  // namespace vellumic::tools

@@ -22,8 +22,8 @@ class Supervisor {
 
   // What a stage has changed and, ending before its time, left so is put back at once.
   void run(const std::string& stage);
-  // Runs the stages that undo what is still changed, the latest first, but for that many changes.
-  void putBack(std::size_t left = 0);
+  // Runs the stages that undo what is still changed, the latest first.
+  void putBack();
 
   // No further stage is run, the one that runs is ended; putBack() works on.
   void interrupt() noexcept { interrupted_ = true; }
@@ -32,14 +32,17 @@ class Supervisor {
 
  private:
   struct Child;
+  void putBack(std::size_t left);                // but for that many changes
+  void tellInterrupt(const std::string& stage);  // once
   // False if it ended before its time.
   bool runChild(const std::string& stage, const std::string& command, bool mayInterrupt);
   void take(const std::string& stage, const std::string& line);
-  void note(const std::string& stage, const Outcome& outcome);
+  void note(const std::string& stage, const std::string& name, const Outcome& outcome);
 
   std::function<std::wstring(const std::string&)> commandOf_;
   DWORD patienceMs_;
   std::atomic<bool> interrupted_{false};
+  bool interruptTold_ = false;
   KernelHandle job_;  // ends the stages with this process
   std::vector<Step> steps_;
   std::vector<std::string> undo_;  // stages, in the order of the changes

@@ -51,39 +51,63 @@ LSTATUS openScratch(RegistryKey& key, DWORD options) {
                          nullptr, key.put(), nullptr);
 }
 
-// A key that lets nobody in is written by the right to restore, as an endpoint's is.
-Outcome writeClosedKey() {
+// By the right to restore, whatever its permissions. A key that is not there is made for a moment.
+LSTATUS removeScratch() {
+  RegistryKey key;
+  const LSTATUS opened = openScratch(key, REG_OPTION_VOLATILE | REG_OPTION_BACKUP_RESTORE);
+  if (opened != ERROR_SUCCESS) return opened;
+  return static_cast<LSTATUS>(RtlNtStatusToDosError(NtDeleteKey(key.get())));
+}
+
+Outcome scratchStays(LSTATUS status) {
+  return bad("HKEY_LOCAL_MACHINE\\" + utf8(scratchPath) + " stays (error " +
+                 std::to_string(status) + "); remove it with regedit",
+             HRESULT_FROM_WIN32(status));
+}
+
+// A key that lets nobody in is written by the right to restore, as an endpoint's is. gone: nothing
+// of it is left.
+Outcome writeClosedKey(bool& gone) {
   const BackupPrivileges privileges;
+  gone = false;
+  // One that a run ended by force has left lets nobody in either.
+  if (const LSTATUS removed = removeScratch(); removed != ERROR_SUCCESS)
+    return scratchStays(removed);
   SECURITY_ATTRIBUTES nobody{sizeof nobody, nullptr, FALSE};
   if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P", SDDL_REVISION_1,
                                                             &nobody.lpSecurityDescriptor, nullptr))
     return explained(HRESULT_FROM_WIN32(GetLastError()), "an empty access list");
   RegistryKey made, closed, open;
-  const LSTATUS created = RegCreateKeyExW(HKEY_LOCAL_MACHINE, scratchPath, 0, nullptr, 0,
-                                          scratchRights, &nobody, made.put(), nullptr);
+  const LSTATUS created =
+      RegCreateKeyExW(HKEY_LOCAL_MACHINE, scratchPath, 0, nullptr, REG_OPTION_VOLATILE,
+                      scratchRights, &nobody, made.put(), nullptr);
   LocalFree(nobody.lpSecurityDescriptor);
-  if (created != ERROR_SUCCESS) return explained(HRESULT_FROM_WIN32(created), "a key to try on");
+  gone = created != ERROR_SUCCESS;
+  if (gone) return explained(HRESULT_FROM_WIN32(created), "a key to try on");
   const LSTATUS plain = openScratch(closed, 0);
   LSTATUS restoring = openScratch(open, REG_OPTION_BACKUP_RESTORE);
   const DWORD value = 1;
   if (restoring == ERROR_SUCCESS)
     restoring = RegSetValueExW(open.get(), L"Value", 0, REG_DWORD,
                                reinterpret_cast<const BYTE*>(&value), sizeof value);
-  NtDeleteKey(made.get());
+  const ULONG removed = RtlNtStatusToDosError(NtDeleteKey(made.get()));
+  gone = removed == ERROR_SUCCESS;
+  if (!gone) return scratchStays(static_cast<LSTATUS>(removed));
   return judgeClosedKey(plain, restoring);
 }
 
 void closedKey(StageLog& log) {
   constexpr const char* undo = "key-back";
   log.willChange(undo);
-  log.attempt("REG_OPTION_BACKUP_RESTORE", [] {
+  bool gone = true;
+  log.attempt("REG_OPTION_BACKUP_RESTORE", [&] {
     try {
-      return writeClosedKey();
+      return writeClosedKey(gone);
     } catch (const std::runtime_error& error) {  // the rights
       return untold(error.what());
     }
   });
-  log.changedBack(undo);
+  if (gone) log.changedBack(undo);
 }
 
 void headsetKeys(StageLog& log) {
@@ -115,7 +139,8 @@ void driverPackage(StageLog& log) {
   for (const wchar_t* name : {L"VellumicAPO.inf", L"VellumicExtension.inf"})
     log.attempt("package\\" + utf8(name) + " read by the setup functions", [&] {
       const auto file = programFolder() / L"package" / name;
-      if (!std::filesystem::exists(file)) return untold("not beside this program");
+      std::error_code ignored;
+      if (!std::filesystem::exists(file, ignored)) return untold("not beside this program");
       UINT line = 0;
       const HINF inf = SetupOpenInfFileW(file.c_str(), nullptr, INF_STYLE_WIN4, &line);
       if (inf == INVALID_HANDLE_VALUE)
@@ -153,11 +178,8 @@ void systemStage(StageLog& log, const StageOptions&) {
 void keyBackStage(StageLog& log) {
   log.attempt("key removed", [] {
     const BackupPrivileges privileges;
-    RegistryKey key;
-    if (openScratch(key, REG_OPTION_BACKUP_RESTORE) != ERROR_SUCCESS)
-      return bad("HKEY_LOCAL_MACHINE\\" + utf8(scratchPath) + " stays; remove it with regedit");
-    NtDeleteKey(key.get());
-    return good();
+    const LSTATUS removed = removeScratch();
+    return removed == ERROR_SUCCESS ? good() : scratchStays(removed);
   });
 }
 

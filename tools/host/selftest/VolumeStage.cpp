@@ -68,7 +68,28 @@ void readLevels(StageLog& log, IAudioEndpointVolume& control) {
            [&] { return ofAll(&IAudioEndpointVolume::GetChannelVolumeLevelScalar); });
 }
 
-void notifications(StageLog& log, IAudioEndpointVolume& control) {
+// Told of changes until end(), or its own end.
+class Registration {
+ public:
+  Registration(IAudioEndpointVolume& control, IAudioEndpointVolumeCallback& listener)
+      : control_(control), listener_(listener) {}
+  ~Registration() {
+    if (on_) control_.UnregisterControlChangeNotify(&listener_);
+  }
+  Registration(const Registration&) = delete;
+  Registration& operator=(const Registration&) = delete;
+  HRESULT end() {
+    on_ = false;
+    return control_.UnregisterControlChangeNotify(&listener_);
+  }
+
+ private:
+  IAudioEndpointVolume& control_;
+  IAudioEndpointVolumeCallback& listener_;
+  bool on_ = true;
+};
+
+void notifications(StageLog& log, IAudioEndpointVolume& control, const std::string& guid) {
   const auto listener = make<Listener>();
   float before = 0.0F;
   const bool ready = log.call("GetMasterVolumeLevelScalar", [&] {
@@ -77,24 +98,32 @@ void notifications(StageLog& log, IAudioEndpointVolume& control) {
     return control.RegisterControlChangeNotify(listener.get());
   });
   if (!ready) return log.tell("OnNotify", untold("nobody is told of changes"));
-  const std::string undo = "volume-back " + std::to_string(before);
+  Registration registration(control, *listener.get());
+  const std::string undo = "volume-back " + guid + ' ' + std::to_string(before);
   const float other = before > 0.5F ? before - 0.02F : before + 0.02F;
+  bool changed = false;
+  const auto putBack = [&] {
+    const HRESULT result = control.SetMasterVolumeLevelScalar(before, nullptr);
+    changed = changed && FAILED(result);
+    return result;
+  };
   log.willChange(undo);
   log.attempt("OnNotify", [&] {
     check(control.SetMasterVolumeLevelScalar(other, nullptr), "changing the volume by 2 %");
+    changed = true;
     return judgeNotification(comes([&] { return listener->calls() > 0; }));
   });
   comes([&] { return !listener->inside(); });
   log.attempt("UnregisterControlChangeNotify while OnNotify runs", [&] {
     listener->pause(100);
-    check(control.SetMasterVolumeLevelScalar(before, nullptr), "changing the volume back");
+    check(putBack(), "changing the volume back");
     const bool running = comes([&] { return listener->inside(); });
-    check(control.UnregisterControlChangeNotify(listener.get()), "ending the registration");
+    check(registration.end(), "ending the registration");
     const bool ended = !listener->inside();
     comes([&] { return !listener->inside(); });
     return judgeUnregister(running, ended);
   });
-  log.changedBack(undo);
+  if (!changed) log.changedBack(undo);  // else another process tries
 }
 
 }  // namespace
@@ -111,14 +140,25 @@ void volumeStage(StageLog& log, const StageOptions& options) {
   });
   if (!there) return;
   readLevels(log, *control.get());
-  notifications(log, *control.get());
+  notifications(log, *control.get(), site.endpoint().guid);
 }
 
-void volumeBackStage(StageLog& log, const StageOptions& options, const std::string& level) {
-  log.call("volume put back", [&] {
-    const TestSite site(options.endpoint);
-    return controlOf(site.endpoint())
-        ->SetMasterVolumeLevelScalar(std::strtof(level.c_str(), nullptr), nullptr);
+void volumeBackStage(StageLog& log, const std::string& argument) {
+  const std::size_t space = argument.find(' ');
+  const std::string guid = argument.substr(0, space);
+  const float level =
+      space == std::string::npos ? 1.0F : std::strtof(argument.c_str() + space, nullptr);
+  log.attempt("volume put back", [&] {
+    try {
+      const auto enumerator = createEnumerator();
+      check(controlOf(findCaptureEndpoint(*enumerator.get(), guid))
+                ->SetMasterVolumeLevelScalar(level, nullptr),
+            guid);
+      return good();
+    } catch (const std::runtime_error& error) {
+      return bad(std::string(error.what()) + "; set the microphone's volume back to " +
+                 std::to_string(static_cast<int>(100.0F * level + 0.5F)) + " % by hand");
+    }
   });
 }
 
