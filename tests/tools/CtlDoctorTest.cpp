@@ -309,7 +309,8 @@ TEST_F(CtlDoctor, EndpointsTellWhatIsAcceptedAndAttached) {
   expectParts(captured({"endpoints", "--json"}).printed,
               {"\"guid\": \"{11111111-2222-3333-4444-555555555555}\"", "\"state\": \"active\"",
                "\"rateHz\": 32000", "\"accepted\": []", "\"efx needs 16000, 44100 or 48000 Hz\"",
-               "{\"class\": \"efx\", \"modes\": [\"default\"], \"chainedWith\": [\"{x}\"]}"});
+               "{\"class\": \"efx\", \"modes\": [\"default\"], \"chainedWith\": [\"{x}\"]}",
+               "\"others\": [\"{x}\"]"});
 }
 
 // --- The audio services, played by this program under the real service control.

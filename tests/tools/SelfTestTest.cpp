@@ -83,6 +83,7 @@ TEST(SelfTest, SaysOkNotOkAndUntoldOfTheSameFacts) {
       {explained(code(0x88890004), "x"), notOk, "went away"},
       {explained(code(0x8889000A), ""), notOk, "another program holds"},
       {explained(E_NOTIMPL, "x"), unknown, "does not have it"},
+      {explained(REGDB_E_CLASSNOTREG, "x; y"), notOk, "x: not registered"},
       {explained(E_FAIL, "x"), notOk, "x: failed (0x80004005); send the report"},
   };
   for (const auto& [outcome, verdict, part] : cases) {

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <optional>
+#include <ranges>
 
 #include "apo/ProcessingModes.h"
 #include "tools/OutputFile.h"
@@ -102,7 +103,7 @@ void attachOver(AttachmentWriter& writer, const Microphone& microphone, const At
     writer.attach(microphone.guid, changes);
   } catch (...) {
     std::vector<ValueChange> again;
-    for (const ValueChange& change : back)
+    for (const ValueChange& change : back | std::views::reverse)  // modes before their classes
       again.push_back({.name = change.name, .before = change.after, .after = change.before});
     // A record that is there: the refused writes could not all be taken back.
     if (older.whole && !readAttachment(microphone.guid)) writer.attach(microphone.guid, again);

@@ -175,8 +175,11 @@ void AttachmentWriter::detach(const std::wstring& endpoint, const Attachment& at
   try {
     const RegistryKey key = create(path, REG_OPTION_BACKUP_RESTORE, made);
     apply(key.get(), path, changes, clean, [&] {
-      if ((attachment.madeKey || made) && isEmpty(key.get())) NtDeleteKey(key.get());
-      writeState(recordAt, record.get(), detached);
+      // Once the key is gone there is no way back: whatever becomes of the record, it is detached.
+      const bool gone =
+          (attachment.madeKey || made) && isEmpty(key.get()) && NtDeleteKey(key.get()) == 0;
+      const LSTATUS written = writeValue(record.get(), stateName, textValue(detached));
+      if (!gone) check(written, recordAt, "writing State");
     });
   } catch (...) {
     if (attachment.whole && clean) writeValue(record.get(), stateName, textValue(attached));

@@ -199,4 +199,21 @@ std::vector<AttachedEffect> attachedEffects(const RegistryValues& values) {
   return attached;
 }
 
+std::vector<std::wstring> otherEffects(const RegistryValues& values) {
+  Texts all;
+  const auto add = [&](unsigned number) {
+    for (const std::wstring& text : classesAt(values, number))
+      if (!contains(all, text)) all.push_back(text);
+  };
+  for (const unsigned place : legacyPlaces) add(place);
+  for (const unsigned place : streamPlaces) add(place);
+  for (const unsigned chain : streamChains) add(chain);
+  for (const EffectSlot& slot : effectSlots) {
+    add(slot.place);
+    add(slot.chain);
+  }
+  for (const EffectSlot& slot : effectSlots) all = without(std::move(all), classText(slot));
+  return all;
+}
+
 }  // namespace vellumic::tools

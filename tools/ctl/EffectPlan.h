@@ -49,5 +49,7 @@ struct AttachedEffect {
   std::vector<std::wstring> modes, others;  // texts of ids: others run in the same chain
 };
 std::vector<AttachedEffect> attachedEffects(const RegistryValues& values);
+// Class ids of everybody else's effects, in any place or chain.
+std::vector<std::wstring> otherEffects(const RegistryValues& values);
 
 }  // namespace vellumic::tools

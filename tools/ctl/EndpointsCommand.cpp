@@ -34,7 +34,8 @@ struct Row {
   Microphone microphone;
   MixFormat format;
   std::vector<AttachedEffect> attached;
-  std::string attachment;  // how it stands with ours
+  std::vector<std::string> others;  // ids of effects that are not ours
+  std::string attachment;           // how it stands with ours
   std::vector<std::string> accepted, refusals;
 };
 
@@ -43,8 +44,9 @@ Row rowOf(Microphone microphone) {
   if (microphone.device && microphone.state == DEVICE_STATE_ACTIVE)
     row.format = mixFormatOf(*microphone.device.get());
   try {
-    row.attached =
-        attachedEffects(readEffectProperties(microphone.guid).value_or(RegistryValues{}));
+    const auto values = readEffectProperties(microphone.guid).value_or(RegistryValues{});
+    row.attached = attachedEffects(values);
+    for (const std::wstring& other : otherEffects(values)) row.others.push_back(utf8(other));
     const auto own = readAttachment(microphone.guid);
     if (own && !own->whole) row.attachment = "cut short: attach or detach again";
   } catch (const CtlError& error) {
@@ -77,6 +79,7 @@ void print(const Row& row) {
                 listed(modesOf(effect), "none").c_str(), others.empty() ? "" : ", in a chain with ",
                 listed(others, "").c_str());
   }
+  if (!row.others.empty()) std::printf("  others    %s\n", listed(row.others, "").c_str());
   if (!row.attachment.empty()) std::printf("  problem   %s\n", row.attachment.c_str());
 }
 
@@ -108,6 +111,7 @@ std::string json(const Row& row) {
       .add("accepted", texts(row.accepted))
       .add("refused", texts(row.refusals))
       .add("attached", jsonList(attached))
+      .add("others", texts(row.others))
       .addText("problem", row.attachment)
       .text();
 }
@@ -117,7 +121,10 @@ std::string json(const Row& row) {
 void listEndpoints(bool asJson) {
   const ComThread com;
   std::vector<std::string> all;
-  for (Microphone& microphone : microphones(DEVICE_STATEMASK_ALL)) {
+  auto found = microphones(DEVICE_STATEMASK_ALL);
+  if (found.empty() && !asJson)
+    std::puts("There is no microphone; connect one, or switch it on in the sound settings.");
+  for (Microphone& microphone : found) {
     const Row row = rowOf(std::move(microphone));
     if (asJson)
       all.push_back(json(row));

@@ -126,7 +126,7 @@ std::size_t count(const std::vector<Step>& steps, Verdict verdict) {
 Outcome explained(HRESULT result, const std::string& what) {
   const auto code = static_cast<DWORD>(result);
   const auto found = std::ranges::find(meanings, code, &Meaning::code);
-  const std::string start = what.empty() ? "" : what + ": ";
+  const std::string start = what.empty() ? "" : what.substr(0, what.rfind("; ")) + ": ";
   if (found != meanings.end()) return {found->verdict, start + found->text, result};
   return bad(start + "failed (" + codeText(result) + "); send the report", result);
 }

@@ -30,7 +30,7 @@ inline Outcome untold(std::string text, HRESULT result = S_OK) {
 }
 
 // What a failed call means to the person at the machine, by its code. `what` begins the line, if
-// any.
+// any, without a remedy of its own.
 Outcome explained(HRESULT result, const std::string& what);
 
 struct Step {
