@@ -81,12 +81,14 @@ void effectsChange(StageLog& log, const TestSite& site, const ServiceStandIn* bo
     board->tellToReload();
     std::vector<float> samples(std::size_t{period} * channels);
     bool told = false;
-    for (const ULONGLONG end = GetTickCount64() + patienceMs; !told && GetTickCount64() < end;) {
+    std::string after = before;
+    // The signal comes when the set is built; a call adopts it that finds its lock free.
+    for (const ULONGLONG end = GetTickCount64() + patienceMs;
+         (!told || after == before) && GetTickCount64() < end;) {
+      told = WaitForSingleObject(changed.get(), 5) == WAIT_OBJECT_0 || told;
       effect->process(samples.data(), period);
-      told = WaitForSingleObject(changed.get(), 5) == WAIT_OBJECT_0;
+      after = effect->effects();
     }
-    effect->process(samples.data(), period);  // adopts what was built
-    const std::string after = effect->effects();
     effect->unlock();
     return judgeEffects(told, before, after);
   });
