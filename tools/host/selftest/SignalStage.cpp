@@ -87,7 +87,7 @@ void effectsChange(StageLog& log, const TestSite& site, const ServiceStandIn* bo
          (!told || after == before) && GetTickCount64() < end;) {
       told = WaitForSingleObject(changed.get(), 5) == WAIT_OBJECT_0 || told;
       effect->process(samples.data(), period);
-      after = effect->effects();
+      if (told) after = effect->effects();  // which takes the event back
     }
     effect->unlock();
     return judgeEffects(told, before, after);
