@@ -273,7 +273,7 @@ TEST_F(Answers, EffectsFollowASetting) {
   service.signalReload();
   ASSERT_EQ(WaitForSingleObject(changed.get(), 5000), WAIT_OBJECT_0);
   std::array<float, 4 * 480> samples{};
-  for (int call = 0; call < 100 && count != 0; ++call) {  // adopted once the worker lets go
+  for (int call = 0; call < 5000 && count != 0; ++call) {  // adopted once the worker lets go
     object.process(samples.data(), 480);
     ASSERT_EQ(object.effects->GetEffectsList(&ids, &count, nullptr), S_OK);
     CoTaskMemFree(ids);

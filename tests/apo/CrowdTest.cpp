@@ -163,11 +163,12 @@ TEST(Crowds, TheBoardIsSoundAndShowsAllOfTwoProcesses) {
   Crowd world(1000);
   std::thread here([&] { world.live(); });
   Watch during;
-  while (WaitForSingleObject(full.get(), 0) == static_cast<DWORD>(WAIT_TIMEOUT)) {
+  while (child.runs() && WaitForSingleObject(full.get(), 0) != WAIT_OBJECT_0) {
     during.ping();
     Sleep(20);
   }
   here.join();
+  ASSERT_TRUE(child.runs()) << "the other process ended with " << child.wait();
 
   Watch after;
   for (int n = 0; n < 2000 && after.seen.size() < 2 * world.alive(); ++n) after.ping();

@@ -103,7 +103,7 @@ TEST_F(Damage, ASettingHalfWrittenIsSomeSoundAndAWholeOneIsTaken) {
   UINT count = 0;
   writeFactorySettings();
   service.signalReload();
-  for (int wait = 0; wait < 500 && count != 4; ++wait) {
+  for (int wait = 0; wait < 5000 && count != 4; ++wait) {
     EXPECT_TRUE(sounds(object));
     ASSERT_EQ(object.effects->GetEffectsList(&ids, &count, nullptr), S_OK);
     CoTaskMemFree(ids);

@@ -19,7 +19,8 @@ class ChildProcess {
  public:
   explicit ChildProcess(const std::string& mode);
   ~ChildProcess();  // ends it if it still runs
-  DWORD wait();     // exit code; STILL_ACTIVE after 20 seconds
+  [[nodiscard]] bool runs() const;
+  DWORD wait();  // exit code; STILL_ACTIVE after 20 seconds
 
  private:
   KernelHandle process_, thread_;

@@ -38,6 +38,10 @@ ChildProcess::~ChildProcess() {
   WaitForSingleObject(process_.get(), INFINITE);
 }
 
+bool ChildProcess::runs() const {
+  return WaitForSingleObject(process_.get(), 0) == static_cast<DWORD>(WAIT_TIMEOUT);
+}
+
 DWORD ChildProcess::wait() {
   constexpr DWORD patienceMs = 20000;
   WaitForSingleObject(process_.get(), patienceMs);

@@ -93,9 +93,11 @@ TEST(CtlHostile, CollectingEndsWhileTheBoardIsScribbledOver) {
   EXPECT_EQ(collector.aliveCount(), 0U);
 }
 
-// What the system's registry editor makes of a file that we wrote.
-void importFile(const std::wstring& text) {
-  const auto file = std::filesystem::temp_directory_path() / "vellumic-hostile.reg";
+// What the system's registry editor makes of a file that we wrote, where nothing stands before.
+void importFile(const std::wstring& text, const std::wstring& path) {
+  RegDeleteTreeW(HKEY_LOCAL_MACHINE, path.c_str());  // of a run that was ended
+  const auto file = std::filesystem::temp_directory_path() /
+                    ("vellumic-hostile-" + std::to_string(GetCurrentProcessId()) + ".reg");
   std::ofstream(file, std::ios::binary)
       .write(reinterpret_cast<const char*>(text.data()),
              static_cast<std::streamsize>(text.size() * sizeof(wchar_t)));
@@ -125,10 +127,12 @@ RegistryValues anyValues(std::mt19937& random) {
 // Backups of an endpoint and exports of a setting come back bit for bit.
 TEST(CtlHostile, AnyValuesGoThroughARegistryFile) {
   const std::wstring path = L"SOFTWARE\\VellumicHostile";
+  const std::string tree = SettingsTree::displayPath().substr(19) + "\\hostile";
+  const std::wstring settingPath(tree.begin(), tree.end());
   RandomRounds rounds(1);
   while (rounds.next()) {
     const RegistryValues values = anyValues(rounds.random);
-    importFile(regFileText(path, values, {}));
+    importFile(regFileText(path, values, {}), path);
     const RegistryKey key = CRegistryUtils::openKey(HKEY_LOCAL_MACHINE, path.c_str());
     ASSERT_TRUE(key);
     const RegistryValues read = readValues(key.get(), "key");
@@ -138,12 +142,11 @@ TEST(CtlHostile, AnyValuesGoThroughARegistryFile) {
     RawValues written{};
     for (float& value : written)
       value = std::bit_cast<float>(static_cast<std::uint32_t>(rounds.random()));
-    importFile(regFileText(L"hostile", written));
+    importFile(regFileText(L"hostile", written), settingPath);
     const auto setting = SettingsTree::read(L"hostile");
     ASSERT_TRUE(setting);
     EXPECT_EQ(std::memcmp(&setting->values, &written, sizeof written), 0);
-    const std::string tree = SettingsTree::displayPath().substr(19) + "\\hostile";
-    EXPECT_EQ(RegDeleteTreeA(HKEY_LOCAL_MACHINE, tree.c_str()), ERROR_SUCCESS);
+    EXPECT_EQ(RegDeleteTreeW(HKEY_LOCAL_MACHINE, settingPath.c_str()), ERROR_SUCCESS);
   }
 }
 
