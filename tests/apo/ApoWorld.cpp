@@ -78,11 +78,11 @@ void ServiceObjects::signalReload() const {
   SetEvent(event.get());
 }
 
-bool ServiceObjects::pingIsAnswered() const {
+bool ServiceObjects::pingIsAnswered(DWORD patienceMs) const {
   const KernelHandle ping(OpenEventW(EVENT_MODIFY_STATE, FALSE, machine::pingEvent));
   ResetEvent(event_.get());
   return ping && SetEvent(ping.get()) != FALSE &&
-         WaitForSingleObject(event_.get(), 5000) == WAIT_OBJECT_0;
+         WaitForSingleObject(event_.get(), patienceMs) == WAIT_OBJECT_0;
 }
 
 ApoWorld::ApoWorld() {

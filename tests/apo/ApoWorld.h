@@ -110,7 +110,7 @@ class ServiceObjects {
   // The parameter thread that publishes next re-reads its setting.
   void signalReload() const;
   // Whether a parameter thread publishes when the service asks.
-  [[nodiscard]] bool pingIsAnswered() const;
+  [[nodiscard]] bool pingIsAnswered(DWORD patienceMs = 5000) const;
 
  private:
   KernelHandle mapping_, mutex_, event_;
