@@ -91,27 +91,28 @@ TEST_F(QuietCalls, NoWaitNoAllocationNoLock) {
     EXPECT_TRUE(allowed.contains(function) || arithmetic.contains(function)) << function;
 }
 
-// Runs an action in which the nth allocation on this thread fails.
-int nthAllocation = 0, allocationsLeft = 0;
+// Runs an action in which the nth allocation fails, on one thread or on any.
+int nthAllocation = 0;
+std::atomic<int> allocationsLeft{0};
 bool reached = false;
-DWORD failingThread = 0;
+constexpr DWORD anyThread = 0;
+DWORD failingThread = anyThread;
 bool failsNow() {
-  return GetCurrentThreadId() == failingThread && allocationsLeft > 0 && --allocationsLeft == 0;
+  return (failingThread == anyThread || GetCurrentThreadId() == failingThread) &&
+         allocationsLeft > 0 && allocationsLeft.fetch_sub(1) == 1;
 }
 template <class Action>
 HRESULT failing(Action action) {
   allocationsLeft = nthAllocation;
   const HRESULT result = action();
-  reached = std::exchange(allocationsLeft, 0) == 0;
+  reached = allocationsLeft.exchange(0) <= 0;
   return result;
 }
 void* (*realMalloc)(std::size_t) = nullptr;
 void* (*realCalloc)(std::size_t, std::size_t) = nullptr;
 void* WINAPI noTaskMemory(SIZE_T) { return nullptr; }
 
-TEST_F(QuietCalls, AnyAllocationMayFail) {
-  writeFactorySettings();
-  ImportTable imports(library());
+void letAllocationsFail(ImportTable& imports) {
   realMalloc = reinterpret_cast<decltype(realMalloc)>(
       imports.replace("malloc", reinterpret_cast<void*>(+[](std::size_t size) {
                         return failsNow() ? nullptr : realMalloc(size);
@@ -121,6 +122,59 @@ TEST_F(QuietCalls, AnyAllocationMayFail) {
                         return failsNow() ? nullptr : realCalloc(count, size);
                       })));
   ASSERT_TRUE(realMalloc != nullptr && realCalloc != nullptr);
+}
+
+// From the lock to the release, of the worker and of the loopback's helper too: the sets in force
+// stay, and the next reload is taken.
+TEST_F(QuietCalls, AnyAllocationOfARunningObjectMayFail) {
+  const ServiceObjects service;
+  system.defaultRender = &speaker;
+  ImportTable imports(library());
+  letAllocationsFail(imports);
+  failingThread = anyThread;
+  std::array<float, 4 * 480> samples{};
+  const auto reload = [&](CaptureObject& object) {
+    service.signalReload();
+    EXPECT_TRUE(service.pingIsAnswered(20000));  // reloads come first
+    for (int call = 0; call < 5; ++call)
+      EXPECT_EQ(object.process(samples.data(), 480).u32ValidFrameCount, 480U);
+    return S_OK;
+  };
+  std::array<int, 4> failures{};
+  bool any = true;
+  for (nthAllocation = 1; any; nthAllocation += 1 + nthAllocation / 4) {
+    any = false;
+    const auto attempt = [&](std::size_t step, auto action) {
+      failing(action);
+      failures[step] += reached ? 1 : 0;
+      any = any || reached;
+    };
+    ASSERT_LT(nthAllocation, 20000);
+    registry.select(L"none");
+    registry.writeSetting(L"none", 1, rawCount, [](unsigned) { return 0.0F; });
+    CaptureObject object = initialized(mfx, mode::speech);
+    MediaType format = MediaType::extensible(4, 0);
+    ASSERT_EQ(object.lock(format), S_OK);
+    writeFactorySettings();
+    attempt(0, [&] { return reload(object); });
+    reload(object);
+    GUID* ids = nullptr;
+    UINT count = 0;
+    EXPECT_EQ(object.effects->GetEffectsList(&ids, &count, nullptr), S_OK);
+    CoTaskMemFree(ids);
+    EXPECT_EQ(count, 4U) << nthAllocation;
+    attempt(1, [&] { return object.configuration->UnlockForProcess(); });
+    attempt(2, [&] { return object.lock(format); });
+    attempt(3, [&] { return (object = CaptureObject()), S_OK; });
+  }
+  std::printf("failed: %d in reloads, %d unlocks, %d locks, %d releases\n", failures[0],
+              failures[1], failures[2], failures[3]);
+}
+
+TEST_F(QuietCalls, AnyAllocationMayFail) {
+  writeFactorySettings();
+  ImportTable imports(library());
+  letAllocationsFail(imports);
   failingThread = GetCurrentThreadId();
   ComPtr<IClassFactory> factory;
   exported<HRESULT WINAPI(REFCLSID, REFIID, void**)>("DllGetClassObject")(mfx.id, IID_IClassFactory,

@@ -43,9 +43,13 @@ class Service {
     await(SERVICE_STOPPED, "stopped");
   }
   void start() {
-    if (!StartServiceW(service_.get(), 0, nullptr) &&
-        GetLastError() != ERROR_SERVICE_ALREADY_RUNNING)
-      fail("started", GetLastError());
+    // Its process may still be ending when it has long been reported as stopped.
+    for (int attempt = 0; !StartServiceW(service_.get(), 0, nullptr); ++attempt) {
+      const DWORD error = GetLastError();
+      if (error == ERROR_SERVICE_ALREADY_RUNNING) break;
+      if (error != ERROR_INTERNAL_ERROR || attempt == 20) fail("started", error);
+      Sleep(stepMs);
+    }
     await(SERVICE_RUNNING, "started");
   }
   void check() const {
