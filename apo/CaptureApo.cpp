@@ -240,7 +240,7 @@ bool CaptureApo<Traits>::followVolume() {
       const LockScope scope(sync_.parameterLock);
       if (sync_.effectsChangedEvent) event = duplicateEvent(sync_.effectsChangedEvent.get());
     }
-    return volume_->add([this](std::wstring id) { onVolumeChanged(std::move(id)); }, event.get(),
+    return volume_->add([this](const std::wstring& id) { onVolumeChanged(id); }, event.get(),
                         deviceIdString);
   } else {
     return false;
@@ -330,7 +330,7 @@ ParameterThreadSubject CaptureApo<Traits>::parameterThreadSubject() noexcept {
 }
 
 template <class Traits>
-void CaptureApo<Traits>::onVolumeChanged(std::wstring deviceId) {
+void CaptureApo<Traits>::onVolumeChanged(const std::wstring& deviceId) {
   if (volume_) renewVolumes(*volume_, deviceId, sets_);
 }
 

@@ -98,7 +98,7 @@ class CaptureApo : public CBaseAudioProcessingObject,
   ParameterThreadSubject parameterThreadSubject() noexcept;
 
   // The volume of the endpoint changed: into both images at once.
-  void onVolumeChanged(std::wstring deviceId);
+  void onVolumeChanged(const std::wstring& deviceId);
 
  private:
   ParameterSets* images() noexcept override { return sets_.allocated() ? &sets_ : nullptr; }

@@ -36,7 +36,8 @@ int pathOfChoice(std::uint32_t choice) noexcept {
 }
 
 bool isKnownDriver(HKEY device) noexcept {
-  constexpr std::wstring_view known(L"isstrtc.sys", 12);  // with its terminator
+  static constexpr wchar_t name[] = L"isstrtc.sys";
+  constexpr std::wstring_view known(name, std::size(name));  // with its terminator
   DriverText text{};
   const auto reading =
       CRegistryUtils::query(device, L"Driver", std::as_writable_bytes(std::span(text)));
