@@ -359,6 +359,7 @@ TEST_F(SelfTestRun, WholeRunIsInOrderAndLeavesNothing) {
   EXPECT_EQ(text.find("\"not ok\""), std::string::npos) << text;
   for (const std::string& stage : stageNames())
     EXPECT_NE(text.find("\"stage\": \"" + stage + "\""), std::string::npos) << stage;
+  EXPECT_NE(text.find("\"doctor: attached\""), std::string::npos);
   // What must have been told even here, where much cannot be.
   for (const char* step :
        {"efx created", "kdmfx locked and run", "mfx in mode speech", "equaliser raises 1 kHz",

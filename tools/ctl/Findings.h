@@ -25,6 +25,7 @@ class Findings {
 
   [[nodiscard]] const Finding* find(const std::string& link) const;
   [[nodiscard]] std::size_t count(Verdict verdict) const;
+  [[nodiscard]] const std::vector<Finding>& all() const { return all_; }
   [[nodiscard]] std::size_t size() const { return all_.size(); }
   [[nodiscard]] std::string table() const;
   [[nodiscard]] std::string json() const;  // a list

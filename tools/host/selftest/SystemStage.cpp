@@ -12,7 +12,10 @@
 #include "control/Names.h"
 #include "control/RegistryUtils.h"
 #include "tools/ctl/AudioServices.h"
+#include "tools/ctl/CtlOptions.h"
 #include "tools/ctl/EffectPlan.h"
+#include "tools/ctl/EndpointChecks.h"
+#include "tools/ctl/LibraryChecks.h"
 #include "tools/ctl/LibraryFile.h"
 #include "tools/ctl/Privileges.h"
 #include "tools/ctl/TextConversion.h"
@@ -164,15 +167,31 @@ void driverPackage(StageLog& log) {
   });
 }
 
+// What vellumic-ctl doctor says without listening. Its "not ok" is none of the self-test's: before
+// registering and attaching it must be.
+void doctorLinks(StageLog& log, const std::string& wanted) {
+  Findings findings;
+  checkLibrary(findings);
+  try {
+    checkEndpoint(findings, findMicrophone(wanted, DEVICE_STATEMASK_ALL));
+  } catch (const CtlError& error) {
+    findings.unknown("endpoint", error.what());
+  }
+  for (const Finding& finding : findings.all())
+    log.tell("doctor: " + finding.link,
+             finding.verdict == Verdict::ok ? good(finding.text) : untold(finding.text));
+}
+
 }  // namespace
 
-void systemStage(StageLog& log, const StageOptions&) {
+void systemStage(StageLog& log, const StageOptions& options) {
   services(log);
   log.excuse(wineExcuse());
   signature(log);
   closedKey(log);
   headsetKeys(log);
   driverPackage(log);
+  doctorLinks(log, options.endpoint);
 }
 
 void keyBackStage(StageLog& log) {

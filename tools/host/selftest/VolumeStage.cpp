@@ -13,10 +13,27 @@ namespace {
 
 constexpr ULONGLONG patienceMs = 1000;
 
+ComPtr<IAudioEndpointVolume> controlOf(IMMDevice& device) {
+  ComPtr<IAudioEndpointVolume> control;
+  check(device.Activate(__uuidof(IAudioEndpointVolume), CLSCTX_ALL, nullptr, control.putVoid()),
+        "volume control");
+  return control;
+}
+
 class Listener final : public Counted<IAudioEndpointVolumeCallback> {
  public:
+  explicit Listener(IMMDevice& device) : device_(ComPtr<IMMDevice>::share(&device)) {}
+
+  // Asks the system while it calls, as the array's own does.
   HRESULT STDMETHODCALLTYPE OnNotify(AUDIO_VOLUME_NOTIFICATION_DATA*) override {
     inside_ = true;
+    HRESULT asked = S_OK;
+    if (!control_)  // kept: releasing one inside a notification can deadlock
+      asked = device_->Activate(__uuidof(IAudioEndpointVolume), CLSCTX_ALL, nullptr,
+                                control_.putVoid());
+    float level = 0.0F;
+    if (SUCCEEDED(asked)) asked = control_->GetMasterVolumeLevelScalar(&level);
+    asked_ = asked;
     ++calls_;
     Sleep(pauseMs_);
     inside_ = false;
@@ -25,10 +42,14 @@ class Listener final : public Counted<IAudioEndpointVolumeCallback> {
   void pause(DWORD milliseconds) { pauseMs_ = milliseconds; }
   [[nodiscard]] bool inside() const { return inside_; }
   [[nodiscard]] int calls() const { return calls_; }
+  [[nodiscard]] HRESULT asked() const { return asked_; }
 
  private:
+  const ComPtr<IMMDevice> device_;
+  ComPtr<IAudioEndpointVolume> control_;
   std::atomic<bool> inside_{false};
   std::atomic<int> calls_{0};
+  std::atomic<HRESULT> asked_{S_OK};
   std::atomic<DWORD> pauseMs_{0};
 };
 
@@ -37,14 +58,6 @@ bool comes(Condition condition) {
   for (const ULONGLONG end = GetTickCount64() + patienceMs; !condition(); Sleep(1))
     if (GetTickCount64() > end) return false;
   return true;
-}
-
-ComPtr<IAudioEndpointVolume> controlOf(const Endpoint& endpoint) {
-  ComPtr<IAudioEndpointVolume> control;
-  check(endpoint.device->Activate(__uuidof(IAudioEndpointVolume), CLSCTX_ALL, nullptr,
-                                  control.putVoid()),
-        "volume control");
-  return control;
 }
 
 void readLevels(StageLog& log, IAudioEndpointVolume& control) {
@@ -89,8 +102,8 @@ class Registration {
   bool on_ = true;
 };
 
-void notifications(StageLog& log, IAudioEndpointVolume& control, const std::string& guid) {
-  const auto listener = make<Listener>();
+void notifications(StageLog& log, IAudioEndpointVolume& control, const Endpoint& endpoint) {
+  const auto listener = make<Listener>(*endpoint.device.get());
   float before = 0.0F;
   const bool ready = log.call("GetMasterVolumeLevelScalar", [&] {
     return control.GetMasterVolumeLevelScalar(&before);
@@ -99,7 +112,7 @@ void notifications(StageLog& log, IAudioEndpointVolume& control, const std::stri
   });
   if (!ready) return log.tell("OnNotify", untold("nobody is told of changes"));
   Registration registration(control, *listener.get());
-  const std::string undo = "volume-back " + guid + ' ' + std::to_string(before);
+  const std::string undo = "volume-back " + endpoint.guid + ' ' + std::to_string(before);
   const float other = before > 0.5F ? before - 0.02F : before + 0.02F;
   bool changed = false;
   const auto putBack = [&] {
@@ -111,8 +124,15 @@ void notifications(StageLog& log, IAudioEndpointVolume& control, const std::stri
   log.attempt("OnNotify", [&] {
     check(control.SetMasterVolumeLevelScalar(other, nullptr), "changing the volume by 2 %");
     changed = true;
-    return judgeNotification(comes([&] { return listener->calls() > 0; }));
+    const bool came = comes([&] { return listener->calls() > 0; });
+    float now = before;
+    if (!came && SUCCEEDED(control.GetMasterVolumeLevelScalar(&now)) && now == before)
+      return untold("this control has no steps as small as 2 %");
+    return judgeNotification(came);
   });
+  if (listener->calls() > 0)
+    log.call("Activate and GetMasterVolumeLevelScalar inside OnNotify",
+             [&] { return listener->asked(); });
   comes([&] { return !listener->inside(); });
   log.attempt("UnregisterControlChangeNotify while OnNotify runs", [&] {
     listener->pause(100);
@@ -135,12 +155,12 @@ void volumeStage(StageLog& log, const StageOptions& options) {
   log.excuse(wineExcuse());
   ComPtr<IAudioEndpointVolume> control;
   const bool there = log.attempt("control activated", [&] {
-    control = controlOf(site.endpoint());
+    control = controlOf(*site.endpoint().device.get());
     return good();
   });
   if (!there) return;
   readLevels(log, *control.get());
-  notifications(log, *control.get(), site.endpoint().guid);
+  notifications(log, *control.get(), site.endpoint());
 }
 
 void volumeBackStage(StageLog& log, const std::string& argument) {
@@ -151,7 +171,7 @@ void volumeBackStage(StageLog& log, const std::string& argument) {
   log.attempt("volume put back", [&] {
     try {
       const auto enumerator = createEnumerator();
-      check(controlOf(findCaptureEndpoint(*enumerator.get(), guid))
+      check(controlOf(*findCaptureEndpoint(*enumerator.get(), guid).device.get())
                 ->SetMasterVolumeLevelScalar(level, nullptr),
             guid);
       return good();
