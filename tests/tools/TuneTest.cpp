@@ -65,7 +65,7 @@ class TuningRun : public tools::RenderFiles {
 };
 
 TEST_F(TuningRun, FindsAKnownOptimumAndLeavesTheIdleSettingAtTheFactory) {
-  Journal journal("", 1);
+  Journal journal("", 1, plan_);
   const Tuning tuning = tune(plan_, journal, judge_, quiet);
   EXPECT_FALSE(tuning.stopped);
   EXPECT_EQ(tuning.best[dimension(plan_, "beamformer.enabled")], 0.0);
@@ -81,12 +81,12 @@ TEST_F(TuningRun, FindsAKnownOptimumAndLeavesTheIdleSettingAtTheFactory) {
 }
 
 TEST_F(TuningRun, EndsTheSameAfterBeingKilledAnywhere) {
-  Journal whole("", 1);
+  Journal whole("", 1, plan_);
   const Tuning once = tune(plan_, whole, judge_, quiet);
   const std::string file = path("journal");
   int fresh = 0;
   for (const int calls : {1, 5, 40, 60, 1000}) {  // each run dies after so many evaluations
-    Journal journal(file, 7);
+    Journal journal(file, 7, plan_);
     int left = calls;
     const Tuning part = tune(
         plan_, journal,
@@ -110,11 +110,19 @@ TEST_F(TuningRun, EndsTheSameAfterBeingKilledAnywhere) {
 
 TEST_F(TuningRun, JournalsOfOtherRunsAndDamagedOnesAreRefused) {
   const std::string file = path("journal");
-  { Journal(file, 7).add({0.5, std::nan("")}, {1.0, 0.0, {std::nan("")}}); }
-  EXPECT_EQ(Journal(file, 7).entries().size(), 1U);
-  EXPECT_THROW(Journal(file, 8), std::runtime_error);
-  std::ofstream(file, std::ios::app) << "0.5 x | 1 0 ;\n";
-  EXPECT_THROW(Journal(file, 7), std::runtime_error);
+  { Journal(file, 7, plan_).add({0, 0, 0.5, 10, 100}, {1.0, 0.0, {std::nan("")}}); }
+  EXPECT_EQ(Journal(file, 7, plan_).entries().size(), 1U);
+  EXPECT_THROW(Journal(file, 8, plan_), std::runtime_error);
+  const auto whole = std::filesystem::file_size(file);
+  for (const char* line :
+       {"0 0 0.5 10 x | 1 0 2 ;", "0.5 0.6 0.7 | 1 0 2 ;", "0 0 0.5 10 50 | 1 0 ;",
+        "0 0 0.5 10 50 | 1 ;", "0 0 0.5 10 50 | 1 0 2 3 ;", "0 0 nan 10 50 | 1 0 2 ;",
+        "0 0 1e99 10 50 | 1 0 2 ;", ";"}) {
+    std::ofstream(file, std::ios::app) << line << '\n';
+    EXPECT_THROW(Journal(file, 7, plan_), std::runtime_error) << line;
+    std::filesystem::resize_file(file, whole);
+  }
+  EXPECT_EQ(Journal(file, 7, plan_).entries().size(), 1U);
 }
 
 TEST(Goal, LimitsHoldInEverySceneAndCapsEndTheReward) {
@@ -182,6 +190,7 @@ TEST(Plan, RefusesWhatItCannotTuneInOneLine) {
            {"low = 0, high = 50", "choice = [20, 10]", "the lower one first"},
            {"low = 0, high = 50", "choice = [0, 5]", "the factory value"},
            {"seed = 3", "seed = ", "not valid TOML"},
+           {"For the test.", "For\\nbeamformer.enabled = true", "of one line"},
            {"global = 160", "global = 0", "whole number"}}) {
     const std::string text = complaint(c.from, c.to);
     EXPECT_NE(text.find(c.named), std::string::npos) << text;
@@ -207,14 +216,20 @@ class TuneTool : public tools::RenderFiles {
     int exitCode;
     std::string settings, page, complained;
   };
-  Run tuneWith(const std::string& plan, const std::string& name) {
+  // `more` may name other targets.
+  Run tuneWith(const std::string& plan, const std::string& name,
+               const std::vector<std::string>& more = {}) {
     const std::string output = path(name + ".toml"), report = path(name + ".html");
     const std::string planFile = text(name + "-plan.toml", plan);
-    const char* arguments[] = {"vellumic-tune", planFile.c_str(), "--output",
-                               output.c_str(),  "--report",       report.c_str()};
+    std::vector<const char*> arguments{"vellumic-tune", planFile.c_str()};
+    if (std::ranges::find(more, "--output") == more.end())
+      arguments.insert(arguments.end(), {"--output", output.c_str()});
+    if (std::ranges::find(more, "--report") == more.end())
+      arguments.insert(arguments.end(), {"--report", report.c_str()});
+    for (const std::string& argument : more) arguments.push_back(argument.c_str());
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
-    const int code = tuneMain(6, arguments, stop_);
+    const int code = tuneMain(static_cast<int>(arguments.size()), arguments.data(), stop_);
     testing::internal::GetCapturedStdout();
     const auto contents = [](const std::string& file) {
       std::ifstream stream(file);
@@ -259,6 +274,31 @@ TEST_F(TuneTool, HeldOutMaterialNeverReachesTheSearch) {
   applySettingsText(one.settings, "one.toml", values, warnings);
   EXPECT_LT(value(values, Raw::gainFloor2), 0.2F);  // more noise attenuation was wanted
   EXPECT_NE(one.settings.find("noise attenuation, dB"), std::string::npos);  // its reason
+}
+
+// Nor does --fresh delete what is no journal.
+TEST_F(TuneTool, NeverWritesOverAFileOfTheRun) {
+  const std::string seen = recording("seen.wav", 1), held = recording("held.wav", 2);
+  const auto bytes = [](const std::string& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return std::string{std::istreambuf_iterator<char>(stream), {}};
+  };
+  const std::string plan = planFor(seen, held), before = bytes(seen) + bytes(held);
+  for (const std::vector<std::string>& more : std::vector<std::vector<std::string>>{
+           {"--output", path("run-plan.toml")},
+           {"--output", path("./run.html")},
+           {"--report", seen},
+           {"--report", path("./held.wav")},
+           {"--journal", path("run.toml")},
+           {"--fresh", "--journal", text("notes.txt", "mine\n")}}) {
+    const Run run = tuneWith(plan, "run", more);
+    EXPECT_EQ(run.exitCode, 1) << more[1];
+    EXPECT_NE(run.complained.find("another"), std::string::npos) << run.complained;
+    EXPECT_EQ(bytes(path("run-plan.toml")), plan);
+    EXPECT_EQ(bytes(seen) + bytes(held), before);
+    EXPECT_TRUE(run.settings.empty() && run.page.empty());
+  }
+  EXPECT_EQ(bytes(path("notes.txt")), "mine\n");
 }
 
 // The plan is whole; what it names is not there, or nothing was judged yet.

@@ -1,12 +1,17 @@
 #include "tools/tune/Journal.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <limits>
 #include <sstream>
 #include <stdexcept>
 
 namespace vellumic::tune {
 namespace {
+
+constexpr std::string_view headStart = "vellumic-tune journal ";
 
 std::string exact(double value) {
   char text[40];
@@ -50,15 +55,32 @@ Journal::Entry entryFrom(const std::string& line) {
 
 }  // namespace
 
-Journal::Journal(std::string path, std::uint64_t print) : path_(std::move(path)) {
+void Journal::remove(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string line;
+  if (std::getline(file, line) && !line.starts_with(headStart))
+    throw std::runtime_error(path + ": is no journal and is kept; name another --journal");
+  file.close();
+  std::filesystem::remove(path);
+}
+
+Journal::Journal(std::string path, std::uint64_t print, const Plan& plan)
+    : path_(std::move(path)), settings_(plan.space.size()), figures_(plan.goal.size()) {
   std::ostringstream head;
-  head << "vellumic-tune journal 1 " << std::hex << print;
+  head << headStart << "1 " << std::hex << print;
   head_ = head.str();
   if (path_.empty()) return;
   read();
   file_.open(path_, std::ios::app);
   if (!file_) throw std::runtime_error(path_ + ": cannot be written; name another --journal");
   if (std::filesystem::file_size(path_) == 0) file_ << head_ << '\n' << std::flush;
+}
+
+// What the tool itself writes does.
+bool Journal::fits(const Entry& entry) const {
+  constexpr double most = std::numeric_limits<float>::max();
+  return entry.point.size() == settings_ && entry.judgement.figures.size() == figures_ &&
+         std::ranges::all_of(entry.point, [](double value) { return std::abs(value) <= most; });
 }
 
 void Journal::read() {
@@ -75,6 +97,7 @@ void Journal::read() {
       try {
         if (!line.ends_with(" ;")) throw std::invalid_argument(line);
         Entry entry = entryFrom(line);
+        if (!fits(entry)) throw std::invalid_argument(line);
         index_.emplace(entry.point, entries_.size());
         entries_.push_back(std::move(entry));
       } catch (const std::exception&) {

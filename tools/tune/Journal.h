@@ -23,9 +23,12 @@ class Journal {
     Judgement judgement;
   };
 
-  // Reads what is there and appends from then on; "" keeps no file. Throws std::runtime_error with
-  // one line.
-  Journal(std::string path, std::uint64_t fingerprint);
+  // Reads what is there and appends from then on; "" keeps no file. Every entry has the plan's
+  // counts of settings and figures. Throws std::runtime_error with one line.
+  Journal(std::string path, std::uint64_t fingerprint, const Plan& plan);
+
+  // Deletes the file if it is a journal, of whatever plan; throws if it is something else.
+  static void remove(const std::string& path);
 
   const Judgement* find(const Point& point) const;
   void add(const Point& point, const Judgement& judgement);
@@ -33,8 +36,10 @@ class Journal {
 
  private:
   void read();
+  bool fits(const Entry& entry) const;
 
   std::string path_, head_;
+  std::size_t settings_, figures_;  // per entry
   std::ofstream file_;
   std::vector<Entry> entries_;
   std::map<Point, std::size_t> index_;

@@ -1,6 +1,7 @@
 #include "tools/tune/Plan.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <fstream>
 #include <iterator>
@@ -314,7 +315,10 @@ Plan parsePlan(const std::string& text, const std::string& source) {
     if (!lines) root.fail("header", "write a list of texts");
     for (const toml::node& line : *lines) {
       if (!line.is_string()) root.fail("header", "write a list of texts");
-      plan.header.push_back(*line.value<std::string>());
+      const std::string& words = plan.header.emplace_back(*line.value<std::string>());
+      // Behind a line's end it would be no comment any more but a setting.
+      if (std::ranges::any_of(words, [](unsigned char c) { return std::iscntrl(c) != 0; }))
+        root.fail("header", "write texts of one line, without control characters");
     }
   }
   plan.seed = static_cast<std::uint64_t>(root.whole("seed", 1, 1, 1000000));

@@ -57,6 +57,26 @@ std::optional<Options> optionsFrom(int argc, const char* const* argv) {
   return options;
 }
 
+// The files that the tool writes are others than those that it reads, and than each other.
+void checkTargets(const Options& options, const Plan& plan) {
+  std::vector<std::string> taken{options.plan, plan.voices.nearFile, plan.voices.farFile,
+                                 plan.heldOutVoices.nearFile, plan.heldOutVoices.farFile};
+  for (const auto& all : {plan.material, plan.heldOut})
+    for (const Matter& matter : all)
+      taken.insert(taken.end(), {matter.recording, matter.far, matter.talker});
+  for (const std::string& target : {options.output, options.report, options.journal}) {
+    if (target.empty()) continue;
+    for (const std::string& file : taken)
+      if (!file.empty() &&
+          std::filesystem::weakly_canonical(target) == std::filesystem::weakly_canonical(file))
+        throw std::runtime_error(target +
+                                 ": would be written over another file of this run; name another");
+    taken.push_back(target);
+  }
+  for (const std::string& target : {options.output, options.report})
+    if (!target.empty()) tools::checkWaveTarget(target);
+}
+
 // What the factory settings score tells one build of the signal chain from another.
 std::uint64_t printOf(const Plan& plan, const Panel& panel,
                       const std::vector<quality::Summary>& factory) {
@@ -126,13 +146,12 @@ void compare(const Options& options, const Plan& plan, const Panel& panel,
 int run(const Options& options, const std::atomic<bool>& stop) {
   const Clock::time_point start = Clock::now();
   const Plan plan = readPlan(options.plan);
-  for (const std::string& target : {options.output, options.report})
-    if (!target.empty()) tools::checkWaveTarget(target);
+  checkTargets(options, plan);
+  if (options.fresh) Journal::remove(options.journal);
   std::cerr << "Making the scenes ...\n";
   const Panel panel(plan.material, plan.voices, options.jobs, stop);
   const auto factory = panel.judge(plan.measuredWith);
-  if (options.fresh) std::filesystem::remove(options.journal);
-  Journal journal(options.journal, printOf(plan, panel, factory));
+  Journal journal(options.journal, printOf(plan, panel, factory), plan);
 
   Tuning tuning;
   {
