@@ -118,6 +118,17 @@ TEST(Scorer, ReadsKnownAttenuationsBack) {
   EXPECT_NEAR(*scorer(output).figures[Figure::nearSdr], *figures[Figure::nearSdr], 0.1);
 }
 
+// Without a talker nothing aligns the output: the first echo after a pause may come before its
+// time.
+TEST(Scorer, EarlyEchoAfterAPauseIsNoNoise) {
+  const SceneSpec spec = *sceneNamed("far-pause", 3, 1);
+  const Scene scene = makeScene(spec, babble(30, 5), babble(30, 6));
+  Signal output = scene.noise[0];
+  for (float& x : output) x *= 0.1F;
+  for (std::size_t n = 0; n + 1600 < output.size(); ++n) output[n] += scene.echo[0][n + 1600];
+  EXPECT_NEAR(*Scorer(spec, scene)(output).figures[Figure::noiseAttenuation], 20.0, 0.1);
+}
+
 TEST(Scenes, KindsAreDrawnFromTheirSeed) {
   for (const std::string& kind : sceneKinds()) {
     const SceneSpec one = *sceneNamed(kind, 1, 4), again = *sceneNamed(kind, 1, 4),

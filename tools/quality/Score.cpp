@@ -9,6 +9,7 @@ namespace vellumic::quality {
 namespace {
 
 constexpr double settling = 4.0;  // s given to the noise estimate before its pauses count
+constexpr double early = 0.3;  // s by which an output that nothing aligns may come before its time
 constexpr int alignmentReach = 4096;
 constexpr std::size_t step = 160;
 
@@ -68,8 +69,10 @@ Scorer::Scorer(SceneSpec spec, const Scene& scene)
   const auto far = [this](double t) {
     return inside(spec_.farActive, t) || inside(spec_.farActive, t - 0.5);
   };
+  // Without a talker the output is not aligned, and an echo may come before the far end begins.
+  const double ahead = energy(passedSpeech_) == 0.0 ? early : 0.0;
   pauses_ = stepsOf(scene.mix[0].size(), [&](double t) {
-    return t > settling && !near(t) && !near(t - 0.5) && !far(t);
+    return t > settling && !near(t) && !near(t - 0.5) && !far(t) && !far(t + ahead);
   });
   noisePower_ = energy(gathered(scene.noise[0], pauses_));
   alone_ = stretch(scene, [&](double t) { return t > settling && near(t) && !far(t); });
