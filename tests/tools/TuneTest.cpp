@@ -190,6 +190,16 @@ TEST(Plan, RefusesWhatItCannotTuneInOneLine) {
            {"low = 0, high = 50", "choice = [20, 10]", "the lower one first"},
            {"low = 0, high = 50", "choice = [0, 5]", "the factory value"},
            {"seed = 3", "seed = ", "not valid TOML"},
+           {"seed = 3", "seed = 3\nworth = 0", "above 0"},
+           {"low = 0, high = 50", "low = 0.5, high = 50", "whole numbers"},
+           {"choice = [100, 200]", "choice = [200, 999999]", "sensible range"},
+           {"weight = 1", "weight = 0", "asks for nothing"},
+           {"[settings]", "[measure_with]\n\"noise.gain.floor1\" = inf\n[settings]",
+            "write a number"},
+           {"[settings]", "[measure_with]\n\"noise.gain.floor1\" = 1e300\n[settings]",
+            "write a number"},
+           {"[settings]", "[measure_with]\n\"noise.gain.floor2\" = 0.3\n[settings]", "take it out"},
+           {"[settings]", "[settings]\nnoise.gain.floor2 = { low = 0.1, high = 0.9 }", "twice"},
            {"For the test.", "For\\nbeamformer.enabled = true", "of one line"},
            {"global = 160", "global = 0", "whole number"}}) {
     const std::string text = complaint(c.from, c.to);
@@ -197,6 +207,43 @@ TEST(Plan, RefusesWhatItCannotTuneInOneLine) {
     EXPECT_EQ(text.rfind("plan.toml:", 0), 0U) << text;
     EXPECT_EQ(text.find('\n'), std::string::npos) << text;
   }
+}
+
+// As settings files write them.
+TEST(Plan, NamesNeedNoQuotes) {
+  std::string bare = planText;
+  for (const Dimension& d : parsePlan(planText, "plan.toml").space)
+    bare.replace(bare.find('"' + d.name), d.name.size() + 2, d.name);
+  bare += "[measure_with]\nlevel.enabled = false\n";
+  const Plan plan = parsePlan(bare, "plan.toml"), quoted = parsePlan(planText, "plan.toml");
+  EXPECT_EQ(plan.slots, quoted.slots);
+  EXPECT_EQ(value(plan.measuredWith, Raw::levelControl), 0.0F);
+}
+
+TEST(Plan, RoundedPointsStayInTheirRange) {
+  const Space space{{.name = "a", .low = 0.9, .high = 0.9995, .factory = 0.99},
+                    {.name = "b", .integer = true, .low = 1, .high = 3, .factory = 7}};
+  EXPECT_EQ(rounded(space, {0.9995, 3.4}), (Point{0.9995, 3.0}));
+  EXPECT_EQ(rounded(space, {0.99, 7}), (Point{0.99, 7.0}));
+}
+
+// Those that are shipped.
+TEST(Plan, ShippedPlansAndSettingsAreRead) {
+  int count = 0;
+  for (const auto& file : std::filesystem::recursive_directory_iterator("settings")) {
+    if (file.path().extension() != ".toml") continue;
+    ++count;
+    if (file.path().parent_path().filename() == "plans") {
+      EXPECT_FALSE(readPlan(file.path()).heldOut.empty()) << file.path();
+      continue;
+    }
+    RawValues values = factorySettings();
+    SettingsWarnings warnings;
+    EXPECT_NO_THROW(applySettingsFile(file.path(), values, warnings)) << file.path();
+    EXPECT_TRUE(warnings.empty()) << file.path();
+    EXPECT_EQ(values == factorySettings(), file.path().filename() == "factory.toml") << file.path();
+  }
+  EXPECT_GE(count, 10);
 }
 
 // Where a plan names no held-out scenes, the tool draws others of the same kinds.
@@ -308,6 +355,12 @@ TEST_F(TuneTool, WritesNothingWhereItCannotEnd) {
   EXPECT_EQ(missing.exitCode, 1);
   EXPECT_NE(missing.complained.find("none.wav"), std::string::npos) << missing.complained;
   EXPECT_TRUE(missing.settings.empty());
+  std::string silent = planFor(seen, held);
+  silent.replace(silent.find("noise_attenuation"), 17, "near_sdr");
+  const Run unanswered = tuneWith(silent, "silent");
+  EXPECT_EQ(unanswered.exitCode, 1);
+  EXPECT_NE(unanswered.complained.find("near_sdr"), std::string::npos) << unanswered.complained;
+  EXPECT_TRUE(unanswered.settings.empty());
   stop_ = true;
   const Run stopped = tuneWith(planFor(seen, held), "run");
   EXPECT_EQ(stopped.exitCode, 130);

@@ -73,6 +73,16 @@ Judgement judge(const std::vector<Wish>& goal, const std::vector<Summary>& scene
   return judgement;
 }
 
+void checkAnswers(const std::vector<Wish>& goal, const std::vector<Summary>& scenes,
+                  const std::string& source) {
+  for (const Wish& wish : goal)
+    if (std::ranges::none_of(scenes,
+                             [&](const Summary& s) { return s.mean[wish.figure].has_value(); }))
+      throw PlanError(source + ": goal: no material of the plan has the figure " +
+                      std::string(quality::info(wish.figure).name) +
+                      "; leave it out or add a scene, or a recording with far and talker");
+}
+
 std::string described(const Wish& wish) {
   const quality::FigureInfo& figure = quality::info(wish.figure);
   const std::string least = figure.moreIsBetter ? "at least " : "at most ";

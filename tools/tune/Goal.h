@@ -22,6 +22,10 @@ inline constexpr double limitPrice = 4.0;
 Judgement judge(const std::vector<Wish>& goal, const std::vector<quality::Summary>& scenes,
                 const std::vector<quality::Summary>& factory);
 
+// Throws PlanError, one line, for a wish that no scene's figures can answer. `source`: the plan.
+void checkAnswers(const std::vector<Wish>& goal, const std::vector<quality::Summary>& scenes,
+                  const std::string& source);
+
 // "near SDR at least 20 in every scene; as much ERLE up to 25, 0.3 a dB".
 std::string described(const Wish& wish);
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <fstream>
 #include <iterator>
+#include <limits>
 #include <set>
 
 #include "parameters/SettingValue.h"
@@ -104,6 +105,29 @@ class Section {
   std::set<std::string> asked_;
 };
 
+using NamedSetting = std::pair<std::string, const toml::node*>;
+
+void collectSettings(const toml::table& table, const std::string& before,
+                     std::vector<NamedSetting>& found) {
+  for (const auto& [key, node] : table) {
+    const std::string name = before + std::string(key.str());
+    const toml::table* inner = node.as_table();
+    if (inner && isParameterGroup(name))
+      collectSettings(*inner, name + ".", found);
+    else
+      found.emplace_back(name, &node);
+  }
+}
+
+// What stands under the names of settings, which may be quoted or, as in settings files, not; in
+// the order of the names.
+std::vector<NamedSetting> namedSettings(const toml::table& table) {
+  std::vector<NamedSetting> found;
+  collectSettings(table, "", found);
+  std::ranges::sort(found, {}, &NamedSetting::first);
+  return found;
+}
+
 const Parameter& parameterNamed(const Section& section, const std::string& name) {
   const auto found = findParameter(name);
   if (!found || found->decibels)
@@ -119,11 +143,20 @@ void readSwitch(Section& section, Dimension& dimension) {
   dimension.start = start ? (*start ? 1.0 : 0.0) : dimension.factory;
 }
 
+void checkRange(const Section& section, const std::string& key, const Parameter& parameter,
+                double low, double high) {
+  const double least = parameter.low, most = parameter.high;
+  if (low < least || high > most)
+    section.fail(key, "leaves the sensible range, " + decimal(parameter.low) + " to " +
+                          decimal(parameter.high));
+}
+
 // Two values of which one is right, as a toggle has them.
-void readChoice(Section& section, Dimension& dimension) {
+void readChoice(Section& section, const Parameter& parameter, Dimension& dimension) {
   const std::vector<int> values = section.wholes("choice", -1000000, 1000000);
   if (values.size() != 2 || values[0] >= values[1])
     section.fail("choice", "write two whole numbers, the lower one first, as in [4, 8]");
+  checkRange(section, "choice", parameter, values[0], values[1]);
   dimension.isSwitch = true;
   dimension.low = values[0];
   dimension.high = values[1];
@@ -137,10 +170,9 @@ void readRange(Section& section, const Parameter& parameter, Dimension& dimensio
   const auto low = section.number("low"), high = section.number("high");
   if (!low || !high) section.fail("", "needs low and high");
   if (!(*low < *high)) section.fail("low", "is an empty range; write low below high");
-  const double widest = parameter.high, least = parameter.low;
-  if (*low < least || *high > widest)
-    section.fail("low", "leaves the sensible range, " + decimal(parameter.low) + " to " +
-                            decimal(parameter.high));
+  checkRange(section, "low", parameter, *low, *high);
+  if (dimension.integer && (*low != std::floor(*low) || *high != std::floor(*high)))
+    section.fail("low", "and high must be whole numbers for this setting");
   const std::string scale = section.text("scale");
   if (!scale.empty() && scale != "log" && scale != "linear")
     section.fail("scale", "write \"log\" or \"linear\"");
@@ -155,18 +187,19 @@ void readRange(Section& section, const Parameter& parameter, Dimension& dimensio
 
 void readSpace(Section& settings, const std::string& source, Plan& plan) {
   int switches = 0;
-  for (const auto& [key, node] : settings.table()) {
-    const std::string name(key.str());
+  for (const auto& [name, node] : namedSettings(settings.table())) {
     const Parameter& parameter = parameterNamed(settings, name);
-    if (!node.is_table()) settings.fail(name, "write a table: { low = .., high = .. }");
-    Section section(*node.as_table(), source, "settings." + name);
+    if (!node->is_table()) settings.fail(name, "write a table: { low = .., high = .. }");
+    if (!plan.slots.empty() && plan.slots.back() == parameter.slot)
+      settings.fail(name, "stands here twice; take one out");
+    Section section(*node->as_table(), source, "settings." + name);
     Dimension dimension;
     dimension.name = name;
     dimension.factory = static_cast<double>(parameter.factory);
     dimension.integer = parameter.kind == ParameterKind::integer;
     if (parameter.kind == ParameterKind::toggle || section.find("choice") != nullptr) {
       parameter.kind == ParameterKind::toggle ? readSwitch(section, dimension)
-                                              : readChoice(section, dimension);
+                                              : readChoice(section, parameter, dimension);
       if (++switches > mostSwitches)
         settings.fail(name, "is one switch too many; at most " + std::to_string(mostSwitches));
     } else {
@@ -197,6 +230,8 @@ void readWish(Section section, Plan& plan) {
   wish.slackBelowInput = section.number("below_input");
   if (wish.slackBelowInput && !quality::info(*figure).input)
     section.fail("below_input", "the microphone has no such figure; leave it out");
+  if (wish.weight == 0.0 && !wish.limit && !wish.slackBelowFactory && !wish.slackBelowInput)
+    section.fail("", "asks for nothing; add a weight or a limit");
   section.done();
   plan.goal.push_back(wish);
 }
@@ -272,32 +307,30 @@ void readMaterial(Section& root, Plan& plan) {
 }
 
 void readFixed(Section& root, Plan& plan) {
-  plan.measuredWith = plan.written = factorySettings();
+  plan.measuredWith = factorySettings();
   const toml::node* node = root.find("measure_with");
   if (!node) return;
   if (!node->is_table()) root.fail("measure_with", "write a table, as in [measure_with]");
-  std::string text;
-  for (const auto& [key, value] : *node->as_table()) {
-    const std::string name(key.str());
+  for (const auto& [name, value] : namedSettings(*node->as_table())) {
     const Parameter& parameter = parameterNamed(root, name);
-    const auto number = value.is_boolean() ? std::optional<double>(*value.value<bool>() ? 1.0 : 0.0)
-                                           : value.value<double>();
-    if (!number) root.fail("measure_with", name + ": write a number, true or false");
+    if (std::ranges::find(plan.slots, parameter.slot) != plan.slots.end())
+      root.fail("measure_with", name + " is moved by [settings]; take it out of one");
+    const auto number = value->is_boolean()
+                            ? std::optional<double>(*value->value<bool>() ? 1.0 : 0.0)
+                            : value->value<double>();
+    if (!number || !(std::abs(*number) <= std::numeric_limits<float>::max()))
+      root.fail("measure_with", name + ": write a number, true or false");
     plan.measuredWith[index(parameter.slot)] = static_cast<float>(*number);
   }
 }
 
-RawValues withPoint(RawValues values, const std::vector<Raw>& slots, const Point& point) {
+}  // namespace
+
+RawValues Plan::settings(const Point& point) const {
+  RawValues values = measuredWith;
   for (std::size_t n = 0; n < slots.size(); ++n)
     values[index(slots[n])] = static_cast<float>(point[n]);
   return values;
-}
-
-}  // namespace
-
-RawValues Plan::settings(const Point& point) const { return withPoint(measuredWith, slots, point); }
-RawValues Plan::settingsToWrite(const Point& point) const {
-  return withPoint(written, slots, point);
 }
 
 Plan parsePlan(const std::string& text, const std::string& source) {
@@ -323,13 +356,14 @@ Plan parsePlan(const std::string& text, const std::string& source) {
   }
   plan.seed = static_cast<std::uint64_t>(root.whole("seed", 1, 1, 1000000));
   plan.worth = root.number("worth").value_or(plan.worth);
+  if (!(plan.worth > 0.0)) root.fail("worth", "write a number above 0");
   Section evaluations = root.inner("evaluations");
   plan.budget.global = evaluations.whole("global", plan.budget.global, 1, 100000);
   plan.budget.local = evaluations.whole("local", plan.budget.local, 0, 100000);
   evaluations.done();
-  readFixed(root, plan);
   Section settings = root.inner("settings");
   readSpace(settings, source, plan);
+  readFixed(root, plan);
   for (const Section& section : root.list("goal")) readWish(section, plan);
   if (plan.goal.empty()) root.fail("", "has no goal; add [[goal]] with a figure and a weight");
   readMaterial(root, plan);

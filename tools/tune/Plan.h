@@ -53,13 +53,11 @@ struct Plan {
   Space space;               // the settings to move, in the order of their names
   std::vector<Raw> slots;    // of the space's dimensions
   RawValues measuredWith{};  // the factory settings with what is fixed while measuring
-  RawValues written{};       // the same without it
   std::vector<Wish> goal;
   std::vector<Matter> material, heldOut;
   Voices voices, heldOutVoices;
 
-  RawValues settings(const Point& point) const;         // on top of `measuredWith`
-  RawValues settingsToWrite(const Point& point) const;  // on top of the factory
+  RawValues settings(const Point& point) const;  // on top of `measuredWith`
 };
 
 // Throws PlanError. Paths in the plan are relative to the present folder.

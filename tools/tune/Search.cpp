@@ -147,10 +147,9 @@ Point rounded(const Space& space, Point point) {
     const Dimension& d = space[n];
     if (d.isSwitch)
       point[n] = point[n] >= 0.5 * (d.low + d.high) ? d.high : d.low;
-    else if (d.integer)
-      point[n] = std::round(point[n]);
     else if (point[n] != d.factory)
-      point[n] = threeDigits(point[n]);
+      point[n] =
+          std::clamp(d.integer ? std::round(point[n]) : threeDigits(point[n]), d.low, d.high);
   }
   return point;
 }

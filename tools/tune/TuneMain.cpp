@@ -11,6 +11,7 @@
 
 #include "tools/Arguments.h"
 #include "tools/OutputFile.h"
+#include "tools/Version.h"
 #include "tools/WaveFile.h"
 #include "tools/render/ProgressBar.h"
 #include "tools/tune/Outcome.h"
@@ -77,10 +78,12 @@ void checkTargets(const Options& options, const Plan& plan) {
     if (!target.empty()) tools::checkWaveTarget(target);
 }
 
-// What the factory settings score tells one build of the signal chain from another.
+// Of all that a judgement rests on; what the factory settings score tells one machine's arithmetic
+// from another's.
 std::uint64_t printOf(const Plan& plan, const Panel& panel,
                       const std::vector<quality::Summary>& factory) {
   std::uint64_t print = fingerprint(plan.text, panel.print());
+  print = fingerprint(tools::versionLine("vellumic-tune"), print);
   for (const quality::Summary& summary : factory)
     for (std::size_t f = 0; f < quality::figureCount; ++f)
       print = fingerprint(
@@ -151,6 +154,7 @@ int run(const Options& options, const std::atomic<bool>& stop) {
   std::cerr << "Making the scenes ...\n";
   const Panel panel(plan.material, plan.voices, options.jobs, stop);
   const auto factory = panel.judge(plan.measuredWith);
+  checkAnswers(plan.goal, factory, options.plan);
   Journal journal(options.journal, printOf(plan, panel, factory), plan);
 
   Tuning tuning;
