@@ -4,6 +4,7 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <set>
 
 #include "parameters/SettingsFile.h"
 #include "tests/tools/RenderFiles.h"
@@ -186,6 +187,10 @@ TEST(Plan, RefusesWhatItCannotTuneInOneLine) {
            {"seeds = [1, 2]", "seeds = []", "list of whole numbers"},
            {"seeds = [1, 2]", "seeds = [1]\n[[held_out.material]]\nscene = \"desk\"\nseeds = [1]",
             "held out"},
+           {"scene = \"desk\"", "scene = \"music\"\n[[held_out.material]]\nscene = \"music\"",
+            "same room"},
+           {"scene = \"desk\"\nseeds = [1, 2]",
+            "recording = \"a.wav\"\n[[held_out.material]]\nrecording = \"./a.wav\"", "held out"},
            {"near = \"near.wav\"\nfar = \"far.wav\"", "", "need voices"},
            {"low = 0, high = 50", "choice = [20, 10]", "the lower one first"},
            {"low = 0, high = 50", "choice = [0, 5]", "the factory value"},
@@ -248,11 +253,48 @@ TEST(Plan, ShippedPlansAndSettingsAreRead) {
 
 // Where a plan names no held-out scenes, the tool draws others of the same kinds.
 TEST(Plan, HeldOutScenesAreNeverThoseOfTheSearch) {
-  const Plan plan = parsePlan(planText, "plan.toml");
-  ASSERT_EQ(plan.heldOut.size(), 1U);
+  std::string text = planText;
+  text.replace(text.find("[1, 2]"), 6, "[1, 1001]\n[[material]]\nscene = \"music\"");
+  const Plan plan = parsePlan(text, "plan.toml");
+  ASSERT_EQ(plan.heldOut.size(), 1U);  // no other music
   ASSERT_EQ(plan.heldOut[0].seeds.size(), 2U);
   for (const std::uint64_t seed : plan.heldOut[0].seeds)
     EXPECT_EQ(std::ranges::count(plan.material[0].seeds, seed), 0);
+}
+
+TEST(Figures, WorstPointsAwayFromBetter) {
+  for (const auto& [figure, worst] : {std::pair{Figure::nearSdr, 2.0}, {Figure::timeTo20Db, 9.0}}) {
+    std::vector<quality::Figures> scores(4);
+    scores[0][figure] = 4.0;
+    scores[1][figure] = 9.0;
+    scores[3][figure] = 2.0;  // the third has none
+    const quality::Summary summary = quality::summarise(scores);
+    EXPECT_EQ(summary.mean[figure], 5.0);
+    EXPECT_EQ(summary.worst[figure], worst);
+    EXPECT_FALSE(summary.mean[Figure::stoi]);
+  }
+}
+
+// The blocks fall elsewhere in each of the four, so that no two renderings score alike.
+TEST_F(TuningRun, AFigureIsJudgedOverFourShifts) {
+  const tools::WaveData sound{{.sampleRate = 16000, .channels = 1}, tools::softNoise(48000, 1, 5)};
+  Matter matter;
+  matter.recording = wave("room.wav", sound.format, sound.samples);
+  const std::atomic<bool> stop{false};
+  const Panel panel({matter}, {}, 2, stop);
+  const quality::Summary judged = panel.judge(factorySettings()).at(0);
+  const auto material = quality::recordedMaterial(
+      "room", quality::waveOf(quality::readChannels(matter.recording)), std::nullopt, std::nullopt);
+  std::set<double> values;
+  double sum = 0.0;
+  for (int shift = 0; shift < 4; ++shift) {
+    const auto score = material->judge(factorySettings(), shift);
+    values.insert(score.figures[Figure::noiseAttenuation].value());
+    sum += score.figures[Figure::noiseAttenuation].value();
+  }
+  EXPECT_EQ(values.size(), 4U);
+  EXPECT_NEAR(judged.mean[Figure::noiseAttenuation].value(), sum / 4, 1e-9);
+  EXPECT_EQ(judged.worst[Figure::noiseAttenuation], *values.begin());
 }
 
 // The whole tool on two recordings of 3 s: the one held out may change as it likes without any

@@ -261,24 +261,38 @@ Matter readMatter(Section section) {
   return matter;
 }
 
+// A scene is another one for another seed only where its kind is drawn from it; a standard scene
+// keeps its room and places.
+bool isDrawn(const Matter& matter) {
+  return std::ranges::find(quality::sceneKinds(), matter.scene) != quality::sceneKinds().end();
+}
+
 // Where the plan names none: the same kinds of scenes, other seeds.
 std::vector<Matter> otherSeeds(const std::vector<Matter>& material) {
+  std::uint64_t highest = 0;
+  for (const Matter& matter : material)
+    for (const std::uint64_t seed : matter.seeds) highest = std::max(highest, seed);
+  const std::uint64_t further = (highest / 1000 + 1) * 1000;
   std::vector<Matter> held;
   for (Matter matter : material) {
-    if (matter.scene.empty()) continue;
-    for (std::uint64_t& seed : matter.seeds) seed += 1000;
+    if (!isDrawn(matter)) continue;
+    for (std::uint64_t& seed : matter.seeds) seed += further;
     held.push_back(matter);
   }
   return held;
 }
 
-// A scene is another one for another seed only where its kind is drawn from it.
 void keepApart(const Section& section, const Plan& plan) {
   for (const Matter& held : plan.heldOut)
     for (const Matter& seen : plan.material) {
-      if (!held.recording.empty() && held.recording == seen.recording)
+      if (!held.recording.empty() && !seen.recording.empty() &&
+          placeOf(held.recording) == placeOf(seen.recording))
         section.fail("", held.recording + " is in the material and held out; take it out of one");
       if (held.scene.empty() || held.scene != seen.scene) continue;
+      if (!isDrawn(held))
+        section.fail("", "scene " + held.scene +
+                             " is the same room for every seed; take it out of the material or "
+                             "of what is held out");
       for (const std::uint64_t seed : held.seeds)
         if (std::ranges::find(seen.seeds, seed) != seen.seeds.end())
           section.fail("", "scene " + held.scene + " with seed " + std::to_string(seed) +
@@ -325,6 +339,11 @@ void readFixed(Section& root, Plan& plan) {
 }
 
 }  // namespace
+
+// Made absolute first: of a file that is not there the standard keeps "a" and "./a" apart.
+std::filesystem::path placeOf(const std::string& file) {
+  return std::filesystem::weakly_canonical(std::filesystem::absolute(file));
+}
 
 RawValues Plan::settings(const Point& point) const {
   RawValues values = measuredWith;

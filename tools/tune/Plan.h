@@ -60,6 +60,9 @@ struct Plan {
   RawValues settings(const Point& point) const;  // on top of `measuredWith`
 };
 
+// The same for every way to write a file's path, whether the file is there or not.
+std::filesystem::path placeOf(const std::string& file);
+
 // Throws PlanError. Paths in the plan are relative to the present folder.
 Plan parsePlan(const std::string& text, const std::string& source);
 Plan readPlan(const std::filesystem::path& file);

@@ -68,8 +68,7 @@ void checkTargets(const Options& options, const Plan& plan) {
   for (const std::string& target : {options.output, options.report, options.journal}) {
     if (target.empty()) continue;
     for (const std::string& file : taken)
-      if (!file.empty() &&
-          std::filesystem::weakly_canonical(target) == std::filesystem::weakly_canonical(file))
+      if (!file.empty() && placeOf(target) == placeOf(file))
         throw std::runtime_error(target +
                                  ": would be written over another file of this run; name another");
     taken.push_back(target);
