@@ -1,7 +1,8 @@
 #include "fuzz/CallWatch.h"
 
 #include <cstddef>
-#include <ctime>
+
+#include "tools/ThreadTime.h"
 
 #if __has_feature(address_sanitizer)
 #include <sanitizer/allocator_interface.h>
@@ -10,16 +11,6 @@
 #endif
 
 namespace vellumic::fuzz {
-namespace {
-
-double threadSeconds() {
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
-}
-
-}  // namespace
-
 #if __has_feature(address_sanitizer)
 
 namespace {
@@ -37,7 +28,7 @@ const int hooked = __sanitizer_install_malloc_and_free_hooks(onMalloc, onFree);
 
 }  // namespace
 
-CallWatch::CallWatch() : start_(threadSeconds()) {
+CallWatch::CallWatch() : start_(tools::threadTime()) {
   counted = hooked > 0 ? 0 : 1;  // without hooks every call fails
   watching = true;
 }
@@ -47,7 +38,7 @@ std::size_t heapInUse() { return __sanitizer_get_current_allocated_bytes(); }
 
 #else
 
-CallWatch::CallWatch() : start_(threadSeconds()) {}
+CallWatch::CallWatch() : start_(tools::threadTime()) {}
 CallWatch::~CallWatch() = default;
 int CallWatch::forbiddenCalls() const { return guard_.violations(); }
 std::size_t heapInUse() {
@@ -57,6 +48,8 @@ std::size_t heapInUse() {
 
 #endif
 
-double CallWatch::cpuSeconds() const { return threadSeconds() - start_; }
+double CallWatch::cpuSeconds() const {
+  return std::chrono::duration<double>(tools::threadTime() - start_).count();
+}
 
 }  // namespace vellumic::fuzz

@@ -1,6 +1,7 @@
 // What one call of the frame path cost: calls that are forbidden there, and its processor time.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 
 #include "tests/support/RealtimeGuard.h"
@@ -25,7 +26,7 @@ class CallWatch {
   double cpuSeconds() const;
 
  private:
-  double start_;
+  std::chrono::nanoseconds start_;
   RealtimeGuard guard_;  // counts nothing under a sanitizer
 };
 

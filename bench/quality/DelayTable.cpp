@@ -75,21 +75,25 @@ struct Counts {
   }
 };
 
-Counts countsOf(const TableJob& job, const std::string& name, int microphones,
-                const RawValues& settings) {
-  Counts counts;
+// Of each chain.
+std::vector<Counts> countsOf(const TableJob& job, const std::string& name, int microphones) {
+  std::vector<Counts> counts(job.chains.size());
   for (const std::uint64_t seed : job.seeds) {
     const auto spec = sceneNamed(name, seed, microphones);
     if (!spec)
       throw std::runtime_error("scene '" + name + "' is not known: see `vellumic-quality list`");
     const Scene scene = makeScene(*spec, job.nearTalk, job.farTalk);
     const auto material = sceneMaterial(name, *spec, scene);
+    const int lag = echoLag(scene);
     std::vector<Take> takes(shiftCount);
-    inParallel(shiftCount, std::thread::hardware_concurrency(), [&](std::size_t n) {
-      takes[n] = material->render(settings, n * 1024 / shiftCount);
-    });
-    const int right = rightDelay(echoLag(scene), settings);
-    for (const Take& take : takes) counts.add(take, right, spec->seconds);
+    for (std::size_t chain = 0; chain < job.chains.size(); ++chain) {
+      const RawValues& settings = job.chains[chain].values;
+      inParallel(shiftCount, std::thread::hardware_concurrency(), [&](std::size_t n) {
+        takes[n] = material->render(settings, n * 1024 / shiftCount);
+      });
+      for (const Take& take : takes)
+        counts[chain].add(take, rightDelay(lag, settings), spec->seconds);
+    }
   }
   return counts;
 }
@@ -100,16 +104,18 @@ void printDelays(const TableJob& job) {
   std::cout << "| scene | mics | chain | runs | set within 3 s | off when first set | off at 3 s "
                "| off at the end | longest, s |\n|---|---|---|---|---|---|---|---|---|\n";
   for (const std::string& name : job.scenes)
-    for (const int microphones : job.microphones)
-      for (const NamedSettings& chain : job.chains) {
-        const Counts counts = countsOf(job, name, microphones, chain.values);
+    for (const int microphones : job.microphones) {
+      const std::vector<Counts> all = countsOf(job, name, microphones);
+      for (std::size_t chain = 0; chain < all.size(); ++chain) {
+        const Counts& counts = all[chain];
         char longest[32];
         std::snprintf(longest, sizeof longest, "%.1f", counts.longest);
-        std::cout << "| " << name << " | " << microphones << " | " << chain.label << " | "
-                  << counts.runs << " | " << counts.early << " | " << counts.first.text() << " | "
-                  << counts.atStart.text() << " | " << counts.last.text() << " | " << longest
-                  << " |" << std::endl;
+        std::cout << "| " << name << " | " << microphones << " | " << job.chains[chain].label
+                  << " | " << counts.runs << " | " << counts.early << " | " << counts.first.text()
+                  << " | " << counts.atStart.text() << " | " << counts.last.text() << " | "
+                  << longest << " |" << std::endl;
       }
+    }
 }
 
 }  // namespace vellumic::quality

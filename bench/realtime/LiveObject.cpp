@@ -1,25 +1,19 @@
 #include "bench/realtime/LiveObject.h"
 
 #include <algorithm>
-#include <ctime>
+#include <chrono>
 #include <new>
 
 #include "bench/EveryBand.h"
 #include "bench/realtime/SystemCallTrap.h"
 #include "engine/ProcessCall.h"
 #include "tests/support/RealtimeGuard.h"
+#include "tools/ThreadTime.h"
 
 namespace vellumic::bench {
 namespace {
 
 constexpr std::uint32_t callsPerSecond = 100;
-
-// Of this thread: what other programs do meanwhile does not count.
-double processorMicroseconds() {
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return 1e6 * static_cast<double>(now.tv_sec) + 1e-3 * static_cast<double>(now.tv_nsec);
-}
 
 }  // namespace
 
@@ -108,21 +102,21 @@ void LiveObject::call(CallLog& log, const std::string& state) {
   const StreamBuffer input{input_.data(), frames, buffer_flags::valid};
   StreamBuffer output{output_.data(), 0, buffer_flags::invalid};
   const PipelineProbe before = core_->engine.pipeline.probe();
-  double begin = 0.0, end = 0.0;
+  std::chrono::nanoseconds begin{}, end{};
   int systemCalls = 0;
   const RealtimeGuard guard;
   const std::size_t depth = stack_.measure([&] {
-    begin = processorMicroseconds();
+    begin = tools::threadTime();
     SystemCallTrap::close();
     if (admitCall(ready, 1, 1)) runCall(core_->context, 1, input, 1, output);
     systemCalls = SystemCallTrap::open();
-    end = processorMicroseconds();
+    end = tools::threadTime();
   });
   const int others = guard.violations();
   const PipelineProbe& after = core_->engine.pipeline.probe();
   std::string work = after.blocks != before.blocks ? "completes a block" : "plain";
   if (after.adoptions != before.adoptions) work += ", adopts a setting";
-  log.add({end - begin, state, work});
+  log.add({std::chrono::duration<double, std::micro>(end - begin).count(), state, work});
   log.forbidden += systemCalls + others;
   if (log.firstForbidden.empty() && others > 0) log.firstForbidden = guard.first();
   if (log.firstForbidden.empty() && systemCalls > 0)

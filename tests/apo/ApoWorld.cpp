@@ -4,12 +4,6 @@
 
 namespace vellumic::test {
 
-std::filesystem::path programFolder() {
-  std::array<wchar_t, 1024> path{};
-  GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-  return std::filesystem::path(path.data()).parent_path();
-}
-
 HMODULE library() {
   static const HMODULE module = LoadLibraryW((programFolder() / L"VellumicAPO64c.dll").c_str());
   return module;

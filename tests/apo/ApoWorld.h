@@ -19,6 +19,7 @@
 #include "tests/apo/MediaType.h"
 #include "tests/control/DeviceDoubles.h"
 #include "tests/control/RegistrySandbox.h"
+#include "tools/ProgramPath.h"
 
 namespace vellumic::test {
 
@@ -69,7 +70,7 @@ inline constexpr GUID farFieldSpeech{
     0x28941CBA, 0x3BE6, 0x4A78, {0x9A, 0x76, 0x30, 0xFD, 0x91, 0x55, 0x9B, 0x64}};
 }  // namespace mode
 
-std::filesystem::path programFolder();
+using tools::programFolder;
 HMODULE library();  // VellumicAPO64c.dll, loaded once
 template <class Function>
 Function* exported(const char* name) {

@@ -30,6 +30,28 @@ class Damage : public ApoWorld {
     }
     return finite;
   }
+  CaptureObject playing() {
+    writeFactorySettings();
+    CaptureObject object = initialized(mfx, mode::speech);
+    EXPECT_EQ(object.lock(format_), S_OK);
+    return object;
+  }
+  // While it sounds.
+  static bool comesToEffects(CaptureObject& object, UINT wanted) {
+    for (int wait = 0; wait < 5000; ++wait) {
+      GUID* ids = nullptr;
+      UINT count = 0;
+      EXPECT_TRUE(sounds(object));
+      EXPECT_EQ(object.effects->GetEffectsList(&ids, &count, nullptr), S_OK);
+      CoTaskMemFree(ids);
+      if (count == wanted) return true;
+      Sleep(1);
+    }
+    return false;
+  }
+
+ private:
+  MediaType format_ = MediaType::extensible(4, 0);  // outlives the lock
 };
 
 void* (*realCalloc)(std::size_t, std::size_t) = nullptr;
@@ -85,10 +107,7 @@ TEST_F(Damage, AScribbledBoardCostsItsReadersAlone) {
 // A program that stores a setting while the objects read it, and dies in the middle.
 TEST_F(Damage, ASettingHalfWrittenIsSomeSoundAndAWholeOneIsTaken) {
   const ServiceObjects service;
-  writeFactorySettings();
-  CaptureObject object = initialized(mfx, mode::speech);
-  MediaType format = MediaType::extensible(4, 0);
-  ASSERT_EQ(object.lock(format), S_OK);
+  CaptureObject object = playing();
   std::mt19937 random(6);
   for (int round = 0; round < 10; ++round) {
     registry.remove(RegistrySandbox::settingsPath() + L"\\1");
@@ -99,26 +118,15 @@ TEST_F(Damage, ASettingHalfWrittenIsSomeSoundAndAWholeOneIsTaken) {
     service.signalReload();
     EXPECT_TRUE(sounds(object)) << round;
   }
-  GUID* ids = nullptr;
-  UINT count = 0;
   writeFactorySettings();
   service.signalReload();
-  for (int wait = 0; wait < 5000 && count != 4; ++wait) {
-    EXPECT_TRUE(sounds(object));
-    ASSERT_EQ(object.effects->GetEffectsList(&ids, &count, nullptr), S_OK);
-    CoTaskMemFree(ids);
-    Sleep(1);
-  }
-  EXPECT_EQ(count, 4U);
+  EXPECT_TRUE(comesToEffects(object, 4));
 }
 
 // Every local user may signal the events of an object.
 TEST_F(Damage, SignalsWithoutEndNeitherStopTheSoundNorTheTeardown) {
   const ServiceObjects service;
-  writeFactorySettings();
-  CaptureObject object = initialized(mfx, mode::speech);
-  MediaType format = MediaType::extensible(4, 0);
-  ASSERT_EQ(object.lock(format), S_OK);
+  CaptureObject object = playing();
   const KernelHandle reload(
       OpenEventW(EVENT_MODIFY_STATE, FALSE, service.block().propertyEvent.data())),
       ping(OpenEventW(EVENT_MODIFY_STATE, FALSE, pingEventName));
@@ -146,22 +154,11 @@ TEST_F(Damage, AnEventWithForeignRightsIsDoneWithout) {
   const KernelHandle theirs(CreateEventW(&attributes, FALSE, FALSE, pingEventName));
   ASSERT_FALSE(KernelHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, pingEventName)));
   const ServiceObjects service;
-  writeFactorySettings();
-  CaptureObject object = initialized(mfx, mode::speech);
-  MediaType format = MediaType::extensible(4, 0);
-  ASSERT_EQ(object.lock(format), S_OK);
+  CaptureObject object = playing();
   registry.select(L"none");
   registry.writeSetting(L"none", 1, rawCount, [](unsigned) { return 0.0F; });
   service.signalReload();
-  GUID* ids = nullptr;
-  UINT count = 1;
-  for (int wait = 0; wait < 5000 && count != 0; ++wait) {
-    EXPECT_TRUE(sounds(object));
-    ASSERT_EQ(object.effects->GetEffectsList(&ids, &count, nullptr), S_OK);
-    CoTaskMemFree(ids);
-    Sleep(1);
-  }
-  EXPECT_EQ(count, 0U);  // its setting still reaches it
+  EXPECT_TRUE(comesToEffects(object, 0));  // its setting still reaches it
 }
 
 }  // namespace

@@ -14,18 +14,13 @@
 #include <sstream>
 
 #include "control/Handle.h"
+#include "tools/ProgramPath.h"
 #include "tools/WaveFile.h"
 #include "tools/host/CaptureEffect.h"
 #include "tools/host/Endpoints.h"
 
 namespace vellumic::tools {
 namespace {
-
-std::filesystem::path programFolder() {
-  wchar_t path[1024] = {};
-  GetModuleFileNameW(nullptr, path, 1024);
-  return std::filesystem::path(path).parent_path();
-}
 
 struct Result {
   DWORD code = 99;

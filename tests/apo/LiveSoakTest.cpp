@@ -19,6 +19,7 @@
 #include "tests/apo/ApoWorld.h"
 #include "tests/control/ChildProcess.h"
 #include "tests/support/OpenHandles.h"
+#include "tools/ThreadTime.h"
 #include "tools/host/LiveCapture.h"
 #include "tools/host/LoopbackClients.h"
 
@@ -58,16 +59,6 @@ long residentKilobytes() {
   PROCESS_MEMORY_COUNTERS counters{};
   GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
   return static_cast<long>(counters.WorkingSetSize / 1024);
-}
-
-// Of this thread, in units of 100 ns; the system counts it in ticks of 10 ms.
-ULONGLONG processorTime() {
-  ULARGE_INTEGER user, kernel;
-  FILETIME created, ended, userTime, kernelTime;
-  GetThreadTimes(GetCurrentThread(), &created, &ended, &kernelTime, &userTime);
-  user.LowPart = userTime.dwLowDateTime, user.HighPart = userTime.dwHighDateTime;
-  kernel.LowPart = kernelTime.dwLowDateTime, kernel.HighPart = kernelTime.dwHighDateTime;
-  return user.QuadPart + kernel.QuadPart;
 }
 
 class LiveSoak : public ApoWorld {
@@ -147,15 +138,15 @@ class LiveSoak : public ApoWorld {
     for (unsigned first = 0; first < frames; first += period) {
       const unsigned count = std::min(period, frames - first);
       samples.assign(packet + first * channels, packet + (first + count) * channels);
-      const ULONGLONG begin = processorTime();
+      const auto begin = tools::threadTime();
       for (CaptureObject& effect : effects) {
         const auto done = effect.process(samples.data(), count);
         failed += done.u32ValidFrameCount == count && done.u32BufferFlags == BUFFER_VALID ? 0 : 1;
       }
-      const ULONGLONG spent = processorTime() - begin;
+      const auto spent = tools::threadTime() - begin;
       processorTotal += spent;
       // Of user and kernel time a tick each may fall into any period: a third means a long call.
-      constexpr ULONGLONG threeTicks = 300000;
+      constexpr std::chrono::milliseconds threeTicks{30};
       missed += spent >= threeTicks ? 1 : 0;
       ++periods;
       for (const float sample : samples) notFinite += std::isfinite(sample) ? 0 : 1;
@@ -207,7 +198,7 @@ class LiveSoak : public ApoWorld {
   int periods = 0, missed = 0, failed = 0, notFinite = 0;
   int sessions = 0, sessionsSinceLoss = 0, losses = 0;
   int reloads = 0, services = 0;
-  ULONGLONG processorTotal = 0;
+  std::chrono::nanoseconds processorTotal{};
 };
 
 TEST_F(LiveSoak, EverythingRecoversAndNothingGrows) {
@@ -232,8 +223,8 @@ TEST_F(LiveSoak, EverythingRecoversAndNothingGrows) {
   std::printf(
       "%d sessions, %d ended by the sound server; %d periods, %.0f us of processor time each\n"
       "%d reloads, %d services; memory %ld + %ld KB; %d handles more for the last %d reloads\n",
-      sessions, losses, periods, 0.1 * static_cast<double>(processorTotal) / periods, reloads,
-      services, memory, grown, opened, since);
+      sessions, losses, periods, 1e-3 * static_cast<double>(processorTotal.count()) / periods,
+      reloads, services, memory, grown, opened, since);
   EXPECT_GT(sessionsSinceLoss, 0);
   // The disturbances came, as often as a busy machine lets them, and sound in spite of them.
   EXPECT_GE(reloads, seconds / 10.0);

@@ -16,6 +16,7 @@
 #include "tests/control/ChildProcess.h"
 #include "tests/support/ImportTable.h"
 #include "tests/tools/CtlRun.h"
+#include "tools/ProgramPath.h"
 #include "tools/ctl/Attachment.h"
 #include "tools/ctl/AudioServices.h"
 #include "tools/ctl/DoctorCommand.h"
@@ -347,9 +348,7 @@ const test::ChildMode slowService{"slow-service", &runService<SERVICE_START_PEND
 class InstalledService {
  public:
   InstalledService(const wchar_t* name, const wchar_t* mode) : name_(name) {
-    std::array<wchar_t, MAX_PATH> program{};
-    GetModuleFileNameW(nullptr, program.data(), MAX_PATH);
-    const std::wstring command = L"\"" + std::wstring(program.data()) + L"\" --child " + mode;
+    const std::wstring command = L"\"" + programPath().wstring() + L"\" --child " + mode;
     manager_ = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
     // One of that name may still be on its way out.
     for (int i = 0; i < 500; ++i) {

@@ -16,6 +16,7 @@
 
 #include "control/Handle.h"
 #include "tests/control/ChildProcess.h"
+#include "tools/ProgramPath.h"
 #include "tools/ctl/TextConversion.h"
 #include "tools/host/selftest/Judgements.h"
 #include "tools/host/selftest/StageLog.h"
@@ -212,9 +213,7 @@ const test::ChildMode stages[] = {
 
 Supervisor supervisor(DWORD patienceMs = 10000) {
   return {[](const std::string& name) {
-            std::array<wchar_t, MAX_PATH> program{};
-            GetModuleFileNameW(nullptr, program.data(), MAX_PATH);
-            return L'"' + std::wstring(program.data()) + L"\" --child " + wide(name);
+            return L'"' + programPath().wstring() + L"\" --child " + wide(name);
           },
           patienceMs};
 }
@@ -253,28 +252,23 @@ TEST(SelfTest, AStageThatHangsOrIsInterruptedIsEnded) {
   Supervisor hanging = supervisor(500);
   hanging.run("hangs");
   expectSteps(hanging, {{"hangs", "hangs", "answers no more in "}});
-  Supervisor stopped = supervisor();
-  std::thread user([&] {
-    Sleep(300);
-    stopped.interrupt();
-  });
-  stopped.run("hangs");
-  stopped.run("fine");
-  user.join();
-  stopped.putBack();
-  expectSteps(stopped, {{"hangs", "hangs", "interrupted in "}});
+  for (const char* stage : {"hangs", "chatters"}) {
+    Supervisor stopped = supervisor();
+    std::thread user([&] {
+      Sleep(300);
+      stopped.interrupt();
+    });
+    stopped.run(stage);
+    stopped.run("fine");
+    user.join();
+    stopped.putBack();
+    expectSteps(stopped, {{stage, stage, "interrupted in "}});
+  }
   Supervisor between = supervisor();
   between.interrupt();
   for (const char* name : {"fine", "leaves"}) between.run(name);
   between.putBack();
   expectSteps(between, {{"fine", "fine", "interrupted; run again"}});
-  Supervisor chatty = supervisor();
-  std::jthread listener([&] {
-    Sleep(300);
-    chatty.interrupt();
-  });
-  chatty.run("chatters");
-  expectSteps(chatty, {{"chatters", "chatters", "interrupted in "}});
 }
 
 // The program itself, whole, on the machine of the test.
@@ -287,12 +281,8 @@ class SelfTestRun : public testing::Test {
   }
 
   KernelHandle start(const std::string& arguments) {
-    std::array<wchar_t, MAX_PATH> program{};
-    GetModuleFileNameW(nullptr, program.data(), MAX_PATH);
-    std::wstring command =
-        L'"' +
-        (std::filesystem::path(program.data()).parent_path() / L"vellumic-host.exe").wstring() +
-        L"\" --selftest --endpoint " + wide(arguments) + L' ' + older.wstring();
+    std::wstring command = L'"' + (programFolder() / L"vellumic-host.exe").wstring() +
+                           L"\" --selftest --endpoint " + wide(arguments) + L' ' + older.wstring();
     SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
     const KernelHandle file(CreateFileW(printed.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited,
                                         CREATE_ALWAYS, 0, nullptr));

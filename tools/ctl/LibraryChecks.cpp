@@ -49,16 +49,8 @@ struct Scope {
 std::vector<Scope> scopes() {
   std::vector<Scope> all{
       {"for the machine", HKEY_LOCAL_MACHINE, L"SOFTWARE\\Classes", L"SOFTWARE\\Classes"}};
-  const RegistryKey components = CRegistryUtils::openKey(HKEY_LOCAL_MACHINE, componentClassPath);
-  for (DWORD i = 0; components; ++i) {
-    std::array<wchar_t, 256> name{};
-    DWORD length = name.size();
-    if (RegEnumKeyExW(components.get(), i, name.data(), &length, nullptr, nullptr, nullptr,
-                      nullptr) != ERROR_SUCCESS)
-      break;
-    const std::wstring path = std::wstring(componentClassPath) + L"\\" + name.data();
+  for (const std::wstring& path : componentKeys())
     all.push_back({"by a driver package", HKEY_LOCAL_MACHINE, path + L"\\Classes", path});
-  }
   all.push_back({"for this user", HKEY_CURRENT_USER, L"Software\\Classes", L"Software\\Classes"});
   return all;
 }
@@ -206,6 +198,20 @@ void checkProtection(Findings& findings, const Protection& protection) {
 }
 
 }  // namespace
+
+std::vector<std::wstring> componentKeys() {
+  std::vector<std::wstring> all;
+  const RegistryKey components = CRegistryUtils::openKey(HKEY_LOCAL_MACHINE, componentClassPath);
+  for (DWORD i = 0; components; ++i) {
+    std::array<wchar_t, 256> name{};
+    DWORD length = name.size();
+    if (RegEnumKeyExW(components.get(), i, name.data(), &length, nullptr, nullptr, nullptr,
+                      nullptr) != ERROR_SUCCESS)
+      break;
+    all.push_back(std::wstring(componentClassPath) + L"\\" + name.data());
+  }
+  return all;
+}
 
 void checkLibrary(Findings& findings) {
   const auto registered = findRegistered();

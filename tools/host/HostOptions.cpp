@@ -3,15 +3,14 @@
 #include <CLI/CLI.hpp>
 #include <map>
 
+#include "apo/ProcessingModes.h"
 #include "tools/Arguments.h"
 
 namespace vellumic::tools {
 namespace {
 
 const std::map<std::string, GUID> modes{
-    {"default", {0xC18E2F7E, 0x933D, 0x4965, {0xB7, 0xD1, 0x1E, 0xEF, 0x22, 0x8D, 0x2A, 0xF3}}},
-    {"raw", {0x9E90EA20, 0xB493, 0x4FD1, {0xA1, 0xA8, 0x7E, 0x13, 0x61, 0xA9, 0x56, 0xCF}}},
-    {"speech", {0xFC1CFC9B, 0xB9D6, 0x4CFA, {0xB5, 0xE0, 0x4B, 0xB2, 0x16, 0x68, 0x78, 0xB2}}}};
+    {"default", modeDefault}, {"raw", modeRaw}, {"speech", modeSpeech}};
 
 constexpr const char* footer = R"(
 Without --settings and --set the registry's active setting is used as it is. With them a setting of

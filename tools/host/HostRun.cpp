@@ -10,22 +10,13 @@
 
 #include "parameters/SettingsFile.h"
 #include "parameters/SettingsNotes.h"
+#include "tools/ThreadTime.h"
 #include "tools/host/LiveCapture.h"
 
 namespace vellumic::tools {
 namespace {
 
 constexpr DWORD patienceMs = 2000;
-
-// Of the calling thread, whatever else the machine does.
-double processorSeconds() {
-  FILETIME created, ended, kernelTime, userTime;
-  ULARGE_INTEGER kernel, user;
-  GetThreadTimes(GetCurrentThread(), &created, &ended, &kernelTime, &userTime);
-  kernel.LowPart = kernelTime.dwLowDateTime, kernel.HighPart = kernelTime.dwHighDateTime;
-  user.LowPart = userTime.dwLowDateTime, user.HighPart = userTime.dwHighDateTime;
-  return 1e-7 * static_cast<double>(kernel.QuadPart + user.QuadPart);
-}
 
 void warn(const std::string& line) { std::fprintf(stderr, "warning: %s\n", line.c_str()); }
 
@@ -189,7 +180,7 @@ void HostRun::runLive() {
   std::jthread reloader;
   if (options_.reloadEvery > 0.0)
     reloader = std::jthread([this](const std::stop_token& stop) { reloadUntil(stop); });
-  const double before = processorSeconds();
+  const auto before = threadTime();
   const LiveFigures figures =
       capture.run(options_.liveSeconds, [&](const float* packet, unsigned frames) {
         const std::size_t start = wave.samples.size();
@@ -201,13 +192,13 @@ void HostRun::runLive() {
           frame += count;
         }
       });
-  const double spent = processorSeconds() - before;
+  const std::chrono::duration<double> spent = threadTime() - before;
   reloader = {};  // stops at once, also in the middle of a pause
   unlock();
   writeWave(options_.outputFile, wave);
   std::printf("Live: %d packets, %d lost before a packet, %d late wake-ups, longest wait %.1f ms\n",
               figures.packets, figures.discontinuities, figures.lateWakeUps, figures.longestWaitMs);
-  std::printf("Audio thread: %.1f %% of a core\n", 100.0 * spent / options_.liveSeconds);
+  std::printf("Audio thread: %.1f %% of a core\n", 100.0 * spent.count() / options_.liveSeconds);
 }
 
 void HostRun::printFigures() const {

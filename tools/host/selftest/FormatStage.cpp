@@ -35,9 +35,9 @@ struct Mode {
   GUID id;
   bool accepted;
 };
-constexpr std::array modes{Mode{"default", defaultMode, true}, Mode{"raw", rawMode, true},
-                           Mode{"speech", speechMode, true},
-                           Mode{"communications", communicationsMode, false}};
+constexpr std::array modes{Mode{"default", modeDefault, true}, Mode{"raw", modeRaw, true},
+                           Mode{"speech", modeSpeech, true},
+                           Mode{"communications", modeCommunications, false}};
 
 FormatShape at(const Shape& shape, unsigned hertz) {
   return {.extensible = shape.extensible,

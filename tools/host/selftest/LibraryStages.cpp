@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "control/Handle.h"
+#include "tools/ProgramPath.h"
 #include "tools/ctl/TextConversion.h"
 #include "tools/host/selftest/Judgements.h"
 #include "tools/host/selftest/Stages.h"
@@ -43,9 +44,7 @@ HRESULT creatable(const CLSID& id) {
 class Installer {
  public:
   Installer() {
-    wchar_t program[1024] = {};
-    GetModuleFileNameW(nullptr, program, 1024);
-    const auto file = std::filesystem::path(program).parent_path() / libraryName;
+    const auto file = programFolder() / libraryName;
     library_ = LoadLibraryW(file.c_str());
     if (library_ == nullptr)
       throw ComError(HRESULT_FROM_WIN32(GetLastError()), "VellumicAPO64c.dll beside vellumic-host");
@@ -112,14 +111,14 @@ void libraryStage(StageLog& log, const StageOptions& options) {
     });
     log.attempt(name + " initialized for discovery", [&] {
       if (!effect) return made();
-      EffectSite where = site.at(defaultMode);
+      EffectSite where = site.at(modeDefault);
       where.discoveryOnly = true;
       CaptureEffect other(name);
       other.initialize(where);
       return good("effects: " + other.effects());
     });
     log.attempt(name + " initialized", [&] {
-      if (effect) effect->initialize(site.at(speechMode));
+      if (effect) effect->initialize(site.at(modeSpeech));
       return made();
     });
     log.attempt(name + " effects", [&] {
@@ -146,7 +145,7 @@ void unloadStage(StageLog& log, const StageOptions& options) {
       bool named = false;
       {
         std::vector<std::unique_ptr<CaptureEffect>> effects;
-        for (const char* name : classNames) effects.push_back(site.effect(name, defaultMode));
+        for (const char* name : classNames) effects.push_back(site.effect(name, modeDefault));
         const HMODULE library = GetModuleHandleW(libraryName);
         const auto canUnload = reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(
             reinterpret_cast<void*>(GetProcAddress(library, "DllCanUnloadNow")));

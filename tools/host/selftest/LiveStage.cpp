@@ -121,7 +121,7 @@ void LiveRun::makeEffects() {
   for (const std::string name : {"mfx", "efx", "kdmfx"}) {
     std::unique_ptr<CaptureEffect> effect;
     log_.attempt(name + " on the microphone", [&] {
-      effect = site_.effect(name, speechMode);
+      effect = site_.effect(name, modeSpeech);
       const FormatShape shape =
           effect->negotiate(proposals(capture_->channels(), capture_->sampleRate(), 0));
       effect->lock(shape, period_);

@@ -8,6 +8,7 @@
 
 #include "control/Handle.h"
 #include "tools/OutputFile.h"
+#include "tools/ProgramPath.h"
 #include "tools/Version.h"
 #include "tools/ctl/TextConversion.h"
 #include "tools/host/selftest/Supervisor.h"
@@ -63,9 +64,7 @@ std::string systemText() {
 }
 
 std::wstring commandOf(const std::string& stage, const StageOptions& options) {
-  wchar_t program[1024] = {};
-  GetModuleFileNameW(nullptr, program, 1024);
-  std::wstring command = quotedArgument(program) + L' ' +
+  std::wstring command = quotedArgument(programPath().wstring()) + L' ' +
                          quotedArgument(L"--selftest-stage=" + wide(stage)) + L" --seconds " +
                          std::to_wstring(options.seconds);
   if (!options.endpoint.empty())

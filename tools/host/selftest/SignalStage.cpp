@@ -48,7 +48,7 @@ class GainProbe {
 
 void knownSound(StageLog& log, const TestSite& site, const ServiceStandIn* board,
                 TestSettings& settings) {
-  const auto effect = site.effect("efx", defaultMode);
+  const auto effect = site.effect("efx", modeDefault);
   effect->lock({.extensible = true, .channels = channels, .sampleRate = rate, .mask = 3}, period);
   GainProbe probe(*effect);
   log.attempt("equaliser raises 1 kHz by 6 dB", [&] {
@@ -72,7 +72,7 @@ void effectsChange(StageLog& log, const TestSite& site, const ServiceStandIn* bo
                    TestSettings& settings) {
   log.attempt("array tells that its effects change", [&] {
     if (board == nullptr) return untold("nobody can tell it without a status board");
-    const auto effect = site.effect("mfx", defaultMode);
+    const auto effect = site.effect("mfx", modeDefault);
     const KernelHandle changed(CreateEventW(nullptr, FALSE, FALSE, nullptr));
     const std::string before = effect->effects(changed.get());
     effect->lock({.extensible = true, .channels = 2, .sampleRate = rate, .mask = 3}, period);
@@ -103,7 +103,7 @@ void echo(StageLog& log, const TestSite& site, bool ownSettings) {
     StreamClock clock;
     const ProxyEnumerator proxy(site.sharedEnumerator(),
                                 {.far = &far, .clock = &clock, .monitor = {}, .volume = 1.0F});
-    const auto effect = site.effect("mfx", speechMode);
+    const auto effect = site.effect("mfx", modeSpeech);
     effect->lock({.extensible = true, .channels = 2, .sampleRate = slow, .mask = 3}, call);
     if (!proxy.waitForLoopback(static_cast<DWORD>(patienceMs)))
       return untold("this system's list of devices could not be stood in for");

@@ -11,6 +11,7 @@
 #include "apo/EffectSlots.h"
 #include "control/Names.h"
 #include "control/RegistryUtils.h"
+#include "tools/ProgramPath.h"
 #include "tools/ctl/AudioServices.h"
 #include "tools/ctl/CtlOptions.h"
 #include "tools/ctl/EffectPlan.h"
@@ -28,15 +29,7 @@ namespace vellumic::tools {
 namespace {
 
 constexpr wchar_t scratchPath[] = L"SOFTWARE\\Vellumic-selftest";
-constexpr wchar_t componentClassPath[] =
-    L"SYSTEM\\CurrentControlSet\\Control\\Class\\{5989FCE8-9CD0-467D-8A6A-5419E31529D4}";
 constexpr REGSAM scratchRights = KEY_READ | KEY_WRITE | DELETE;
-
-std::filesystem::path programFolder() {
-  wchar_t program[1024] = {};
-  GetModuleFileNameW(nullptr, program, 1024);
-  return std::filesystem::path(program).parent_path();
-}
 
 void services(StageLog& log) {
   for (const wchar_t* service : audioServices)
@@ -152,16 +145,9 @@ void driverPackage(StageLog& log) {
       return good();
     });
   log.attempt("driver package installed", [] {
-    const RegistryKey components = CRegistryUtils::openKey(HKEY_LOCAL_MACHINE, componentClassPath);
-    std::array<wchar_t, 255> name{};
-    DWORD length = name.size();
-    for (DWORD i = 0;
-         components && RegEnumKeyExW(components.get(), i, name.data(), &length, nullptr, nullptr,
-                                     nullptr, nullptr) == ERROR_SUCCESS;
-         ++i, length = name.size()) {
-      const std::wstring path =
-          std::wstring(name.data()) + L"\\Classes\\CLSID\\" + classText(effectSlots[0]);
-      if (CRegistryUtils::openKey(components.get(), path.c_str())) return good();
+    for (const std::wstring& component : componentKeys()) {
+      const std::wstring path = component + L"\\Classes\\CLSID\\" + classText(effectSlots[0]);
+      if (CRegistryUtils::openKey(HKEY_LOCAL_MACHINE, path.c_str())) return good();
     }
     return untold("it is not; pnputil /add-driver package\\*.inf /install, then run again");
   });
