@@ -1,0 +1,99 @@
+// What the model does not tell: the four-channel form, bad settings, and the way of settings and
+// parts from a builder to the stream.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "frontend/BankPair.h"
+#include "frontend/BlockPart.h"
+#include "tests/frontend/PipelineRig.h"
+
+namespace vellumic {
+namespace {
+
+TEST(Pipeline, FourChannelFormReturnsTwoMicrophonesAndCancelsNothing) {
+  PipelineRig rig;
+  rig.setStages(1.0F);
+  rig.set(Raw::levelControl, 0.0F);
+  rig.begin(6, true);  // four microphones, two of which the form cannot reach
+  rig.handover.prepareStream(1024, 4, true);
+  rig.apply();
+  rig.pipeline.micHighPassEnabled = false;
+  Noise noise(3);
+  std::vector<float> first;
+  for (std::size_t n = 0; n < 5000; ++n) {
+    std::array<float, 4> frame{noise(), noise(), noise(), noise()};
+    const auto given = frame;
+    first.push_back(given[0]);
+    rig.pipeline.processFrame12(frame.data());
+    const float expected = n < 2048 ? 0.0F : first[n - 2048];
+    ASSERT_EQ(frame, (std::array{expected, expected, given[2], given[3]})) << n;
+  }
+  EXPECT_EQ(rig.pipeline.probe().cancelledBlocks, 0);
+
+  // A live reload runs the same object frame by frame in the plain form: references are silent.
+  for (int n = 0; n < 3000; ++n) rig.run({0.1F, 0.1F});
+  EXPECT_EQ(rig.pipeline.probe().referenceEnergy, 0.0F);
+}
+
+// The 150 Hz high-pass has no stable form at an internal rate of 200 Hz.
+TEST(Pipeline, RecoversFromAnAbsurdInternalRate) {
+  PipelineRig rig;
+  for (const float rate : {200.0F, 1.0F, 16000.0F}) {
+    rig.set(Raw::internalRate, rate);
+    rig.apply();
+    Noise noise(2);
+    for (int n = 0; n < 200000; ++n) ASSERT_TRUE(std::isfinite(rig.run({noise(), noise()})[1]));
+  }
+  EXPECT_NE(rig.run({0.1F, 0.1F})[1], 0.0F);
+}
+
+TEST(Pipeline, BuildsMergeUntilTheyAreAdopted) {
+  PipelineRig rig;
+  for (int n = 0; n < 3000; ++n) rig.run({0.1F, 0.1F});
+  rig.handover.build(rig.raw, rig.stream);  // frees what the construction left
+  const int blocks = LiveCount<BlockPart>::alive(), banks = LiveCount<BankPair>::alive();
+  const auto adoptions = rig.pipeline.probe().adoptions;
+
+  // The block goes away and comes back, the channels change: one adoption, one fresh stream.
+  for (const float size : {512.0F, 256.0F, 1024.0F}) {
+    rig.set(Raw::blockSize, size);
+    rig.handover.build(rig.raw, rig.stream);
+  }
+  rig.handover.prepareStream(1024, 4, false);
+  rig.stream.deviceRate = 48000.0F;
+  rig.handover.build(rig.raw, rig.stream);
+  EXPECT_EQ(LiveCount<BlockPart>::alive(), blocks + 1);
+  EXPECT_EQ(LiveCount<BankPair>::alive(), banks + 1);
+  EXPECT_EQ(rig.pipeline.micCount(), 2);
+  EXPECT_NE(rig.run({0.1F, 0.1F})[1], 0.0F) << "still the old stream";
+
+  rig.pipeline.adopt(rig.handover);
+  rig.pipeline.adopt(rig.handover);
+  EXPECT_EQ(rig.pipeline.probe().adoptions, adoptions + 1);
+  EXPECT_EQ(rig.pipeline.micCount(), 4);
+  EXPECT_EQ(LiveCount<BlockPart>::alive(), blocks + 1) << "retired, not freed here";
+  rig.handover.build(rig.raw, rig.stream);
+  EXPECT_EQ(LiveCount<BlockPart>::alive(), blocks);
+  EXPECT_EQ(LiveCount<BankPair>::alive(), banks);
+}
+
+TEST(Pipeline, ANewBlockCarriesOverTheFrameInHandOfTheMicrophonesThatStay) {
+  BlockPart old(1024, 3, 4), fresh(512, 2, 4);
+  old.frameSample = {1.0F, 2.0F, 3.0F};
+  fresh.carryOver(old);
+  EXPECT_EQ(fresh.frameSample, (std::vector{1.0F, 2.0F}));
+}
+
+TEST(Pipeline, ChannelCountsOutsideTheFrameKeepTheMicrophones) {
+  PipelineRig rig;
+  for (const auto& [asked, microphones] :
+       {std::pair{8, 8}, {1, 8}, {-2147483647, 8}, {13, 8}, {3, 3}, {0, 3}}) {
+    EXPECT_EQ(rig.handover.setChannels(asked), asked == microphones);
+    rig.apply();
+    EXPECT_EQ(rig.pipeline.micCount(), microphones) << asked;
+  }
+}
+
+}  // namespace
+}  // namespace vellumic
