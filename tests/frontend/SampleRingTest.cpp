@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <limits>
 #include <random>
 
 #include "frontend/ResamplerBank.h"
@@ -8,127 +10,100 @@
 namespace vellumic {
 namespace {
 
-// Pushes 1, 2, 3, ... and pops one sample for each.
-class Counter {
- public:
-  // How many samples ago the popped one went in, after `times` of these.
-  int lag(SampleRing& ring, int times = 1) {
-    for (int i = 0; i < times; ++i) {
-      sample_[0][0] = ++pushed_;
-      ring.push(sample_, 1);
-      ring.pop(sample_, 1);
-    }
-    return static_cast<int>(pushed_ - sample_[0][0]);
+// The ring sample by sample, with its indices always reduced to the capacity.
+struct PlainRing {
+  PlainRing(int itsCapacity, int itsDelay)
+      : capacity(itsCapacity), delay(itsDelay), read(place(-std::int64_t{delay})) {}
+  int place(std::int64_t index) const {
+    return static_cast<int>((index % capacity + capacity) % capacity);
+  }
+  int available() const { return place(std::int64_t{write} - read); }
+  void push(float left, float right) {
+    samples[static_cast<std::size_t>(write)] = {left, right};
+    write = place(std::int64_t{write} + 1);
+  }
+  std::array<float, 2> pop() {
+    return samples[static_cast<std::size_t>(std::exchange(read, place(std::int64_t{read} + 1)))];
+  }
+  void setDelay(int next) {
+    read = place(read + std::min<std::int64_t>(std::int64_t{delay} - next, available()));
+    delay = next;
   }
 
- private:
-  ChannelArrays sample_{{0.0F}};
-  float pushed_ = 0.0F;
+  int capacity, delay, write = 0, read;
+  std::vector<std::array<float, 2>> samples =
+      std::vector<std::array<float, 2>>(static_cast<std::size_t>(capacity));
 };
 
-TEST(SampleRing, DelaysAndMovesTheDelayWithoutLosingSamples) {
-  SampleRing ring;
-  ring.setDelay(30);
-  ring.resize(100, 1);
-  Counter counter;
-  EXPECT_EQ(counter.lag(ring, 30), 30) << "the last of the delay's zeros";
-  EXPECT_EQ(counter.lag(ring), 30);
-  EXPECT_EQ(counter.lag(ring, 500), 30);
-  EXPECT_FALSE(ring.setDelay(-1));
-  for (const int delay : {70, 98, 0}) {
-    ASSERT_TRUE(ring.setDelay(delay));
-    EXPECT_EQ(counter.lag(ring), delay);
-  }
-}
-
-TEST(SampleRing, ADelayAboveTheCapacityWraps) {
-  for (const int delay : {100, 230, 2147483647}) {
+TEST(SampleRing, DoesWhatAPlainOneDoesSampleBySample) {
+  std::mt19937 random(4);
+  for (const auto& [capacity, firstDelay] : {std::pair{2, 0}, {7, 3}, {100, 30}, {100, 250}}) {
     SampleRing ring;
-    ring.resize(100, 1);
-    Counter counter;
-    counter.lag(ring, 250);
-    ASSERT_TRUE(ring.setDelay(delay));
-    EXPECT_EQ(counter.lag(ring), delay % 100);
-    ASSERT_TRUE(ring.setDelay(0));
-    EXPECT_EQ(counter.lag(ring), 0);
+    ring.setDelay(firstDelay);
+    ring.setCapacity(capacity);
+    ring.setChannels(2);
+    PlainRing plain(capacity, firstDelay);
+    ChannelArrays arrays(2, std::vector<float>(300));
+    float number = 0.0F;
+    for (int step = 0; step < 3000; ++step) {
+      const int count = static_cast<int>(random() % static_cast<unsigned>(2 * capacity)),
+                first = static_cast<int>(random() % 50);
+      const auto from = static_cast<std::size_t>(first),
+                 to = from + static_cast<std::size_t>(count);
+      ChannelArrays expected = arrays;
+      const auto pop = [&](std::size_t at) {
+        const auto taken = plain.pop();
+        for (std::size_t c = 0; c < 2; ++c) expected[c][at] = taken[c];
+      };
+      const unsigned what = random() % 8;
+      if (what <= 1) {  // the second channel has an array, or gets zeros
+        for (auto& array : arrays) array[from] = ++number;
+        expected = arrays;
+        for (std::size_t i = from; i < to; ++i)
+          plain.push(arrays[0][i], what == 0 ? arrays[1][i] : 0.0F);
+        ring.push(what == 0 ? arrays : ChannelArrays{arrays[0]}, count, first);
+      } else if (what <= 4) {
+        const bool enough = plain.available() >= count;
+        for (std::size_t i = from; i < to && enough; ++i) pop(i);
+        ASSERT_EQ(ring.pop(arrays, count, first), enough) << step;
+      } else if (what == 5) {
+        for (std::size_t i = from; i < to; ++i) {
+          plain.push(arrays[0][i], arrays[1][i]);
+          if (plain.available() > 0) pop(i);
+        }
+        ring.exchange(arrays, count, first);
+      } else if (what == 6) {
+        const int delay = count == 0 ? std::numeric_limits<int>::max() : 2 * count;
+        plain.setDelay(delay);
+        ASSERT_TRUE(ring.setDelay(delay));
+      } else if (step % 10 == 0) {
+        plain.samples.assign(plain.samples.size(), {});
+        ring.clear();
+        if (step % 20 == 0) {
+          plain = PlainRing(capacity, plain.delay);
+          ring.reset();
+        }
+      }
+      ASSERT_FALSE(ring.setDelay(-1));
+      ASSERT_EQ(ring.available(), plain.available()) << step;
+      ASSERT_EQ(arrays, expected) << step << ' ' << what;
+    }
   }
 }
 
-TEST(SampleRing, ASmallerDelayStopsAtTheWriteIndex) {
-  SampleRing ring;
-  ring.setDelay(40);
-  ring.resize(100, 1);
-  ChannelArrays taken{std::vector<float>(40)};
-  ASSERT_TRUE(ring.pop(taken, 30));  // ten of the delay's zeros wait
-  ASSERT_TRUE(ring.setDelay(0));
-  EXPECT_EQ(ring.available(), 0);
-  EXPECT_FALSE(ring.pop(taken, 1));
-  EXPECT_TRUE(ring.pop(taken, 0));
-}
-
-TEST(SampleRing, KeepsTheNewestWhenOverfilledAndClearsInPlace) {
-  SampleRing ring;
-  ring.resize(10, 2);
-  ChannelArrays samples(2, std::vector<float>(25));
-  for (std::size_t i = 0; i < 25; ++i) samples[1][i] = static_cast<float>(i);
-  ring.push(samples, 25);
-  EXPECT_EQ(ring.available(), 5);
-  ASSERT_TRUE(ring.pop(samples, 2));
-  EXPECT_EQ(samples[1][0], 20.0F);
-  ring.clear();
-  EXPECT_EQ(ring.available(), 3);
-  ASSERT_TRUE(ring.pop(samples, 3));
-  EXPECT_EQ(samples[1][0], 0.0F);
-}
-
-TEST(ResamplerBank, AnEmptyRingLeavesTheTargetAlone) {
-  ResamplerBank bank(2, 16000.0, 48000.0);
-  ChannelArrays target(2, std::vector<float>(1, 0.5F));
-  EXPECT_FALSE(bank.pop(target, 1));
-  EXPECT_EQ(target[1][0], 0.5F);
-  const std::array<float, 2> frame{0.25F, -0.25F};
+TEST(ResamplerBank, TakesFromOneToSixteenChannelsAndTellsItsDelay) {
+  ResamplerBank bank;
+  EXPECT_EQ(bank.channels(), 2);
+  for (const auto& [asked, channels] : {std::pair{16, 16}, {17, 16}, {1, 1}, {0, 1}}) {
+    bank.setChannels(asked);
+    EXPECT_EQ(bank.channels(), channels);
+    EXPECT_EQ(ResamplerBank(asked, 1.0, 1.0).channels(), channels);
+  }
+  bank.setRates(16000.0, 48000.0);
+  const float one = 1.0F;
   int made = 0, pushes = 0;
-  const auto push = [&] { return bank.push({frame.data(), 0, 1, 2}, 1, {&made, 1}); };
-  while (push() == 0) ++pushes;
+  while (bank.push({&one, 0, 1, 1}, 1, {&made, 1}) == 0) ++pushes;
   EXPECT_EQ(pushes, bank.framesBeforeOutput());
-  for (int i = 0; i < 3000; ++i) push();
-  while (bank.pop(target, 1)) {
-  }
-  EXPECT_NEAR(target[1][0], -0.25F, 1e-6F);
-}
-
-// Pushes noise, channel c that of seeds[c], and returns the output.
-ChannelArrays convertNoise(ResamplerBank& bank, std::array<unsigned, 3> seeds, int frames) {
-  std::array<std::mt19937, 3> random{std::mt19937(seeds[0]), std::mt19937(seeds[1]),
-                                     std::mt19937(seeds[2])};
-  ChannelArrays heard(3);
-  for (int n = 0; n < frames; ++n) {
-    std::array<float, 3> frame;
-    for (std::size_t c = 0; c < 3; ++c)
-      frame[c] = static_cast<float>(random[c]() % 2000) * 1e-3F - 1.0F;
-    int made = 0;
-    bank.push({frame.data(), 0, 1, 3}, 1, {&made, 1});
-    ChannelArrays target(3, std::vector<float>(static_cast<std::size_t>(made)));
-    EXPECT_TRUE(bank.pop(target, made));
-    for (std::size_t c = 0; c < 3; ++c)
-      heard[c].insert(heard[c].end(), target[c].begin(), target[c].end());
-  }
-  return heard;
-}
-
-TEST(ResamplerBank, OneConverterServesChannelsThatAreAlike) {
-  for (const double rate : {16000.0, 32000.0, 44100.0, 48000.0, 96000.0}) {
-    ResamplerBank bank(3, 16000.0, rate), separate(3, 16000.0, rate);
-    convertNoise(bank, {1, 2, 3}, 2000);
-    convertNoise(separate, {1, 2, 3}, 2000);
-    // What the channels had of their own is forgotten when memory() says so.
-    convertNoise(bank, {4, 4, 4}, bank.memory());
-    convertNoise(separate, {4, 4, 4}, bank.memory());
-    bank.setAlike(true);
-    EXPECT_EQ(convertNoise(bank, {5, 5, 5}, 1500)[0], convertNoise(separate, {5, 5, 5}, 1500)[0]);
-    bank.setAlike(false);
-    EXPECT_EQ(convertNoise(bank, {6, 7, 8}, 3000), convertNoise(separate, {6, 7, 8}, 3000)) << rate;
-  }
 }
 
 }  // namespace
