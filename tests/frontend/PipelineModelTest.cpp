@@ -9,67 +9,20 @@
 #include "array/ArrayNoiseProcessing.h"
 #include "frontend/ResamplerBank.h"
 #include "tests/frontend/PipelineRig.h"
+#include "tests/support/PlayingSpeakers.h"
 
 namespace vellumic {
 namespace {
 
-constexpr std::size_t rate = 16000;  // Hz, of the loudspeakers
-constexpr std::size_t packet = 160;  // frames, 10 ms
+constexpr int rate = 16000;  // Hz, internal
 
-// Two loudspeakers that play noise in packets, in step with the frames of the stream.
-struct Speakers {
-  Noise noise{11};
-  std::vector<float> left, right;
-  std::vector<float> interleaved = std::vector<float>(2 * packet);
-  std::size_t taken = 0;
-  std::size_t late = 0;  // samples by which packets come late
-  bool playing = true;
-
-  void tick() {
-    left.push_back(playing ? noise() : 0.0F);
-    right.push_back(playing ? noise() : 0.0F);
-    if (!playing) taken = left.size();
-    if (left.size() - taken > rate) taken += packet;  // the device keeps one second
-  }
-  // What a microphone hears `delay` samples later.
-  float echo(std::size_t delay) const {
-    if (left.size() <= delay + 40) return 0.0F;
-    const std::size_t n = left.size() - 1 - delay;
-    return 0.6F * left[n] - 0.3F * left[n - 17] + 0.4F * right[n - 5] + 0.2F * right[n - 40];
-  }
-};
-
-class SpeakerPackets : public PacketSource {
- public:
-  explicit SpeakerPackets(Speakers& speakers) : speakers_(speakers) {}
-  MixFormat mixFormat() const noexcept override { return {.channels = 2, .sampleRate = rate}; }
-  bool start() noexcept override { return true; }
-  void stop() noexcept override {}
-  std::optional<std::uint32_t> nextPacketSize() noexcept override {
-    return speakers_.left.size() - speakers_.taken >= packet + speakers_.late ? packet : 0;
-  }
-  bool get(Packet& out) noexcept override {
-    for (std::size_t i = 0; i < packet; ++i) {
-      speakers_.interleaved[2 * i] = speakers_.left[speakers_.taken + i];
-      speakers_.interleaved[2 * i + 1] = speakers_.right[speakers_.taken + i];
-    }
-    out = {.samples = speakers_.interleaved.data(), .frames = packet, .silent = false};
-    return true;
-  }
-  void release(std::uint32_t frames) noexcept override { speakers_.taken += frames; }
-
- private:
-  Speakers& speakers_;
-};
-
-LoopbackOpener openerOf(Speakers& speakers) {
-  return {.open = [&speakers] { return std::make_unique<SpeakerPackets>(speakers); },
-          .onHelperThread = false};
+LoopbackOpener openerOf(PlayingSpeakers& speakers) {
+  return {.open = [&speakers] { return speakers.packets(); }, .onHelperThread = false};
 }
 
 class PipelineModel {
  public:
-  PipelineModel(const PipelineSettings& settings, int microphones, Speakers& speakers)
+  PipelineModel(const PipelineSettings& settings, int microphones, PlayingSpeakers& speakers)
       : loopback(openerOf(speakers)),
         s(settings),
         mics(static_cast<std::size_t>(microphones)),
@@ -262,20 +215,22 @@ class PipelineModel {
 };
 
 struct Bench {
-  void tick(std::size_t frames = 1) {
-    for (std::size_t n = 0; n < frames; ++n) {
-      speakers.tick();
-      others.tick();
-    }
+  // What the microphones hear in the next 10 ms.
+  const std::vector<float>& hear() {
+    const auto hz = static_cast<std::uint32_t>(rig.stream.deviceRate);
+    others.hear(heard, hz, channels);
+    speakers.hear(heard, hz, channels);
+    return heard;
   }
   void apply() {
     rig.apply();
     model->apply(rig.handover.settings());
   }
-  Speakers speakers, others;
+  PlayingSpeakers speakers, others;
   PipelineRig rig{openerOf(speakers)};
   std::unique_ptr<PipelineModel> model{};
-  std::size_t echoDelay = 320;
+  std::uint32_t channels = 0;  // one more than microphones
+  std::vector<float> heard{};
 };
 
 using Act = std::function<void(Bench&)>;
@@ -295,19 +250,19 @@ Act play(bool playing) {
   return [=](Bench& bench) { bench.speakers.playing = bench.others.playing = playing; };
 }
 Act echo(std::size_t delay) {
-  return [=](Bench& bench) { bench.echoDelay = delay; };
+  return [=](Bench& bench) { bench.speakers.echoDelay = bench.others.echoDelay = 3 * delay; };
 }
-// So many frames go by as silent buffers, or between an unlock and a lock, while the music plays.
-Act pass(std::size_t frames) {
+// So many calls go by in silence, or between an unlock and a lock, while the music plays.
+Act pass(int calls) {
   return [=](Bench& bench) {
-    bench.tick(frames);
+    for (int n = 0; n < calls; ++n) bench.hear();
     bench.rig.pipeline.skipFrames();
     bench.model->skip();
   };
 }
-Act lock(std::size_t framesBefore = 0) {
+Act lock(int callsBefore) {
   return [=](Bench& bench) {
-    bench.tick(framesBefore);
+    for (int n = 0; n < callsBefore; ++n) bench.hear();
     PipelineHandover& handover = bench.rig.handover;
     handover.prepareStream(handover.settings().blockSize, handover.channels(), false);
     bench.rig.apply();
@@ -319,7 +274,7 @@ struct Scene {
   const char* name;
   int microphones = 2;
   float deviceRate = 16000.0F;
-  std::size_t late = 0;
+  std::size_t late = 0;                          // packets
   bool endsLocked = false;                       // and the echo is gone
   std::vector<std::pair<int, Act>> events = {};  // by frame; those of frame 0 before the lock
   int frames = 100000;
@@ -340,23 +295,23 @@ TEST_P(PipelineModels, TheSameBitsAsPlainLoops) {
   rig.pipeline.startLoopback();
   // The fractional converters count outputs from call to call, so that rounding follows them.
   const bool whole = std::fmod(scene.deviceRate, 8000.0F) == 0.0F && scene.deviceRate != 24000.0F;
-  const std::size_t width = static_cast<std::size_t>(scene.microphones) + 1;
-  Noise noise(3);
+  const int ten = static_cast<int>(scene.deviceRate) / 100;
+  bench.channels = static_cast<std::uint32_t>(scene.microphones) + 1;
+  const std::size_t width = bench.channels;
   std::minstd_rand random(2);
   std::vector<float> frames, expected;
   auto event = scene.events.begin();
   for (int done = 0, next = 0; done < scene.frames; done = next) {
     for (; event != scene.events.end() && event->first == done; ++event) event->second(bench);
     const int stop = event == scene.events.end() ? scene.frames : event->first;
-    next = std::min<int>(done + 1 + static_cast<int>(random() % 200), stop);
-    frames.clear();
-    for (int i = done; i < next; ++i) {
-      bench.tick();
-      const float heard = bench.speakers.echo(bench.echoDelay);
-      for (std::size_t m = 0; m < width; ++m)
-        frames.push_back((1.0F - 0.2F * static_cast<float>(m)) * heard + 0.02F * noise());
-      if (i % 997 == 0) frames.back() = frames[frames.size() - 2] = std::nanf("");
-    }
+    if (done % ten == 0) bench.hear();
+    next = std::min({done + 1 + static_cast<int>(random() % 200), (done / ten + 1) * ten, stop});
+    const auto from = static_cast<std::ptrdiff_t>(width) * (done % ten);
+    frames.assign(bench.heard.begin() + from,
+                  bench.heard.begin() + from + static_cast<std::ptrdiff_t>(width) * (next - done));
+    for (std::size_t i = 0; i < frames.size(); ++i)
+      frames[i] *= 1.0F - 0.2F * static_cast<float>(i % width);
+    if (done % 3 == 0) frames.back() = frames[frames.size() - 2] = std::nanf("");
     expected = frames;
     rig.pipeline.processFrames(frames.data(), width, static_cast<std::size_t>(next - done));
     for (std::size_t i = 0; i < expected.size(); i += width) bench.model->run(&expected[i]);
@@ -430,9 +385,9 @@ INSTANTIATE_TEST_SUITE_P(
               .events = echoOf("", 320, {{30000, echo(900)}}).events},
         echoOf("otherBlock", 3200,
                {{30300, set(Raw::blockSize, 512.0F)}, {50000, set(Raw::blockSize, 1024.0F)}}),
-        echoOf("passed", 320, {{30000, pass(160)}, {40000, pass(48000)}}),
-        echoOf("relocked", 320, {{30000, lock(160)}, {40000, lock(48000)}}),
-        Scene{.name = "late", .late = 1500, .events = echoOf("", 320).events},
+        echoOf("passed", 320, {{30000, pass(1)}, {40000, pass(300)}}),
+        echoOf("relocked", 320, {{30000, lock(1)}, {40000, lock(300)}}),
+        Scene{.name = "late", .late = 10, .events = echoOf("", 320).events},
         Scene{.name = "monitor",
               .events = {{0, set(Raw::echoCancellation, 1.0F)},
                          {0, set(Raw::referenceMonitor, 1.0F)},

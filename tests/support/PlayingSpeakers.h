@@ -1,6 +1,6 @@
 // A machine whose two loudspeakers play soft noise at 48 kHz in packets of 10 ms, and what
-// microphones of any rate and number hear of it: both loudspeakers 20 ms late beside a little noise
-// of their own. The loopback's packets keep step with the calls of the stream.
+// microphones of any rate and number hear of it: both loudspeakers late beside a little noise of
+// their own. The loopback's packets keep step with the calls of the stream.
 //
 //   LoopbackOpener opener{.open = [&] { return speakers.packets(); }, .onHelperThread = false};
 //   speakers.hear(input, rate, channels);  // before each call of 10 ms
@@ -22,6 +22,8 @@ namespace vellumic {
 class PlayingSpeakers {
  public:
   bool playing = true, lost = false;  // lost: the device has failed
+  std::size_t echoDelay = 960;        // frames, below 15900
+  std::size_t late = 0;               // packets that the loopback keeps back
 
   // The device's stream, on which up to a second waits; this object outlives it.
   std::unique_ptr<PacketSource> packets() { return std::make_unique<Stream>(*this); }
@@ -30,16 +32,18 @@ class PlayingSpeakers {
   void hear(std::vector<float>& microphones, std::uint32_t rate, std::uint32_t channels) {
     std::vector<float>& packet = packets_[written_ % mostWaiting];
     const bool full = written_ - read_ == mostWaiting;
-    past_.erase(past_.begin(), past_.begin() + 2 * packetFrames);
-    for (std::size_t n = 0; n < 2 * packetFrames; ++n)
-      past_.push_back(playing ? smooth(n % 2, white_(random_)) : 0.0F);
-    if (playing && !full) {
-      std::copy(past_.end() - 2 * packetFrames, past_.end(), packet.begin());
-      ++written_;
-    }
+    const std::size_t first = frames_ + pastFrames - echoDelay;
+    for (std::size_t n = 0; n < packetFrames; ++n)
+      for (std::size_t c : {0U, 1U}) {
+        const float sample = playing ? smooth(c, white_(random_)) : 0.0F;
+        past_[2 * ((frames_ + n) % pastFrames) + c] = sample;
+        if (!full) packet[2 * n + c] = sample;
+      }
+    frames_ += packetFrames;
+    if (playing && !full) ++written_;
     microphones.resize(rate / 100 * channels);
     for (std::size_t n = 0; n < rate / 100; ++n) {
-      const std::size_t at = n * sampleRate / rate;
+      const std::size_t at = (first + n * sampleRate / rate) % pastFrames;
       const float echo = 0.5F * past_[2 * at] + 0.3F * past_[2 * at + 1];
       for (std::size_t c = 0; c < channels; ++c)
         microphones[n * channels + c] = echo + 0.01F * white_(random_);
@@ -48,7 +52,7 @@ class PlayingSpeakers {
 
  private:
   static constexpr std::uint32_t sampleRate = 48000, packetFrames = 480, mostWaiting = 100;
-  static constexpr std::size_t echoDelay = 960;  // frames
+  static constexpr std::size_t pastFrames = 16384;
 
   class Stream final : public PacketSource {
    public:
@@ -75,7 +79,7 @@ class PlayingSpeakers {
     PlayingSpeakers& speakers_;
   };
 
-  bool waits() const { return read_ < written_; }
+  bool waits() const { return read_ + late < written_; }
 
   // Two running means of eight samples: little is left above 5 kHz, so that microphones of lower
   // rates hear what the references hold.
@@ -99,7 +103,8 @@ class PlayingSpeakers {
   std::vector<std::vector<float>> packets_ =
       std::vector<std::vector<float>>(mostWaiting, std::vector<float>(2 * packetFrames));
   std::size_t written_ = 0, read_ = 0;  // packets
-  std::vector<float> past_ = std::vector<float>(2 * (echoDelay + packetFrames));
+  std::size_t frames_ = 0;              // played
+  std::vector<float> past_ = std::vector<float>(2 * pastFrames);
   std::minstd_rand random_{7};
   std::uniform_real_distribution<float> white_{-0.1F, 0.1F};
 };
