@@ -24,6 +24,7 @@ struct Device {
   bool stuck = false;        // get fails
   bool endless = false;      // announces empty packets without end
   int played = 0;            // frames
+  int refused = 0;           // get failed
   std::atomic<int> opened{0};
   std::atomic<int> alive{0};
 };
@@ -45,6 +46,7 @@ class ScriptedPackets final : public PacketSource {
     return static_cast<std::uint32_t>(std::abs(device_.packets.front()));
   }
   bool get(Packet& packet) noexcept override {
+    device_.refused += device_.stuck;
     if (device_.stuck) return false;
     if (device_.endless) return true;
     const int frames = std::abs(device_.packets.front());
@@ -80,10 +82,13 @@ class Loopback : public ::testing::Test {
     EXPECT_EQ(device.alive, 0);
   }
   // One step of the block stage with these packets; true if the block has references.
-  bool step(std::vector<int> packets) {
+  bool step(std::vector<int> packets, bool discards = false) {
     device.packets = std::move(packets);
     const RealtimeGuard guard;
-    source.drain();
+    if (discards)
+      source.discard();
+    else
+      source.drain();
     const bool got = source.popBlock(rows, block);
     EXPECT_EQ(guard.violations(), 0) << guard.first();
     return got;
@@ -93,41 +98,57 @@ class Loopback : public ::testing::Test {
   ChannelArrays rows;
 };
 
-TEST_F(Loopback, DropsTheFirstBlockThenDeliversInOrder) {
+// What one block after another brings, as the packets before it are numbered from 1 on.
+TEST_F(Loopback, BlocksFollowOneAnotherThroughPausesDelaysAndDiscards) {
+  struct Step {
+    std::vector<int> packets;
+    std::vector<float> block;  // its first and last sample; none without references
+    int delay = -1;            // set before
+    bool discards = false;
+  };
+  const std::vector<int> trickle{1};  // no pause
+  const Step steps[] = {
+      {{512, 512}, {}},
+      {{1024}, {1, 1024}},
+      {{1024, 300}, {1025, 2048}},
+      {{}, {}},  // a pause: the stream begins afresh, and its first block is dropped
+      {{700}, {}, 10},
+      {{1024}, {0, 3372 + 1014}},
+      {{1024}, {4387 - 30, 4356 + 1024}, 40},
+      {{-1024}, {5381 + 40, 0}, 0},
+      {{3000, 3000}, {}, 10, true},
+      {{1024}, {}},
+      {{1024}, {0, 13144 + 1014}},
+      {{6000, 100}, {14159, 15182}},  // of a long packet the first 5000
+      {trickle, {15183, 16206}},
+      {trickle, {16207, 17230}},
+      {trickle, {17231, 18254}},
+      {trickle, {18255, 19278}},
+      {{1024}, {19279, 20302 + 1000}},
+  };
   EXPECT_FALSE(step({512}));  // not started
   ASSERT_TRUE(source.start());
-  EXPECT_FALSE(step({512, 512}));
-  EXPECT_TRUE(step({1024}));
-  EXPECT_EQ(rows[0][0], 1.0F);
-  EXPECT_EQ(rows[1][1023], -1024.0F);
-  EXPECT_FALSE(step({}));
-  EXPECT_EQ(rows[1][1023], -1024.0F);
-}
-
-TEST_F(Loopback, AfterAPauseTheStreamBeginsAfresh) {
-  source.setDelay(10);
-  source.start();
-  step({1024, 300});
-  EXPECT_TRUE(step({1024}));  // 1334 wait
-  EXPECT_FALSE(step({}));
-  EXPECT_FALSE(source.streaming());
-  EXPECT_FALSE(step({700}));  // the first block is dropped
-  EXPECT_TRUE(step({1024}));
-  EXPECT_EQ(rows[0][9], 0.0F);
-  EXPECT_EQ(rows[0][10], 2349.0F);  // the first after the pause
-}
-
-TEST_F(Loopback, ReadsSilentPacketsAsZerosAndCutsLongOnes) {
-  source.start();
-  step({-512, 512});
-  EXPECT_TRUE(step({6000, 100}));
-  EXPECT_EQ(rows[0][511], 0.0F);
-  EXPECT_EQ(rows[0][512], 513.0F);
-  for (int b = 0; b < 4; ++b) EXPECT_TRUE(step({1}));
-  EXPECT_TRUE(step({1024}));
-  // 1024 + 5000 samples came before the packet of 100; 5 * 1024 were taken before this block.
-  EXPECT_EQ(rows[0][1024 + 5000 - 5 * 1024 - 1], 6024.0F);
-  EXPECT_EQ(rows[0][1024 + 5000 - 5 * 1024], 7025.0F);
+  device.played = 0;
+  for (const auto& [packets, expected, delay, discards] : steps) {
+    SCOPED_TRACE(device.played);
+    EXPECT_EQ(source.setDelay(delay), delay >= 0);
+    if (delay >= 0) {
+      EXPECT_EQ(source.delay(), delay);
+    }
+    const ChannelArrays before = rows;
+    EXPECT_EQ(step(packets, discards), !expected.empty());
+    if (expected.empty()) {
+      EXPECT_EQ(rows, before);
+      continue;
+    }
+    for (const float sign : {1.0F, -1.0F}) {
+      const std::vector<float>& row = rows[sign < 0.0F];
+      EXPECT_EQ(row[0], sign * expected[0]);
+      EXPECT_EQ(row[block - 1], sign * expected[1]);
+    }
+  }
+  EXPECT_TRUE(source.setDelay(std::numeric_limits<int>::max()));
+  step({1024});
 }
 
 TEST_F(Loopback, FillsOneRowFromMonoAndTakesTwoOfMany) {
@@ -182,38 +203,6 @@ TEST_F(Loopback, ConvertsToTheRateInForceAtStart) {
   EXPECT_EQ(device.opened, 2);
 }
 
-TEST_F(Loopback, HoldsTheReferencesBackByTheDelay) {
-  EXPECT_FALSE(source.setDelay(-1));
-  EXPECT_TRUE(source.setDelay(100));
-  EXPECT_EQ(source.delay(), 100);
-  source.start();
-  step({1024});
-  EXPECT_TRUE(step({1024}));
-  EXPECT_EQ(rows[0][99], 0.0F);
-  EXPECT_EQ(rows[0][100], 1.0F);
-  EXPECT_TRUE(source.setDelay(40));  // 60 samples are skipped
-  EXPECT_TRUE(step({1024}));
-  EXPECT_EQ(rows[0][0], 1024.0F - 100.0F + 60.0F + 1.0F);
-  EXPECT_TRUE(source.setDelay(std::numeric_limits<int>::max()));
-  step({1024});
-}
-
-TEST_F(Loopback, AfterADiscardOnlyTheDelayIsQueued) {
-  source.setDelay(10);
-  source.start();
-  step({1024});
-  step({1024});
-  device.packets = {3000, 3000};
-  const RealtimeGuard guard;
-  source.discard();
-  EXPECT_EQ(guard.violations(), 0) << guard.first();
-  EXPECT_FALSE(source.popBlock(rows, block));
-  EXPECT_FALSE(step({1024}));
-  EXPECT_TRUE(step({1024}));
-  EXPECT_EQ(rows[0][9], 0.0F);
-  EXPECT_EQ(rows[0][10], 8049.0F);
-}
-
 TEST_F(Loopback, ADeviceThatFailsEndsTheDrainAndIsOpenedAgain) {
   source.start();
   step({1024});
@@ -229,6 +218,7 @@ TEST_F(Loopback, ADeviceThatFailsEndsTheDrainAndIsOpenedAgain) {
     step({1024});
     EXPECT_TRUE(step({1024}));
   }
+  EXPECT_EQ(device.refused, 3);
   device.endless = true;
   step({});
   device.endless = false;
@@ -245,26 +235,73 @@ TEST_F(Loopback, StartTellsWhenNothingCanBeOpened) {
   }
 }
 
-TEST(LoopbackOpening, DropsWhatPiledUpSinceTheDeviceWasOpened) {
+// Beside the audio thread, and only when the test says so.
+class LoopbackOpening : public ::testing::Test {
+ protected:
+  // A block's worth more has been played; true if the block has references.
+  bool play() {
+    device.packets = {block};
+    source.drain();
+    return source.popBlock(rows, block);
+  }
   Device device;
-  device.packets = {3000};
-  LoopbackSource source({openerOf(device).open, true});
-  ChannelArrays rows(2, std::vector<float>(block));
+  std::atomic<bool> opening{false}, go{false};
+  ChannelArrays rows = ChannelArrays(2, std::vector<float>(block));
+  LoopbackSource source{{[this] {
+                           opening = true;
+                           while (!go) std::this_thread::yield();
+                           return std::make_unique<ScriptedPackets>(device);
+                         },
+                         true}};
+};
+
+TEST_F(LoopbackOpening, DropsWhatPiledUpMeanwhile) {
+  go = true;
   ASSERT_TRUE(source.start());
+  device.packets = {3000};
   while (device.played == 0) source.drain();
   EXPECT_FALSE(source.popBlock(rows, block));
-  for (const bool expected : {false, true}) {
-    device.packets = {1024};
-    source.drain();
-    EXPECT_EQ(source.popBlock(rows, block), expected);
-  }
+  EXPECT_FALSE(play());
+  EXPECT_TRUE(play());
   EXPECT_EQ(rows[0][0], 3001.0F);
-  source.stop();
+}
+
+TEST_F(LoopbackOpening, RunsBesideTheAudioThread) {
+  ASSERT_TRUE(source.start());
+  ASSERT_TRUE(source.start());  // still opening: no second helper
+  EXPECT_FALSE(play());
+  go = true;
+  for (int times = 1; times <= 3; ++times) {
+    device.gone = true;
+    while (device.opened < times) {
+      source.drain();
+      EXPECT_TRUE(source.start());
+    }
+    device.gone = false;
+    while (!source.streaming()) play();
+    source.drain();  // nothing plays
+  }
+  EXPECT_LE(device.alive, 3);
+  source.stop();  // waits for the helper that may still be opening
+  EXPECT_EQ(device.alive, 0);
+}
+
+TEST_F(LoopbackOpening, ARateThatChangesMeanwhileIsTheOneThatCounts) {
+  source.setTargetRate(8000.0);
+  ASSERT_TRUE(source.start());
+  while (!opening) std::this_thread::yield();
+  source.setTargetRate(16000.0);
+  ASSERT_TRUE(source.start());
+  go = true;
+  while (device.opened < 2) std::this_thread::yield();
+  while (!source.streaming()) play();
+  for (const bool expected : {false, true}) EXPECT_EQ(play(), expected);
+  EXPECT_EQ(rows[0][block - 1] - rows[0][0], block - 1.0F);  // at the device's own rate
 }
 
 // The audio service may keep a caller. Whoever stops goes on; what comes of the opening later is
 // closed again. The test's device gives in at last, so that a wait fails instead of hanging.
-TEST(LoopbackOpening, OneThatDoesNotReturnIsLeftBehind) {
+TEST(LoopbackLeaving, AnOpeningThatDoesNotReturnIsLeftBehind) {
   using Clock = std::chrono::steady_clock;
   using namespace std::chrono_literals;
   Device device;
@@ -292,68 +329,6 @@ TEST(LoopbackOpening, OneThatDoesNotReturnIsLeftBehind) {
   while ((device.opened < 2 || device.alive > 0) && Clock::now() < begin + 10s)
     std::this_thread::sleep_for(1ms);
   EXPECT_EQ(device.opened, 2);
-  EXPECT_EQ(device.alive, 0);
-}
-
-TEST(LoopbackOpening, ARateThatChangesMeanwhileIsTheOneThatCounts) {
-  Device device;
-  std::atomic<bool> opening{false}, go{false};
-  LoopbackSource source({[&] {
-                           opening = true;
-                           while (!go) std::this_thread::yield();
-                           return std::make_unique<ScriptedPackets>(device);
-                         },
-                         true});
-  source.setTargetRate(8000.0);
-  ASSERT_TRUE(source.start());
-  while (!opening) std::this_thread::yield();
-  source.setTargetRate(16000.0);
-  ASSERT_TRUE(source.start());
-  go = true;
-  while (device.opened < 2) std::this_thread::yield();
-  while (!source.streaming()) {
-    device.packets = {1024};
-    source.drain();
-  }
-  ChannelArrays rows(2, std::vector<float>(block));
-  for (const bool expected : {false, false, true}) {
-    device.packets = {1024};
-    source.drain();
-    EXPECT_EQ(source.popBlock(rows, block), expected);
-  }
-  EXPECT_EQ(rows[0][1023] - rows[0][0], 1023.0F);  // at the device's own rate
-}
-
-TEST(LoopbackOpening, RunsBesideTheAudioThread) {
-  Device device;
-  std::atomic<bool> go{false};
-  {
-    LoopbackSource source({[&] {
-                             while (!go) std::this_thread::yield();
-                             return std::make_unique<ScriptedPackets>(device);
-                           },
-                           true});
-    ChannelArrays rows(2, std::vector<float>(block));
-    ASSERT_TRUE(source.start());
-    ASSERT_TRUE(source.start());  // still opening: no second helper
-    source.drain();
-    EXPECT_FALSE(source.popBlock(rows, block));
-    go = true;
-    for (int opening = 1; opening <= 3; ++opening) {
-      device.gone = true;
-      while (device.opened < opening) {
-        source.drain();
-        EXPECT_TRUE(source.start());
-      }
-      device.gone = false;
-      while (!source.streaming()) {
-        device.packets = {1024};
-        source.drain();
-      }
-      source.drain();  // nothing plays
-    }
-    EXPECT_LE(device.alive, 3);
-  }  // waits for the helper that may still be opening
   EXPECT_EQ(device.alive, 0);
 }
 

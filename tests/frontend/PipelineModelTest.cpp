@@ -49,18 +49,24 @@ class PipelineModel {
   void skip() { skipped = true; }
 
   void apply(const PipelineSettings& settings) {
-    const bool another =
-        settings.blockSize != s.blockSize || settings.delaySearchBlocks != s.delaySearchBlocks;
+    const PipelineSettings before = s;
     s = settings;
-    if (another) startOver();
+    if (s.blockSize != before.blockSize || s.delaySearchBlocks != before.delaySearchBlocks)
+      startOver();
+    noise->apply(s.beamformer);
+    noise->apply(s.spectralGain);
+    if (s.noiseEstimator.gamma0 != before.noiseEstimator.gamma0)  // the one that scenes change
+      noise->applyParameters(s.beamformer, s.noiseEstimator, s.spectralGain);
     noise->beamformerEnabled = s.beamformerEnabled;
     noise->postfilterEnabled = s.postfilterEnabled;
     references->apply(s.echo);
     for (EchoCanceller& canceller : cancellers) canceller.apply(s.echo);
     level.apply(s.level);
+    if (!s.runs()) skip();
   }
 
   void run(float* frame) {
+    if (!s.runs()) return;
     int arrived = 0;
     input.push({frame, 0, 1, static_cast<int>(mics)}, 1, {&arrived, 1});
     if (arrived > 0) takeSample();
@@ -74,7 +80,7 @@ class PipelineModel {
   }
 
   LoopbackSource loopback;
-  int micDelay = 0, cancelled = 0;
+  int micDelay = 0, lag = 0, blocks = 0, cancelled = 0;
   bool locked = false;
 
  private:
@@ -132,6 +138,7 @@ class PipelineModel {
   }
 
   void processBlock() {
+    ++blocks;
     const bool passedOver = s.bandTest || !s.echoCancelEnabled || s.echoBypass;
     if (s.bandTest)
       for (int pass = 0; pass < std::min(s.bandTestPasses, 102400 / s.blockSize); ++pass)
@@ -182,7 +189,7 @@ class PipelineModel {
 
   void align() {
     estimator.update(reference, collected);
-    const int lag = estimator.committedLag;
+    lag = estimator.committedLag;
     if (lag == 0) return;
     const int target = static_cast<int>(std::lround(0.1 * s.blockSize));
     if (std::abs(lag - target) > std::lround(0.3 * target)) {
@@ -323,6 +330,8 @@ TEST_P(PipelineModels, TheSameBitsAsPlainLoops) {
     ASSERT_EQ(probe.delayLocked, bench.model->locked) << done;
     ASSERT_EQ(probe.loopbackDelay, bench.model->loopback.delay()) << done;
     ASSERT_EQ(probe.microphoneDelay, bench.model->micDelay) << done;
+    ASSERT_EQ(probe.lastLag, bench.model->lag) << done;
+    ASSERT_EQ(probe.blocks, bench.model->blocks) << done;
     ASSERT_EQ(probe.cancelledBlocks, bench.model->cancelled) << done;
   }
   const PipelineProbe& end = rig.pipeline.probe();
@@ -370,12 +379,22 @@ INSTANTIATE_TEST_SUITE_P(
     Scenes, PipelineModels,
     testing::Values(
         Scene{.name = "everything",
-              .events = with(everything, {{41000, mute(true)},
-                                          {51000, mute(false)},
-                                          {60000, set(Raw::noiseSmoothingHalfWidth, 30.0F)},
-                                          {71000, play(false)},
-                                          {82000, play(true)}})},
-        Scene{.name = "bare", .microphones = 3, .events = {{0, set(Raw::blockSize, 250.0F)}}},
+              .events = with(everything,
+                             {{41000, mute(true)},
+                              {51000, mute(false)},
+                              {55000, set(Raw::gainFloor1, 0.1F)},
+                              {60000, set(Raw::noiseSmoothingHalfWidth, 30.0F)},
+                              {64000, set(Raw::noiseWindowFrames, 20.0F)},
+                              {64000, set(Raw::noiseGamma0, 3.0F)},
+                              {66000, set(Raw::thresholdScale, 0.5F)},
+                              {71000, play(false)},
+                              {82000, play(true)},
+                              {90000, lock(0)}})},
+        Scene{.name = "bare",
+              .microphones = 3,
+              .events = {{0, set(Raw::blockSize, 250.0F)},
+                         {50000, set(Raw::delaySearchBlocks, 8.0F)},
+                         {60100, set(Raw::delaySearchBlocks, 5.0F)}}},
         // On both edges of what counts as aligned, 102 +- 31 samples of a block of 1024.
         echoOf("lag133", 133), echoOf("lag134", 134), echoOf("lag71", 71), echoOf("lag70", 70),
         echoOf("far", 3200),
@@ -385,7 +404,11 @@ INSTANTIATE_TEST_SUITE_P(
               .events = echoOf("", 320, {{30000, echo(900)}}).events},
         echoOf("otherBlock", 3200,
                {{30300, set(Raw::blockSize, 512.0F)}, {50000, set(Raw::blockSize, 1024.0F)}}),
-        echoOf("passed", 320, {{30000, pass(1)}, {40000, pass(300)}}),
+        echoOf("passed", 320,
+               {{30000, pass(1)},
+                {40000, pass(300)},
+                {60000, set(Raw::keepInDefaultMode, 0.0F)},
+                {70000, set(Raw::keepInDefaultMode, 1.0F)}}),
         echoOf("relocked", 320, {{30000, lock(1)}, {40000, lock(300)}}),
         Scene{.name = "late", .late = 10, .events = echoOf("", 320).events},
         Scene{.name = "monitor",

@@ -39,6 +39,7 @@ TEST(SampleRing, DoesWhatAPlainOneDoesSampleBySample) {
   std::mt19937 random(4);
   for (const auto& [capacity, firstDelay] : {std::pair{2, 0}, {7, 3}, {100, 30}, {100, 250}}) {
     SampleRing ring;
+    EXPECT_EQ(ring.available(), 0);
     ring.setDelay(firstDelay);
     ring.setCapacity(capacity);
     ring.setChannels(2);
