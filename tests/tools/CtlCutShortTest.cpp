@@ -1,0 +1,198 @@
+// vellumic-ctl refused at any write to the registry, or killed there: nothing is lost, and what an
+// effect or a later command then reads is whole.
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+
+#include "control/ParametersInRegistry.h"
+#include "tests/control/ChildProcess.h"
+#include "tests/support/ImportTable.h"
+#include "tests/tools/AttachEndpoint.h"
+
+extern "C" LONG NTAPI NtDeleteKey(HANDLE key);
+
+namespace vellumic::tools {
+namespace {
+
+enum class End { refused, refusedForGood, killed };
+
+int writesLeft = 0;
+End endsAs = End::refused;
+constexpr DWORD cutShort = 77;
+// True: this write is not to be.
+bool meetsEnd() {
+  const int left = writesLeft--;
+  if (left > 0 || (left < 0 && endsAs == End::refused)) return false;
+  if (endsAs == End::killed) TerminateProcess(GetCurrentProcess(), cutShort);
+  return true;
+}
+
+template <auto function>
+struct Gate;
+template <class... Arguments, LSTATUS(WINAPI* function)(Arguments...)>
+struct Gate<function> {
+  static inline LSTATUS(WINAPI* original)(Arguments...) = nullptr;
+  static LSTATUS WINAPI pass(Arguments... arguments) {
+    return meetsEnd() ? ERROR_ACCESS_DENIED : original(arguments...);
+  }
+  Gate(test::ImportTable& imports, const char* name) {
+    original =
+        reinterpret_cast<decltype(original)>(imports.replace(name, reinterpret_cast<void*>(&pass)));
+  }
+};
+
+int runToItsEnd(const std::vector<std::string>& arguments, int writes, End end) {
+  writesLeft = writes;
+  endsAs = end;
+  test::ImportTable imports{GetModuleHandleW(nullptr)};
+  const Gate<&RegSetValueExW> set{imports, "RegSetValueExW"};
+  const Gate<&RegDeleteValueW> remove{imports, "RegDeleteValueW"};
+  const Gate<&RegCreateKeyExW> create{imports, "RegCreateKeyExW"};
+  const Gate<&RegDeleteTreeW> removeTree{imports, "RegDeleteTreeW"};
+  const Gate<&NtDeleteKey> removeKey{imports, "NtDeleteKey"};
+  return end == End::killed ? ctl(arguments) : captured(arguments).exitCode;
+}
+
+constexpr wchar_t commandVariable[] = L"VELLUMIC_TEST_COMMAND";  // words between bars
+constexpr wchar_t writesVariable[] = L"VELLUMIC_TEST_WRITES";
+constexpr wchar_t treeVariable[] =
+    L"VELLUMIC_TEST_TREE";  // of HKEY_CURRENT_USER; none: the machine
+std::string variable(const wchar_t* name) {
+  std::array<wchar_t, 400> text{};
+  GetEnvironmentVariableW(name, text.data(), text.size());
+  return utf8(text.data());
+}
+const test::ChildMode killed{"ctl-killed", [] {
+                               RegistryKey root;
+                               const std::wstring tree = wide(variable(treeVariable));
+                               if (!tree.empty()) {
+                                 RegOpenKeyW(HKEY_CURRENT_USER, tree.c_str(), root.put());
+                                 RegOverridePredefKey(HKEY_LOCAL_MACHINE, root.get());
+                               }
+                               return runToItsEnd(split(variable(commandVariable), '|'),
+                                                  std::stoi(variable(writesVariable)), End::killed);
+                             }};
+
+// The exit code; nothing when there were not so many writes.
+std::optional<int> ended(const std::vector<std::string>& arguments, int writes, End end,
+                         const std::wstring& tree = {}) {
+  if (end != End::killed) {
+    const int exitCode = runToItsEnd(arguments, writes, end);
+    return writesLeft < 0 ? std::optional(exitCode) : std::nullopt;
+  }
+  std::string command;
+  for (const std::string& word : arguments) command += word + '|';
+  SetEnvironmentVariableW(commandVariable, wide(command).c_str());
+  SetEnvironmentVariableW(writesVariable, std::to_wstring(writes).c_str());
+  SetEnvironmentVariableW(treeVariable, tree.c_str());
+  const DWORD code = test::ChildProcess("ctl-killed").wait();
+  return code == 0 ? std::nullopt : std::optional(static_cast<int>(code));
+}
+
+// A place of the driver's kept in a chain, another one free; and no key at all.
+TEST(CtlCutShort, AttachmentsAreWholeAndGoBothWays) {
+  const std::optional<RegistryValues> beginnings[] = {effectValues("6=driver m6=other"),
+                                                      std::nullopt};
+  const struct {
+    const char* older;  // how it was attached before; null: not
+    bool leaving;
+    std::vector<End> ends;
+  } cases[] = {{nullptr, false, {End::refused, End::refusedForGood, End::killed}},
+               {"--class mfx --replace", false, {End::refused, End::refusedForGood}},
+               {"--keep", true, {End::refused, End::refusedForGood, End::killed}}};
+  int count = 0;
+  for (const auto& before : beginnings) {
+    const Endpoint complete(before);
+    ASSERT_EQ(complete.attach("--keep").exitCode, 0);
+    for (const auto& [older, leaving, ends] : cases)
+      for (const End end : ends)
+        for (int writes = 0;; ++writes, ++count) {
+          const Endpoint endpoint(before);
+          if (older != nullptr) {
+            ASSERT_EQ(endpoint.attach(older).exitCode, 0);
+            std::filesystem::remove(endpoint.backup);
+          }
+          const auto beginning = endpoint.values();
+          const auto exitCode = leaving ? ended({"detach", utf8(endpoint.guid)}, writes, end)
+                                        : ended(endpoint.attaching("--keep"), writes, end);
+          if (!exitCode) break;
+          SCOPED_TRACE(testing::Message() << writes << " writes, end " << static_cast<int>(end)
+                                          << (leaving ? ", detach" : ""));
+          if (end == End::killed) {
+            ASSERT_EQ(*exitCode, int{cutShort});
+          } else if (end == End::refused && *exitCode != 0) {
+            ASSERT_EQ(endpoint.values(), beginning);
+            ASSERT_EQ(readAttachment(endpoint.guid).has_value(), older != nullptr);
+          }
+          // No class without its modes.
+          for (const AttachedEffect& effect :
+               attachedEffects(endpoint.values().value_or(RegistryValues{})))
+            ASSERT_GE(effect.modes.size(), 3U);
+          if (writes % 2 == 0 && end != End::refused) {  // forward ...
+            ASSERT_EQ(endpoint.attach("--keep").exitCode, 0);
+            ASSERT_EQ(endpoint.values(), complete.values());
+          }
+          if (readAttachment(endpoint.guid)) {  // ... and back
+            ASSERT_EQ(endpoint.detach().exitCode, 0);
+          }
+          if (end == End::killed) {
+            ASSERT_EQ(endpoint.values(), before);
+          } else {  // an empty key may have been refused to go
+            ASSERT_EQ(endpoint.values().value_or(RegistryValues{}),
+                      before.value_or(RegistryValues{}));
+          }
+        }
+  }
+  EXPECT_GT(count, 200);
+}
+
+// As an effect reads at its start and at a reload.
+struct Reading {
+  std::array<float, rawCount> atStart{}, atReload{};
+  Reading() {
+    CParametersInRegistry effect;
+    std::array<float, rawCount> other{};
+    effect.readInitialSetting(atStart, other);
+    RegistryKey settings;
+    EXPECT_TRUE(effect.reloadSetting(settings, atReload));
+  }
+};
+
+TEST(CtlCutShort, OldOrNewSettingIsInForceButNeverAMixture) {
+  // The tree and the new setting's key, 1365 values, the switch; the same over the old one, the
+  // end.
+  constexpr int untilSwitch = 3 + rawCount + 1, untilEnd = untilSwitch + 1 + rawCount + 1;
+  const std::pair<int, End> cases[] = {{0, End::killed},           {untilSwitch - 1, End::killed},
+                                       {untilSwitch, End::killed}, {untilEnd - 1, End::killed},
+                                       {700, End::refused},        {2000, End::refused}};
+  for (const auto& [writes, end] : cases) {
+    SCOPED_TRACE(writes);
+    test::RegistrySandbox registry;
+    std::array<float, rawCount> values{};
+    for (std::size_t slot = 0; slot < rawCount; ++slot) values[slot] = static_cast<float>(slot);
+    values[index(Raw::fadeRequest)] = 0.0F;
+    registry.writeSetting(L"2", 1, rawCount, [&](unsigned number) { return values[number - 1]; });
+    registry.select(L"2");
+    EXPECT_EQ(ended({"settings", "set", "noise.enabled=false"}, writes, end,
+                    L"Software\\VellumicTest" + std::to_wstring(GetCurrentProcessId())),
+              end == End::killed ? int{cutShort} : 1);
+    if (writes >= untilSwitch) values[index(Raw::noisePostfilter)] = 0.0F;
+    const Reading after;
+    EXPECT_EQ(after.atStart, values);
+    EXPECT_EQ(after.atReload, values);
+
+    // The next write finishes what was left.
+    ASSERT_EQ(ctl({"settings", "set", "beamformer.enabled=false"}), 0);
+    values[index(Raw::beamformer)] = 0.0F;
+    EXPECT_EQ(Reading().atReload, values);
+    CParametersInRegistry store;
+    EXPECT_FALSE(CRegistryUtils::openKey(store.openSettings().get(), L"2-new"));
+    EXPECT_TRUE(CRegistryUtils::openKey(store.openSettings().get(), L"2"));
+  }
+}
+
+}  // namespace
+}  // namespace vellumic::tools
