@@ -40,7 +40,8 @@ inline RegistryValues effectValues(const std::string& text) {
       {"kdmfx", GuidText(test::kdmfx.id).c_str()},
       {"default", GuidText(test::mode::standard).c_str()},
       {"raw", GuidText(test::mode::raw).c_str()},
-      {"speech", GuidText(test::mode::speech).c_str()}};
+      {"speech", GuidText(test::mode::speech).c_str()},
+      {"communications", GuidText(test::mode::communications).c_str()}};
   RegistryValues values;
   for (const std::string& word : split(text, ' ')) {
     const std::string place = word.substr(0, word.find('=')), what = word.substr(place.size() + 1);
