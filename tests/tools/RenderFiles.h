@@ -3,9 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -14,10 +17,17 @@
 
 namespace vellumic::tools {
 
+// In a folder of the test's own.
 class RenderFiles : public testing::Test {
  protected:
-  void SetUp() override { std::filesystem::create_directories(folder_); }
-  void TearDown() override { std::filesystem::remove_all(folder_); }
+  RenderFiles() {
+    std::filesystem::create_directories(folder_);
+    std::filesystem::current_path(folder_);
+  }
+  ~RenderFiles() override {
+    std::filesystem::current_path(before_);
+    std::filesystem::remove_all(folder_);
+  }
 
   std::string path(const std::string& name) const { return (folder_ / name).string(); }
 
@@ -30,13 +40,24 @@ class RenderFiles : public testing::Test {
     writeWave(path(name), {.format = format, .samples = samples});
     return path(name);
   }
+  // The first channel.
+  static std::vector<float> heard(const std::string& name) {
+    const WaveData wave = readWave(name);
+    std::vector<float> channel;
+    for (std::size_t n = 0; n < wave.samples.size();
+         n += static_cast<std::size_t>(wave.format.channels))
+      channel.push_back(wave.samples[n]);
+    return channel;
+  }
 
   struct Outcome {
     int exitCode;
     std::string printed, complained;
   };
-  static Outcome run(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), "vellumic-render");
+  static Outcome run(const std::string& words) {
+    std::vector<std::string> arguments{"vellumic-render"};
+    std::istringstream stream(words);
+    for (std::string word; stream >> word;) arguments.push_back(word == "''" ? "" : word);
     std::vector<const char*> argv;
     for (const std::string& argument : arguments) argv.push_back(argument.c_str());
     testing::internal::CaptureStdout();
@@ -46,10 +67,27 @@ class RenderFiles : public testing::Test {
             .printed = testing::internal::GetCapturedStdout(),
             .complained = testing::internal::GetCapturedStderr()};
   }
+  static Outcome rendered(const std::string& words) {
+    Outcome outcome = run(words);
+    EXPECT_EQ(outcome.exitCode, 0) << words << ": " << outcome.complained;
+    return outcome;
+  }
+  // Each is refused by one line that holds the second text, and nothing is written.
+  static void expectRefused(const std::string& files,
+                            std::vector<std::pair<std::string, const char*>> cases) {
+    for (const auto& [words, named] : cases) {
+      const Outcome outcome = run(words + files);
+      EXPECT_EQ(outcome.exitCode, 1) << words;
+      EXPECT_NE(outcome.complained.find(named), std::string::npos) << outcome.complained;
+      EXPECT_EQ(std::ranges::count(outcome.complained, '\n'), 1) << outcome.complained;
+      EXPECT_FALSE(std::filesystem::exists("out.wav")) << words;
+    }
+  }
 
  private:
-  std::filesystem::path folder_ = std::filesystem::temp_directory_path() /
-                                  ("vellumic-" + std::to_string(std::random_device{}()));
+  const std::filesystem::path before_ = std::filesystem::current_path();
+  const std::filesystem::path folder_ = std::filesystem::temp_directory_path() /
+                                        ("vellumic-" + std::to_string(std::random_device{}()));
 };
 
 // Noise without much above a third of the rate, the same on all channels.
@@ -63,6 +101,22 @@ inline std::vector<float> softNoise(std::size_t frames, std::size_t channels, un
     noise.insert(noise.end(), channels, smooth);
   }
   return noise;
+}
+
+// Two microphones at half of what a loudspeaker played 20 ms before, at 16 kHz.
+inline std::vector<float> echoOf(const std::vector<float>& far) {
+  std::vector<float> microphones;
+  for (std::size_t n = 0; n < far.size(); ++n)
+    microphones.insert(microphones.end(), 2, n < 320 ? 0.0F : 0.5F * far[n - 320]);
+  return microphones;
+}
+
+// In dB, the sum over the last `frames`.
+inline double energyAtEnd(const std::vector<float>& sound, std::size_t frames) {
+  double energy = 0.0;
+  for (std::size_t n = sound.size() - frames; n < sound.size(); ++n)
+    energy += std::pow(double{sound[n]}, 2.0);
+  return 10.0 * std::log10(energy);
 }
 
 }  // namespace vellumic::tools
