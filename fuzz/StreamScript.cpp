@@ -175,6 +175,7 @@ void StreamScript::call() {
   const std::uint32_t flags =
       flag < 12 ? buffer_flags::valid : static_cast<std::uint32_t>(flag - 12);
   const int kind = static_cast<int>(input_.choose(12));
+  deafening_ = deafening_ || kind == 5;
   std::vector<float> in(frames * format_.inputChannels);
   for (float& value : in) value = sample(kind);
   std::vector<float> out(frames * format_.outputChannels, untouched);
@@ -224,7 +225,9 @@ void StreamScript::setLoudspeakers() {
 }
 
 // Good settings, with or without a new lock: within 10 s half a second is finite and neither lost
-// nor deafening.
+// nor deafening. What came in far beyond full scale and is still under way is levelled by the good
+// settings, which let go of it within minutes, as of any sound of that level. So they come once
+// more when it has gone through.
 void StreamScript::recover() {
   speakers_ = {.format = speakers_.format};
   core_->sets.setVolumes({});
@@ -239,6 +242,7 @@ void StreamScript::recover() {
   const std::size_t half = voice.size() / 2;
   std::vector<float> in(half * format_.inputChannels);
   for (int halves = 0; halves < 20; ++halves) {
+    if (halves == 1 && deafening_) core_->sets.reload(values_, mode_, reloadMode_);
     const float* said = voice.data() + (halves % 2 == 0 ? 0 : half);
     for (std::size_t n = 0; n < in.size(); ++n)
       in[n] = said[n / format_.inputChannels] + 1e-3F * sample(0);

@@ -38,8 +38,9 @@ class StreamScript {
 
   std::size_t heapBefore_;
   ByteReader input_;
-  bool looksBack_;    // whether the way back to good sound is to be shown
-  bool odd_ = false;  // samples were heard that ask for it
+  bool looksBack_;          // whether the way back to good sound is to be shown
+  bool odd_ = false;        // samples were heard that ask for it
+  bool deafening_ = false;  // samples of 1e5 went in
   Loudspeakers speakers_;
   EffectMode lockMode_{}, reloadMode_{};
   ProcessingMode mode_{};
