@@ -5,7 +5,6 @@
 // Everything is run in turn, five times, on the same samples. Of each call the least of the five
 // counts, as the machine may be shared; sums and the worst call are of these.
 #include <fftw3.h>
-#include <malloc.h>
 #include <soxr.h>
 #include <speex/speex_echo.h>
 #include <speex/speex_preprocess.h>
@@ -29,6 +28,7 @@
 #include "platform/FloatingPointMode.h"
 #include "platform/InstructionSet.h"
 #include "spectra/Fft.h"
+#include "tests/support/HeapInUse.h"
 
 namespace vellumic {
 namespace {
@@ -151,12 +151,6 @@ std::vector<double> runChain(const Scene& scene, std::size_t microphones, float 
     std::printf("(the cancellers ran in %ld of %ld blocks)\n",
                 static_cast<long>(probe.cancelledBlocks), static_cast<long>(probe.blocks));
   return times;
-}
-
-// Bytes on the heap.
-std::size_t heapInUse() {
-  const struct mallinfo2 info = mallinfo2();
-  return info.uordblks + info.hblkhd;
 }
 
 // What one more object takes beside its arena; tables that all share are there already.

@@ -6,8 +6,6 @@
 
 #if __has_feature(address_sanitizer)
 #include <sanitizer/allocator_interface.h>
-#else
-#include <malloc.h>
 #endif
 
 namespace vellumic::fuzz {
@@ -34,17 +32,12 @@ CallWatch::CallWatch() : start_(tools::threadTime()) {
 }
 CallWatch::~CallWatch() { watching = false; }
 int CallWatch::forbiddenCalls() const { return counted; }
-std::size_t heapInUse() { return __sanitizer_get_current_allocated_bytes(); }
 
 #else
 
 CallWatch::CallWatch() : start_(tools::threadTime()) {}
 CallWatch::~CallWatch() = default;
 int CallWatch::forbiddenCalls() const { return guard_.violations(); }
-std::size_t heapInUse() {
-  const struct mallinfo2 heap = mallinfo2();
-  return heap.uordblks + heap.hblkhd;
-}
 
 #endif
 

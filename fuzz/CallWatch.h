@@ -30,7 +30,4 @@ class CallWatch {
   RealtimeGuard guard_;  // counts nothing under a sanitizer
 };
 
-// Bytes of the heap that are in use.
-std::size_t heapInUse();
-
 }  // namespace vellumic::fuzz

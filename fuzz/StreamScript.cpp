@@ -11,6 +11,7 @@
 #include "fuzz/Neighbours.h"
 #include "fuzz/Require.h"
 #include "fuzz/Voice.h"
+#include "tests/support/HeapInUse.h"
 
 namespace vellumic::fuzz {
 namespace {
