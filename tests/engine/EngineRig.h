@@ -32,8 +32,10 @@ class EngineRig {
     lock(setup.format);
   }
 
-  void lock(const StreamFormat& format) {
+  void lock(const StreamFormat& format) { lock(format, setup_.processingMode); }
+  void lock(const StreamFormat& format, ProcessingMode processingMode) {
     setup_.format = format;
+    setup_.processingMode = processingMode;
     if (!core->sets.lock(format, setup_.processingMode, setup_.mode, core->context))
       throw std::bad_alloc();
   }

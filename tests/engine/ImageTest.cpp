@@ -208,35 +208,39 @@ TEST(Image, TheModeDecidesWhichEffectsAreReported) {
   }
 }
 
-struct MicrophoneCase {
-  EffectMode mode;
-  ProcessingMode processingMode;
-  std::uint32_t channels;
-  int microphones;
-};
-class MicrophoneTest : public testing::TestWithParam<MicrophoneCase> {};
-
-TEST_P(MicrophoneTest, AStreamOfSpeechOrNoCategorySizesThePipeline) {
-  const auto& [mode, processingMode, channels, microphones] = GetParam();
-  EngineRig rig(factorySettings(),
-                {.mode = mode,
-                 .processingMode = processingMode,
-                 .format = {.inputChannels = channels, .outputChannels = channels}});
-  EXPECT_EQ(rig.core->engine.pipeline.micCount(), microphones);
+TEST(Image, AStreamOfSpeechOrNoCategorySizesThePipelineAndOpensTheLoopback) {
+  constexpr auto array = EffectMode::array, fourChannel = EffectMode::arrayFourChannel;
+  const struct {
+    EffectMode mode;
+    ProcessingMode processingMode;
+    std::uint32_t channels;
+    int microphones;
+    bool opens;
+  } cases[] = {{array, ProcessingMode::standard, 12, 12, true},
+               {array, ProcessingMode::speech, 4, 4, true},
+               {array, ProcessingMode::notification, 4, 4, true},
+               {array, ProcessingMode::standard, 1, 2, true},
+               {array, ProcessingMode::raw, 8, 2, false},
+               {array, ProcessingMode::media, 8, 2, false},
+               {array, ProcessingMode::communications, 4, 2, false},
+               {fourChannel, ProcessingMode::standard, 4, 2, false},
+               {fourChannel, ProcessingMode::speech, 8, 6, false},
+               {fourChannel, ProcessingMode::speech, 1, 2, false}};
+  for (const auto& [mode, processingMode, channels, microphones, opens] : cases) {
+    bool opened = false;
+    const auto open = [&opened] {
+      opened = true;
+      return std::unique_ptr<PacketSource>();
+    };
+    EngineRig rig(factorySettings(),
+                  {.mode = mode,
+                   .processingMode = processingMode,
+                   .format = {.inputChannels = channels, .outputChannels = channels},
+                   .openLoopback = {.open = open, .onHelperThread = false}});
+    EXPECT_EQ(rig.core->engine.pipeline.micCount(), microphones);
+    EXPECT_EQ(opened, opens) << microphones;
+  }
 }
-constexpr auto array = EffectMode::array, fourChannel = EffectMode::arrayFourChannel;
-INSTANTIATE_TEST_SUITE_P(
-    Streams, MicrophoneTest,
-    testing::Values(MicrophoneCase{array, ProcessingMode::standard, 12, 12},
-                    MicrophoneCase{array, ProcessingMode::speech, 4, 4},
-                    MicrophoneCase{array, ProcessingMode::notification, 4, 4},
-                    MicrophoneCase{array, ProcessingMode::standard, 1, 2},
-                    MicrophoneCase{array, ProcessingMode::raw, 8, 2},
-                    MicrophoneCase{array, ProcessingMode::media, 8, 2},
-                    MicrophoneCase{array, ProcessingMode::communications, 4, 2},
-                    MicrophoneCase{fourChannel, ProcessingMode::standard, 4, 2},
-                    MicrophoneCase{fourChannel, ProcessingMode::speech, 8, 6},
-                    MicrophoneCase{fourChannel, ProcessingMode::speech, 1, 2}));
 
 TEST(Blocks, LocksReuseTheirBlocksAndReleaseReturnsAll) {
   EngineRig rig(factorySettings());
@@ -245,6 +249,9 @@ TEST(Blocks, LocksReuseTheirBlocksAndReleaseReturnsAll) {
   for (int i = 0; i < 50; ++i) rig.lock({.sampleRate = 44100.0F});
   EXPECT_EQ(rig.core->arena.used(), used);
   EXPECT_EQ(BlockPart::alive(), 1);
+  rig.lock({.inputChannels = 1, .outputChannels = 1});
+  EXPECT_EQ(rig.core->engine.inputIndex[1], -1);  // was there before
+  EXPECT_EQ(rig.core->engine.outputIndex[1], -1);
   rig.core->sets.release();
   rig.core->sets.release();
   EXPECT_EQ(rig.core->arena.liveCount(), 0U);
@@ -257,38 +264,29 @@ TEST(Blocks, AFullArenaRefusesAndTakesNothing) {
   EXPECT_EQ(core->arena.liveCount(), 1U);
   core->arena.release(rest);
   EXPECT_TRUE(core->sets.allocate());
+  const std::size_t blocks = core->arena.liveCount();
+  rest = core->arena.allocate(Arena::capacity - core->arena.used() - (8576 + 3568 + 624 + 2100));
+  EXPECT_FALSE(core->sets.lock({}, ProcessingMode::speech, EffectMode::array, core->context));
+  EXPECT_EQ(core->arena.liveCount(), blocks + 1);
 }
 
-struct MapCase {
-  const char* name;
-  std::uint32_t channels, mask;
-  std::vector<int> slots;  // slots 0 to 11
-};
-class SlotMapTest : public testing::TestWithParam<MapCase> {};
-
-TEST_P(SlotMapTest, SpeakersFindTheirSlots) {
-  const SlotMap map = slotMapOf(GetParam().channels, GetParam().mask);
-  EXPECT_EQ(std::vector<int>(map.begin(), map.begin() + slotCount), GetParam().slots);
-}
-INSTANTIATE_TEST_SUITE_P(
-    Masks, SlotMapTest,
-    testing::Values(
-        MapCase{"mono", 1, 4, {0, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
-        MapCase{"stereo", 2, 0, {0, 1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
-        MapCase{"none", 8, 0, {0, 1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
-        MapCase{"vendor", 4, 0x4000b, {0, 1, 2, 3, -1, -1, -1, -1, -1, -1, -1, -1}},
-        MapCase{"withoutSlots", 8, 0xff, {0, 1, 3, -1, 2, -1, -1, -1, 4, 5, -1, -1}},
-        MapCase{"sides", 8, 0x63f, {0, 1, 3, -1, 2, 6, 7, -1, 4, 5, -1, -1}},
-        MapCase{"backCentre", 7, 0x13f, {0, 1, 3, -1, 2, -1, -1, 6, 4, 5, -1, -1}},
-        MapCase{"highestBit", 3, 0x80000003, {0, 1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
-        MapCase{"maskTooWide", 4, 0x63f, {0, 1, 3, -1, 2, -1, -1, -1, -1, -1, -1, -1}}),
-    [](const auto& test) { return test.param.name; });
-
-TEST(SlotMap, EachLockStartsFromAbsentSlots) {
-  EngineRig rig(factorySettings());
-  rig.lock({.inputChannels = 1, .outputChannels = 1});
-  EXPECT_EQ(rig.core->engine.inputIndex[1], -1);
-  EXPECT_EQ(rig.core->engine.outputIndex[1], -1);
+TEST(SlotMap, SpeakersFindTheirSlots) {
+  const struct {
+    std::uint32_t channels, mask;
+    std::vector<int> slots;  // 0 to 11
+  } cases[] = {{1, 4, {0, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
+               {2, 0, {0, 1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
+               {8, 0, {0, 1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
+               {4, 0x4000b, {0, 1, 2, 3, -1, -1, -1, -1, -1, -1, -1, -1}},
+               {8, 0xff, {0, 1, 3, -1, 2, -1, -1, -1, 4, 5, -1, -1}},
+               {8, 0x63f, {0, 1, 3, -1, 2, 6, 7, -1, 4, 5, -1, -1}},
+               {7, 0x13f, {0, 1, 3, -1, 2, -1, -1, 6, 4, 5, -1, -1}},
+               {3, 0x80000003, {0, 1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
+               {4, 0x63f, {0, 1, 3, -1, 2, -1, -1, -1, -1, -1, -1, -1}}};
+  for (const auto& [channels, mask, slots] : cases) {
+    const SlotMap map = slotMapOf(channels, mask);
+    EXPECT_EQ(std::vector<int>(map.begin(), map.begin() + slotCount), slots) << std::hex << mask;
+  }
 }
 
 }  // namespace
