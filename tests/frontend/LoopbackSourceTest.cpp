@@ -185,24 +185,6 @@ TEST_F(Loopback, AFullRingKeepsTheNewest) {
   }
 }
 
-TEST_F(Loopback, ConvertsToTheRateInForceAtStart) {
-  device.format.sampleRate = 48000;
-  for (const double rate : {8000.0, 16000.0}) {
-    source.setTargetRate(rate);
-    ASSERT_TRUE(source.start());  // the second time a working stream of another rate is replaced
-    ASSERT_TRUE(source.start());
-    source.setTargetRate(24000.0);  // too late
-    device.played = 0;
-    step({4800, 4800});
-    step({-4800, 4800, 4800});
-    int queued = 0;
-    while (source.popBlock(rows, 1)) ++queued;
-    EXPECT_NEAR(queued, rate / 2.0 - block, rate / 20.0);  // less what is still in the converter
-    EXPECT_NEAR(rows[0][0], 24000.0F, 4000.0F);
-  }
-  EXPECT_EQ(device.opened, 2);
-}
-
 TEST_F(Loopback, ADeviceThatFailsEndsTheDrainAndIsOpenedAgain) {
   source.start();
   step({1024});

@@ -6,6 +6,7 @@
 
 #include "frontend/BankPair.h"
 #include "frontend/BlockPart.h"
+#include "frontend/ResamplerBank.h"
 #include "tests/frontend/PipelineRig.h"
 
 namespace vellumic {
@@ -91,6 +92,21 @@ TEST(Pipeline, ChannelCountsOutsideTheFrameKeepTheMicrophones) {
     rig.apply();
     EXPECT_EQ(rig.pipeline.micCount(), microphones) << asked;
   }
+}
+
+TEST(ResamplerBank, TakesFromOneToSixteenChannelsAndTellsItsDelay) {
+  ResamplerBank bank;
+  EXPECT_EQ(bank.channels(), 2);
+  for (const auto& [asked, channels] : {std::pair{16, 16}, {17, 16}, {1, 1}, {0, 1}}) {
+    bank.setChannels(asked);
+    EXPECT_EQ(bank.channels(), channels);
+    EXPECT_EQ(ResamplerBank(asked, 1.0, 1.0).channels(), channels);
+  }
+  bank.setRates(16000.0, 48000.0);
+  const float one = 1.0F;
+  int made = 0, pushes = 0;
+  while (bank.push({&one, 0, 1, 1}, 1, {&made, 1}) == 0) ++pushes;
+  EXPECT_EQ(pushes, bank.framesBeforeOutput());
 }
 
 }  // namespace
