@@ -39,21 +39,29 @@ void relockOverLeftovers(EngineRig& rig, const StreamFormat& format) {
   }
 }
 
+// Of every image at 48 kHz, and what differs.
+Facts image(const Facts& own) {
+  Facts facts{{0, 1},       {8, 48000}, {19, 2},    {20, 2},   {22, 1},
+              {671, 10000}, {2132, 1},  {2137, 10}, {2138, 1}, {2139, 1}};
+  for (const auto& [at, value] : own) facts[at] = value;
+  return facts;
+}
+const Facts arrayEffects{{2140, 1}, {2141, 1}, {2142, 1}, {2143, 1}};
+
 TEST(Image, OfTheArray) {
   const RawValues raw =
       factoryWith({{Raw::imageCopy, 7.0F}, {Raw::inputGain, 2.0F}, {Raw::outputGain, 0.5F}});
   EngineRig rig(raw, {.mode = EffectMode::array});
-  Facts facts{{0, 1},    {7, 9},       {8, 48000}, {19, 2},    {20, 2},   {22, 1},
-              {25, 7},   {671, 10000}, {2132, 1},  {2137, 10}, {2138, 2}, {2139, 0.5F},
-              {2140, 1}, {2141, 1},    {2142, 1},  {2143, 1}};
+  Facts facts = image({{7, 9}, {25, 7}, {2138, 2}, {2139, 0.5F}});
+  facts.insert(arrayEffects.begin(), arrayEffects.end());
   expectImage(rig, facts);
   rig.core->sets.setMasterVolume(0.75F);
   EXPECT_EQ(rig.core->sets.currentImage().at(22), 0.75F);
   EXPECT_EQ(rig.core->sets.pendingImage().at(22), 0.75F);
   rig.core->sets.setVolumes({.master = 0.5F, .first = 0.25F, .second = 0.125F});
   relockOverLeftovers(rig, {.sampleRate = 44100.0F, .inputChannels = 8, .outputChannels = 4});
-  facts.insert({{23, 0.25F}, {24, 0.125F}});
-  for (const auto& [at, value] : Facts{{8, 44100}, {19, 8}, {20, 4}, {22, 0.5F}, {671, 9188}})
+  for (const auto& [at, value] :
+       Facts{{8, 44100}, {19, 8}, {20, 4}, {22, 0.5F}, {23, 0.25F}, {24, 0.125F}, {671, 9188}})
     facts[at] = value;
   rig.call({});
   for (const std::size_t late : {23, 24}) EXPECT_EQ(rig.image().at(late), facts[late]);
@@ -65,24 +73,10 @@ TEST(Image, OfTheArray) {
 TEST(Image, OfTheKeywordDetector) {
   EngineRig rig(factorySettings(),
                 {.mode = EffectMode::arrayFourChannel, .processingMode = ProcessingMode::speech});
-  const StreamFormat format{.sampleRate = 16000.0F, .inputChannels = 4, .outputChannels = 4};
-  relockOverLeftovers(rig, format);
-  expectImage(rig, {{0, 1},
-                    {5, 2},
-                    {7, 12},
-                    {8, 16000},
-                    {19, 4},
-                    {20, 4},
-                    {22, 1},
-                    {671, 3333},
-                    {2132, 1},
-                    {2137, 10},
-                    {2138, 1},
-                    {2139, 1},
-                    {2140, 1},
-                    {2141, 1},
-                    {2142, 1},
-                    {2143, 1}});
+  relockOverLeftovers(rig, {.sampleRate = 16000.0F, .inputChannels = 4, .outputChannels = 4});
+  Facts facts = image({{5, 2}, {7, 12}, {8, 16000}, {19, 4}, {20, 4}, {671, 3333}});
+  facts.insert(arrayEffects.begin(), arrayEffects.end());
+  expectImage(rig, facts);
 }
 
 // Bands that are on are written; those that went off keep their coefficients; a half-on master is
@@ -96,11 +90,19 @@ TEST(Image, OfTheEqualizer) {
   EngineRig rig(raw);
   relockOverLeftovers(rig, {});
   const BiquadCoefficients low = *designBiquad(2, 1000.0F, 0.7F, 1.0F, 48000.0F);
-  Facts facts{{0, 1},        {7, 10},       {8, 48000},    {19, 2},       {20, 2},
-              {22, 1},       {211, 0.5F},   {212, 1},      {221, 0.5F},   {222, 1},
-              {225, 1},      {234, 0.5F},   {284, 0.5F},   {297, low.a1}, {298, low.a2},
-              {299, low.b0}, {300, low.b1}, {301, low.b2}, {671, 10000},  {2132, 1},
-              {2137, 10},    {2138, 1},     {2139, 1}};
+  Facts facts = image({{7, 10},
+                       {211, 0.5F},
+                       {212, 1},
+                       {221, 0.5F},
+                       {222, 1},
+                       {225, 1},
+                       {234, 0.5F},
+                       {284, 0.5F},
+                       {297, low.a1},
+                       {298, low.a2},
+                       {299, low.b0},
+                       {300, low.b1},
+                       {301, low.b2}});
   expectImage(rig, facts);
   raw[index(bandSlot(1, 3, BandField::enable))] = 0.0F;
   rig.reload(raw);
@@ -111,32 +113,18 @@ TEST(Image, OfTheEqualizer) {
 
   // Flat: the master is cleared in the image, but the equaliser stays in force.
   EngineRig flat(equalizerGain(1.0F));
-  expectImage(flat, {{0, 1},
-                     {7, 10},
-                     {8, 48000},
-                     {19, 2},
-                     {20, 2},
-                     {22, 1},
-                     {212, 1},
-                     {222, 1},
-                     {671, 10000},
-                     {2132, 1},
-                     {2137, 10},
-                     {2138, 1},
-                     {2139, 1}});
+  expectImage(flat, image({{7, 10}, {212, 1}, {222, 1}}));
   EXPECT_TRUE(flat.core->engine.equalizer.active());
 }
 
 TEST(Image, EachEffectHasItsBitAndItsEntry) {
-  const std::pair<Raw, std::uint32_t> effects[] = {{Raw::echoCancellation, 0x200},
-                                                   {Raw::beamformer, 0x400},
-                                                   {Raw::noisePostfilter, 0x800},
-                                                   {Raw::levelControl, 0x1000}};
+  constexpr Raw effects[] = {Raw::echoCancellation, Raw::beamformer, Raw::noisePostfilter,
+                             Raw::levelControl};
   for (std::size_t on = 0; on < 4; ++on) {
     RawValues raw = factorySettings();
-    for (std::size_t i = 0; i < 4; ++i) raw[index(effects[i].first)] = i == on ? 1.0F : 0.0F;
+    for (std::size_t i = 0; i < 4; ++i) raw[index(effects[i])] = i == on ? 1.0F : 0.0F;
     EngineRig rig(raw, {.mode = EffectMode::array});
-    EXPECT_EQ(rig.core->sets.effectFlags(), effects[on].second);
+    EXPECT_EQ(rig.core->sets.effectFlags(), 0x200U << on);
     for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(rig.image().at(2140 + i), i == on) << i;
   }
 }

@@ -7,6 +7,7 @@
 #include "frontend/BankPair.h"
 #include "frontend/BlockPart.h"
 #include "frontend/ResamplerBank.h"
+#include "frontend/SampleRing.h"
 #include "tests/frontend/PipelineRig.h"
 
 namespace vellumic {
@@ -92,6 +93,25 @@ TEST(Pipeline, ChannelCountsOutsideTheFrameKeepTheMicrophones) {
     rig.apply();
     EXPECT_EQ(rig.pipeline.micCount(), microphones) << asked;
   }
+}
+
+TEST(SampleRing, HoldsAnyDelayAndAnyCountWithinItsCapacity) {
+  SampleRing ring;
+  ring.setCapacity(1);
+  EXPECT_EQ(ring.capacity(), 2);
+  ring.setDelay(250);
+  ring.resize(100, 2);
+  EXPECT_EQ(ring.available(), 50);
+  ring.setDelay(190);
+  EXPECT_EQ(ring.available(), 0) << "not beyond what waits";
+  ChannelArrays samples(2, std::vector<float>(250, 7.0F));
+  for (std::size_t n = 0; n < 250; ++n) samples[0][n] = static_cast<float>(n);
+  const ChannelArrays before = samples;
+  ring.exchange(samples, 250);
+  EXPECT_EQ(samples, before);
+  ring.push({samples[0]}, 10);
+  ring.pop(samples, 10);
+  EXPECT_EQ(samples[1][9], 0.0F) << "a channel without an array";
 }
 
 TEST(ResamplerBank, TakesFromOneToSixteenChannelsAndTellsItsDelay) {
