@@ -185,6 +185,24 @@ TEST_F(Loopback, AFullRingKeepsTheNewest) {
   }
 }
 
+TEST_F(Loopback, ConvertsToTheRateInForceAtStart) {
+  device.format.sampleRate = 48000;
+  for (const double rate : {8000.0, 16000.0, 8000.0}) {
+    source.setTargetRate(rate);
+    ASSERT_TRUE(source.start());  // later a working stream of another rate is replaced
+    ASSERT_TRUE(source.start());
+    source.setTargetRate(24000.0);  // too late
+    device.played = 0;
+    step({48000});
+    step(std::vector(12, 4800));  // of which a second is taken
+    int queued = 0;
+    while (source.popBlock(rows, 1)) ++queued;
+    EXPECT_EQ(queued, static_cast<int>(rate) - 1 - block);  // and kept
+    EXPECT_NEAR(rows[0][0], 2 * 48000.0F, 2000.0F);
+  }
+  EXPECT_EQ(device.opened, 3);
+}
+
 TEST_F(Loopback, ADeviceThatFailsEndsTheDrainAndIsOpenedAgain) {
   source.start();
   step({1024});

@@ -104,6 +104,7 @@ TEST(SampleRing, HoldsAnyDelayAndAnyCountWithinItsCapacity) {
   EXPECT_EQ(ring.available(), 50);
   ring.setDelay(190);
   EXPECT_EQ(ring.available(), 0) << "not beyond what waits";
+  EXPECT_FALSE(ring.setDelay(-1));
   ChannelArrays samples(2, std::vector<float>(250, 7.0F));
   for (std::size_t n = 0; n < 250; ++n) samples[0][n] = static_cast<float>(n);
   const ChannelArrays before = samples;
