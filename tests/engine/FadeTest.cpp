@@ -119,28 +119,16 @@ RawValues bareArray(float inputGain, float outputGain) {
                       {Raw::levelControl, 0.0F}});
 }
 
-TEST(Fade, TrimsWithoutAPipelineFollowTheWeights) {
-  EngineRig rig(bareArray(2.0F, 1.0F),
-                {.mode = EffectMode::array, .processingMode = ProcessingMode::raw});
-  rig.reload(byFade(bareArray(1.0F, 0.5F)));
-  const std::vector<float> output = rig.call(constant(2 * rampFrames, 1.0F));
-  for (std::uint32_t n = 0; n < rampFrames; ++n) {
-    const float weight = static_cast<float>(n) / static_cast<float>(rampFrames);
-    ASSERT_EQ(output[2 * n], (1.0F - weight) * 2.0F + weight * 0.5F) << n;
-  }
-}
-
 RawValues arrayWith(Raw slot, float value) {
   RawValues values = bareArray(1.0F, 1.0F);
   values[index(slot)] = value;
   return values;
 }
-const RawValues arrayOn = bareArray(1.0F, 1.0F);
-const RawValues offInThisMode = arrayWith(Raw::keepInDefaultMode, 0.0F);
-
 // A side that is on sounds like a stream that never fades, 70 ms behind, one that is off like the
 // input, at every microphone.
 TEST(Fade, OfAPipelineMixesWhatBothSettingsSoundLike) {
+  const RawValues arrayOn = bareArray(1.0F, 1.0F);
+  const RawValues offInThisMode = arrayWith(Raw::keepInDefaultMode, 0.0F);
   const RawValues masterOff = arrayWith(Raw::masterEnable, 0.0F);
   const RawValues onlyMarkedOn = arrayWith(Raw::masterEnable, 0.5F);  // all but the pipeline is on
   const RawValues trims = bareArray(2.0F, 0.125F), louder = bareArray(2.0F, 0.5F);
@@ -189,25 +177,6 @@ TEST(Fade, OfAPipelineMixesWhatBothSettingsSoundLike) {
       }
     }
     EXPECT_LT(worst, 1e-5F);
-  }
-}
-
-// Each side keeps its own sound whatever is set in mid-fade.
-TEST(Fade, SettingsThatComeInMidFadeWaitForItsEnd) {
-  for (const bool fadesOff : {true, false}) {
-    SCOPED_TRACE(fadesOff);
-    const RigSetup setup{.mode = EffectMode::array,
-                         .format = {.inputChannels = 4, .outputChannels = 4}};
-    EngineRig rig(arrayOn, setup), undisturbed(arrayOn, setup);
-    std::uint32_t equal = 0;
-    for (std::size_t call = 0; call < 60; ++call) {
-      const std::vector<float> input = sine(480, 4, 0.02, call * 480);
-      for (EngineRig* each : {&rig, &undisturbed})
-        if (call == 30) each->reload(byFade(fadesOff ? offInThisMode : arrayOn));
-      if (call == 40) rig.reload(fadesOff ? arrayOn : offInThisMode);
-      if (rig.call(input) == undisturbed.call(input)) ++equal;
-    }
-    EXPECT_EQ(equal, 30U + 22U) << "the fade takes 21 calls, the next set comes one later";
   }
 }
 

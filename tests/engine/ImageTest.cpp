@@ -179,54 +179,43 @@ TEST(Image, BadTrimsFallToOne) {
   }
 }
 
-TEST(Image, TheModeDecidesWhichEffectsAreReported) {
-  const struct {
-    ProcessingMode mode;
-    float keep, category;
-    std::uint32_t flags;
-  } cases[] = {{ProcessingMode::standard, 1, 0, 0x1e00}, {ProcessingMode::standard, 0, 0, 0},
-               {ProcessingMode::raw, 1, 1, 0},           {ProcessingMode::speech, 0, 2, 0x1e00},
-               {ProcessingMode::media, 1, 3, 0x1e00},    {ProcessingMode::communications, 0, 4, 0},
-               {ProcessingMode::movie, 1, 5, 0x1e00},    {ProcessingMode::notification, 0, 0, 0}};
-  for (const auto& [mode, keep, category, flags] : cases) {
-    EngineRig rig(factoryWith({{Raw::keepInDefaultMode, keep}}),
-                  {.mode = EffectMode::array, .processingMode = mode});
-    EXPECT_EQ(rig.image().at(5), category);
-    EXPECT_EQ(rig.core->sets.effectFlags(), flags) << category;
-  }
-}
-
-TEST(Image, AStreamOfSpeechOrNoCategorySizesThePipelineAndOpensTheLoopback) {
+TEST(Image, ModesDecideWhatIsReportedHowManyMicrophonesRunAndWhetherTheLoopbackOpens) {
   constexpr auto array = EffectMode::array, fourChannel = EffectMode::arrayFourChannel;
   const struct {
-    EffectMode mode;
     ProcessingMode processingMode;
+    EffectMode mode;
     std::uint32_t channels;
+    float keep, category;
+    std::uint32_t flags;
     int microphones;
     bool opens;
-  } cases[] = {{array, ProcessingMode::standard, 12, 12, true},
-               {array, ProcessingMode::speech, 4, 4, true},
-               {array, ProcessingMode::notification, 4, 4, true},
-               {array, ProcessingMode::standard, 1, 2, true},
-               {array, ProcessingMode::raw, 8, 2, false},
-               {array, ProcessingMode::media, 8, 2, false},
-               {array, ProcessingMode::communications, 4, 2, false},
-               {fourChannel, ProcessingMode::standard, 4, 2, false},
-               {fourChannel, ProcessingMode::speech, 8, 6, false},
-               {fourChannel, ProcessingMode::speech, 1, 2, false}};
-  for (const auto& [mode, processingMode, channels, microphones, opens] : cases) {
+  } cases[] = {{ProcessingMode::standard, array, 12, 1, 0, 0x1e00, 12, true},
+               {ProcessingMode::standard, array, 1, 0, 0, 0, 2, true},
+               {ProcessingMode::standard, fourChannel, 4, 1, 0, 0x1e00, 2, false},
+               {ProcessingMode::raw, array, 8, 1, 1, 0, 2, false},
+               {ProcessingMode::speech, array, 4, 0, 2, 0x1e00, 4, true},
+               {ProcessingMode::speech, fourChannel, 8, 0, 2, 0x1e00, 6, false},
+               {ProcessingMode::speech, fourChannel, 1, 0, 2, 0x1e00, 2, false},
+               {ProcessingMode::media, array, 8, 1, 3, 0x1e00, 2, false},
+               {ProcessingMode::communications, array, 4, 0, 4, 0, 2, false},
+               {ProcessingMode::movie, array, 4, 1, 5, 0x1e00, 2, false},
+               {ProcessingMode::notification, array, 4, 0, 0, 0, 4, true}};
+  for (const auto& row : cases) {
+    SCOPED_TRACE(&row - cases);
     bool opened = false;
     const auto open = [&opened] {
       opened = true;
       return std::unique_ptr<PacketSource>();
     };
-    EngineRig rig(factorySettings(),
-                  {.mode = mode,
-                   .processingMode = processingMode,
-                   .format = {.inputChannels = channels, .outputChannels = channels},
+    EngineRig rig(factoryWith({{Raw::keepInDefaultMode, row.keep}}),
+                  {.mode = row.mode,
+                   .processingMode = row.processingMode,
+                   .format = {.inputChannels = row.channels, .outputChannels = row.channels},
                    .openLoopback = {.open = open, .onHelperThread = false}});
-    EXPECT_EQ(rig.core->engine.pipeline.micCount(), microphones);
-    EXPECT_EQ(opened, opens) << microphones;
+    EXPECT_EQ(rig.image().at(5), row.category);
+    EXPECT_EQ(rig.core->sets.effectFlags(), row.flags);
+    EXPECT_EQ(rig.core->engine.pipeline.micCount(), row.microphones);
+    EXPECT_EQ(opened, row.opens);
   }
 }
 

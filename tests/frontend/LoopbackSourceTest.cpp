@@ -297,6 +297,11 @@ TEST_F(LoopbackOpening, ARateThatChangesMeanwhileIsTheOneThatCounts) {
   while (!source.streaming()) play();
   for (const bool expected : {false, true}) EXPECT_EQ(play(), expected);
   EXPECT_EQ(rows[0][block - 1] - rows[0][0], block - 1.0F);  // at the device's own rate
+  go = false;
+  source.setTargetRate(8000.0);
+  ASSERT_TRUE(source.start());
+  EXPECT_FALSE(play()) << "nothing more of the former rate";
+  go = true;
 }
 
 // The audio service may keep a caller. Whoever stops goes on; what comes of the opening later is
