@@ -79,28 +79,25 @@ TEST(PipelineSettings, RatesOutsideTheirRangeFallToTheDefaults) {
 }
 
 TEST(PipelineSettings, TheRunStateHasTheLastWordOverTheSwitches) {
-  struct Case {
+  const struct {
     float category, keep;
     RunState state;
     bool enabled, echoAndNoise;
-  };
-  // Echo cancellation and noise suppression are switched off in the setting, the rest is on.
-  const Case cases[] = {{2, 0, RunState::speech, true, true},
-                        {0, 1, RunState::general, true, false},
-                        {0, 0.5F, RunState::general, false, false},
-                        {3, 0, RunState::general, false, false},
-                        {1, 1, RunState::off, false, false}};
-  for (const Case& c : cases) {
-    const auto settings = decoded(with({{Raw::echoCancellation, 0},
-                                        {Raw::noisePostfilter, 0},
-                                        {Raw::keepInDefaultMode, c.keep}}),
-                                  {.category = c.category});
-    EXPECT_EQ(settings.runState, c.state);
-    EXPECT_EQ(settings.enabled, c.enabled);
-    EXPECT_EQ(settings.beamformerEnabled, c.enabled);
-    EXPECT_EQ(settings.level.levelControlEnabled, c.enabled);
-    EXPECT_EQ(settings.echoCancelEnabled, c.echoAndNoise);
-    EXPECT_EQ(settings.postfilterEnabled, c.echoAndNoise);
+  } cases[] = {{2, 0, RunState::speech, true, true},
+               {0, 1, RunState::general, true, false},
+               {0, 0.5F, RunState::general, false, false},
+               {3, 0, RunState::general, false, false},
+               {1, 1, RunState::off, false, false}};
+  for (const auto& [category, keep, state, enabled, echoAndNoise] : cases) {
+    // Echo cancellation and noise suppression are switched off in the setting, the rest is on.
+    const auto s = decoded(with({{Raw::echoCancellation, 0},
+                                 {Raw::noisePostfilter, 0},
+                                 {Raw::keepInDefaultMode, keep}}),
+                           {.category = category});
+    EXPECT_EQ(s.runState, state);
+    EXPECT_EQ(std::tuple(s.enabled, s.beamformerEnabled, s.level.levelControlEnabled,
+                         s.echoCancelEnabled, s.postfilterEnabled),
+              std::tuple(enabled, enabled, enabled, echoAndNoise, echoAndNoise));
   }
 }
 
