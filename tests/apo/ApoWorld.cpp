@@ -9,12 +9,16 @@ HMODULE library() {
   return module;
 }
 
-CaptureObject::CaptureObject(const CLSID& id) {
+CaptureObject::CaptureObject(const CLSID& id, HRESULT* result) {
   ComPtr<IClassFactory> factory;
   const auto getClass = exported<HRESULT WINAPI(REFCLSID, REFIID, void**)>("DllGetClassObject");
   EXPECT_EQ(getClass(id, IID_IClassFactory, factory.putVoid()), S_OK);
-  EXPECT_EQ(factory->CreateInstance(nullptr, __uuidof(IAudioProcessingObject), object.putVoid()),
-            S_OK);
+  const HRESULT made =
+      factory->CreateInstance(nullptr, __uuidof(IAudioProcessingObject), object.putVoid());
+  if (result != nullptr)
+    *result = made;
+  else
+    EXPECT_EQ(made, S_OK);
   realTime = as<IAudioProcessingObjectRT>(object.get());
   configuration = as<IAudioProcessingObjectConfiguration>(object.get());
   effects = as<IAudioSystemEffects2>(object.get());
@@ -42,41 +46,14 @@ APO_CONNECTION_PROPERTY CaptureObject::process(float* samples, UINT32 frames,
   return out;
 }
 
-ServiceObjects::ServiceObjects()
-    : mapping_(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
-                                  sizeof(StatusBoard), machine::board)),
-      mutex_(CreateMutexW(nullptr, FALSE, machine::boardMutex)),
-      event_(CreateEventW(nullptr, FALSE, FALSE, machine::boardEvent)),
-      view_(MapViewOfFile(mapping_.get(), FILE_MAP_WRITE, 0, 0, 0)) {
-  static_cast<StatusBoard*>(view_.get())->version = 5;
-}
-
-StatusBlock ServiceObjects::block() const {
-  EXPECT_EQ(WaitForSingleObject(mutex_.get(), 5000), WAIT_OBJECT_0);
-  const StatusBlock block = static_cast<const StatusBoard*>(view_.get())->block;
-  ReleaseMutex(mutex_.get());
-  return block;
-}
-
-std::span<std::byte> ServiceObjects::board() const {
-  return {static_cast<std::byte*>(view_.get()), sizeof(StatusBoard)};
-}
-
-bool ServiceObjects::signalled() const {
-  return WaitForSingleObject(event_.get(), 0) == WAIT_OBJECT_0;
-}
-
-void ServiceObjects::signalReload() const {
-  const KernelHandle event(OpenEventW(EVENT_MODIFY_STATE, FALSE, block().propertyEvent.data()));
-  ASSERT_TRUE(event);
-  SetEvent(event.get());
-}
-
-bool ServiceObjects::pingIsAnswered(DWORD patienceMs) const {
-  const KernelHandle ping(OpenEventW(EVENT_MODIFY_STATE, FALSE, machine::pingEvent));
-  ResetEvent(event_.get());
-  return ping && SetEvent(ping.get()) != FALSE &&
-         WaitForSingleObject(event_.get(), patienceMs) == WAIT_OBJECT_0;
+HRESULT CaptureObject::listEffects(HANDLE event, UINT* count) {
+  GUID* ids = nullptr;
+  UINT listed = 0;
+  const HRESULT result = effects->GetEffectsList(&ids, &listed, event);
+  if (count != nullptr) *count = listed;
+  EXPECT_EQ(ids == nullptr, listed == 0);
+  CoTaskMemFree(ids);
+  return result;
 }
 
 ApoWorld::ApoWorld() {

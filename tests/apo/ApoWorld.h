@@ -10,15 +10,13 @@
 
 #include <array>
 #include <filesystem>
-#include <span>
 #include <string>
 
 #include "apo/AudioEngine.h"
-#include "control/Handle.h"
-#include "control/StatusBlock.h"
 #include "tests/apo/MediaType.h"
 #include "tests/control/DeviceDoubles.h"
 #include "tests/control/RegistrySandbox.h"
+#include "tests/control/ServiceObjects.h"
 #include "tools/ProgramPath.h"
 
 namespace vellumic::test {
@@ -87,7 +85,8 @@ ComPtr<Interface> as(IUnknown* object, const IID& id = __uuidof(Interface)) {
 // One object of the library and the interfaces that the audio engine uses.
 struct CaptureObject {
   CaptureObject() = default;
-  explicit CaptureObject(const CLSID& id);
+  // Without `result` it must succeed.
+  explicit CaptureObject(const CLSID& id, HRESULT* result = nullptr);
 
   HRESULT lock(MediaType& input, MediaType& output);
   HRESULT lock(MediaType& both) { return lock(both, both); }
@@ -95,27 +94,13 @@ struct CaptureObject {
   APO_CONNECTION_PROPERTY process(float* samples, UINT32 frames,
                                   APO_BUFFER_FLAGS flags = BUFFER_VALID);
 
+  // The list is given back at once.
+  HRESULT listEffects(HANDLE event = nullptr, UINT* count = nullptr);
+
   ComPtr<IAudioProcessingObject> object;
   ComPtr<IAudioProcessingObjectRT> realTime;
   ComPtr<IAudioProcessingObjectConfiguration> configuration;
   ComPtr<IAudioSystemEffects2> effects;
-};
-
-// The companion service's objects, held by the test itself.
-class ServiceObjects {
- public:
-  ServiceObjects();
-  [[nodiscard]] StatusBlock block() const;
-  [[nodiscard]] std::span<std::byte> board() const;  // all 2724 bytes
-  [[nodiscard]] bool signalled() const;              // since the last time
-  // The parameter thread that publishes next re-reads its setting.
-  void signalReload() const;
-  // Whether a parameter thread publishes when the service asks.
-  [[nodiscard]] bool pingIsAnswered(DWORD patienceMs = 5000) const;
-
- private:
-  KernelHandle mapping_, mutex_, event_;
-  MappedView view_;
 };
 
 class ApoWorld : public testing::Test {

@@ -9,15 +9,12 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <memory>
 #include <random>
 #include <sstream>
 
 #include "control/Handle.h"
 #include "tools/ProgramPath.h"
 #include "tools/WaveFile.h"
-#include "tools/host/CaptureEffect.h"
-#include "tools/host/Endpoints.h"
 
 namespace vellumic::tools {
 namespace {
@@ -109,32 +106,6 @@ TEST_F(Host, GivesTheRenderersSamples) {
     EXPECT_EQ(std::memcmp(a.samples.data(), b.samples.data(), a.samples.size() * sizeof(float)), 0);
     const WaveData input = readWave(path(line.substr(name).c_str()));
     EXPECT_NE(a.samples, input.samples);  // something was done
-  }
-}
-
-// No thread, no reference stays behind: COM lets the library go, again and again.
-TEST_F(Host, TheLibraryGoesWithItsLastObject) {
-  const Apartment apartment;
-  const auto enumerator = createEnumerator();
-  const Endpoint endpoint = findCaptureEndpoint(*enumerator.get(), "array4");
-  const auto devices = collectionAround(*enumerator.get(), endpoint);
-  const auto properties = propertiesOf(*endpoint.device.get());
-  constexpr GUID speech{
-      0xFC1CFC9B, 0xB9D6, 0x4CFA, {0xB5, 0xE0, 0x4B, 0xB2, 0x16, 0x68, 0x78, 0xB2}};
-  std::vector<float> samples(4 * 480);
-  for (int round = 0; round < 5; ++round) {
-    {
-      std::vector<std::unique_ptr<CaptureEffect>> effects;
-      for (const char* name : {"efx", "mfx", "kdmfx"}) {
-        auto& effect = *effects.emplace_back(std::make_unique<CaptureEffect>(name));
-        effect.initialize({devices.get(), properties.get(), properties.get(), 0, speech});
-        effect.lock({.extensible = true, .channels = 4, .sampleRate = 48000, .mask = 0}, 480);
-        EXPECT_TRUE(effect.process(samples.data(), 480));
-      }
-      EXPECT_NE(GetModuleHandleW(L"VellumicAPO64c.dll"), nullptr);
-    }
-    CoFreeUnusedLibrariesEx(0, 0);
-    EXPECT_EQ(GetModuleHandleW(L"VellumicAPO64c.dll"), nullptr);
   }
 }
 

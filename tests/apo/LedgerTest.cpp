@@ -146,13 +146,6 @@ class Ledger : public ApoWorld {
       if (line.find("> Param") == std::string::npos)
         story += "  " + std::regex_replace(line, instance, "PropEvent{instance}") + '\n';
   }
-  static HRESULT listEffects(CaptureObject& object, HANDLE event) {
-    GUID* ids = nullptr;
-    UINT count = 0;
-    const HRESULT result = object.effects->GetEffectsList(&ids, &count, event);
-    CoTaskMemFree(ids);
-    return result;
-  }
 
   std::optional<SystemCalls> calls{std::in_place, library(), SystemCalls::Keeps::lines};
   std::optional<ServiceObjects> service{std::in_place};
@@ -171,11 +164,11 @@ TEST_F(Ledger, AWholeLife) {
     step("create");
     ASSERT_EQ(initialize(object, blob()), S_OK);
     step("Initialize", true);
-    ASSERT_EQ(listEffects(object, changed.get()), S_OK);
+    ASSERT_EQ(object.listEffects(changed.get()), S_OK);
     step("GetEffectsList with an event");
     ASSERT_EQ(object.lock(format), S_OK);
     step("LockForProcess at another rate");
-    ASSERT_EQ(listEffects(object, nullptr), S_OK);
+    ASSERT_EQ(object.listEffects(), S_OK);
     step("GetEffectsList without one");
     service->signalReload();
     step("reload", true);
@@ -292,7 +285,7 @@ TEST_F(Ledger, AFailedInitializeLeavesNothing) {
       threadsLeft = 100;
       EXPECT_EQ(calls->stillOpen(), mutex);
       EXPECT_EQ(filter.store.references, 0U);
-      EXPECT_EQ(listEffects(object, nullptr), E_POINTER);
+      EXPECT_EQ(object.listEffects(), E_POINTER);
       EXPECT_EQ(object.object->IsInputFormatSupported(nullptr, &format, &supported),
                 static_cast<HRESULT>(0x887D0003));
       EXPECT_EQ(object.lock(format), static_cast<HRESULT>(0x887D0002));

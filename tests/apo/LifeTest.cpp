@@ -1,4 +1,4 @@
-// Whole lives: hundreds of them, and many with arguments from a random generator.
+// How long the library stays loaded, and whole lives with arguments from a random generator.
 #include <windows.h>
 
 #include <psapi.h>
@@ -8,75 +8,39 @@
 
 #include "apo/OwnInterfaces.h"
 #include "tests/apo/ApoWorld.h"
-#include "tests/support/OpenHandles.h"
 #include "tests/support/RandomRounds.h"
 
 namespace vellumic::test {
 namespace {
 
-std::size_t committedBytes() {
-  PROCESS_MEMORY_COUNTERS counters{};
-  GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
-  return counters.WorkingSetSize;
-}
-
-class Life : public ApoWorld {};
-
-TEST_F(Life, HundredsOfRoundsWithoutGrowth) {
-  const ServiceObjects service;
-  system.defaultRender = &speaker;
-  std::array<float, 480 * 4> samples{};
-  const auto round = [&](int number) {
-    const ClassCase& which = classCases[static_cast<std::size_t>(number) % 3];
-    CaptureObject object(which.id);
-    ASSERT_EQ(initialize(object, blob(mode::speech)), S_OK);
-    MediaType format = MediaType::extensible(4, 0);
-    ASSERT_EQ(object.lock(format), S_OK);
-    const auto done = object.process(samples.data(), 480);
-    ASSERT_EQ(done.u32ValidFrameCount, 480U);
-    ASSERT_EQ(object.configuration->UnlockForProcess(), S_OK);
-    object = CaptureObject();
-    ASSERT_EQ(format.references, 0U);
-  };
-  constexpr int warmUp = 60, rounds = 300;
-  for (int i = 0; i < warmUp; ++i) round(i);
-  const std::size_t memory = committedBytes();
-  ASSERT_GT(memory, 0U);
-  const int handles = openHandles();
-  for (int i = warmUp; i < rounds; ++i) round(i);
-  const std::size_t grown = committedBytes() - std::min(memory, committedBytes());
-  EXPECT_LT(grown, 2U << 20);
-  EXPECT_LE(openHandles(), handles + 4);  // of Wine's own threads
-}
+HRESULT canUnload() { return exported<HRESULT WINAPI()>("DllCanUnloadNow")(); }
 
 // A format that asks, whenever it is released, whether the library may go.
 class AskingFormat : public MediaType {
  public:
   ULONG STDMETHODCALLTYPE Release() override {
-    answer = exported<HRESULT WINAPI()>("DllCanUnloadNow")();
+    answer = canUnload();
     return MediaType::Release();
   }
   HRESULT answer = E_FAIL;
 };
 
-TEST_F(Life, TheLibraryStaysUntilTheTeardownIsOver) {
+class Life : public ApoWorld {};
+
+// To the end of an object's teardown; and the audio service may hold a volume callback, and be
+// inside it, longer than the object lives.
+TEST_F(Life, TheLibraryStaysWhileAnybodyIsInItOrHoldsWhatItGave) {
   AskingFormat format;
   format.wave = MediaType::plain(2).wave;
   CaptureObject object = initialized(mfx);
   ASSERT_EQ(object.lock(format), S_OK);
   object = CaptureObject();
   EXPECT_EQ(format.answer, S_FALSE);  // the destructor's own releases
-  EXPECT_EQ(exported<HRESULT WINAPI()>("DllCanUnloadNow")(), S_OK);
-}
+  EXPECT_EQ(canUnload(), S_OK);
 
-// The audio service may hold a volume callback, and be inside it, longer than the object lives.
-TEST_F(Life, TheLibraryStaysWhileCallersHoldWhatItGave) {
-  const auto canUnload = exported<HRESULT WINAPI()>("DllCanUnloadNow");
-  CaptureObject object = initialized(mfx);
-  MediaType format = MediaType::plain(2);
+  object = initialized(mfx);
   ASSERT_EQ(object.lock(format), S_OK);
-  ASSERT_EQ(microphone.volume.callbacks.size(), 1U);
-  auto callback = ComPtr<IAudioEndpointVolumeCallback>::share(microphone.volume.callbacks[0]);
+  auto callback = ComPtr<IAudioEndpointVolumeCallback>::share(microphone.volume.callbacks.at(0));
   ComPtr<IUnknown> result;
   ASSERT_EQ(as<ICaptureState>(object.object.get(), mfx.own)
                 ->PerformAction(3, reinterpret_cast<CActionResult<float>**>(result.put())),
@@ -89,102 +53,131 @@ TEST_F(Life, TheLibraryStaysWhileCallersHoldWhatItGave) {
   EXPECT_EQ(canUnload(), S_OK);
 }
 
-// Fuzzed blobs, formats and connections: every answer is a result, and whatever happened the
-// object is destroyed cleanly.
+std::size_t residentBytes() {
+  PROCESS_MEMORY_COUNTERS counters{};
+  GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
+  return counters.WorkingSetSize;
+}
+
+// Arguments that may be anything, for one object.
+class Fuzzer {
+ public:
+  explicit Fuzzer(std::mt19937& random) : random_(random) {}
+  unsigned below(unsigned limit) { return random_() % limit; }
+  bool once(unsigned in) { return below(in) == 0; }
+  unsigned any() { return random_(); }
+
+  void drawFormats() {
+    for (MediaType& format : formats) {
+      const unsigned channels[] = {1, 2, 4, 8, below(65536)};
+      const unsigned rates[] = {16000, 44100, 48000, below(200000), any()};
+      const DWORD masks[] = {0, 3, 4, any()};
+      format.absent = once(40);
+      format.uncompressed = once(4) ? E_FAIL : S_OK;
+      format.wave =
+          once(2)
+              ? MediaType::plain(channels[below(5)], rates[below(5)]).wave
+              : MediaType::extensible(channels[below(5)], masks[below(4)], rates[below(5)]).wave;
+      if (once(8))  // any bytes
+        reinterpret_cast<unsigned char*>(&format.wave)[below(sizeof format.wave)] =
+            static_cast<unsigned char>(any());
+    }
+    if (once(2)) formats[1].wave = formats[0].wave;
+  }
+  HRESULT lock(CaptureObject& object) {
+    APO_CONNECTION_DESCRIPTOR in{};
+    in.pBuffer = any();
+    in.u32MaxFrameCount = any();
+    in.pFormat = once(20) ? nullptr : &formats[0];
+    APO_CONNECTION_DESCRIPTOR out = in;
+    if (once(2)) out.pFormat = &formats[1];
+    APO_CONNECTION_DESCRIPTOR* list[] = {&in, &out, nullptr};
+    return object.configuration->LockForProcess(once(3) ? any() : 1, &list[once(20) ? 2 : 0],
+                                                once(9) ? below(3) : 1,
+                                                once(20) ? nullptr : &list[1]);
+  }
+  HRESULT ask(CaptureObject& object, decltype(&IAudioProcessingObject::IsInputFormatSupported) is) {
+    IAudioMediaType* answer = nullptr;
+    const HRESULT result =
+        (object.object.get()->*is)(once(3) ? nullptr : &formats[0], &formats[1], &answer);
+    if (answer != nullptr) answer->Release();
+    return result;
+  }
+  void process(CaptureObject& object) {
+    for (float& sample : samples_) {
+      const std::uint32_t bits = any();
+      std::memcpy(&sample, &bits, sizeof sample);
+    }
+    APO_CONNECTION_PROPERTY in{};
+    in.pBuffer = reinterpret_cast<UINT_PTR>(samples_.data());
+    in.u32ValidFrameCount = below(481);
+    in.u32BufferFlags = static_cast<APO_BUFFER_FLAGS>(below(4));
+    APO_CONNECTION_PROPERTY out = in;
+    APO_CONNECTION_PROPERTY *inputs = &in, *outputs = &out;
+    const UINT32 connections = once(5) ? below(3) * 2 : 1;
+    object.realTime->APOProcess(connections, &inputs, connections, &outputs);
+  }
+  MediaType formats[2];
+
+ private:
+  std::mt19937& random_;
+  std::array<float, 480 * 16> samples_{};
+};
+
+// Every answer is a result, and whatever happened the object is destroyed cleanly.
 TEST_F(Life, RandomArguments) {
   RandomRounds lives(60);
-  std::mt19937& random = lives.random;
-  const auto below = [&](unsigned limit) { return random() % limit; };
-  std::array<float, 480 * 16> samples{};
   int locked = 0;
   std::size_t memory = 0;
   while (lives.next()) {
-    const int life = lives.done();
-    if (life == 20) memory = committedBytes();
-    MediaType formats[2];
-    CaptureObject object(classCases[below(3)].id);
-    for (int step = 0; step < 40; ++step) {
-      for (MediaType& format : formats) {
-        const unsigned channels[] = {1, 2, 4, 8, below(65536)};
-        const unsigned rates[] = {16000, 44100, 48000, below(200000), random()};
-        const DWORD masks[] = {0, 3, 4, random()};
-        format.absent = below(40) == 0;
-        format.uncompressed = below(4) == 0 ? E_FAIL : S_OK;
-        format.wave =
-            below(2) == 0
-                ? MediaType::plain(channels[below(5)], rates[below(5)]).wave
-                : MediaType::extensible(channels[below(5)], masks[below(4)], rates[below(5)]).wave;
-        if (below(8) == 0) {  // any bytes
-          auto* const bytes = reinterpret_cast<unsigned char*>(&format.wave);
-          bytes[below(sizeof format.wave)] = static_cast<unsigned char>(random());
-        }
-      }
-      if (below(2) == 0) formats[1].wave = formats[0].wave;
+    if (lives.done() == 20) memory = residentBytes();
+    Fuzzer fuzzer(lives.random);
+    CaptureObject object(classCases[fuzzer.below(3)].id);
+    const auto initializeSomehow = [&] {
       APOInitSystemEffects2 data = blob();
-      data.APOInit.cbSize = random();
-      data.nSoftwareIoDeviceInCollection = below(5);
+      data.APOInit.cbSize = fuzzer.any();
+      data.nSoftwareIoDeviceInCollection = fuzzer.below(5);
       for (auto& part : {&data.AudioProcessingMode.Data1, &data.APOInit.clsid.Data1})
-        if (below(3) == 0) *part = random();
-      if (below(10) == 0) data.pDeviceCollection = nullptr;
-      const UINT32 sizes[] = {88, 88, 56, below(120), random()};
-      microphone.store.texts[4].assign(below(300), static_cast<wchar_t>(below(65536)));
-      IAudioMediaType* answer = nullptr;
+        if (fuzzer.once(3)) *part = fuzzer.any();
+      if (fuzzer.once(10)) data.pDeviceCollection = nullptr;
+      const UINT32 sizes[] = {88, 88, 56, fuzzer.below(120), fuzzer.any()};
+      return initialize(object, data, sizes[fuzzer.below(5)]);
+    };
+    for (int step = 0; step < 40; ++step) {
+      fuzzer.drawFormats();
+      microphone.store.texts[4].assign(fuzzer.below(300),
+                                       static_cast<wchar_t>(fuzzer.below(65536)));
       HRESULT result = S_OK;
-      switch (below(6)) {
+      switch (fuzzer.below(6)) {
         case 0:
-          result = initialize(object, data, sizes[below(5)]);
+          result = initializeSomehow();
           break;
-        case 1: {
-          APO_CONNECTION_DESCRIPTOR in{};
-          in.pBuffer = random();
-          in.u32MaxFrameCount = random();
-          in.pFormat = below(20) == 0 ? nullptr : &formats[0];
-          APO_CONNECTION_DESCRIPTOR out = in;
-          if (below(2) == 0) out.pFormat = &formats[1];
-          APO_CONNECTION_DESCRIPTOR* list[] = {&in, &out, nullptr};
-          result = object.configuration->LockForProcess(
-              below(3) == 0 ? random() : 1, &list[below(20) == 0 ? 2 : 0],
-              below(9) == 0 ? below(3) : 1, below(20) == 0 ? nullptr : &list[1]);
+        case 1:
+          result = fuzzer.lock(object);
           locked += result == S_OK ? 1 : 0;
           break;
-        }
         case 2:
           result = object.configuration->UnlockForProcess();
           break;
         case 3:
-          result = object.object->IsInputFormatSupported(below(3) == 0 ? nullptr : &formats[0],
-                                                         &formats[1], &answer);
+          result = fuzzer.ask(object, &IAudioProcessingObject::IsInputFormatSupported);
           break;
         case 4:
-          result = object.object->IsOutputFormatSupported(below(3) == 0 ? nullptr : &formats[0],
-                                                          &formats[1], &answer);
+          result = fuzzer.ask(object, &IAudioProcessingObject::IsOutputFormatSupported);
           break;
-        default: {
-          APO_CONNECTION_PROPERTY in{};
-          in.pBuffer = reinterpret_cast<UINT_PTR>(samples.data());
-          in.u32ValidFrameCount = below(481);
-          in.u32BufferFlags = static_cast<APO_BUFFER_FLAGS>(below(4));
-          APO_CONNECTION_PROPERTY out = in;
-          APO_CONNECTION_PROPERTY *inputs = &in, *outputs = &out;
-          for (float& sample : samples) {
-            const std::uint32_t bits = random();
-            std::memcpy(&sample, &bits, sizeof sample);
-          }
-          const UINT32 connections = below(5) == 0 ? below(3) * 2 : 1;
-          object.realTime->APOProcess(connections, &inputs, connections, &outputs);
-        }
+        default:
+          fuzzer.process(object);
       }
-      if (answer != nullptr) answer->Release();
       const auto code = static_cast<unsigned>(result);
       const bool known = result == S_OK || (code >> 16) == 0x887D || result == E_POINTER ||
                          result == E_INVALIDARG || result == E_UNEXPECTED || result == E_FAIL;
-      ASSERT_TRUE(known) << "life " << life << ", step " << step << ": " << std::hex << code;
+      ASSERT_TRUE(known) << lives.done() << ", step " << step << ": " << std::hex << code;
     }
     object = CaptureObject();
-    ASSERT_EQ(formats[0].references + formats[1].references, 0U) << "life " << life;
+    ASSERT_EQ(fuzzer.formats[0].references + fuzzer.formats[1].references, 0U) << lives.done();
   }
   EXPECT_GT(locked, 8);
-  EXPECT_LT(committedBytes(), memory + (8U << 20));
+  EXPECT_LT(residentBytes(), memory + (8U << 20));
 }
 
 }  // namespace

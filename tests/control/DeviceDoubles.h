@@ -45,6 +45,20 @@ class Double : public Interface {
   std::atomic<ULONG> references{0};  // held by the code under test
 };
 
+// A double with a count for the caller, or a failure without one.
+template <class Interface>
+HRESULT handOut(Double<Interface>* found, Interface** object, HRESULT failure = E_INVALIDARG) {
+  *object = found;
+  if (found == nullptr) return failure;
+  found->AddRef();
+  return S_OK;
+}
+inline wchar_t* taskText(const std::wstring& text) {
+  auto* const copy = static_cast<wchar_t*>(CoTaskMemAlloc((text.size() + 1) * sizeof(wchar_t)));
+  std::copy_n(text.c_str(), text.size() + 1, copy);
+  return copy;
+}
+
 class FakeStore : public Double<IPropertyStore> {
  public:
   // By property id: 4 and 8 of the endpoint's set, 14 of the device's.
@@ -58,9 +72,7 @@ class FakeStore : public Double<IPropertyStore> {
     if (key.pid != 14 && !IsEqualGUID(key.fmtid, endpointSet)) return E_INVALIDARG;
     if (const auto text = texts.find(key.pid); text != texts.end()) {
       value->vt = VT_LPWSTR;
-      const std::size_t bytes = (text->second.size() + 1) * sizeof(wchar_t);
-      value->pwszVal = static_cast<wchar_t*>(CoTaskMemAlloc(bytes));
-      std::copy_n(text->second.c_str(), text->second.size() + 1, value->pwszVal);
+      value->pwszVal = taskText(text->second);
     } else if (const auto number = numbers.find(key.pid); number != numbers.end()) {
       value->vt = VT_UI4;
       value->ulVal = number->second;
@@ -266,16 +278,11 @@ class FakeDevice : public Double<IMMDevice> {
     return volume.QueryInterface(wanted, object);
   }
   HRESULT STDMETHODCALLTYPE OpenPropertyStore(DWORD access, IPropertyStore** opened) override {
-    *opened = nullptr;
-    if (access != STGM_READ) return E_INVALIDARG;
-    return store.QueryInterface(__uuidof(IPropertyStore), reinterpret_cast<void**>(opened));
+    return handOut<IPropertyStore>(access == STGM_READ ? &store : nullptr, opened);
   }
   HRESULT STDMETHODCALLTYPE GetId(LPWSTR* text) override {
-    *text = nullptr;
-    if (!tellsId) return AUDCLNT_E_DEVICE_INVALIDATED;
-    *text = static_cast<wchar_t*>(CoTaskMemAlloc((id.size() + 1) * sizeof(wchar_t)));
-    std::copy_n(id.c_str(), id.size() + 1, *text);
-    return S_OK;
+    *text = tellsId ? taskText(id) : nullptr;
+    return tellsId ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
   }
   HRESULT STDMETHODCALLTYPE GetState(DWORD* now) override {
     *now = state;
@@ -296,9 +303,7 @@ class FakeCollection : public Double<IMMDeviceCollection> {
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE Item(UINT position, IMMDevice** device) override {
-    *device = nullptr;
-    if (position >= devices.size()) return E_INVALIDARG;
-    return devices[position]->QueryInterface(__uuidof(IMMDevice), reinterpret_cast<void**>(device));
+    return handOut<IMMDevice>(position < devices.size() ? devices[position] : nullptr, device);
   }
 };
 
@@ -324,22 +329,20 @@ class FakeSystem : public Double<IMMDeviceEnumerator> {
 
   HRESULT STDMETHODCALLTYPE EnumAudioEndpoints(EDataFlow flow, DWORD states,
                                                IMMDeviceCollection** devices) override {
-    *devices = nullptr;
-    if (flow != eCapture) return E_INVALIDARG;
     enumerated_.devices = captureEndpoints.devices;
     std::erase_if(enumerated_.devices,
                   [=](const FakeDevice* device) { return (device->state & states) == 0; });
-    return enumerated_.QueryInterface(__uuidof(IMMDeviceCollection),
-                                      reinterpret_cast<void**>(devices));
+    return handOut<IMMDeviceCollection>(flow == eCapture ? &enumerated_ : nullptr, devices);
   }
   HRESULT STDMETHODCALLTYPE GetDefaultAudioEndpoint(EDataFlow flow, ERole role,
                                                     IMMDevice** device) override {
-    return give(flow == eRender && role == eConsole ? defaultRender : nullptr, device);
+    return handOut<IMMDevice>(flow == eRender && role == eConsole ? defaultRender : nullptr, device,
+                              notFound);
   }
   HRESULT STDMETHODCALLTYPE GetDevice(LPCWSTR id, IMMDevice** device) override {
     const auto& all = captureEndpoints.devices;
     const auto found = std::ranges::find(all, std::wstring(id), &FakeDevice::id);
-    return give(found != all.end() ? *found : nullptr, device);
+    return handOut<IMMDevice>(found != all.end() ? *found : nullptr, device, notFound);
   }
   UNUSED_METHOD(RegisterEndpointNotificationCallback, IMMNotificationClient*)
   UNUSED_METHOD(UnregisterEndpointNotificationCallback, IMMNotificationClient*)
@@ -357,12 +360,7 @@ class FakeSystem : public Double<IMMDeviceEnumerator> {
    private:
     FakeSystem& system_;
   };
-  static HRESULT give(FakeDevice* found, IMMDevice** device) {
-    *device = nullptr;
-    if (found == nullptr) return HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
-    return found->QueryInterface(__uuidof(IMMDevice), reinterpret_cast<void**>(device));
-  }
-
+  static constexpr HRESULT notFound = static_cast<HRESULT>(0x80070490);
   FakeCollection enumerated_;  // of the latest enumeration
   Factory factory_{*this};
   DWORD registration_ = 0;

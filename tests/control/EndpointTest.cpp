@@ -1,6 +1,7 @@
 // Endpoint identity, volume and loopback against doubles of the device interfaces.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <thread>
 
@@ -78,7 +79,7 @@ TEST_F(EndpointIdentity, LastActiveMatchGivesTheDeviceId) {
   expectFound(L"", 0);
 }
 
-TEST_F(EndpointIdentity, NoMatchIsASuccessWithoutAnId) {
+TEST_F(EndpointIdentity, NoMatchIsASuccessWithoutAnIdAndFailuresLeaveNothing) {
   FakeStore number, malformed;
   number.numbers[guidProperty] = 7;
   malformed.texts[guidProperty] = L"{not a guid}";
@@ -88,9 +89,7 @@ TEST_F(EndpointIdentity, NoMatchIsASuccessWithoutAnId) {
     expectFound(L"", 0, false);
   }
   EXPECT_EQ(endpoint.jackSubTypeString, L"{jack}");
-}
 
-TEST_F(EndpointIdentity, FailuresLeaveNothing) {
   FakeCollection empty;
   ASSERT_EQ(identify(), S_OK);
   EXPECT_EQ(endpoint.identify(nullptr, &microphone.store, 0), E_INVALIDARG);
@@ -135,7 +134,6 @@ class Volume : public Devices {
       EXPECT_FLOAT_EQ(loadVolumes(image).second, second);
     }
   }
-  bool effectsTold() { return WaitForSingleObject(effects.get(), 0) == WAIT_OBJECT_0; }
 
   Arena arena;
   LockBlock lockBlock;
@@ -147,37 +145,43 @@ class Volume : public Devices {
 };
 
 TEST_F(Volume, NotificationsFollowMuteAndMasterButNotAChannelAlone) {
+  struct Change {
+    float scalar, masterDb;
+    bool muted;
+    std::vector<float> channels;
+    const char* failing;
+    HRESULT answer;
+    std::array<float, 3> seen;  // dB: master, first, second
+    bool told;
+  };
+  constexpr float silence = -INFINITY;
   addAndTake();
   expectVolumes(gain(-6), gain(-3), gain(-12));
   FakeVolume& volume = microphone.volume;
-  volume.channelDb = {-20.0F, -30.0F};
-  EXPECT_EQ(volume.notify(), S_OK);
-  expectVolumes(gain(-6), gain(-3), gain(-12));
-  EXPECT_FALSE(effectsTold());
-  for (const bool muted : {true, false}) {
-    volume.muted = muted;
-    EXPECT_EQ(volume.notify(), S_OK);
-    EXPECT_EQ(notification.isMuted(L"mic"), muted);
-    muted ? expectVolumes(0, 0, 0) : expectVolumes(gain(-6), gain(-3), gain(-12));
-    EXPECT_TRUE(effectsTold());
+  for (const Change& change : {
+           Change{0.5F, -6, false, {-20, -30}, "", S_OK, {-6, -3, -12}, false},
+           {0.5F, -6, true, {-20, -30}, "", S_OK, {silence, silence, silence}, true},
+           {0.5F, -6, false, {-20, -30}, "", S_OK, {-6, -3, -12}, true},
+           {0.0F, -120, false, {-20, -30}, "", S_OK, {-100, -20, -30}, true},
+           {0.7F, -1, false, {-20, -30}, "channel", E_ACCESSDENIED, {-100, -20, -30}, false},
+           {0.7F, -1, false, {-20, -30}, "", S_OK, {-100, -20, -30}, false},  // stored already
+           {0.8F, -2, false, {-120, -130, -9}, "", S_OK, {-2, -100, -100}, true},
+       }) {
+    volume.masterScalar = change.scalar;
+    volume.masterDb = change.masterDb;
+    volume.muted = change.muted;
+    volume.channelDb = change.channels;  // one more at last than at the lock
+    volume.failing = change.failing;
+    EXPECT_EQ(volume.notify(), change.answer);
+    EXPECT_EQ(notification.isMuted(L"mic"), change.muted);
+    expectVolumes(gain(change.seen[0]), gain(change.seen[1]), gain(change.seen[2]));
+    EXPECT_EQ(WaitForSingleObject(effects.get(), 0) == WAIT_OBJECT_0, change.told);
   }
-  EXPECT_EQ(change(0.0F, -120.0F), S_OK);
-  expectVolumes(1e-5F, gain(-20), gain(-30));
-  EXPECT_TRUE(effectsTold());
-  volume.failing = "channel";
-  EXPECT_EQ(change(0.7F, -1.0F), E_ACCESSDENIED);
-  volume.failing.clear();
-  EXPECT_EQ(volume.notify(), S_OK);  // the new master is stored already: nothing changed
-  expectVolumes(1e-5F, gain(-20), gain(-30));
-  EXPECT_FALSE(effectsTold());
-  volume.channelDb = {-120.0F, -130.0F, -9.0F};  // a channel more than at the lock
-  EXPECT_EQ(change(0.8F, -2.0F), S_OK);
-  expectVolumes(gain(-2), 1e-5F, 1e-5F);
   EXPECT_EQ(volume.callbacks.at(0)->OnNotify(nullptr), E_POINTER);
 }
 
 TEST_F(Volume, ACallbackKeepsTheWholeReading) {
-  ComPtr<_CAudioEndpointVolumeCallback> callback =
+  const auto callback =
       ComPtr<_CAudioEndpointVolumeCallback>::attach(new _CAudioEndpointVolumeCallback(L"mic"));
   EXPECT_EQ(callback->levels().masterDb, 1.17549435e-38F);
   microphone.volume.channelDb = {-3.0F, -12.0F, -30.0F};
@@ -253,18 +257,12 @@ TEST_F(Volume, WhatCannotBeReadDecidesWhatTheLockSees) {
   EXPECT_FALSE(add());
 }
 
-TEST_F(Volume, SecondLockKeepsTheFirstRegistration) {
-  microphone.volume.muted = true;
-  ASSERT_TRUE(add());
-  EXPECT_TRUE(notification.isMuted(L"mic"));
-  auto* const first = microphone.volume.callbacks.at(0);
-  ASSERT_TRUE(add());
-  EXPECT_EQ(microphone.volume.callbacks, std::vector{first});
-}
-
-TEST_F(Volume, LongDeviceIdCutsTheEventsNameOnly) {
+TEST_F(Volume, LongDeviceIdCutsTheEventsNameOnlyAndTheFirstRegistrationStays) {
   microphone.id = std::wstring(300, L'i');
   ASSERT_TRUE(add());
+  const auto first = microphone.volume.callbacks;
+  ASSERT_TRUE(add());
+  EXPECT_EQ(microphone.volume.callbacks, first);
   EXPECT_EQ(notification.channelCount(microphone.id), 2U);
   const auto name = L"Global\\VellumicAPOVolumeChangeEvent" + std::wstring(220, L'i');
   const KernelHandle event(OpenEventW(SYNCHRONIZE, FALSE, name.c_str()));
@@ -272,6 +270,9 @@ TEST_F(Volume, LongDeviceIdCutsTheEventsNameOnly) {
   microphone.volume.muted = true;
   microphone.volume.notify();
   EXPECT_EQ(WaitForSingleObject(event.get(), 0), WAIT_OBJECT_0);
+  notification.clear();
+  ASSERT_TRUE(add());
+  EXPECT_TRUE(notification.isMuted(microphone.id));  // from the start
 }
 
 TEST_F(Volume, UnregisteringWaitsForANotificationWithoutDeadlock) {

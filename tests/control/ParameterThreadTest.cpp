@@ -1,28 +1,29 @@
 // The parameter thread on an object that has everything but COM.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <atomic>
-#include <chrono>
 #include <functional>
 #include <thread>
 
 #include "control/HandleParameterThread.h"
 #include "engine/FrameEngine.h"
-#include "engine/ProcessBlock.h"
 #include "tests/control/RegistrySandbox.h"
-#include "tests/control/ServiceDouble.h"
+#include "tests/control/ServiceObjects.h"
 #include "tests/support/MachineNames.h"
 #include "tests/support/SystemCalls.h"
 
 namespace vellumic::test {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 struct Options {
   bool initializeSucceeds = true, propertyEvent = true, pingEvent = true;
 };
+
+template <class Condition>
+bool comes(Condition condition, int patienceMs = 5000) {
+  for (int wait = 0; wait < patienceMs && !condition(); ++wait) Sleep(1);
+  return condition();
+}
 
 template <EffectMode lockMode, EffectMode workerMode, bool copiesEqualizerEffect = false>
 class CaptureObject
@@ -33,7 +34,7 @@ class CaptureObject
  public:
   static constexpr ParameterThreadTraits parameterThreadTraits{workerMode, copiesEqualizerEffect};
 
-  explicit CaptureObject(Options options = {}) : engine(LoopbackOpener{}) {
+  explicit CaptureObject(Options options = {}) {
     const LockScope scope(sync.objectLock);
     EXPECT_TRUE(sets.allocate());
     readInitialSetting(sets.rawParameters(), sets.rawParameters());
@@ -42,7 +43,6 @@ class CaptureObject
     if (options.propertyEvent) sync.event(ThreadEvent::reload) = createOpenEvent(nullptr);
     if (options.pingEvent) sync.event(ThreadEvent::ping) = createOpenEvent(machine::pingEvent);
     updateStatus([](StatusBlock& block) { block.instance.Data1 = 77; });
-    this->endpointGuidString = L"{endpoint}";
     open();
     this->start(this);
     Sleep(5);  // the thread must wait for the end of this scope
@@ -50,14 +50,11 @@ class CaptureObject
   }
   ~CaptureObject() { this->shutDown(sync); }
 
-  void lockStream() {
-    EXPECT_TRUE(sets.lock({.sampleRate = 48000.0F}, processingMode, lockMode, context));
-  }
   ParameterThreadSubject parameterThreadSubject() {
     return {sync, arena, sets, *this, *this, *this, isInitialized, processingMode};
   }
   // Signals a reload; true when a new set was ready in time, which a busy machine gets.
-  bool reload(DWORD patienceMs = 60000) {
+  bool reload(int patienceMs = 60000) {
     const auto pending = [this](bool clear) {
       const LockScope scope(sync.parameterLock);
       if (clear) sync.pending = 0;
@@ -65,20 +62,13 @@ class CaptureObject
     };
     pending(true);
     SetEvent(sync.event(ThreadEvent::reload).get());
-    const auto end = Clock::now() + std::chrono::milliseconds(patienceMs);
-    while (!pending(false) && Clock::now() < end) Sleep(1);
-    return pending(false);
-  }
-  float pending(Entry entry) {
-    const LockScope scope(sync.parameterLock);
-    return sets.pendingImage()[entry];
+    return comes([&] { return pending(false); }, patienceMs);
   }
 
   Arena arena;
   ParameterSync sync;
-  FrameEngine engine;
+  FrameEngine engine{LoopbackOpener{}};
   ParameterSets sets{arena, engine, sync};
-  ProcessContext context;
   std::atomic<bool> isInitialized{false};
   ProcessingMode processingMode = ProcessingMode::standard;
 };
@@ -102,39 +92,6 @@ class ParameterThread : public testing::Test {
   RegistrySandbox registry;
 };
 
-TEST_F(ParameterThread, ReloadReachesRunningAudioWhichNeverWaits) {
-  Endpoint object;
-  object.lockStream();
-  std::atomic<bool> run{true};
-  std::atomic<float> heard{0.0F};
-  std::atomic<int> calls{0};
-  std::thread audio([&] {
-    std::array<float, 960> buffer{};
-    object.context.inputBuffer = object.context.outputBuffer = buffer.data();
-    object.context.inputFlags = buffer_flags::valid;
-    object.context.inputValidFrames = 480;
-    for (; run; ++calls) {
-      processBlock(object.context);
-      heard = (*object.context.imageSlot)[index(Entry::rawCopy)];
-      Sleep(1);
-    }
-  });
-  for (float mark = 2.0F; mark < 6.0F; ++mark) {
-    write(mark);
-    SetEvent(object.sync.event(ThreadEvent::reload).get());
-    for (int wait = 0; wait < 5000 && heard != mark; ++wait) Sleep(1);
-    EXPECT_EQ(heard, mark);
-  }
-  {
-    const LockScope builderAtWork(object.sync.parameterLock);
-    const int before = calls;
-    for (int wait = 0; wait < 5000 && calls < before + 20; ++wait) Sleep(1);
-    EXPECT_GE(calls, before + 20);
-  }
-  run = false;
-  audio.join();
-}
-
 TEST_F(ParameterThread, TwoSignalsDuringOneReloadGiveOneMore) {
   Endpoint object;
   ASSERT_TRUE(object.reload());
@@ -149,26 +106,26 @@ TEST_F(ParameterThread, TwoSignalsDuringOneReloadGiveOneMore) {
     return true;
   };
   SetEvent(object.sync.event(ThreadEvent::reload).get());
-  for (int wait = 0; wait < 5000 && reloads < 2; ++wait) Sleep(1);
+  EXPECT_TRUE(comes([&] { return reloads == 2; }));
   Sleep(100);
   EXPECT_EQ(reloads, 2);
 }
 
-TEST_F(ParameterThread, ReloadOutsideAudioWaitsAndLeavesTheFourChannelForm) {
+TEST_F(ParameterThread, AReloadWaitsForTheAudioAndLeavesTheFourChannelForm) {
   KeywordDetector object;
-  object.lockStream();
-  EXPECT_EQ(object.sets.currentImage()[Entry::effectMode], 12.0F);
-  EXPECT_EQ(object.sync.pending, 0);
+  ProcessContext context;
+  EXPECT_TRUE(object.sets.lock({.sampleRate = 48000.0F}, object.processingMode,
+                               EffectMode::arrayFourChannel, context));
   write(3.0F);
-  ASSERT_TRUE(object.reload());
-  EXPECT_EQ(object.pending(Entry::rawCopy), 3.0F);
-  EXPECT_EQ(object.pending(Entry::effectMode), 9.0F);
-  EXPECT_EQ(object.sync.pending, 1);
-  EXPECT_EQ(object.sets.currentImage()[Entry::effectMode], 12.0F);
-
-  registry.select(L"absent");  // the values read last stay
-  ASSERT_TRUE(object.reload());
-  EXPECT_EQ(object.pending(Entry::rawCopy), 3.0F);
+  for (const wchar_t* setting : {L"2", L"absent"}) {  // the values read last stay
+    registry.select(setting);
+    ASSERT_TRUE(object.reload());
+    const LockScope scope(object.sync.parameterLock);
+    EXPECT_EQ(object.sync.pending, 1);
+    EXPECT_EQ(object.sets.pendingImage()[Entry::rawCopy], 3.0F);
+    EXPECT_EQ(object.sets.pendingImage()[Entry::effectMode], 9.0F);
+    EXPECT_EQ(object.sets.currentImage()[Entry::effectMode], 12.0F);
+  }
   registry.remove(registry.settingsPath());
   EXPECT_FALSE(object.reload(200));
 }
@@ -205,7 +162,7 @@ TEST_F(ParameterThread, ChangedEffectsAreSignalled) {
 }
 
 TEST_F(ParameterThread, PingPublishesOnceAndItsFallbackOnEveryWait) {
-  const Service service("serve");
+  const ServiceObjects service;
   {
     Endpoint object;
     const KernelHandle ping(OpenEventW(EVENT_MODIFY_STATE, FALSE, machine::pingEvent));
@@ -214,7 +171,7 @@ TEST_F(ParameterThread, PingPublishesOnceAndItsFallbackOnEveryWait) {
       EXPECT_TRUE(service.signalled(5000));
       EXPECT_FALSE(service.signalled(50));
     }
-    EXPECT_EQ(service.board().block.instance.Data1, 77U);
+    EXPECT_EQ(service.block().instance.Data1, 77U);
   }
   Endpoint object({.pingEvent = false});
   ASSERT_TRUE(object.reload());  // past its start-up
@@ -230,17 +187,16 @@ TEST_F(ParameterThread, EndsInEveryState) {
   EXPECT_EQ(openObjects(), before);
   {
     Endpoint failed({.initializeSucceeds = false});
-    for (int wait = 0; wait < 5000 && failed.running != 0; ++wait) Sleep(1);
-    EXPECT_EQ(failed.running, 0U);
+    EXPECT_TRUE(comes([&] { return failed.running == 0; }));
     failed.stop();
     failed.isInitialized = true;
     failed.start(&failed);  // a later try
     ASSERT_TRUE(failed.reload());
-    for (const auto which : {ThreadEvent::unused1, ThreadEvent::unused2, ThreadEvent::unused3})
+    for (const auto which : {ThreadEvent::unused1, ThreadEvent::unused2, ThreadEvent::unused3}) {
       SetEvent(failed.sync.event(which).get());
-    EXPECT_TRUE(failed.reload());
-    for (const auto which : {ThreadEvent::unused1, ThreadEvent::unused2, ThreadEvent::unused3})
+      EXPECT_TRUE(failed.reload());
       ResetEvent(failed.sync.event(which).get());
+    }
     const auto blocks = failed.arena.liveCount();
     failed.shutDown(failed.sync);
     EXPECT_EQ(failed.arena.liveCount(), blocks - 1);  // the reader's array
@@ -256,65 +212,18 @@ TEST_F(ParameterThread, EndsInEveryState) {
   }
   ownSystemCalls().onRegistryQuery = nullptr;
   OpenObjects after = openObjects();
-  after.keys -= 2;  // the earlier reloads', of the objects that reloaded twice
+  after.keys -= 4;  // the earlier reloads', of the objects that reloaded more than once
   EXPECT_EQ(after, before);
 }
 
-// The worker on this thread: its exit code, and what it took of the arena meanwhile.
-TEST_F(ParameterThread, RunsOnlyWhenItCanRead) {
+// The worker on this thread, without room for its array.
+TEST_F(ParameterThread, EndsWithoutMemory) {
   Endpoint object;
   object.shutDown(object.sync);
-  const auto run = [&](bool initialized) {
-    std::atomic<std::uint32_t> running{1};
-    object.isInitialized = initialized;
-    SetEvent(object.sync.event(ThreadEvent::stop).get());
-    const auto code =
-        ParameterWorker(object.parameterThreadSubject(), Endpoint::parameterThreadTraits, running)
-            .run();
-    return std::pair(code, running.load());
-  };
-  EXPECT_EQ(run(false), std::pair(1UL, 0U));
-  EXPECT_EQ(run(true), std::pair(0UL, 0U));
   (void)object.arena.allocate(Arena::capacity - object.arena.used() - 1);
-  EXPECT_EQ(run(true), std::pair(1UL, 1U));
-}
-
-TEST_F(ParameterThread, ManyReloadsLoseOneKeyEachAndNothingElse) {
-  constexpr int reloads = 50;
-  registry.write(std::wstring(machine::renderEndpoints) + L"{endpoint}\\FxProperties", L"", 0);
-  ownSystemCalls().onRegistryQuery = [] { return true; };
-  const OpenObjects before = openObjects();
-  {
-    Endpoint object;
-    ASSERT_TRUE(object.reload());
-    const OpenObjects first = openObjects();
-    EXPECT_EQ(first.keys, before.keys + 3);  // the setting's tree, the endpoint, the product
-    const auto used = object.arena.used();
-    for (int reload = 1; reload < reloads; ++reload) ASSERT_TRUE(object.reload());
-    EXPECT_EQ(openObjects().handles, first.handles);
-    EXPECT_EQ(openObjects().keys, first.keys + reloads - 1);
-    EXPECT_EQ(object.arena.used(), used);
-  }
-  EXPECT_EQ(openObjects().keys, before.keys + reloads - 1);
-  EXPECT_EQ(openObjects().handles, before.handles);
-}
-
-TEST_F(ParameterThread, StoppingItselfIsAnError) {
-  struct Stopper : CHandleParameterThread<Stopper> {
-  } stopper;
-  std::atomic<bool> go{false};
-  std::error_code code;
-  stopper.thread = std::thread([&] {
-    while (!go) Sleep(1);
-    try {
-      stopper.stop();
-    } catch (const std::system_error& error) {
-      code = error.code();
-    }
-  });
-  go = true;
-  stopper.thread.join();
-  EXPECT_EQ(code, std::errc::resource_deadlock_would_occur);
+  std::atomic<std::uint32_t> running{1};
+  ParameterWorker worker(object.parameterThreadSubject(), Endpoint::parameterThreadTraits, running);
+  EXPECT_EQ(worker.run(), 1U);
 }
 
 }  // namespace

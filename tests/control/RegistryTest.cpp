@@ -32,6 +32,10 @@ class RegistryTest : public testing::Test {
                                    values.second());
     return count;
   }
+  int outputPath() {
+    parameters.readHardwareOutputPath();
+    return parameters.hardwareOutputPath;
+  }
 
   RegistrySandbox registry;
   CParametersInRegistry parameters;
@@ -166,48 +170,40 @@ TEST_F(RegistryTest, AnyTypeAndSizeIsRead) {
 }
 
 TEST_F(RegistryTest, HardwareOutputPathMapsTheChoice) {
-  const auto path = [this] {
-    parameters.readHardwareOutputPath();
-    return parameters.hardwareOutputPath;
-  };
-  EXPECT_EQ(path(), 3);
+  EXPECT_EQ(outputPath(), 3);
   constexpr int expected[] = {3, 0, 1, 2, 1};
   for (DWORD choice = 0; choice < 5; ++choice) {
     registry.write(machine::product, L"HardwareOutputPath", choice);
-    EXPECT_EQ(path(), expected[choice]) << choice;
+    EXPECT_EQ(outputPath(), expected[choice]) << choice;
   }
   registry.write(machine::product, L"HardwareOutputPath", std::wstring(L"too long"));
-  EXPECT_EQ(path(), 3);
+  EXPECT_EQ(outputPath(), 3);
 }
 
 TEST_F(RegistryTest, HeadsetOverrideIsTheLastMatchingDevices) {
   const auto device = [this](const wchar_t* number, const std::wstring& driver) {
     const std::wstring path = std::wstring(machine::audioClass) + number;
     registry.write(path, L"Driver", driver);
+    registry.write(path + L"\\HeadsetStatus", L"HeadsetStatus", 2);
     return path + L"\\HeadsetStatus";
   };
   const auto first = device(L"\\0000", L"isstrtc.sys"), second = device(L"\\0001", L"isstrtc.sys");
-  registry.write(device(L"\\0002", L"ISSTRTC.SYS"), L"HeadsetStatus", 2);
-  registry.write(device(L"\\0003", std::wstring(126, L'd')),  // 254 bytes, the longest
-                 L"HeadsetStatus", 2);
+  device(L"\\0002", L"ISSTRTC.SYS");
+  device(L"\\0003", std::wstring(126, L'd'));  // 254 bytes, the longest
+  device(L"\\0004", L"isstrtc.sys");
   registry.write(std::wstring(machine::audioClass) + L"\\0004", L"Driver", REG_EXPAND_SZ,
                  L"isstrtc.sys", 24);
   const int keys = openObjects().keys;
-  const auto path = [this] {
-    parameters.readHardwareOutputPath();
-    return parameters.hardwareOutputPath;
-  };
   registry.write(first, L"HeadsetStatus", 1);
-  registry.write(second, L"HeadsetStatus", 2);
-  EXPECT_EQ(path(), 0);
+  EXPECT_EQ(outputPath(), 0);
   EXPECT_EQ(openObjects().keys, keys + 2);  // of several devices the last one's closes in the end
-  registry.write(second, L"HeadsetStatus", std::wstring(L"1"));  // not a DWORD: the first stays
-  EXPECT_EQ(path(), 1);
-  constexpr std::array<DWORD, 2> tooLong{2, 2};
-  registry.write(second, L"HeadsetStatus", REG_DWORD, tooLong.data(), sizeof tooLong);
-  EXPECT_EQ(path(), 1);
+  constexpr std::array<DWORD, 2> tooLong{2, 2};  // the first stays
+  for (const auto& [type, size] : {std::pair<DWORD, DWORD>(REG_SZ, 4), {REG_DWORD, 8}}) {
+    registry.write(second, L"HeadsetStatus", type, tooLong.data(), size);
+    EXPECT_EQ(outputPath(), 1);
+  }
   registry.remove(second);
-  EXPECT_EQ(path(), 1);
+  EXPECT_EQ(outputPath(), 1);
   EXPECT_FALSE(parameters.headsetStatusKey);
 }
 

@@ -1,11 +1,11 @@
-// The link to the service, against a service in a process of its own.
+// The link to the service.
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <thread>
 
 #include "control/SharedMemoryAccessHandler.h"
-#include "tests/control/ServiceDouble.h"
+#include "tests/control/ServiceObjects.h"
 #include "tests/support/SystemCalls.h"
 
 namespace vellumic::test {
@@ -29,7 +29,7 @@ TEST(StatusLink, WithoutAServiceNothingIsOpenAndPublishingDoesNothing) {
 }
 
 TEST(StatusLink, LastWriterWinsAndTeardownPublishesNothing) {
-  const Service service("serve");
+  const ServiceObjects service;
   const OpenObjects before = openObjects();
   {
     Link first(1), second(2), nameless(0);
@@ -38,7 +38,7 @@ TEST(StatusLink, LastWriterWinsAndTeardownPublishesNothing) {
       link->publishStatus();
       EXPECT_EQ(service.signalled(), link != &nameless);
     }
-    EXPECT_EQ(service.board().block.instance.Data4[7], 2);
+    EXPECT_EQ(service.block().instance.Data4[7], 2);
     first.abandonLink();
     EXPECT_TRUE(first.sharedMemoryMutex);
     StatusBlock last = second.statusBlock();
@@ -48,48 +48,44 @@ TEST(StatusLink, LastWriterWinsAndTeardownPublishesNothing) {
     const StatusBlock told = second.statusBlock();
     EXPECT_EQ(std::memcmp(&told, &last, sizeof last), 0);
   }
-  EXPECT_EQ(service.board().block.alive, 1);  // the object is gone, its block is not told
+  EXPECT_EQ(service.block().alive, 1);  // the object is gone, its block is not told
   EXPECT_FALSE(service.signalled());
   EXPECT_EQ(openObjects(), before);
 }
 
 TEST(StatusLink, WhatAServiceLacksIsDoneWithout) {
   {
-    const Service otherVersion("serve-version-4");
+    const ServiceObjects otherVersion(4);
     Link link(1);
     EXPECT_FALSE(link.open());
     EXPECT_TRUE(link.mappingHandle && !link.view && link.sharedMemoryEvent);
     link.publishStatus();
     EXPECT_TRUE(otherVersion.signalled());
-    EXPECT_EQ(otherVersion.board().block.instance.Data4[7], 0);
+    EXPECT_EQ(otherVersion.block().instance.Data4[7], 0);
   }
-  const Service withoutEvent("serve-without-event");
+  const ServiceObjects withoutEvent(5, nullptr);
   Link link(1);
   EXPECT_FALSE(link.open());
   EXPECT_FALSE(link.mappingHandle || link.view || link.sharedMemoryEvent);
 }
 
-TEST(StatusLink, HeldMutexDropsOnePublication) {
-  Service service("serve-held-mutex");
-  Link link(1);
-  ASSERT_TRUE(link.open());
-  link.publishStatus();
-  EXPECT_FALSE(service.signalled());
-  service.releaseMutex();
-  link.publishStatus();
-  EXPECT_TRUE(service.signalled());
-}
-
-TEST(StatusLink, AbandonedMutexDropsOnePublicationAndIsPassedOn) {
-  Service service("serve-abandoned-mutex");
+// A mutex that somebody holds, or held when he died, costs one publication and is passed on.
+TEST(StatusLink, HeldAndAbandonedMutexesDropOnePublication) {
+  const ServiceObjects service;
   Link first(1), second(2);
   ASSERT_TRUE(first.open() && second.open());
-  service.quit();
+  const auto elsewhere = [](auto action) { std::thread(action).join(); };
+  const auto take = [&] { WaitForSingleObject(service.mutex(), INFINITE); };
+  take();
+  elsewhere([&] { first.publishStatus(); });
+  EXPECT_FALSE(service.signalled());
+  ReleaseMutex(service.mutex());
+  elsewhere(take);
   first.publishStatus();
   EXPECT_FALSE(service.signalled());
-  std::thread([&] { second.publishStatus(); }).join();  // would wait if the first thread kept it
+  elsewhere([&] { second.publishStatus(); });  // would wait if this thread kept it
   EXPECT_TRUE(service.signalled());
-  EXPECT_EQ(service.board().block.instance.Data4[7], 2);
+  EXPECT_EQ(service.block().instance.Data4[7], 2);
 }
 
 }  // namespace
