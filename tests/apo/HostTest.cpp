@@ -12,7 +12,7 @@
 #include <random>
 #include <sstream>
 
-#include "control/Handle.h"
+#include "tests/control/ServiceObjects.h"
 #include "tools/ProgramPath.h"
 #include "tools/WaveFile.h"
 
@@ -92,6 +92,7 @@ TEST_F(Host, GivesTheRenderersSamples) {
       "--class kdmfx --mode speech " + factory + "four.wav",
       "--class kdmfx --mode default " + factory + "two.wav",
   };
+  const test::ServiceObjects service;
   for (const std::string& line : cases) {
     SCOPED_TRACE(line);
     const std::size_t name = line.rfind(' ') + 1;
@@ -106,6 +107,8 @@ TEST_F(Host, GivesTheRenderersSamples) {
     EXPECT_EQ(std::memcmp(a.samples.data(), b.samples.data(), a.samples.size() * sizeof(float)), 0);
     const WaveData input = readWave(path(line.substr(name).c_str()));
     EXPECT_NE(a.samples, input.samples);  // something was done
+    // The effect, in a process of its own, found its microphone among the real ones.
+    EXPECT_TRUE(std::wstring(service.block().deviceId.data()).starts_with(L"{0.0.1.00000000}.{"));
   }
 }
 
