@@ -19,9 +19,9 @@ std::string exact(double value) {
   return text;
 }
 
-// "p1 p2 | value shortfall f1 f2 ;"
+// "p1 p2 | value shortfall f1 f2 ;", a quick one with "~ " before.
 std::string lineOf(const Journal::Entry& entry) {
-  std::string line;
+  std::string line = entry.depth == Depth::quick ? "~ " : "";
   for (const double value : entry.point) line += exact(value) + " ";
   line += "| " + exact(entry.judgement.value) + " " + exact(entry.judgement.shortfall);
   for (const double figure : entry.judgement.figures) line += " " + exact(figure);
@@ -42,7 +42,9 @@ Journal::Entry entryFrom(const std::string& line) {
   std::vector<double> after;
   bool pastBar = false;
   for (std::string word; words >> word && word != ";";) {
-    if (word == "|")
+    if (word == "~" && entry.point.empty())
+      entry.depth = Depth::quick;
+    else if (word == "|")
       pastBar = true;
     else
       (pastBar ? after : entry.point).push_back(numberFrom(word));
@@ -67,7 +69,7 @@ void Journal::remove(const std::string& path) {
 Journal::Journal(std::string path, std::uint64_t print, const Plan& plan)
     : path_(std::move(path)), settings_(plan.space.size()), figures_(plan.goal.size()) {
   std::ostringstream head;
-  head << headStart << "1 " << std::hex << print;
+  head << headStart << "2 " << std::hex << print;
   head_ = head.str();
   if (path_.empty()) return;
   read();
@@ -98,7 +100,7 @@ void Journal::read() {
         if (!line.ends_with(" ;")) throw std::invalid_argument(line);
         Entry entry = entryFrom(line);
         if (!fits(entry)) throw std::invalid_argument(line);
-        index_.emplace(entry.point, entries_.size());
+        index_.emplace(std::pair(entry.point, entry.depth), entries_.size());
         entries_.push_back(std::move(entry));
       } catch (const std::exception&) {
         throw std::runtime_error(path_ + ": line " + std::to_string(entries_.size() + 2) +
@@ -112,14 +114,14 @@ void Journal::read() {
   std::filesystem::resize_file(path_, whole);
 }
 
-const Judgement* Journal::find(const Point& point) const {
-  const auto found = index_.find(point);
+const Judgement* Journal::find(const Point& point, Depth depth) const {
+  const auto found = index_.find({point, depth});
   return found == index_.end() ? nullptr : &entries_[found->second].judgement;
 }
 
-void Journal::add(const Point& point, const Judgement& judgement) {
-  index_.emplace(point, entries_.size());
-  entries_.push_back({point, judgement});
+void Journal::add(const Point& point, Depth depth, const Judgement& judgement) {
+  index_.emplace(std::pair(point, depth), entries_.size());
+  entries_.push_back({point, judgement, depth});
   if (path_.empty()) return;
   file_ << lineOf(entries_.back()) << std::flush;
   if (!file_) throw std::runtime_error(path_ + ": cannot be written; is the disk full?");

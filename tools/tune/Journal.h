@@ -10,6 +10,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tools/tune/Goal.h"
@@ -21,6 +22,7 @@ class Journal {
   struct Entry {
     Point point;
     Judgement judgement;
+    Depth depth = Depth::full;
   };
 
   // Reads what is there and appends from then on; "" keeps no file. Every entry has the plan's
@@ -30,8 +32,8 @@ class Journal {
   // Deletes the file if it is a journal, of whatever plan; throws if it is something else.
   static void remove(const std::string& path);
 
-  const Judgement* find(const Point& point) const;
-  void add(const Point& point, const Judgement& judgement);
+  const Judgement* find(const Point& point, Depth depth) const;
+  void add(const Point& point, Depth depth, const Judgement& judgement);
   const std::vector<Entry>& entries() const { return entries_; }  // in the order of evaluation
 
  private:
@@ -42,7 +44,7 @@ class Journal {
   std::size_t settings_, figures_;  // per entry
   std::ofstream file_;
   std::vector<Entry> entries_;
-  std::map<Point, std::size_t> index_;
+  std::map<std::pair<Point, Depth>, std::size_t> index_;
 };
 
 // FNV-1a, to be fed piece by piece.

@@ -91,8 +91,8 @@ Panel::Panel(const std::vector<Matter>& matter, const Voices& voices, unsigned j
   }
 }
 
-std::vector<quality::Summary> Panel::judge(const RawValues& settings) const {
-  constexpr std::size_t shifts = quality::shiftCount;
+std::vector<quality::Summary> Panel::judge(const RawValues& settings, Depth depth) const {
+  const std::size_t shifts = depth == Depth::quick ? 1 : quality::shiftCount;
   std::vector<std::vector<quality::Figures>> figures(material_.size(),
                                                      std::vector<quality::Figures>(shifts));
   quality::inParallel(material_.size() * shifts, jobs_, [&](std::size_t n) {

@@ -17,9 +17,9 @@ class Panel {
   Panel(const std::vector<Matter>& matter, const Voices& voices, unsigned jobs,
         const std::atomic<bool>& stop);
 
-  // Per scene the figures over all shifts, in the order of names(). Throws Stopped soon after
-  // `stop` was set.
-  std::vector<quality::Summary> judge(const RawValues& settings) const;
+  // Per scene the figures over all shifts, or quickly over one, in the order of names(). Throws
+  // Stopped soon after `stop` was set.
+  std::vector<quality::Summary> judge(const RawValues& settings, Depth depth = Depth::full) const;
 
   const std::vector<std::string>& names() const { return names_; }
   std::uint64_t print() const { return print_; }  // of everything that is judged on

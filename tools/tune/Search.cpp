@@ -29,8 +29,7 @@ double threeDigits(double value) {
 
 class Run {
  public:
-  Run(const Space& space, const std::function<double(const Point&)>& function)
-      : space_(space), function_(function) {
+  Run(const Space& space, const PointValue& function) : space_(space), function_(function) {
     for (std::size_t n = 0; n < space.size(); ++n)
       (space[n].isSwitch ? switches_ : ranges_).push_back(n);
     result_.value = -std::numeric_limits<double>::infinity();
@@ -40,23 +39,31 @@ class Run {
 
  private:
   double evaluate(const Point& point);
-  void optimise(nlopt::opt optimiser, const Point& from, int evaluations);
+  double evaluateQuickly(const Point& point);
+  void optimise(nlopt::opt optimiser, const Point& from, int evaluations, Depth depth);
+  void searchGlobally(const Point& from, int evaluations, std::uint64_t seed);
   Point combination(Point point, std::size_t which) const;
 
   const Space& space_;
-  const std::function<double(const Point&)>& function_;
+  const PointValue& function_;
   std::vector<std::size_t> switches_, ranges_;
   SearchResult result_;
+  std::vector<std::pair<double, Point>> quick_;  // of one global search
 };
 
 double Run::evaluate(const Point& point) {
   const Point at = rounded(space_, point);
-  const double value = function_(at);
+  const double value = function_(at, Depth::full);
   if (value > result_.value) {
     result_.value = value;
     result_.best = at;
   }
   return value;
+}
+
+double Run::evaluateQuickly(const Point& point) {
+  const Point at = rounded(space_, point);
+  return quick_.emplace_back(function_(at, Depth::quick), at).first;
 }
 
 Point Run::combination(Point point, std::size_t which) const {
@@ -66,7 +73,7 @@ Point Run::combination(Point point, std::size_t which) const {
   return point;
 }
 
-void Run::optimise(nlopt::opt optimiser, const Point& from, int evaluations) {
+void Run::optimise(nlopt::opt optimiser, const Point& from, int evaluations, Depth depth) {
   std::vector<double> unit;
   for (const std::size_t n : ranges_) unit.push_back(toUnit(space_[n], from[n]));
   optimiser.set_lower_bounds(0.0);
@@ -76,8 +83,9 @@ void Run::optimise(nlopt::opt optimiser, const Point& from, int evaluations) {
   struct Call {
     Run* run;
     Point from;
+    Depth depth;
     bool stopped;
-  } call{this, from, false};
+  } call{this, from, depth, false};
   optimiser.set_max_objective(
       [](const std::vector<double>& x, std::vector<double>&, void* data) {
         Call& c = *static_cast<Call*>(data);
@@ -85,7 +93,7 @@ void Run::optimise(nlopt::opt optimiser, const Point& from, int evaluations) {
         for (std::size_t n = 0; n < x.size(); ++n)
           point[c.run->ranges_[n]] = fromUnit(c.run->space_[c.run->ranges_[n]], x[n]);
         try {
-          return c.run->evaluate(point);
+          return c.depth == Depth::full ? c.run->evaluate(point) : c.run->evaluateQuickly(point);
         } catch (const Stopped&) {
           c.stopped = true;
           throw nlopt::forced_stop();
@@ -102,6 +110,19 @@ void Run::optimise(nlopt::opt optimiser, const Point& from, int evaluations) {
   }
 }
 
+void Run::searchGlobally(const Point& from, int evaluations, std::uint64_t seed) {
+  const auto dimensions = static_cast<unsigned>(ranges_.size());
+  nlopt::srand(static_cast<unsigned long>(seed));
+  nlopt::opt global(nlopt::GN_CRS2_LM, dimensions);
+  global.set_population(
+      std::clamp(static_cast<unsigned>(evaluations) / 4, dimensions + 1, 10 * (dimensions + 1)));
+  optimise(global, from, evaluations, Depth::quick);
+  std::ranges::stable_sort(quick_, std::greater{}, &std::pair<double, Point>::first);
+  for (std::size_t n = 0; n < std::min<std::size_t>(2, quick_.size()); ++n)
+    evaluate(Point(quick_[n].second));
+  quick_.clear();
+}
+
 SearchResult Run::go(const Budget& budget, std::uint64_t seed) {
   Point start, factory;
   for (const Dimension& d : space_) {
@@ -111,36 +132,44 @@ SearchResult Run::go(const Budget& budget, std::uint64_t seed) {
   try {
     evaluate(start);
     evaluate(factory);
-    const auto dimensions = static_cast<unsigned>(ranges_.size());
-    // The combination that starts best gets half of the evaluations, the next a quarter, and so on.
     std::vector<std::pair<double, Point>> combinations;
     for (std::size_t which = 0; which < std::size_t{1} << switches_.size(); ++which) {
       const Point from = combination(start, which);
       combinations.emplace_back(evaluate(from), from);
     }
     std::ranges::stable_sort(combinations, std::greater{}, &std::pair<double, Point>::first);
-    int share = combinations.size() > 1 ? budget.global / 2 : budget.global;
-    for (const auto& [value, from] : combinations) {
-      if (ranges_.empty() || share < 3) break;
-      nlopt::srand(static_cast<unsigned long>(seed));
-      nlopt::opt global(nlopt::GN_CRS2_LM, dimensions);
-      global.set_population(
-          std::clamp(static_cast<unsigned>(share) / 2, dimensions + 1, 5 * (dimensions + 1)));
-      optimise(global, from, share);
-      share /= 2;
-    }
+    const std::vector<int> shares =
+        globalShares(budget.global, ranges_.size(), combinations.size());
+    for (std::size_t n = 0; n < shares.size(); ++n)
+      searchGlobally(combinations[n].second, shares[n], seed);
     if (!ranges_.empty() && budget.local > 0) {
-      nlopt::opt local(nlopt::LN_SBPLX, dimensions);
+      nlopt::opt local(nlopt::LN_SBPLX, static_cast<unsigned>(ranges_.size()));
       local.set_initial_step(0.1);
-      optimise(local, Point(result_.best), budget.local);
+      optimise(local, Point(result_.best), budget.local, Depth::full);
     }
   } catch (const Stopped&) {
     result_.stopped = true;
+    for (const auto& [value, point] : quick_)  // the best that is known, if only roughly
+      if (value > result_.value) result_.value = value, result_.best = point;
   }
   return result_;
 }
 
 }  // namespace
+
+int leastGlobal(std::size_t ranges) { return ranges == 0 ? 0 : 2 * (static_cast<int>(ranges) + 1); }
+
+std::vector<int> globalShares(int budget, std::size_t ranges, std::size_t combinations) {
+  std::vector<int> shares;
+  for (std::size_t count = combinations; ranges > 0 && count > 0; --count) {
+    shares.assign(count, 0);
+    for (std::size_t n = 0; n < count; ++n)
+      shares[n] = static_cast<int>(static_cast<std::int64_t>(budget) * (1 << (count - 1 - n)) /
+                                   ((1 << count) - 1));
+    if (shares.back() >= leastGlobal(ranges)) return shares;
+  }
+  return {};
+}
 
 Point rounded(const Space& space, Point point) {
   for (std::size_t n = 0; n < space.size(); ++n) {
@@ -155,7 +184,7 @@ Point rounded(const Space& space, Point point) {
 }
 
 SearchResult search(const Space& space, const Budget& budget, std::uint64_t seed,
-                    const std::function<double(const Point&)>& function) {
+                    const PointValue& function) {
   return Run(space, function).go(budget, seed);
 }
 

@@ -30,9 +30,20 @@ using Space = std::vector<Dimension>;
 inline constexpr int mostSwitches = 4;
 
 struct Budget {
-  int global = 60;  // evaluations, over all combinations of the switches
-  int local = 40;
+  int global = 60;  // quick evaluations, over all combinations of the switches
+  int local = 40;   // full ones
 };
+
+// A quick judgement may be rough; whatever is decided in the end rests on full ones.
+enum class Depth { quick, full };
+using PointValue = std::function<double(const Point&, Depth)>;
+
+// Fewer evaluations than that only draw points, so that none are spent on a global search.
+int leastGlobal(std::size_t ranges);
+
+// Evaluations for the combinations of the switches, the one that starts best first: each gets twice
+// as many as the next. Those that would get too few get none. `combinations`: 1 to 16.
+std::vector<int> globalShares(int budget, std::size_t ranges, std::size_t combinations);
 
 // Thrown by the function to end the search early.
 struct Stopped : std::runtime_error {
@@ -46,13 +57,14 @@ Point rounded(const Space& space, Point point);
 struct SearchResult {
   Point best;
   double value = 0.0;
-  bool stopped = false;
+  bool stopped = false;  // then the best may rest on a quick look
 };
 
 // The same space, budget, seed and function give the same result, however often it is stopped and
 // begun again with a function that remembers. The start is evaluated first, then the factory's
-// point. Not reentrant: NLopt has one random generator.
+// point. The global search is quick, the best two of each combination then evaluated in full. Not
+// reentrant: NLopt has one random generator.
 SearchResult search(const Space& space, const Budget& budget, std::uint64_t seed,
-                    const std::function<double(const Point&)>& function);
+                    const PointValue& function);
 
 }  // namespace vellumic::tune

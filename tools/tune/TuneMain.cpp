@@ -161,8 +161,8 @@ int run(const Options& options, const std::atomic<bool>& stop) {
     Display display(journal);
     tuning = tune(
         plan, journal,
-        [&](const Point& point) {
-          return judge(plan.goal, panel.judge(plan.settings(point)), factory);
+        [&](const Point& point, Depth depth) {
+          return judge(plan.goal, panel.judge(plan.settings(point), depth), factory);
         },
         [&](int done, int all, double best) { display(done, all, best); });
   }

@@ -18,8 +18,9 @@ class Run {
 
   Tuning go() {
     Tuning tuning;
-    const SearchResult found = search(plan_.space, plan_.budget, plan_.seed,
-                                      [this](const Point& point) { return judged(point).value; });
+    const SearchResult found =
+        search(plan_.space, plan_.budget, plan_.seed,
+               [this](const Point& point, Depth depth) { return judged(point, depth).value; });
     tuning.best = found.best.empty() ? factory_ : found.best;
     tuning.stopped = found.stopped;
     try {
@@ -38,13 +39,13 @@ class Run {
     return static_cast<int>(std::ranges::count_if(plan_.space, &Dimension::isSwitch));
   }
 
-  Judgement judged(const Point& point) {
-    const Judgement* known = journal_.find(point);
+  Judgement judged(const Point& point, Depth depth = Depth::full) {
+    const Judgement* known = journal_.find(point, depth);
     if (!known) {
-      journal_.add(point, judge_(point));
-      known = journal_.find(point);
+      journal_.add(point, depth, judge_(point, depth));
+      known = journal_.find(point, depth);
     }
-    best_ = std::max(best_, known->value);
+    if (depth == Depth::full) best_ = std::max(best_, known->value);
     ++done_;
     progress_(done_, std::max(all_, done_), best_);
     return *known;

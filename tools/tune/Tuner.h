@@ -10,7 +10,7 @@
 namespace vellumic::tune {
 
 // How well a point does on the material of the search; throws Stopped to end the run.
-using PointJudge = std::function<Judgement(const Point&)>;
+using PointJudge = std::function<Judgement(const Point&, Depth)>;
 
 // A setting that differs from the factory, and what putting it back alone would change.
 struct Contribution {

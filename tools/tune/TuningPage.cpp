@@ -125,6 +125,7 @@ std::string course(const Journal& journal) {
   plot::Line each{"each", {}, {}}, best{"best so far", {}, {}};
   double most = -1e300;
   for (const Journal::Entry& entry : journal.entries()) {
+    if (entry.depth == Depth::quick) continue;
     most = std::max(most, entry.judgement.value);
     each.x.push_back(static_cast<double>(each.x.size()));
     best.x = each.x;
@@ -149,7 +150,9 @@ std::vector<std::size_t> front(const Plan& plan, const Journal& journal, std::si
   };
   std::vector<std::size_t> order;
   for (std::size_t n = 0; n < entries.size(); ++n)
-    if (std::isfinite(figure(n, first)) && std::isfinite(figure(n, second))) order.push_back(n);
+    if (entries[n].depth == Depth::full && std::isfinite(figure(n, first)) &&
+        std::isfinite(figure(n, second)))
+      order.push_back(n);
   std::ranges::sort(order, [&](std::size_t a, std::size_t b) {
     return std::pair(figure(a, first), figure(a, second)) >
            std::pair(figure(b, first), figure(b, second));
@@ -165,13 +168,16 @@ std::string tuningPage(const Outcome& outcome, const Journal& journal) {
   std::string text = head;
   text += "<h1>" + escaped(plan.header.empty() ? "Tuning" : plan.header.front()) + "</h1>\n<ul>\n";
   for (const Wish& wish : plan.goal) text += "<li>" + escaped(described(wish)) + "</li>\n";
-  char numbers[200];
-  std::snprintf(
-      numbers, sizeof numbers,
-      "</ul>\n<p>%zu evaluations. Goal %.2f with the factory settings, %.2f tuned; limits "
-      "missed by %.1f units, %.1f tuned. This run took %.0f s.</p>\n",
-      journal.entries().size(), outcome.tuning.factory.value, outcome.tuning.judgement.value,
-      outcome.tuning.factory.shortfall, outcome.tuning.judgement.shortfall, outcome.seconds);
+  const auto quick = static_cast<std::size_t>(
+      std::ranges::count(journal.entries(), Depth::quick, &Journal::Entry::depth));
+  char numbers[240];
+  std::snprintf(numbers, sizeof numbers,
+                "</ul>\n<p>%zu evaluations over four shifts, %zu quick ones over one. Goal %.2f "
+                "with the factory settings, %.2f tuned; limits "
+                "missed by %.1f units, %.1f tuned. This run took %.0f s.</p>\n",
+                journal.entries().size() - quick, quick, outcome.tuning.factory.value,
+                outcome.tuning.judgement.value, outcome.tuning.factory.shortfall,
+                outcome.tuning.judgement.shortfall, outcome.seconds);
   text += numbers;
   text +=
       "<p>Cells: factory &gt; tuned, means over four shifts of the blocks (the worst shift).</p>\n";

@@ -1,0 +1,98 @@
+// What a plan may say.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <sstream>
+
+#include "parameters/SettingsFile.h"
+#include "tests/tools/TunePlan.h"
+
+namespace vellumic::tune {
+namespace {
+
+// What stands in the plan, what in its place (~ ends a line), what the answer names.
+constexpr const char* faults =
+    R"(echo.update_threshold | echo.update_treshold | did you mean echo.update_threshold
+low = 0.05, high = 0.9 | low = 0.9, high = 0.9 | empty range
+low = 0.05, high = 0.9 | low = 0.05, high = 90 | sensible range
+low = 1e-5 | low = 0 | above 0
+scale = "log" | sclae = "log" | is not known here
+near_sdr" | loudness" | no such figure
+near_sdr" | near_sdr", at_most = 3 | write at_least
+weight = 1 | weight = 0 | asks for nothing
+material = | materiel = | names no material
+"desk" | "dusk" | no such scene
+seed = 3 | held_out.material = [{ scene = "desk", seeds = [1] }] | held out
+[{ scene = "desk", seeds = [1, 2] }] | [{ scene = "music" }]~held_out.material = [{ scene = "music" }] | same room
+[{ scene = "desk", seeds = [1, 2] }] | [{ recording = "a.wav" }]~held_out.material = [{ recording = "./a.wav" }] | held out
+near = "near.wav", far = "far.wav" | | need voices
+low = 0, high = 50 | choice = [20, 10] | the lower one first
+low = 0, high = 50 | choice = [0, 5] | the factory value
+choice = [100, 200] | choice = [200, 999999] | sensible range
+seed = 3 | seed = | not valid TOML
+seed = 3 | worth = 0 | above 0
+seed = 3 | measure_with.noise.gain.floor1 = 1e300 | write a number
+seed = 3 | measure_with.noise.gain.floor2 = 0.3 | take it out
+"beamformer.enabled" = {} | noise.gain.floor2 = { low = 0.1, high = 0.9 } | twice
+For the test. | For\nbeamformer.enabled = true | of one line
+global = 160 | global = 5 | at least 8
+)";
+
+TEST(Plan, RefusesWhatItCannotTuneInOneLine) {
+  std::istringstream lines(faults);
+  for (std::string line; std::getline(lines, line);) {
+    const auto first = line.find(" | "), second = line.find("| ", first + 2);
+    std::string to = line.substr(first + 3, second - first - 3), text = "accepted";
+    std::ranges::replace(to, '~', '\n');
+    try {
+      planWith(line.substr(0, first), to);
+    } catch (const PlanError& error) {
+      text = error.what();
+    }
+    EXPECT_TRUE(has(text, line.substr(second + 2)) && text.rfind("plan.toml:", 0) == 0 &&
+                !has(text, "\n"))
+        << line << ": " << text;
+  }
+}
+
+TEST(Plan, NamesNeedNoQuotesAndPointsStayInTheirRange) {
+  const Plan bare = planWith("\"noise.gain.floor2\" = {", "noise.gain.floor2 = {");
+  EXPECT_EQ(bare.slots, parsePlan(planText, "plan.toml").slots);
+  const Plan fixed = planWith("[settings]", "[measure_with]\nlevel.enabled = false\n[settings]");
+  EXPECT_EQ(value(fixed.measuredWith, Raw::levelControl), 0.0F);
+  const Space space{{.name = "a", .low = 0.9, .high = 0.9995, .factory = 0.99},
+                    {.name = "b", .integer = true, .low = 1, .high = 3, .factory = 7}};
+  EXPECT_EQ(rounded(space, {0.9995, 3.4}), (Point{0.9995, 3.0}));
+  EXPECT_EQ(rounded(space, {0.99, 7}), (Point{0.99, 7.0}));
+}
+
+TEST(Plan, ShippedPlansAndSettingsAreRead) {
+  int count = 0;
+  for (const auto& file : std::filesystem::recursive_directory_iterator("settings")) {
+    if (file.path().extension() != ".toml") continue;
+    ++count;
+    if (file.path().parent_path().filename() == "plans") {
+      EXPECT_FALSE(readPlan(file.path()).heldOut.empty()) << file.path();
+      continue;
+    }
+    RawValues values = factorySettings();
+    SettingsWarnings warnings;
+    EXPECT_NO_THROW(applySettingsFile(file.path(), values, warnings)) << file.path();
+    EXPECT_TRUE(warnings.empty()) << file.path();
+    EXPECT_EQ(values == factorySettings(), file.path().filename() == "factory.toml") << file.path();
+  }
+  EXPECT_GE(count, 10);
+}
+
+// Where a plan names no held-out scenes, the tool draws others of the same kinds.
+TEST(Plan, HeldOutScenesAreNeverThoseOfTheSearch) {
+  const Plan plan = planWith("[1, 2] }", "[1, 1001] }, { scene = \"music\" }");
+  ASSERT_EQ(plan.heldOut.size(), 1U);  // no other music
+  ASSERT_EQ(plan.heldOut[0].seeds.size(), 2U);
+  for (const std::uint64_t seed : plan.heldOut[0].seeds)
+    EXPECT_EQ(std::ranges::count(plan.material[0].seeds, seed), 0);
+}
+
+}  // namespace
+}  // namespace vellumic::tune
