@@ -1,6 +1,8 @@
 #include "parameters/SettingsNotes.h"
 
+#include "parameters/EqualizerSettings.h"
 #include "parameters/PipelineSettings.h"
+#include "parameters/SettingValue.h"
 
 namespace vellumic {
 namespace {
@@ -22,6 +24,23 @@ std::optional<std::string> speechModeNote(const RawValues& values) {
            "and noise.enabled are off";
   if (echoOff) return "the speech mode runs echo cancellation, although echo.enabled is off";
   if (noiseOff) return "the speech mode runs noise suppression, although noise.enabled is off";
+  return std::nullopt;
+}
+
+std::optional<std::string> unstableBandNote(const RawValues& values, int rate) {
+  const EqualizerSettings settings = EqualizerSettings::from(values);
+  if (settings.master != 1.0F) return std::nullopt;
+  for (int side = 0; side < equalizerSides; ++side)
+    for (int band = 0; band < equalizerBands; ++band) {
+      const EqualizerBandSettings& b =
+          settings.bands[static_cast<std::size_t>(side)][static_cast<std::size_t>(band)];
+      if (b.enable != 1.0F || b.type == 0 || b.frequency <= 0.5F * static_cast<float>(rate))
+        continue;
+      const Parameter& parameter = *findParameter(bandSlot(side, band, BandField::frequency));
+      return parameter.name + " of " + decimal(b.frequency) + " is above half the rate of " +
+             std::to_string(rate) + " Hz, where most filters are unstable (up to 770 dBFS " +
+             "measured); lower it or switch the band off";
+    }
   return std::nullopt;
 }
 

@@ -109,6 +109,7 @@ TEST(SettingsFile, ValuesOutOfRangeAreAppliedWithAWarning) {
   } odd[] = {{"pipeline.input_gain", " = 40", "0.1 to 10.0", 40.0F},
              {"pipeline.input_gain", "_db = 40", "0.1 to 10.0", 100.0F},
              {"pipeline.input_gain", " = 0", "0.1 to 10.0", 0.0F},
+             {"echo.cross_factor", " = 0.9", "run away", 0.9F},
              {"pipeline.block_size", " = 240", "256.0 to 4096.0", 240.0F}};
   for (const auto& [name, rest, range, value] : odd) {
     SettingsWarnings warnings;

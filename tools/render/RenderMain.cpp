@@ -24,8 +24,9 @@ void warnOfIdleOptions(const RenderOptions& options) {
 }
 
 // The same line once for a pair or a sweep.
-void printNotes(const RenderOptions& options, const std::vector<Variant>& variants) {
-  if (options.captureClass != CaptureClass::mfx) return;
+void printNotes(const RenderOptions& options, const std::vector<Variant>& variants, int rate) {
+  if (options.captureClass == CaptureClass::kdmfx) return;
+  const bool equalises = options.captureClass == CaptureClass::efx;
   std::set<std::string> notes;
   const auto add = [&notes](const std::optional<std::string>& note) {
     if (note) notes.insert(*note);
@@ -33,6 +34,7 @@ void printNotes(const RenderOptions& options, const std::vector<Variant>& varian
   for (const Variant& variant : variants) {
     const RawValues* before = nullptr;
     const auto take = [&](const RawValues& values) {
+      if (equalises) return add(unstableBandNote(values, rate));
       if (options.mode == ProcessingMode::speech) add(speechModeNote(values));
       if (before != nullptr && !options.farFile.empty()) add(internalRateNote(*before, values));
       before = &values;
@@ -108,7 +110,7 @@ void run(const RenderOptions& options) {
   for (const std::string& warning : warnings)
     std::fprintf(stderr, "warning: %s\n", warning.c_str());
   warnOfIdleOptions(options);
-  printNotes(options, variants);
+  printNotes(options, variants, job.input.format.sampleRate);
 
   const SoundFigures input = soundFigures(job.input);
   std::vector<Rendering> renderings;
