@@ -7,10 +7,12 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <thread>
 
@@ -97,45 +99,43 @@ TEST(SelfTest, TheVerdictIsTenLinesThatNameTheFirstFault) {
   std::vector<Step> steps;
   for (const std::string& stage : stageNames())
     steps.push_back({.stage = stage, .name = "step", .outcome = good()});
-  const ReportFacts facts{"host 1", "Windows 10", "file.json"};
-  const auto lines = [&] {
+  ReportFacts facts{"host 1", "Windows 10", "file.json"};
+  const auto expectLine = [&](std::size_t number, const std::string& part) {
     std::istringstream text(verdictText(steps, facts));
-    std::vector<std::string> all;
-    for (std::string line; std::getline(text, line);) all.push_back(line);
-    return all;
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(text, line);) lines.push_back(line);
+    ASSERT_EQ(lines.size(), 10U);
+    EXPECT_NE(lines[number].find(part), std::string::npos) << lines[number];
+    EXPECT_EQ(utf8(wide(lines[number])), lines[number]);  // no half characters
   };
-  EXPECT_EQ(lines().size(), 10U);
   EXPECT_FALSE(anyFault(steps));
-  for (const bool finished : {false, true})  // a run ended by force leaves no healthy report
-    EXPECT_EQ(reportText(steps, {"host 1", "Windows 10", "file.json", finished})
-                      .find("\"healthy\": true") != std::string::npos,
-              finished);
-  EXPECT_NE(lines()[8].find("Verdict: ok, 0 of 10"), std::string::npos) << lines()[8];
-  EXPECT_NE(lines()[9].find("file.json"), std::string::npos);
+  for (const bool finished : {false, true}) {  // a run ended by force leaves no healthy report
+    facts.finished = finished;
+    EXPECT_EQ(reportText(steps, facts).find("\"healthy\": true") != std::string::npos, finished);
+  }
+  expectLine(8, "Verdict: ok, 0 of 10");
+  expectLine(9, "file.json");
 
   steps.push_back({.stage = "live", .name = "microphone", .outcome = untold("no microphone")});
-  EXPECT_NE(lines()[3].find("ok "), std::string::npos);
-  EXPECT_NE(lines()[3].find("cannot be told here: microphone: no micro"), std::string::npos);
+  expectLine(3, "ok ");
+  expectLine(3, "cannot be told here: microphone: no micro");
   steps.push_back({.stage = "live", .name = "one", .outcome = bad("\"broken\"; mend it", E_FAIL)});
   steps.push_back({.stage = "live", .name = "two", .outcome = bad(std::string(500, 'x'))});
   EXPECT_TRUE(anyFault(steps));
-  EXPECT_EQ(lines().size(), 10U);
-  EXPECT_NE(lines()[3].find("not ok"), std::string::npos);
-  EXPECT_NE(lines()[3].find("one: \"broken\"; mend it (first of 2)"), std::string::npos);
-  EXPECT_NE(lines()[8].find("Verdict: not ok, 2 of 13 steps not ok, 1 cannot"), std::string::npos);
-  // A long text loses its middle, never what to do, and never half a character.
-  std::string longName;
-  for (int i = 0; i < 100; ++i) longName += "\xC3\xA4";
-  steps.push_back({.stage = "volume", .name = "x" + longName, .outcome = bad("y; run it anew")});
-  EXPECT_NE(lines()[4].find("\xC3\xA4...; run it anew"), std::string::npos) << lines()[4];
-  EXPECT_EQ(utf8(wide(lines()[4])), lines()[4]);
-  steps.pop_back();
+  expectLine(3, "not ok");
+  expectLine(3, "one: \"broken\"; mend it (first of 2)");
+  expectLine(8, "Verdict: not ok, 2 of 13 steps not ok, 1 cannot");
+  const std::string report = reportText(steps, facts);
   EXPECT_NE(
-      reportText(steps, facts)
-          .find(R"("step": "one", "verdict": "not ok", "hresult": "0x80004005", "ms": 0.000, )"
-                R"("text": "\"broken\"; mend it")"),
+      report.find(R"("step": "one", "verdict": "not ok", "hresult": "0x80004005", "ms": 0.000, )"
+                  R"("text": "\"broken\"; mend it")"),
       std::string::npos)
-      << reportText(steps, facts);
+      << report;
+  // A long text loses its middle, never what to do.
+  std::string longName = "x";
+  for (int i = 0; i < 100; ++i) longName += "\xC3\xA4";
+  steps.push_back({.stage = "volume", .name = longName, .outcome = bad("y; run it anew")});
+  expectLine(4, "\xC3\xA4...; run it anew");
 }
 
 TEST(SelfTest, ArgumentsComeThroughACommandLine) {
@@ -150,43 +150,38 @@ TEST(SelfTest, ArgumentsComeThroughACommandLine) {
 }
 
 // Stages of the test's own, run in processes of this program.
-int stage(const std::function<void(StageLog&)>& body) {
-  StageLog log;
-  body(log);
-  return 0;
+test::ChildMode stage(const char* name, void (*body)(StageLog&)) {
+  return {name, [body] {
+            StageLog log;
+            body(log);
+            return 0;
+          }};
 }
 const test::ChildMode stages[] = {
-    {"fine", [] { return stage([](StageLog& log) { log.tell("a\tb", good("c\nd")); }); }},
-    {"throws",
-     [] {
-       return stage([](StageLog& log) {
-         log.attempt("com", []() -> Outcome { throw ComError(E_ACCESSDENIED, "opening"); });
-         log.excuse("an excuse");
-         log.attempt("other", []() -> Outcome { throw std::runtime_error("why"); });
-       });
-     }},
-    {"crashes",
-     [] {
-       return stage([](StageLog& log) {
-         log.willChange("undo");
-         log.willChange("undone already");
-         log.changedBack("undone already");
-         log.attempt("falls", []() -> Outcome {
-           SetErrorMode(SEM_NOGPFAULTERRORBOX);
-           TerminateProcess(GetCurrentProcess(), 0xC0000005);
-           return good();
-         });
-       });
-     }},
-    {"hangs",
-     [] {
-       return stage([](StageLog& log) {
-         log.attempt("waits", [] {
-           Sleep(20000);
-           return good();
-         });
-       });
-     }},
+    stage("fine", [](StageLog& log) { log.tell("a\tb", good("c\nd")); }),
+    stage("throws",
+          [](StageLog& log) {
+            log.attempt("com", []() -> Outcome { throw ComError(E_ACCESSDENIED, "opening"); });
+            log.excuse("an excuse");
+            log.attempt("other", []() -> Outcome { throw std::runtime_error("why"); });
+          }),
+    stage("crashes",
+          [](StageLog& log) {
+            log.willChange("undo");
+            log.willChange("undone already");
+            log.changedBack("undone already");
+            log.attempt("falls", []() -> Outcome {
+              TerminateProcess(GetCurrentProcess(), 0xC0000005);
+              return good();
+            });
+          }),
+    stage("hangs",
+          [](StageLog& log) {
+            log.attempt("waits", [] {
+              Sleep(20000);
+              return good();
+            });
+          }),
     {"babbles",
      [] {
        std::puts("step\tx");
@@ -194,21 +189,18 @@ const test::ChildMode stages[] = {
        std::puts("terminate called at C:\\Users\\Jane Doe\\x \xFF");
        return 3;
      }},
-    {"leaves",
-     [] {
-       return stage([](StageLog& log) {
-         log.willChange("undo");
-         log.tell("left", good());
-       });
-     }},
-    {"chatters",
-     [] {
-       for (const ULONGLONG end = GetTickCount64() + 20000; GetTickCount64() < end;)
-         std::puts("and on");
-       return 0;
-     }},
-    {"spoils", [] { return stage([](StageLog& log) { log.willChange("babbles"); }); }},
-    {"undo", [] { return stage([](StageLog& log) { log.tell("undone", good()); }); }},
+    stage("leaves",
+          [](StageLog& log) {
+            log.willChange("undo");
+            log.tell("left", good());
+          }),
+    stage("chatters",
+          [](StageLog&) {
+            for (const ULONGLONG end = GetTickCount64() + 20000; GetTickCount64() < end;)
+              std::puts("and on");
+          }),
+    stage("spoils", [](StageLog& log) { log.willChange("babbles"); }),
+    stage("undo", [](StageLog& log) { log.tell("undone", good()); }),
 };
 
 Supervisor supervisor(DWORD patienceMs = 10000) {
@@ -274,60 +266,44 @@ TEST(SelfTest, AStageThatHangsOrIsInterruptedIsEnded) {
 // The program itself, whole, on the machine of the test.
 class SelfTestRun : public testing::Test {
  protected:
-  ~SelfTestRun() override { std::filesystem::remove_all(folder); }
-  void SetUp() override {
+  SelfTestRun() {
     std::filesystem::create_directories(folder);
     std::ofstream(older) << "older";
   }
+  ~SelfTestRun() override { std::filesystem::remove_all(folder); }
 
-  KernelHandle start(const std::string& arguments) {
-    std::wstring command = L'"' + (programFolder() / L"vellumic-host.exe").wstring() +
-                           L"\" --selftest --endpoint " + wide(arguments) + L' ' + older.wstring();
-    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
-    const KernelHandle file(CreateFileW(printed.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited,
-                                        CREATE_ALWAYS, 0, nullptr));
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = startup.hStdError = file.get();
-    PROCESS_INFORMATION information{};
-    EXPECT_TRUE(CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                               &startup, &information));
-    CloseHandle(information.hThread);
-    processId = information.dwProcessId;
-    return KernelHandle(information.hProcess);
-  }
-  static DWORD wait(const KernelHandle& process) {
-    DWORD exitCode = STILL_ACTIVE;
-    WaitForSingleObject(process.get(), 90000);
-    GetExitCodeProcess(process.get(), &exitCode);
-    return exitCode;
+  // The exit code.
+  int run(const std::string& arguments) const {
+    return std::system(((programFolder() / "vellumic-host.exe").string() +
+                        " --selftest --endpoint " + arguments + " " + older.string() + " >" +
+                        printed.string() + " 2>&1")
+                           .c_str());
   }
   static std::string contentOf(const std::filesystem::path& file) {
     std::stringstream text;
     text << std::ifstream(file).rdbuf();
     return text.str();
   }
-  // What a run might leave: the class registered, settings of its own, a key to try on, another
-  // active setting.
-  struct Traces {
-    bool registered, stored, key;
-    std::wstring active;
-    bool operator==(const Traces&) const = default;
-  };
-  static Traces traces() {
-    const auto exists = [](const std::wstring& path) {
-      RegistryKey key;
-      return RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.put()) !=
-             ERROR_FILE_NOT_FOUND;
-    };
+  static std::wstring activeSetting() {
     std::array<wchar_t, 400> active{};
     DWORD size = sizeof active;
     RegGetValueW(HKEY_LOCAL_MACHINE, settings.c_str(), L"ActiveSetting", RRF_RT_REG_SZ, nullptr,
                  active.data(), &size);
-    return {exists(L"SOFTWARE\\Classes\\CLSID\\{577F6409-47DB-42FF-B8EA-09DCF969B687}"),
-            exists(settings + L"\\vellumic-host"), exists(L"SOFTWARE\\Vellumic-selftest"),
-            active.data()};
+    return active.data();
+  }
+  // What a run might leave: another active setting, the class registered, settings of its own, a
+  // key to try on.
+  static std::wstring traces() {
+    std::wstring found = activeSetting();
+    for (const std::wstring& path :
+         {std::wstring(L"SOFTWARE\\Classes\\CLSID\\{577F6409-47DB-42FF-B8EA-09DCF969B687}"),
+          settings + L"\\vellumic-host", std::wstring(L"SOFTWARE\\Vellumic-selftest")}) {
+      RegistryKey key;
+      if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.put()) !=
+          ERROR_FILE_NOT_FOUND)
+        found += L", " + path;
+    }
+    return found;
   }
 
   static inline const std::wstring tree = L"SOFTWARE\\Mirandor\\Vellumic\\Parameters",
@@ -338,12 +314,11 @@ class SelfTestRun : public testing::Test {
       ("vellumic-selftest-" + std::to_string(GetCurrentProcessId()));
   const std::filesystem::path older = folder / "report.json", report = folder / "report-2.json",
                               printed = folder / "printed.txt";
-  DWORD processId = 0;
 };
 
 TEST_F(SelfTestRun, WholeRunIsInOrderAndLeavesNothing) {
   const auto before = traces();
-  EXPECT_EQ(wait(start("array4 --seconds 1")), 0U) << contentOf(printed) << contentOf(report);
+  EXPECT_EQ(run("array4 --seconds 1"), 0) << contentOf(printed) << contentOf(report);
   const std::string text = contentOf(report), console = contentOf(printed);
   EXPECT_EQ(std::ranges::count(console, '\n'), 12) << console;
   EXPECT_EQ(text.find("\"not ok\""), std::string::npos) << text;
@@ -364,6 +339,23 @@ TEST_F(SelfTestRun, WholeRunIsInOrderAndLeavesNothing) {
   EXPECT_EQ(traces(), before);
 }
 
+// Ends a process of the host's that another one of it started.
+bool killStage(UINT exitCode) {
+  const KernelHandle list(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+  PROCESSENTRY32W entry{};
+  entry.dwSize = sizeof entry;
+  std::map<DWORD, DWORD> parents;
+  for (BOOL more = Process32FirstW(list.get(), &entry); more;
+       more = Process32NextW(list.get(), &entry))
+    if (entry.szExeFile == std::wstring(L"vellumic-host.exe"))
+      parents[entry.th32ProcessID] = entry.th32ParentProcessID;
+  for (const auto& [process, parent] : parents)
+    if (parents.contains(parent))
+      return TerminateProcess(KernelHandle(OpenProcess(PROCESS_TERMINATE, FALSE, process)).get(),
+                              exitCode);
+  return false;
+}
+
 // Without a microphone; the stage that has just stored its settings is killed, the others still
 // run.
 TEST_F(SelfTestRun, WhatAKilledStageLeavesIsPutBack) {
@@ -371,25 +363,14 @@ TEST_F(SelfTestRun, WhatAKilledStageLeavesIsPutBack) {
   RegSetKeyValueW(HKEY_LOCAL_MACHINE, settings.c_str(), L"ActiveSetting", REG_SZ, active.c_str(),
                   602);
   const auto before = traces();
-  constexpr UINT killed = 42;
-  const KernelHandle process = start("nobody");
-  const auto kill = [&](DWORD parent) {
-    const KernelHandle list(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
-    PROCESSENTRY32W entry{};
-    entry.dwSize = sizeof entry;
-    for (BOOL more = Process32FirstW(list.get(), &entry); more;
-         more = Process32NextW(list.get(), &entry))
-      if (entry.th32ParentProcessID == parent) {
-        const KernelHandle child(OpenProcess(PROCESS_TERMINATE, FALSE, entry.th32ProcessID));
-        if (child && TerminateProcess(child.get(), killed)) return true;
-      }
-    return false;
-  };
-  while (traces().active == active && WaitForSingleObject(process.get(), 1) == WAIT_TIMEOUT) {
-  }
-  while (!kill(processId) && WaitForSingleObject(process.get(), 1) == WAIT_TIMEOUT) {
-  }
-  EXPECT_EQ(wait(process), 1U);
+  std::atomic<bool> ended{false};
+  std::thread running([&] {
+    EXPECT_EQ(run("nobody"), 1);
+    ended = true;
+  });
+  while (activeSetting() == active && !ended) Sleep(1);
+  while (!killStage(42) && !ended) Sleep(1);
+  running.join();
   const std::string text = contentOf(report);
   for (const char* part : {"ended with 0x0000002A in ", "settings put back", "round 3",
                            "no microphone; connect one", "nobody: not found; there are: "})
