@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <map>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,14 +16,6 @@
 #include "tools/ctl/TextConversion.h"
 
 namespace vellumic::tools {
-
-inline std::vector<std::string> split(const std::string& text, char separator) {
-  std::vector<std::string> parts;
-  std::istringstream stream(text);
-  for (std::string part; std::getline(stream, part, separator);)
-    if (!part.empty()) parts.push_back(part);
-  return parts;
-}
 
 // "6=driver m6=raw,speech 14=driver,mfx" is a class in a place, modes of a place, and a chain;
 // "m6=all" all modes, "6=#" a value of a type that nobody writes there.

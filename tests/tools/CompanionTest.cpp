@@ -5,20 +5,14 @@
 #include <gtest/gtest.h>
 #include <sddl.h>
 
-#include <functional>
-#include <memory>
-#include <stdexcept>
-#include <string>
-
 #include "control/Handle.h"
-#include "control/Names.h"
-#include "tools/ctl/CompanionLink.h"
+#include "tests/support/MachineNames.h"
 #include "tools/host/ServiceStandIn.h"
 
 namespace vellumic::tools {
 namespace {
 
-// Whether an object's access list gives the audio service's account all the object's rights.
+// Whether an object's access list gives the audio service's account the rights.
 bool admitsAudioService(const KernelHandle& object, DWORD wanted) {
   PACL list = nullptr;
   PSECURITY_DESCRIPTOR descriptor = nullptr;
@@ -39,19 +33,6 @@ bool admitsAudioService(const KernelHandle& object, DWORD wanted) {
   return admitted;
 }
 
-// Effects open the board for writing, the mutex to wait, and the events to signal; the ping event
-// by its creation, with all rights.
-void expectAudioServiceAdmitted() {
-  const KernelHandle board(OpenFileMappingW(READ_CONTROL, FALSE, sharedMemoryName)),
-      mutex(OpenMutexW(READ_CONTROL, FALSE, sharedMemoryMutexName)),
-      event(OpenEventW(READ_CONTROL, FALSE, sharedMemoryEventName)),
-      ping(OpenEventW(READ_CONTROL, FALSE, pingEventName));
-  EXPECT_TRUE(admitsAudioService(board, FILE_MAP_WRITE));
-  EXPECT_TRUE(admitsAudioService(mutex, SYNCHRONIZE));
-  EXPECT_TRUE(admitsAudioService(event, EVENT_MODIFY_STATE));
-  EXPECT_TRUE(admitsAudioService(ping, EVENT_ALL_ACCESS));
-}
-
 std::string standInFault() {
   try {
     const ServiceStandIn standIn;
@@ -61,30 +42,30 @@ std::string standInFault() {
   }
 }
 
-TEST(Companion, AdmitsTheAudioServiceToWhatItMakes) {
+// Effects open the board for writing, the mutex to wait, and the events to signal; the ping event
+// by its creation, with all rights.
+TEST(Companion, AdmitsTheAudioServiceAndNobodyBesideIt) {
+  using namespace test::machine;
+  EXPECT_EQ(standInFault(), "none");
   {
-    const ServiceStandIn standIn;
-    expectAudioServiceAdmitted();
-  }
-  const CompanionLink link(CompanionLink::Missing::make);
-  expectAudioServiceAdmitted();
-}
-
-TEST(Companion, StandInNamesWhatKeepsItFromStarting) {
-  {
-    const CompanionLink other(CompanionLink::Missing::make);
+    const CompanionLink link(CompanionLink::Missing::make);
+    const KernelHandle mapping(OpenFileMappingW(READ_CONTROL, FALSE, board)),
+        mutex(OpenMutexW(READ_CONTROL, FALSE, boardMutex)),
+        event(OpenEventW(READ_CONTROL, FALSE, boardEvent)),
+        ping(OpenEventW(READ_CONTROL, FALSE, pingEvent));
+    EXPECT_TRUE(admitsAudioService(mapping, FILE_MAP_WRITE));
+    EXPECT_TRUE(admitsAudioService(mutex, SYNCHRONIZE));
+    EXPECT_TRUE(admitsAudioService(event, EVENT_MODIFY_STATE));
+    EXPECT_TRUE(admitsAudioService(ping, EVENT_ALL_ACCESS));
     EXPECT_NE(standInFault().find("is there already"), std::string::npos) << standInFault();
   }
   SECURITY_ATTRIBUTES nobody = {sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
   ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(
       L"D:", SDDL_REVISION_1, &nobody.lpSecurityDescriptor, nullptr));
-  {
-    const KernelHandle closed(CreateFileMappingW(INVALID_HANDLE_VALUE, &nobody, PAGE_READWRITE, 0,
-                                                 4096, sharedMemoryName));
-    EXPECT_NE(standInFault().find("run as administrator"), std::string::npos) << standInFault();
-  }
+  const KernelHandle closed(
+      CreateFileMappingW(INVALID_HANDLE_VALUE, &nobody, PAGE_READWRITE, 0, 4096, board));
   LocalFree(nobody.lpSecurityDescriptor);
-  EXPECT_EQ(standInFault(), "none");
+  EXPECT_NE(standInFault().find("run as administrator"), std::string::npos) << standInFault();
 }
 
 }  // namespace

@@ -15,10 +15,10 @@
 
 #include "control/Names.h"
 #include "control/RegistryUtils.h"
+#include "tests/support/MachineNames.h"
 #include "tests/support/RandomRounds.h"
 #include "tools/ctl/RegFile.h"
 #include "tools/ctl/RegistryValues.h"
-#include "tools/ctl/SettingsTree.h"
 #include "tools/ctl/StatusCollector.h"
 #include "tools/ctl/StatusReport.h"
 
@@ -33,38 +33,33 @@ void scribble(StatusBlock& block, std::mt19937& random) {
     bytes[random() % sizeof block] = static_cast<unsigned char>(random());
 }
 
-// Every quote closed, nothing in them that would need an escape, one line.
-testing::AssertionResult isOneJsonLine(const std::string& text) {
+// Every quote and bracket closed, no character that would need an escape, one line.
+bool isOneJsonLine(const std::string& text) {
   bool quoted = false;
   int depth = 0;
   for (std::size_t n = 0; n < text.size(); ++n) {
-    const auto c = static_cast<unsigned char>(text[n]);
-    if (c < 32) return testing::AssertionFailure() << "control character at " << n;
-    if (quoted && c == '\\') {
+    const char c = text[n];
+    if (c >= 0 && c < 32) return false;
+    if (quoted && c == '\\')
       ++n;
-    } else if (c == '"') {
+    else if (c == '"')
       quoted = !quoted;
-    } else if (!quoted && (c == '{' || c == '[')) {
-      ++depth;
-    } else if (!quoted && (c == '}' || c == ']')) {
-      --depth;
-    }
+    else if (!quoted)
+      depth += (c == '{' || c == '[') - (c == '}' || c == ']');
   }
-  if (quoted || depth != 0) return testing::AssertionFailure() << "does not end: " << text;
-  return testing::AssertionSuccess();
+  return !quoted && depth == 0;
 }
 
 TEST(CtlHostile, AnyBlockIsReported) {
   RandomRounds rounds(500);
-  std::mt19937& random = rounds.random;
   std::vector<SeenObject> objects(3);
   while (rounds.next()) {
     for (SeenObject& object : objects) {
-      scribble(object.block, random);
-      object.alive = random() % 2 == 0;
+      scribble(object.block, rounds.random);
+      object.alive = rounds.random() % 2 == 0;
     }
     const StatusFacts facts{.objects = objects, .activeSetting = "2"};
-    ASSERT_TRUE(isOneJsonLine(statusJson(facts))) << rounds.done();
+    ASSERT_TRUE(isOneJsonLine(statusJson(facts))) << statusJson(facts);
     const std::string table = statusTable(facts);
     ASSERT_TRUE(std::ranges::none_of(table, [](char c) { return c >= 0 && c < 32 && c != '\n'; }));
     ASSERT_FALSE(signalReload({.block = objects[0].block, .alive = true}));
@@ -93,16 +88,20 @@ TEST(CtlHostile, CollectingEndsWhileTheBoardIsScribbledOver) {
   EXPECT_EQ(collector.aliveCount(), 0U);
 }
 
-// What the system's registry editor makes of a file that we wrote, where nothing stands before.
-void importFile(const std::wstring& text, const std::wstring& path) {
+// The values of a key that the system's registry editor makes of a file that we wrote.
+RegistryValues imported(const std::wstring& text, const std::wstring& path) {
   RegDeleteTreeW(HKEY_LOCAL_MACHINE, path.c_str());  // of a run that was ended
   const auto file = std::filesystem::temp_directory_path() /
                     ("vellumic-hostile-" + std::to_string(GetCurrentProcessId()) + ".reg");
   std::ofstream(file, std::ios::binary)
       .write(reinterpret_cast<const char*>(text.data()),
              static_cast<std::streamsize>(text.size() * sizeof(wchar_t)));
-  ASSERT_EQ(std::system(("regedit /S " + file.string()).c_str()), 0);
+  EXPECT_EQ(std::system(("regedit /S " + file.string()).c_str()), 0);
   std::filesystem::remove(file);
+  const RegistryKey key = CRegistryUtils::openKey(HKEY_LOCAL_MACHINE, path.c_str());
+  const RegistryValues values = readValues(key.get(), "key");
+  EXPECT_EQ(RegDeleteTreeW(HKEY_LOCAL_MACHINE, path.c_str()), ERROR_SUCCESS);
+  return values;
 }
 
 RegistryValues anyValues(std::mt19937& random) {
@@ -127,26 +126,23 @@ RegistryValues anyValues(std::mt19937& random) {
 // Backups of an endpoint and exports of a setting come back bit for bit.
 TEST(CtlHostile, AnyValuesGoThroughARegistryFile) {
   const std::wstring path = L"SOFTWARE\\VellumicHostile";
-  const std::string tree = SettingsTree::displayPath().substr(19) + "\\hostile";
-  const std::wstring settingPath(tree.begin(), tree.end());
   RandomRounds rounds(1);
   while (rounds.next()) {
     const RegistryValues values = anyValues(rounds.random);
-    importFile(regFileText(path, values, {}), path);
-    const RegistryKey key = CRegistryUtils::openKey(HKEY_LOCAL_MACHINE, path.c_str());
-    ASSERT_TRUE(key);
-    const RegistryValues read = readValues(key.get(), "key");
-    EXPECT_EQ(RegDeleteTreeW(HKEY_LOCAL_MACHINE, path.c_str()), ERROR_SUCCESS);
-    ASSERT_EQ(read, values);
+    ASSERT_EQ(imported(regFileText(path, values, {}), path), values);
 
     RawValues written{};
-    for (float& value : written)
-      value = std::bit_cast<float>(static_cast<std::uint32_t>(rounds.random()));
-    importFile(regFileText(L"hostile", written), settingPath);
-    const auto setting = SettingsTree::read(L"hostile");
-    ASSERT_TRUE(setting);
-    EXPECT_EQ(std::memcmp(&setting->values, &written, sizeof written), 0);
-    EXPECT_EQ(RegDeleteTreeW(HKEY_LOCAL_MACHINE, settingPath.c_str()), ERROR_SUCCESS);
+    RegistryValues expected;
+    for (std::size_t slot = 0; slot < written.size(); ++slot) {
+      const auto bits = static_cast<std::uint32_t>(rounds.random());
+      written[slot] = std::bit_cast<float>(bits);
+      RegistryValue& value = expected[L"Param" + std::to_wstring(slot + 1)];
+      value = {.type = REG_DWORD, .data = std::vector<std::byte>(sizeof bits)};
+      std::memcpy(value.data.data(), &bits, sizeof bits);
+    }
+    ASSERT_EQ(imported(regFileText(L"hostile", written),
+                       test::machine::settings + std::wstring(L"\\hostile")),
+              expected);
   }
 }
 

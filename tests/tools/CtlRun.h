@@ -4,12 +4,21 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "tools/ctl/CtlMain.h"
 
 namespace vellumic::tools {
+
+inline std::vector<std::string> split(const std::string& text, char separator) {
+  std::vector<std::string> parts;
+  std::istringstream stream(text);
+  for (std::string part; std::getline(stream, part, separator);)
+    if (!part.empty()) parts.push_back(part);
+  return parts;
+}
 
 inline int ctl(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), "vellumic-ctl");

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -13,6 +12,7 @@
 #include "parameters/Catalogue.h"
 #include "tests/control/RegistrySandbox.h"
 #include "tests/tools/CtlRun.h"
+#include "tools/ctl/RegFile.h"
 #include "tools/ctl/SettingsTree.h"
 
 namespace vellumic::tools {
@@ -34,12 +34,11 @@ class CtlSettings : public testing::Test {
     registry.writeSetting(setting, 1, rawCount,
                           [&](unsigned number) { return values[number - 1]; });
   }
-  static std::array<std::uint32_t, rawCount> bits(const std::wstring& setting) {
-    return std::bit_cast<std::array<std::uint32_t, rawCount>>(
-        SettingsTree::read(setting).value_or(StoredSetting{}).values);
+  static RawValues stored(const std::wstring& setting) {
+    return SettingsTree::read(setting).value_or(StoredSetting{}).values;
   }
   static float stored(const std::wstring& setting, Raw slot) {
-    return SettingsTree::read(setting).value_or(StoredSetting{}).values[index(slot)];
+    return stored(setting)[index(slot)];
   }
 
   test::RegistrySandbox registry;
@@ -74,7 +73,7 @@ TEST_F(CtlSettings, TwoChangesAtOnceLoseNothing) {
     SettingsWriter writer;  // as another vellumic-ctl at work
     other = std::thread([] { EXPECT_EQ(ctl({"settings", "set", "noise.enabled=false"}), 0); });
     Sleep(200);
-    RawValues values = SettingsTree::read(L"2")->values;
+    RawValues values = stored(L"2");
     values[index(Raw::beamformer)] = 0.0F;
     writer.replace(L"2", values);
   }
@@ -99,8 +98,8 @@ TEST_F(CtlSettings, SetKeepsEverythingElse) {
   values[index(Raw::limiterLevel)] = stored(L"5", Raw::limiterLevel);
   values[index(Raw::fadeRequest)] = 1.0F;
   EXPECT_NEAR(values[index(Raw::limiterLevel)], 0.5012F, 1e-4F);
-  EXPECT_EQ(SettingsTree::read(L"5")->values, values);
-  EXPECT_EQ(SettingsTree::read(L"2")->values, factorySettings());
+  EXPECT_EQ(stored(L"5"), values);
+  EXPECT_EQ(stored(L"2"), factorySettings());
   // A fade is asked for with each change.
   ASSERT_EQ(ctl({"settings", "set", "beamformer.enabled=false"}), 0);
   EXPECT_EQ(stored(L"5", Raw::fadeRequest), 0.0F);
@@ -115,21 +114,17 @@ TEST_F(CtlSettings, ExportsCarryEveryValue) {
   store(L"4", values);
   ASSERT_EQ(ctl({"settings", "export", "4", path("all.toml")}), 0);
   ASSERT_EQ(ctl({"settings", "apply", path("all.toml"), "6"}), 0);
-  EXPECT_EQ(bits(L"6"), bits(L"4"));
+  EXPECT_EQ(stored(L"6"), values);
 
   values[unread] = std::bit_cast<float>(0x7FC12345U);
   store(L"4", values);
   expectParts(captured({"settings", "export", "4", path("all.toml")}).complained,
               {"warning: 1 stored without a name"});
   ASSERT_EQ(ctl({"settings", "export", "4", path("all.reg")}), 0);
+  const std::wstring expected = regFileText(L"4", values);
   std::ifstream stream(path("all.reg"), std::ios::binary);
-  const std::string bytes{std::istreambuf_iterator<char>(stream), {}};
-  std::wstring text(bytes.size() / 2, L'\0');
-  std::memcpy(text.data(), bytes.data(), bytes.size());
-  EXPECT_TRUE(text.starts_with(L"\xFEFFWindows Registry Editor Version 5.00\r\n"));
-  EXPECT_NE(text.find(L"}\\Settings\\4]\r\n\"Param1\"=dword:00000000\r\n"), text.npos);
-  EXPECT_NE(text.find(L"\"Param501\"=dword:7fc12345\r\n"), text.npos);
-  EXPECT_EQ(std::ranges::count(text, L'='), std::ptrdiff_t{rawCount});
+  EXPECT_EQ((std::string{std::istreambuf_iterator<char>(stream), {}}),
+            std::string(reinterpret_cast<const char*>(expected.data()), 2 * expected.size()));
 }
 
 TEST_F(CtlSettings, ShortSettingIsReadAsTheEffectsReadIt) {
@@ -146,44 +141,37 @@ TEST_F(CtlSettings, FaultsAreOneLineAndChangeNothing) {
   registry.select(L"2");
   const auto broken = file("broken.toml", "[noise]\nenabled = false\nenabld = true\n");
   const auto invalid = file("invalid.toml", "noise = [\n");
-  struct Case {
-    std::vector<std::string> arguments;
-    const char* complaint;
+  const std::pair<std::string, const char*> cases[] = {
+      {"settings set beamformer.enabled=false noise.enabld=false", "did you mean noise.enabled"},
+      {"settings set 3 noise.enabled=false echo.warmup_blocks=soon", "echo.warmup_blocks"},
+      {"settings set noise.enabled=false beamformer.enabled", "NAME=VALUE"},
+      {"settings set 3", "nothing to set"},
+      {"settings set 9 noise.enabled=false", "Settings\\9: no such setting"},
+      {"settings set x noise.enabled=false", "setting x: no such number"},
+      {"settings apply " + broken + " 3", "broken.toml:3: noise.enabld"},
+      {"settings apply " + invalid, "invalid.toml:"},
+      {"settings apply none.toml", "none.toml: cannot be read"},
+      {"settings apply " + broken + " 1234567890", "write N as 0 to 999999999"},
+      {"settings export out.txt", "FILE.toml or FILE.reg"},
+      {"settings export no/where.toml", "cannot be written"},
+      {"settings export 3", "no file"},
+      {"settings export 3 a.reg b.reg", "one file"},
+      {"settings show 9", "no such setting"},
+      {"settings activate 9", "no such setting"},
+      {"settings aktivate 3", "aktivate: no such command"},
+      {"settings", "--help"},
+      {"stauts", "stauts: no such command"},
+      {"status --seconds -1", "--seconds"},
   };
-  const Case cases[] = {
-      {{"settings", "set", "beamformer.enabled=false", "noise.enabld=false"},
-       "did you mean noise.enabled"},
-      {{"settings", "set", "3", "noise.enabled=false", "echo.warmup_blocks=soon"},
-       "echo.warmup_blocks"},
-      {{"settings", "set", "noise.enabled=false", "beamformer.enabled"}, "NAME=VALUE"},
-      {{"settings", "set", "3"}, "nothing to set"},
-      {{"settings", "set", "9", "noise.enabled=false"}, "Settings\\9: no such setting"},
-      {{"settings", "set", "x", "noise.enabled=false"}, "setting x: no such number"},
-      {{"settings", "apply", broken, "3"}, "broken.toml:3: noise.enabld"},
-      {{"settings", "apply", invalid}, "invalid.toml:"},
-      {{"settings", "apply", path("none.toml")}, "none.toml: cannot be read"},
-      {{"settings", "apply", broken, "1234567890"}, "write N as 0 to 999999999"},
-      {{"settings", "export", path("out.txt")}, "FILE.toml or FILE.reg"},
-      {{"settings", "export", path("no/where.toml")}, "cannot be written"},
-      {{"settings", "export", "3"}, "no file"},
-      {{"settings", "export", "3", path("a.reg"), path("b.reg")}, "one file"},
-      {{"settings", "show", "9"}, "no such setting"},
-      {{"settings", "activate", "9"}, "no such setting"},
-      {{"settings", "aktivate", "3"}, "aktivate: no such command"},
-      {{"settings"}, "--help"},
-      {{"stauts"}, "stauts: no such command"},
-      {{"status", "--seconds", "-1"}, "--seconds"},
-  };
-  for (const auto& [arguments, complaint] : cases) {
-    const auto outcome = captured(arguments);
+  for (const auto& [words, complaint] : cases) {
+    const auto outcome = captured(split(words, ' '));
     EXPECT_EQ(outcome.exitCode, 1) << complaint;
     expectParts(outcome.complained, {complaint});
     EXPECT_EQ(std::ranges::count(outcome.complained, '\n'), 1) << outcome.complained;
     EXPECT_EQ(outcome.printed, "");
   }
   EXPECT_EQ(SettingsTree::activeName(), L"2");
-  for (const wchar_t* setting : {L"2", L"3"})
-    EXPECT_EQ(SettingsTree::read(setting)->values, factorySettings());
+  for (const wchar_t* setting : {L"2", L"3"}) EXPECT_EQ(stored(setting), factorySettings());
   EXPECT_EQ(SettingsTree::names(), (std::vector<std::wstring>{L"2", L"3"}));
 }
 

@@ -28,8 +28,12 @@ class CompanionLink {
   // On a board of somebody else the block may be one that was there before.
   std::optional<StatusBlock> ping(DWORD waitMs);
 
- private:
+  // What the board shows now; nothing if it is being written.
   std::optional<StatusBlock> readBlock();
+  // Signalled once by each publication.
+  [[nodiscard]] HANDLE publication() const noexcept { return event_.get(); }
+
+ private:
   void awaitChange(DWORD waitMs, const StatusBlock& before);
 
   KernelHandle mapping_, mutex_, event_, ping_;

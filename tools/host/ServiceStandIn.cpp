@@ -2,42 +2,14 @@
 
 #include <cstring>
 #include <stdexcept>
-#include <string>
-
-#include "control/Names.h"
-#include "tools/ServiceAccess.h"
 
 namespace vellumic::tools {
-namespace {
-
-// error: of the call that failed, or of one that found the object there.
-[[noreturn]] void fail(const char* what, DWORD error) {
-  std::string reason = "cannot be made (error " + std::to_string(error) + ")";
-  if (error == ERROR_ALREADY_EXISTS)
-    reason = "is there already; end the service or the vellumic-ctl that made it";
-  else if (error == ERROR_ACCESS_DENIED)
-    reason = "needs the right to create global objects; run as administrator";
-  throw std::runtime_error(std::string("--service: ") + what + " " + reason);
-}
-
-}  // namespace
 
 ServiceStandIn::ServiceStandIn() {
-  ServiceAccess access;
-  mapping_.reset(CreateFileMappingW(INVALID_HANDLE_VALUE, access.get(), PAGE_READWRITE, 0,
-                                    sizeof(StatusBoard), sharedMemoryName));
-  if (!mapping_ || GetLastError() == ERROR_ALREADY_EXISTS) fail("the status board", GetLastError());
-  view_.reset(MapViewOfFile(mapping_.get(), FILE_MAP_WRITE, 0, 0, sizeof(StatusBoard)));
-  if (!view_) fail("a view of the status board", GetLastError());
-  static_cast<StatusBoard*>(view_.get())->version = statusLayoutVersion;
-  mutex_.reset(CreateMutexW(access.get(), FALSE, sharedMemoryMutexName));
-  if (!mutex_) fail("the status board's mutex", GetLastError());
-  event_.reset(CreateEventW(access.get(), FALSE, FALSE, sharedMemoryEventName));
-  if (!event_) fail("the status board's event", GetLastError());
-  ping_.reset(CreateEventW(access.get(), FALSE, FALSE, pingEventName));
-  if (!ping_) fail("the ping event", GetLastError());
-  quit_.reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-  if (!quit_) fail("an event", GetLastError());
+  if (!link_.madeBoard())
+    throw std::runtime_error(
+        "the status board is there already; end the service or the vellumic-ctl that made it");
+  if (!quit_) throw std::runtime_error("an event cannot be made; end other programs");
   thread_ = std::thread([this] { watch(); });
 }
 
@@ -47,15 +19,15 @@ ServiceStandIn::~ServiceStandIn() {
 }
 
 void ServiceStandIn::watch() noexcept {
-  constexpr DWORD pingEveryMs = 1000;
-  const HANDLE handles[] = {quit_.get(), event_.get()};
+  constexpr DWORD pingEveryMs = 1000, answerMs = 100;
+  const HANDLE handles[] = {quit_.get(), link_.publication()};
   ULONGLONG nextPing = GetTickCount64() + pingEveryMs;
   for (;;) {
     const ULONGLONG now = GetTickCount64();
     const DWORD wait = nextPing > now ? static_cast<DWORD>(nextPing - now) : 0;
     const DWORD result = WaitForMultipleObjects(2, handles, FALSE, wait);
     if (result == WAIT_OBJECT_0) return;
-    if (result == WAIT_OBJECT_0 + 1) noteBoard();
+    if (result == WAIT_OBJECT_0 + 1) note(link_.readBlock());
     if (result != WAIT_TIMEOUT) continue;
     // One signal wakes one object: as many as there are, a moment apart.
     std::size_t objects = 0;
@@ -63,25 +35,20 @@ void ServiceStandIn::watch() noexcept {
       const std::scoped_lock lock(seenMutex_);
       objects = seen_.size();
     }
-    for (std::size_t i = 0; i < objects; ++i) {
-      SetEvent(ping_.get());
-      if (WaitForSingleObject(event_.get(), 100) == WAIT_OBJECT_0) noteBoard();
-    }
+    for (std::size_t i = 0; i < objects; ++i) note(link_.ping(answerMs));
     nextPing += pingEveryMs;
   }
 }
 
-void ServiceStandIn::noteBoard() noexcept {
-  if (WaitForSingleObject(mutex_.get(), 1000) != WAIT_OBJECT_0) return;
-  const StatusBlock block = static_cast<const StatusBoard*>(view_.get())->block;
-  ReleaseMutex(mutex_.get());
+void ServiceStandIn::note(const std::optional<StatusBlock>& block) noexcept {
+  if (!block) return;
   std::array<std::uint32_t, 4> instance{};
-  std::memcpy(instance.data(), &block.instance, sizeof instance);
+  std::memcpy(instance.data(), &block->instance, sizeof instance);
   const std::scoped_lock lock(seenMutex_);
   Seen& seen = seen_[instance];
-  seen.classId = block.classId;
-  seen.endpoint = block.endpoint;
-  seen.propertyEvent = block.propertyEvent;
+  seen.classId = block->classId;
+  seen.endpoint = block->endpoint;
+  seen.propertyEvent = block->propertyEvent;
   ++seen.times;
 }
 

@@ -9,17 +9,20 @@
 #include <array>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
 #include "control/Handle.h"
 #include "control/StatusBlock.h"
+#include "tools/ctl/CompanionLink.h"
 
 namespace vellumic::tools {
 
 class ServiceStandIn {
  public:
-  // Throws std::runtime_error with the reason: a service runs, or the right to make it is missing.
+  // Throws std::runtime_error with the reason: a service runs, or the right to make its objects is
+  // missing.
   ServiceStandIn();
   ~ServiceStandIn();
   ServiceStandIn(const ServiceStandIn&) = delete;
@@ -34,7 +37,7 @@ class ServiceStandIn {
 
  private:
   void watch() noexcept;
-  void noteBoard() noexcept;
+  void note(const std::optional<StatusBlock>& block) noexcept;
 
   struct Seen {
     CLSID classId{};
@@ -42,8 +45,8 @@ class ServiceStandIn {
     StatusText propertyEvent{};
     int times = 0;
   };
-  KernelHandle mapping_, mutex_, event_, ping_, quit_;
-  MappedView view_;
+  CompanionLink link_{CompanionLink::Missing::make};
+  KernelHandle quit_{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
   mutable std::mutex seenMutex_;
   std::map<std::array<std::uint32_t, 4>, Seen> seen_;  // by instance
   std::thread thread_;

@@ -16,8 +16,7 @@ inline void makeBoard(StageLog& log, std::optional<ServiceStandIn>& board) {
       board.emplace();
       return good();
     } catch (const std::runtime_error& error) {
-      const std::string text = error.what(), option = "--service: ";
-      return untold(text.starts_with(option) ? text.substr(option.size()) : text);
+      return untold(error.what());
     }
   });
 }
