@@ -433,8 +433,8 @@ INSTANTIATE_TEST_SUITE_P(
                                           {80000, set(Raw::levelControl, 0.0F)},
                                           {90000, set(Raw::levelControl, 1.0F)}})},
         deviceAt("at8000", 8000.0F), deviceAt("at22050", 22050.0F), deviceAt("at24000", 24000.0F),
-        deviceAt("at44100", 44100.0F), deviceAt("at48000", 48000.0F), deviceAt("at96000", 96000.0F),
-        deviceAt("at192000", 192000.0F)),
+        deviceAt("at44100", 44100.0F), deviceAt("at48000", 48000.0F), deviceAt("at88200", 88200.0F),
+        deviceAt("at96000", 96000.0F), deviceAt("at192000", 192000.0F)),
     [](const auto& test) { return test.param.name; });
 
 }  // namespace
