@@ -1,5 +1,7 @@
-// Two loudspeakers, sparse echo paths shorter than a block, one microphone.
+// Two loudspeakers, sparse echo paths shorter than a block, two microphones that hear the same.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <array>
 #include <cmath>
@@ -8,6 +10,7 @@
 #include <vector>
 
 #include "echo/EchoCanceller.h"
+#include "tests/support/RealtimeGuard.h"
 
 namespace vellumic::testing {
 
@@ -27,13 +30,12 @@ class EchoScene {
     float left = 0.3F, right = 0.3F;  // standard deviation
     float shared = 0.0F;              // of a signal that both loudspeakers play
     float near = 0.001F;              // talker or noise at the microphone
-    bool muted = false;               // the microphone delivers zeros
+    bool muted = false;               // the first microphone delivers zeros
   };
 
   explicit EchoScene(int blockLength = 1024) : length(static_cast<std::size_t>(blockLength)) {
     for (auto& reference : references) reference.resize(2 * length);
-    microphone.resize(length);
-    echo.resize(length);
+    for (auto* samples : {&microphone, &second, &echo}) samples->resize(length);
     for (std::size_t r = 0; r < 2; ++r)
       for (int i = 0; i < 24; ++i) {
         const int delay = static_cast<int>(length) / 10 + 7 * i % (static_cast<int>(length) / 2);
@@ -56,7 +58,8 @@ class EchoScene {
       for (std::size_t r = 0; r < 2; ++r)
         for (const Tap& tap : paths[r])
           echo[i] += tap.gain * references[r][length + i - static_cast<std::size_t>(tap.delay)];
-      microphone[i] = levels.muted ? 0.0F : echo[i] + levels.near * noise();
+      second[i] = echo[i] + levels.near * noise();
+      microphone[i] = levels.muted ? 0.0F : second[i];
     }
   }
   std::span<const float> reference(std::size_t r) const {
@@ -67,7 +70,7 @@ class EchoScene {
   std::size_t length;
   std::array<std::vector<Tap>, 2> paths;
   std::array<std::vector<float>, 2> references;
-  std::vector<float> microphone, echo;
+  std::vector<float> microphone, second, echo;
 
  private:
   std::minstd_rand engine{7};
@@ -80,24 +83,30 @@ inline double energy(std::span<const float> samples) {
   return sum;
 }
 
-// A canceller with references of its own in a scene.
+// A canceller in a scene, and one of the second microphone that shares the references.
 struct EchoBench {
   EchoBench(EchoScene& theScene, const EchoCancellerSettings& settings = {})
       : scene(theScene),
         spectra(static_cast<int>(scene.length)),
         canceller(static_cast<int>(scene.length)),
-        output(scene.length) {
+        other(static_cast<int>(scene.length)),
+        output(scene.length),
+        otherOutput(output) {
     apply(settings);
   }
 
   void apply(const EchoCancellerSettings& settings) {
     spectra.apply(settings);
     canceller.apply(settings);
+    other.apply(settings);
   }
 
   void step() {
+    const RealtimeGuard guard;
     spectra.advance(scene.reference(0), scene.reference(1));
     canceller.process(spectra, scene.microphone, output);
+    other.process(spectra, scene.second, otherOutput);
+    EXPECT_EQ(guard.violations(), 0) << guard.first();
   }
   // Echo return loss enhancement over the blocks, dB.
   double run(int blocks, const EchoScene::Levels& levels = {}) {
@@ -113,8 +122,8 @@ struct EchoBench {
 
   EchoScene& scene;
   ReferenceSpectra spectra;
-  EchoCanceller canceller;
-  std::vector<float> output;
+  EchoCanceller canceller, other;
+  std::vector<float> output, otherOutput;
 };
 
 }  // namespace vellumic::testing
