@@ -126,55 +126,33 @@ TEST_F(Loopback, BlocksFollowOneAnotherThroughPausesDelaysAndDiscards) {
       {trickle, {18255, 19278}},
       {{1024}, {19279, 20302 + 1000}},
   };
-  EXPECT_FALSE(step({512}));  // not started
-  ASSERT_TRUE(source.start());
-  device.played = 0;
-  for (const auto& [packets, expected, delay, discards] : steps) {
-    SCOPED_TRACE(device.played);
-    EXPECT_EQ(source.setDelay(delay), delay >= 0);
-    if (delay >= 0) {
-      EXPECT_EQ(source.delay(), delay);
-    }
-    const ChannelArrays before = rows;
-    EXPECT_EQ(step(packets, discards), !expected.empty());
-    if (expected.empty()) {
-      EXPECT_EQ(rows, before);
-      continue;
-    }
-    for (const float sign : {1.0F, -1.0F}) {
-      const std::vector<float>& row = rows[sign < 0.0F];
-      EXPECT_EQ(row[0], sign * expected[0]);
-      EXPECT_EQ(row[block - 1], sign * expected[1]);
-    }
-  }
-  EXPECT_TRUE(source.setDelay(std::numeric_limits<int>::max()));
-  step({1024});
-}
-
-TEST_F(Loopback, FillsOneRowFromMonoAndTakesTwoOfMany) {
-  for (int channels : {1, 2, 8}) {
-    source.stop();
+  for (const int channels : {1, 2, 8}) {
     device.format.channels = channels;
-    device.played = 0;
+    EXPECT_FALSE(step({512}));  // not started
     ASSERT_TRUE(source.start());
+    device.played = 0;
+    for (const auto& [packets, expected, delay, discards] : steps) {
+      SCOPED_TRACE(device.played);
+      EXPECT_EQ(source.setDelay(delay), delay >= 0);
+      ChannelArrays before = rows;
+      EXPECT_EQ(step(packets, discards), !expected.empty());
+      for (const std::size_t r : {0U, 1U}) {  // of a mono device only the first
+        std::vector<float>&row = rows[r], &was = before[r];
+        const bool filled = !expected.empty() && static_cast<int>(r) < channels;
+        const float sign = r == 0 ? 1.0F : -1.0F;
+        EXPECT_EQ(row[0], filled ? sign * expected[0] : was[0]);
+        EXPECT_EQ(row[block - 1], filled ? sign * expected[1] : was[block - 1]);
+      }
+    }
+    EXPECT_TRUE(source.setDelay(std::numeric_limits<int>::max()));
+    EXPECT_EQ(source.delay(), std::numeric_limits<int>::max());
     step({1024});
-    rows[1][7] = 99.0F;
-    EXPECT_TRUE(step({1024}));
-    EXPECT_EQ(rows[0][7], 8.0F);
-    EXPECT_EQ(rows[1][7], channels == 1 ? 99.0F : -8.0F);
+    source.stop();
+    source.setDelay(0);
   }
 }
 
-TEST_F(Loopback, AFullRingKeepsTheNewest) {
-  source.start();
-  step({4000, 4000, 4000, 4000, 4000, 4000});
-  EXPECT_EQ(device.packets.size(), 2U);  // one call takes no more than the ring holds
-  step(device.packets);
-  ASSERT_TRUE(source.popBlock(rows, 1));
-  const float oldest = rows[0][0];
-  EXPECT_EQ(oldest, 24000.0F - 15999.0F + 1.0F + 1024.0F);
-  while (source.popBlock(rows, block)) {
-  }
+TEST_F(Loopback, TakesAnyRate) {
   // Rings smaller than a packet, and upsampling beyond what a packet may become.
   for (double rate : {1.0, 2.5, 100.0, 192000.0}) {
     source.stop();
@@ -194,7 +172,8 @@ TEST_F(Loopback, ConvertsToTheRateInForceAtStart) {
     source.setTargetRate(24000.0);  // too late
     device.played = 0;
     step({48000});
-    step(std::vector(12, 4800));  // of which a second is taken
+    step(std::vector(12, 4800));
+    EXPECT_EQ(device.packets.size(), 2U);  // a second is taken
     int queued = 0;
     while (source.popBlock(rows, 1)) ++queued;
     EXPECT_EQ(queued, static_cast<int>(rate) - 1 - block);  // and kept
