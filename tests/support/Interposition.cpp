@@ -10,7 +10,6 @@
 
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
 #include <ctime>
@@ -21,7 +20,6 @@ extern "C" {
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* block, size_t size);
-void* __libc_memalign(size_t alignment, size_t size);
 void __libc_free(void* block);
 }
 
@@ -73,22 +71,6 @@ void free(void* block) noexcept {
   if (block != nullptr) noteForbiddenCall("free");
   __libc_free(block);
 }
-void* aligned_alloc(size_t alignment, size_t size) noexcept {
-  noteForbiddenCall("aligned_alloc");
-  return __libc_memalign(alignment, size);
-}
-void* memalign(size_t alignment, size_t size) noexcept {
-  noteForbiddenCall("memalign");
-  return __libc_memalign(alignment, size);
-}
-int posix_memalign(void** block, size_t alignment, size_t size) noexcept {
-  noteForbiddenCall("posix_memalign");
-  if (alignment % sizeof(void*) != 0 || (alignment & (alignment - 1)) != 0) return EINVAL;
-  void* result = __libc_memalign(alignment, size);
-  if (result == nullptr) return ENOMEM;
-  *block = result;
-  return 0;
-}
 
 // NOLINTBEGIN(cppcoreguidelines-macro-usage): one line for each function that only passes on
 #define HIDE(result, name, parameters, arguments)             \
@@ -102,6 +84,11 @@ int posix_memalign(void** block, size_t alignment, size_t size) noexcept {
     return hidden arguments;                                  \
   }
 // NOLINTEND(cppcoreguidelines-macro-usage)
+
+HIDE_NOEXCEPT(void*, aligned_alloc, (size_t alignment, size_t size), (alignment, size))
+HIDE_NOEXCEPT(void*, memalign, (size_t alignment, size_t size), (alignment, size))
+HIDE_NOEXCEPT(int, posix_memalign, (void** block, size_t alignment, size_t size),
+              (block, alignment, size))
 
 // Locks, waits and wakes.
 HIDE_NOEXCEPT(int, pthread_mutex_lock, (pthread_mutex_t * mutex), (mutex))

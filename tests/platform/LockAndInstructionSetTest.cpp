@@ -1,25 +1,35 @@
 #include <gtest/gtest.h>
 
-#include "platform/InstructionSet.h"
+#include <thread>
 
-#if defined(__x86_64__)
-#include <cpuid.h>
-#endif
+#include "platform/CriticalLock.h"
+#include "platform/InstructionSet.h"
 
 namespace vellumic {
 namespace {
 
-// What the processor says of itself.
-bool hasAvx2() {
-#if defined(__x86_64__)
-  unsigned a = 0, b = 0, c = 0, d = 0;
-  constexpr unsigned fmaOsxsaveAvx = 1U << 12 | 1U << 27 | 1U << 28, avx2 = 1U << 5;
-  if (__get_cpuid(1, &a, &b, &c, &d) == 0 || (c & fmaOsxsaveAvx) != fmaOsxsaveAvx) return false;
-  return __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 && (b & avx2) != 0;
-#else
-  return false;
-#endif
+bool anotherThreadCanEnter(CriticalLock& lock) {
+  bool entered = false;
+  std::thread([&] {
+    entered = lock.tryEnter();
+    if (entered) lock.leave();
+  }).join();
+  return entered;
 }
+
+TEST(CriticalLock, KeepsOthersOutUntilEveryEntryIsLeft) {
+  CriticalLock lock;
+  lock.enter();
+  ASSERT_TRUE(lock.tryEnter());
+  EXPECT_FALSE(anotherThreadCanEnter(lock));
+  lock.leave();
+  EXPECT_FALSE(anotherThreadCanEnter(lock));
+  lock.leave();
+  EXPECT_TRUE(anotherThreadCanEnter(lock));
+}
+
+// Kernels may run where the processor has all that they were compiled for.
+bool hasAvx2() { return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"); }
 
 TEST(InstructionSet, IsTheMachinesFromTheStart) {
   EXPECT_EQ(machineInstructionSet(), hasAvx2() ? InstructionSet::Avx2 : InstructionSet::Base);
