@@ -92,25 +92,6 @@ class ParameterThread : public testing::Test {
   RegistrySandbox registry;
 };
 
-TEST_F(ParameterThread, TwoSignalsDuringOneReloadGiveOneMore) {
-  Endpoint object;
-  ASSERT_TRUE(object.reload());
-  std::atomic<int> reloads{0};
-  ownSystemCalls().onRegistryQuery = [&, count = 0]() mutable {
-    constexpr int queriesPerReload = 1 + static_cast<int>(rawCount);
-    if (count++ % queriesPerReload == 0 && ++reloads == 1)
-      for (int signal = 0; signal < 2; ++signal) {
-        SetEvent(object.sync.event(ThreadEvent::reload).get());
-        Sleep(5);
-      }
-    return true;
-  };
-  SetEvent(object.sync.event(ThreadEvent::reload).get());
-  EXPECT_TRUE(comes([&] { return reloads == 2; }));
-  Sleep(100);
-  EXPECT_EQ(reloads, 2);
-}
-
 TEST_F(ParameterThread, AReloadWaitsForTheAudioAndLeavesTheFourChannelForm) {
   KeywordDetector object;
   ProcessContext context;

@@ -130,18 +130,6 @@ TEST_F(RegistryTest, GapEndsItsChunkButNotTheReload) {
   EXPECT_EQ(values.a[101], 102.0F);
 }
 
-TEST_F(RegistryTest, OversizedValueCountsAndLeavesTheSlot) {
-  registry.writeSetting(L"2", 1, rawCount, numbered);
-  const double wide = 1.0;
-  registry.write(registry.settingsPath() + L"\\2", L"Param5", REG_QWORD, &wide, sizeof wide);
-  EXPECT_EQ(parallelCount(L"2"), rawCount);
-  EXPECT_EQ(values.a[4], 0.0F);
-  EXPECT_EQ(values.a[5], 6.0F);
-  values.a[4] = untouched;
-  ASSERT_TRUE(reload());
-  EXPECT_EQ(values.a[4], untouched);
-}
-
 // Values of any type and size: what fits a slot is its bits, all else leaves it alone.
 TEST_F(RegistryTest, AnyTypeAndSizeIsRead) {
   RandomRounds rounds(6);
