@@ -57,20 +57,8 @@ HRESULT CaptureObject::listEffects(HANDLE event, UINT* count) {
 }
 
 ApoWorld::ApoWorld() {
-  filter.id = L"filter";
-  other.id = L"other";
-  microphone.id = L"microphone";
-  other.store.texts[4] = L"{99999999-2222-3333-4444-555555555555}";
-  microphone.store.texts[4] = L"{11111111-2222-3333-4444-555555555555}";
-  system.captureEndpoints.devices = {&filter, &other, &microphone};
   microphone.volume.masterDb = 0.0F;
   microphone.volume.channelDb = {0.0F, 0.0F};
-}
-
-void ApoWorld::TearDown() {
-  for (const FakeDevice* device : {&filter, &other, &microphone, &speaker})
-    EXPECT_EQ(device->allReferences(), 0U);
-  EXPECT_EQ(system.allReferences(), 0U);
 }
 
 APOInitSystemEffects2 ApoWorld::blob(const GUID& processingMode) {

@@ -103,12 +103,10 @@ struct CaptureObject {
   ComPtr<IAudioSystemEffects2> effects;
 };
 
-class ApoWorld : public testing::Test {
+class ApoWorld : public FakeMachine {
  protected:
   ApoWorld();
-  void TearDown() override;  // every reference is given back
 
-  // The endpoint is the last of three devices and the only match.
   APOInitSystemEffects2 blob(const GUID& processingMode = mode::standard);
   static HRESULT initialize(CaptureObject& object, APOInitSystemEffects2 data,
                             UINT32 size = sizeof(APOInitSystemEffects2));
@@ -116,8 +114,6 @@ class ApoWorld : public testing::Test {
   void writeFactorySettings();
 
   RegistrySandbox registry;
-  FakeSystem system;
-  FakeDevice filter, other, microphone, speaker;
 };
 
 }  // namespace vellumic::test

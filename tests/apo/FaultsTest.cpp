@@ -150,7 +150,10 @@ class Faults : public ApoWorld {
       return results;
     }
     results.lock = object.lock(format);
-    EXPECT_TRUE(results.lock == S_OK || object.lock(format) == S_OK);
+    if (results.lock != S_OK) {
+      EXPECT_TRUE(microphone.volume.callbacks.empty());
+      EXPECT_EQ(object.lock(format), S_OK);
+    }
     if (turnOfRunning != 0) callsLeft = std::exchange(turnOfRunning, 0);
     registry.select(L"1");
     // The object told no name when a failure took it.
@@ -219,6 +222,7 @@ TEST_F(Faults, EachCallToTheSystemAndTheHeapFailsOnceInTurn) {
           EXPECT_TRUE(result == S_OK || result == E_FAIL || result == E_OUTOFMEMORY)
               << std::hex << result << " at call " << std::dec << turn;
         refused += results.refused() ? 1 : 0;
+        if (many && lives % 3 != 0) continue;
         EXPECT_EQ(life(classCases[static_cast<std::size_t>(turn) % 3]), sound) << "after " << turn;
       }
     };

@@ -9,6 +9,7 @@
 
 #include <audioclient.h>
 #include <endpointvolume.h>
+#include <gtest/gtest.h>
 #include <mmdeviceapi.h>
 #include <propsys.h>
 
@@ -365,6 +366,27 @@ class FakeSystem : public Double<IMMDeviceEnumerator> {
   Factory factory_{*this};
   DWORD registration_ = 0;
   CO_MTA_USAGE_COOKIE apartment_ = nullptr;
+};
+
+// Three capture devices, the endpoint last and the only match, and a loudspeaker. Who uses them
+// gives every reference back.
+class FakeMachine : public testing::Test {
+ protected:
+  FakeMachine() {
+    filter.id = L"filter";
+    other.id = L"other";
+    microphone.id = L"microphone";
+    other.store.texts[4] = L"{99999999-2222-3333-4444-555555555555}";
+    microphone.store.texts[4] = L"{11111111-2222-3333-4444-555555555555}";
+    system.captureEndpoints.devices = {&filter, &other, &microphone};
+  }
+  void TearDown() override {
+    for (const FakeDevice* device : {&filter, &other, &microphone, &speaker})
+      EXPECT_EQ(device->allReferences(), 0U);
+    EXPECT_EQ(system.allReferences(), 0U);
+  }
+  FakeSystem system;
+  FakeDevice filter, other, microphone, speaker;
 };
 
 #undef UNUSED_METHOD

@@ -17,27 +17,13 @@ namespace vellumic::test {
 namespace {
 
 constexpr wchar_t microphoneGuid[] = L"{11111111-2222-3333-4444-555555555555}";
-constexpr wchar_t otherGuid[] = L"{99999999-2222-3333-4444-555555555555}";
 constexpr DWORD guidProperty = 4, jackProperty = 8;
 
 float gain(float decibels) { return std::pow(10.0F, decibels / 20.0F); }
 
-class Devices : public testing::Test {
+class Devices : public FakeMachine {
  protected:
-  Devices() {
-    system.captureEndpoints.devices = {&other, &microphone};
-    microphone.id = L"mic";
-    other.id = L"other";
-    microphone.store.texts[guidProperty] = microphoneGuid;
-    other.store.texts[guidProperty] = otherGuid;
-    system.defaultRender = &speaker;
-  }
-  void TearDown() override {
-    EXPECT_EQ(microphone.allReferences() + other.allReferences() + speaker.allReferences(), 0U);
-    EXPECT_EQ(system.allReferences(), 0U);
-  }
-  FakeSystem system;
-  FakeDevice microphone, other, speaker;
+  Devices() { system.defaultRender = &speaker; }
 };
 
 class EndpointIdentity : public Devices {
@@ -62,10 +48,10 @@ class EndpointIdentity : public Devices {
 
 TEST_F(EndpointIdentity, LastActiveMatchGivesTheDeviceId) {
   ASSERT_EQ(identify(), S_OK);
-  expectFound(L"mic", 1);
+  expectFound(L"microphone", 1);
   other.store.texts[guidProperty] = microphoneGuid;
   ASSERT_EQ(identify(1), S_OK);
-  expectFound(L"mic", 2);
+  expectFound(L"microphone", 2);
   EXPECT_EQ(endpoint.endpointGuidString, microphoneGuid);
   EXPECT_EQ(endpoint.jackSubTypeString, microphoneGuid);  // no jack sub type of its own
   EXPECT_TRUE(
@@ -94,7 +80,7 @@ TEST_F(EndpointIdentity, NoMatchIsASuccessWithoutAnIdAndFailuresLeaveNothing) {
   ASSERT_EQ(identify(), S_OK);
   EXPECT_EQ(endpoint.identify(nullptr, &microphone.store, 0), E_INVALIDARG);
   EXPECT_EQ(endpoint.identify(&system.captureEndpoints, nullptr, 0), E_INVALIDARG);
-  EXPECT_EQ(identify(2), E_FAIL);
+  EXPECT_EQ(identify(3), E_FAIL);
   EXPECT_EQ(endpoint.identify(&empty, &microphone.store, 0), E_FAIL);
   system.available = false;
   EXPECT_EQ(identify(), E_FAIL);
@@ -173,7 +159,7 @@ TEST_F(Volume, NotificationsFollowMuteAndMasterButNotAChannelAlone) {
     volume.channelDb = change.channels;  // one more at last than at the lock
     volume.failing = change.failing;
     EXPECT_EQ(volume.notify(), change.answer);
-    EXPECT_EQ(notification.isMuted(L"mic"), change.muted);
+    EXPECT_EQ(notification.isMuted(L"microphone"), change.muted);
     expectVolumes(gain(change.seen[0]), gain(change.seen[1]), gain(change.seen[2]));
     EXPECT_EQ(WaitForSingleObject(effects.get(), 0) == WAIT_OBJECT_0, change.told);
   }
@@ -181,8 +167,8 @@ TEST_F(Volume, NotificationsFollowMuteAndMasterButNotAChannelAlone) {
 }
 
 TEST_F(Volume, ACallbackKeepsTheWholeReading) {
-  const auto callback =
-      ComPtr<_CAudioEndpointVolumeCallback>::attach(new _CAudioEndpointVolumeCallback(L"mic"));
+  const auto callback = ComPtr<_CAudioEndpointVolumeCallback>::attach(
+      new _CAudioEndpointVolumeCallback(L"microphone"));
   EXPECT_EQ(callback->levels().masterDb, 1.17549435e-38F);
   microphone.volume.channelDb = {-3.0F, -12.0F, -30.0F};
   EXPECT_EQ(callback->takeSnapshot(microphone.volume), S_OK);
@@ -239,15 +225,15 @@ TEST_F(Volume, WhatCannotBeReadDecidesWhatTheLockSees) {
     SCOPED_TRACE(test.failing);
     microphone.volume.failing = test.failing;
     EXPECT_TRUE(add());
-    EXPECT_FLOAT_EQ(notification.volumes(L"mic").master, test.gain);
-    EXPECT_EQ(notification.channelCount(L"mic"), test.channels);
+    EXPECT_FLOAT_EQ(notification.volumes(L"microphone").master, test.gain);
+    EXPECT_EQ(notification.channelCount(L"microphone"), test.channels);
     EXPECT_EQ(microphone.volume.callbacks.size(), test.callbacks);
     notification.clear();
     EXPECT_TRUE(microphone.volume.callbacks.empty());
   }
   microphone.activates = false;
   EXPECT_TRUE(add());
-  EXPECT_EQ(notification.volumes(L"mic").master, 1.0F);
+  EXPECT_EQ(notification.volumes(L"microphone").master, 1.0F);
   for (const float unknown : {notification.masterGain(L"?"), notification.firstChannelGain(L"?"),
                               notification.secondChannelGain(L"?")})
     EXPECT_EQ(unknown, 1.17549435e-38F);
@@ -284,7 +270,7 @@ TEST_F(Volume, UnregisteringWaitsForANotificationWithoutDeadlock) {
         renewVolumes(notification, id, sets);  // finds its levels though clear() waits
         handled = true;
       },
-      nullptr, L"mic"));
+      nullptr, L"microphone"));
   std::thread service([&] { change(0.6F, -6.0F); });
   microphone.volume.onUnregister = [&] {
     service.join();  // the audio service lets no notification outlive the registration
