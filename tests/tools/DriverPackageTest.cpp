@@ -7,10 +7,7 @@
 #include <map>
 #include <set>
 
-#include "apo/ProcessingModes.h"
-#include "tests/apo/ApoWorld.h"
-#include "tools/ctl/EffectPlan.h"
-#include "tools/ctl/TextConversion.h"
+#include "tests/tools/AttachEndpoint.h"
 
 namespace vellumic::tools {
 namespace {
@@ -19,10 +16,10 @@ using Fields = std::vector<std::wstring>;  // the key of the line first
 
 class Inf {
  public:
-  explicit Inf(const wchar_t* name)
-      : handle_(SetupOpenInfFileW((folder() + L"\\" + name).c_str(), nullptr, INF_STYLE_WIN4,
-                                  &errorLine_)) {
-    EXPECT_NE(handle_, INVALID_HANDLE_VALUE) << "line " << errorLine_ << " " << GetLastError();
+  explicit Inf(const std::string& name)
+      : handle_(SetupOpenInfFileW(wide("Z:" VELLUMIC_PACKAGE "\\" + name).c_str(), nullptr,
+                                  INF_STYLE_WIN4, nullptr)) {
+    EXPECT_NE(handle_, INVALID_HANDLE_VALUE) << name << " " << GetLastError();
   }
   ~Inf() { SetupCloseInfFile(handle_); }
   Inf(const Inf&) = delete;
@@ -59,8 +56,6 @@ class Inf {
   }
 
  private:
-  static std::wstring folder() { return L"Z:" + wide(VELLUMIC_PACKAGE); }
-  UINT errorLine_ = 0;
   HINF handle_;
 };
 
@@ -94,38 +89,31 @@ class Scratch {
   RegistryKey key_;
 };
 
-// The sections that each directive names, by the position of their names.
-void expectReferencesExist(const Inf& inf, const std::wstring& models, const std::wstring& files) {
-  EXPECT_EQ(inf.lines(L"Manufacturer").at(0).at(1) + L"." + inf.lines(L"Manufacturer").at(0).at(2),
-            models);
-  ASSERT_EQ(inf.lines(models).size(), 1U);
-  const std::wstring install = inf.lines(models)[0].at(1) + L".NT";
-  ASSERT_TRUE(inf.has(install));
-  std::set<std::wstring> named;
-  for (const Fields& line : inf.lines(install)) named.insert(line.begin() + 1, line.end());
-  for (const wchar_t* kind : {L".Components", L".Interfaces"})
-    for (const Fields& line : inf.lines(install + kind)) named.insert(line.at(3));
-  for (const std::wstring& section : named) EXPECT_TRUE(inf.has(section)) << utf8(section);
-  for (const std::wstring& section : named)
-    for (const Fields& line : inf.lines(section))
-      if (line.at(0) == L"AddReg") {
-        EXPECT_TRUE(inf.has(line.at(1))) << utf8(line.at(1));
-      }
-  if (files.empty()) return;
-  EXPECT_TRUE(named.contains(files));
-  EXPECT_EQ(inf.value(L"DestinationDirs", files), L"13");
-  for (const Fields& file : inf.lines(files)) {
-    const std::wstring disk = inf.value(L"SourceDisksFiles", file.at(1));
-    EXPECT_FALSE(inf.value(L"SourceDisksNames", disk).empty());
+TEST(DriverPackage, BothParseAndReferToSectionsThatExist) {
+  const std::wstring models = L"Devices.NTamd64.10.0...17763", files = L"Component.Files";
+  const Inf component("VellumicAPO.inf"), extension("VellumicExtension.inf");
+  for (const Inf* inf : {&component, &extension}) {
+    const Fields maker = inf->lines(L"Manufacturer").at(0);
+    EXPECT_EQ(maker.at(1) + L"." + maker.at(2), models);
+    ASSERT_EQ(inf->lines(models).size(), 1U);
+    // The sections that each directive names, by the position of their names.
+    const std::wstring install = inf->lines(models)[0].at(1) + L".NT";
+    std::set<std::wstring> named{install};
+    for (const Fields& line : inf->lines(install)) named.insert(line.begin() + 1, line.end());
+    for (const wchar_t* kind : {L".Components", L".Interfaces"})
+      for (const Fields& line : inf->lines(install + kind)) named.insert(line.at(3));
+    for (const std::wstring& section : std::set(named))
+      for (const Fields& line : inf->lines(section))
+        if (line.at(0) == L"AddReg") named.insert(line.at(1));
+    for (const std::wstring& section : named) EXPECT_TRUE(inf->has(section)) << utf8(section);
+    EXPECT_EQ(named.contains(files), inf == &component);
+  }
+  EXPECT_EQ(component.value(L"DestinationDirs", files), L"13");
+  for (const Fields& file : component.lines(files)) {
+    const std::wstring disk = component.value(L"SourceDisksFiles", file.at(1));
+    EXPECT_FALSE(component.value(L"SourceDisksNames", disk).empty());
     EXPECT_TRUE(std::filesystem::exists(test::programFolder() / file.at(1)));
   }
-}
-
-TEST(DriverPackage, BothParseAndReferToSectionsThatExist) {
-  const std::wstring models = L"Devices.NTamd64.10.0...17763";
-  const Inf component(L"VellumicAPO.inf"), extension(L"VellumicExtension.inf");
-  expectReferencesExist(component, models, L"Component.Files");
-  expectReferencesExist(extension, models, L"");
   EXPECT_EQ(component.value(L"Version", L"ClassGuid"), L"{5989FCE8-9CD0-467D-8A6A-5419E31529D4}");
   EXPECT_EQ(extension.value(L"Version", L"ClassGuid"), L"{E2F84CE7-8EFA-411C-AA69-97454CA4CB57}");
   EXPECT_FALSE(extension.value(L"Version", L"ExtensionId").empty());
@@ -150,7 +138,7 @@ TEST(DriverPackage, ComponentWritesWhatRegistrationWrites) {
   }
   {
     const Scratch scratch;
-    Inf(L"VellumicAPO.inf").runRegistry(L"Component.NT", scratch.root());
+    Inf("VellumicAPO.inf").runRegistry(L"Component.NT", scratch.root());
     installed = scratch.tree();
   }
   // Paths apart: classes lie below Classes, and files in folders of their own.
@@ -171,14 +159,10 @@ TEST(DriverPackage, ComponentWritesWhatRegistrationWrites) {
   EXPECT_EQ(installed, expected);
 }
 
-TEST(DriverPackage, ExtensionWritesWhatAttachWrites) {
+TEST(DriverPackage, ExtensionAttachesAllThreeEffects) {
   const Scratch scratch;
-  Inf(L"VellumicExtension.inf").runRegistry(L"Extension.Interface", scratch.root());
-  RegistryValues expected;
-  AttachRequest request{.slots = {&effectSlots[0], &effectSlots[1], &effectSlots[2]},
-                        .modes = {acceptedModes.begin(), acceptedModes.end()}};
-  for (const ValueChange& change : attachChanges({}, request))
-    expected[change.name] = *change.after;
+  Inf("VellumicExtension.inf").runRegistry(L"Extension.Interface", scratch.root());
+  const auto expected = effectValues("0=null 6=mfx m6=all 7=efx m7=all 9=kdmfx m9=all");
   EXPECT_EQ(scratch.tree(), (Scratch::Tree{{L"\\FX\\0", expected}}));
 }
 
