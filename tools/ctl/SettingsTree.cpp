@@ -22,10 +22,6 @@ constexpr DWORD readingMs = 250;               // far longer than an effect read
 constexpr unsigned shortSettingCount = 323;    // a setting of old; the effects mark it
 constexpr std::size_t longestActiveName = 19;  // the effects read 40 bytes
 
-std::wstring settingsPath() {
-  return std::wstring(parametersPath) + GuidText(settingsTreeGuid).c_str() + settingsSuffix;
-}
-
 [[noreturn]] void fail(const std::wstring& subkey, const std::string& action, LSTATUS status) {
   const std::string fix =
       status == ERROR_ACCESS_DENIED ? "; run as administrator" : "; see the key with regedit";
@@ -38,7 +34,7 @@ void check(LSTATUS status, const std::wstring& subkey, const std::string& action
 }
 
 RegistryKey openTree() {
-  return CRegistryUtils::openKey(HKEY_LOCAL_MACHINE, settingsPath().c_str());
+  return CRegistryUtils::openKey(HKEY_LOCAL_MACHINE, settingsTreePath().c_str());
 }
 
 bool isFresh(std::wstring_view subkey) { return subkey.ends_with(freshSuffix); }
@@ -97,7 +93,21 @@ void writeActive(HKEY settings, const std::wstring& subkey) {
 
 }  // namespace
 
-std::string SettingsTree::displayPath() { return "HKEY_LOCAL_MACHINE\\" + utf8(settingsPath()); }
+std::wstring settingsTreePath() {
+  return std::wstring(parametersPath) + GuidText(settingsTreeGuid).c_str() + settingsSuffix;
+}
+
+LSTATUS writeSettingValues(HKEY setting, const RawValues& values) {
+  LSTATUS status = ERROR_SUCCESS;
+  for (std::size_t slot = 0; slot < values.size() && status == ERROR_SUCCESS; ++slot)
+    status = RegSetValueExW(setting, valueName(slot).c_str(), 0, REG_DWORD,
+                            reinterpret_cast<const BYTE*>(&values[slot]), sizeof(float));
+  return status;
+}
+
+std::string SettingsTree::displayPath() {
+  return "HKEY_LOCAL_MACHINE\\" + utf8(settingsTreePath());
+}
 
 bool SettingsTree::exists() { return static_cast<bool>(openTree()); }
 
@@ -136,7 +146,7 @@ SettingsWriter::SettingsWriter() : mutex_(CreateMutexW(nullptr, FALSE, writerMut
                    ": another vellumic-ctl is writing; wait for its end and try again");
   createdTree_ = !SettingsTree::exists();
   try {
-    check(RegCreateKeyExW(HKEY_LOCAL_MACHINE, settingsPath().c_str(), 0, nullptr, 0,
+    check(RegCreateKeyExW(HKEY_LOCAL_MACHINE, settingsTreePath().c_str(), 0, nullptr, 0,
                           KEY_READ | KEY_WRITE | DELETE, nullptr, settings_.put(), nullptr),
           L"", "opening for writing");
     finishInterrupted();
@@ -153,10 +163,7 @@ void SettingsWriter::writeValues(const std::wstring& subkey, const RawValues& va
   check(RegCreateKeyExW(settings_.get(), subkey.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr,
                         key.put(), nullptr),
         subkey, "creating the key");
-  for (std::size_t slot = 0; slot < values.size(); ++slot)
-    check(RegSetValueExW(key.get(), valueName(slot).c_str(), 0, REG_DWORD,
-                         reinterpret_cast<const BYTE*>(&values[slot]), sizeof(float)),
-          subkey, "writing " + utf8(valueName(slot)));
+  check(writeSettingValues(key.get(), values), subkey, "writing the values");
 }
 
 void SettingsWriter::finishInterrupted() {

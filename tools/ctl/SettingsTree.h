@@ -27,6 +27,11 @@ struct StoredSetting {
   unsigned stored = 0;  // values that exist
 };
 
+// The key of all settings, under HKEY_LOCAL_MACHINE.
+std::wstring settingsTreePath();
+// Param1 to Param1365 of a setting's key; the first failure ends it.
+LSTATUS writeSettingValues(HKEY setting, const RawValues& values);
+
 class SettingsTree {
  public:
   // The path under HKEY_LOCAL_MACHINE, with that name in front.

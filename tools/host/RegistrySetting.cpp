@@ -4,11 +4,11 @@
 #include <stdexcept>
 #include <string>
 
+#include "tools/ctl/SettingsTree.h"
+
 namespace vellumic::tools {
 namespace {
 
-constexpr wchar_t settingsPath[] =
-    L"SOFTWARE\\Mirandor\\Vellumic\\Parameters\\{DFF21CE1-F70F-11D0-B917-00A0C9223196}\\Settings";
 constexpr wchar_t activeName[] = L"ActiveSetting";
 constexpr wchar_t ownName[] = L"vellumic-host";
 constexpr wchar_t beforeName[] = L"ActiveBefore";  // in our own setting
@@ -59,7 +59,7 @@ void removeEmptyKeys(std::wstring path) noexcept {
 bool somethingIsLeft() {
   RegistryKey settings, own;
   const LSTATUS opened =
-      RegOpenKeyExW(HKEY_LOCAL_MACHINE, settingsPath, 0, KEY_READ, settings.put());
+      RegOpenKeyExW(HKEY_LOCAL_MACHINE, settingsTreePath().c_str(), 0, KEY_READ, settings.put());
   if (opened != ERROR_SUCCESS) return opened != ERROR_FILE_NOT_FOUND;
   return readText(settings.get(), activeName) == ownName ||
          RegOpenKeyExW(settings.get(), ownName, 0, KEY_READ, own.put()) != ERROR_FILE_NOT_FOUND;
@@ -69,8 +69,8 @@ bool somethingIsLeft() {
 
 RegistrySetting::RegistrySetting(const RawValues& values) try {
   putBack();  // what a run that was cut short left
-  checkRegistry(RegCreateKeyExW(HKEY_LOCAL_MACHINE, settingsPath, 0, nullptr, 0, KEY_ALL_ACCESS,
-                                nullptr, settings_.put(), nullptr));
+  checkRegistry(RegCreateKeyExW(HKEY_LOCAL_MACHINE, settingsTreePath().c_str(), 0, nullptr, 0,
+                                KEY_ALL_ACCESS, nullptr, settings_.put(), nullptr));
   checkRegistry(RegCreateKeyExW(settings_.get(), ownName, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
                                 setting_.put(), nullptr));
   store(values);
@@ -82,11 +82,7 @@ RegistrySetting::RegistrySetting(const RawValues& values) try {
 }
 
 void RegistrySetting::store(const RawValues& values) {
-  for (std::size_t slot = 0; slot < values.size(); ++slot) {
-    const std::wstring name = L"Param" + std::to_wstring(slot + 1);
-    checkRegistry(RegSetValueExW(setting_.get(), name.c_str(), 0, REG_DWORD,
-                                 reinterpret_cast<const BYTE*>(&values[slot]), sizeof(float)));
-  }
+  checkRegistry(writeSettingValues(setting_.get(), values));
 }
 
 RegistrySetting::~RegistrySetting() {
@@ -97,8 +93,8 @@ RegistrySetting::~RegistrySetting() {
 
 bool RegistrySetting::putBack() noexcept try {
   RegistryKey settings, own;
-  const LSTATUS opened =
-      RegOpenKeyExW(HKEY_LOCAL_MACHINE, settingsPath, 0, KEY_ALL_ACCESS, settings.put());
+  const LSTATUS opened = RegOpenKeyExW(HKEY_LOCAL_MACHINE, settingsTreePath().c_str(), 0,
+                                       KEY_ALL_ACCESS, settings.put());
   if (opened != ERROR_SUCCESS) return opened == ERROR_FILE_NOT_FOUND || !somethingIsLeft();
   if (readText(settings.get(), activeName) == ownName) {
     RegOpenKeyExW(settings.get(), ownName, 0, KEY_READ, own.put());
@@ -111,7 +107,7 @@ bool RegistrySetting::putBack() noexcept try {
   RegDeleteKeyW(settings.get(), ownName);
   settings.reset();
   const bool left = somethingIsLeft();
-  removeEmptyKeys(settingsPath);
+  removeEmptyKeys(settingsTreePath());
   return !left;
 } catch (const std::exception&) {
   return false;
