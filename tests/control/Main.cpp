@@ -27,8 +27,14 @@ ChildProcess::ChildProcess(const std::string& mode) {
   STARTUPINFOA startup = {};
   startup.cb = sizeof startup;
   PROCESS_INFORMATION information = {};
-  EXPECT_TRUE(CreateProcessA(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                             &startup, &information));
+  // Wine on a busy machine was seen to refuse one in some hundred.
+  BOOL made = FALSE;
+  for (int attempt = 0; attempt < 3 && !made; ++attempt) {
+    if (attempt > 0) Sleep(500);
+    made = CreateProcessA(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                          &startup, &information);
+  }
+  EXPECT_TRUE(made) << GetLastError();
   process_.reset(information.hProcess);
   thread_.reset(information.hThread);
 }

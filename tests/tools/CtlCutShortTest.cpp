@@ -128,7 +128,10 @@ TEST(CtlCutShort, AttachmentsAreWholeAndGoBothWays) {
             ASSERT_EQ(endpoint.values(), beginning);
             ASSERT_EQ(readAttachment(endpoint.guid).has_value(), older != nullptr);
           }
-          // No class without its modes.
+          // What calls itself whole is whole, and no class is without its modes.
+          if (const auto record = readAttachment(endpoint.guid); record && record->whole) {
+            ASSERT_TRUE(endpoint.values() == complete.values() || endpoint.values() == beginning);
+          }
           for (const AttachedEffect& effect :
                attachedEffects(endpoint.values().value_or(RegistryValues{})))
             ASSERT_GE(effect.modes.size(), 3U);
