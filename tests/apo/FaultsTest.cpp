@@ -131,13 +131,15 @@ class Faults : public ApoWorld {
   }
   SystemCalls calls{library(), SystemCalls::Keeps::openObjects};
   const Heap heapOfLibrary{library()};
-  int reloads = 0;        // of the latest life
-  int turnOfRunning = 0;  // becomes callsLeft when the object is locked
-  int beyondHelp = 0;     // lives of an object that never could be initialised
+  int reloads = 0;  // of the latest life
+  enum Stage : std::size_t { whole, locking, running };
+  std::array<int, 3> turns{};  // what becomes callsLeft when the stage begins
+  int beyondHelp = 0;          // lives of an object that never could be initialised
 
  private:
   Results wholeLife(const ClassCase& which, DWORD patienceMs) {
     Results results{S_OK, S_OK, S_OK, false};
+    begin(whole);
     registry.select(L"none");
     CaptureObject object(which.id, &results.create);
     if (!object.object) return results;
@@ -149,12 +151,13 @@ class Faults : public ApoWorld {
       ++beyondHelp;
       return results;
     }
+    begin(locking);
     results.lock = object.lock(format);
     if (results.lock != S_OK) {
       EXPECT_TRUE(microphone.volume.callbacks.empty());
       EXPECT_EQ(object.lock(format), S_OK);
     }
-    if (turnOfRunning != 0) callsLeft = std::exchange(turnOfRunning, 0);
+    begin(running);
     registry.select(L"1");
     // The object told no name when a failure took it.
     const KernelHandle reload(
@@ -172,6 +175,9 @@ class Faults : public ApoWorld {
     object = CaptureObject();
     EXPECT_EQ(format.references, 0U);
     return results;
+  }
+  void begin(Stage stage) {
+    if (turns[stage] != 0) callsLeft = std::exchange(turns[stage], 0);
   }
   UINT effectsOf(CaptureObject& object) {
     std::array<float, 480 * 4> samples{};
@@ -210,11 +216,10 @@ TEST_F(Faults, EachCallToTheSystemAndTheHeapFailsOnceInTurn) {
     const bool memory = import == "malloc" || import == "calloc";
     const bool many = memory || import == "RegQueryValueExW";  // 1365 calls alike for each setting
     beyondHelp = 0;
-    const auto livesWithFailures = [&](bool running) {
+    const auto livesWithFailures = [&](Stage stage) {
       // Of many calls alike the first ones, and some of the rest.
       for (int turn = 1; turn < 100000; turn += many && turn > 12 ? turn / 3 : 1) {
-        callsLeft = running ? 0 : turn;
-        turnOfRunning = running ? turn : 0;
+        turns[stage] = turn;
         const Results results = life(mfx, 500);  // the failure may take the board or the worker
         if (callsLeft.exchange(0) > 0) return;   // not reached any more
         ++lives;
@@ -226,8 +231,9 @@ TEST_F(Faults, EachCallToTheSystemAndTheHeapFailsOnceInTurn) {
         EXPECT_EQ(life(classCases[static_cast<std::size_t>(turn) % 3]), sound) << "after " << turn;
       }
     };
-    livesWithFailures(false);
-    if (memory) livesWithFailures(true);  // few of its calls are the worker's
+    livesWithFailures(whole);
+    if (memory)  // whose calls at the start hide the few of later stages
+      for (const Stage stage : {locking, running}) livesWithFailures(stage);
     if (lives == 0) neverFailed += std::string(import) + ' ';
     // Registry, named objects and identifiers are done without; devices and threads are not.
     const bool needed = import == "CoCreateInstance" || import == "_beginthreadex" || memory;
