@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <array>
 #include <deque>
+#include <span>
+#include <vector>
 
 #include "array/BeamformerAdaptive.h"
 #include "array/NoisePostfilter.h"
@@ -12,6 +14,7 @@
 #include "platform/InstructionSet.h"
 #include "tests/array/Signals.h"
 #include "tests/support/PlainTransform.h"
+#include "tests/support/RealtimeGuard.h"
 
 namespace vellumic {
 namespace {
@@ -48,51 +51,65 @@ struct LevelModel {
   }
 };
 
-// Noise whose level jumps eight times, over 80 dB.
+// Noise whose level jumps eight times, over 80 dB; once the settings come again and change nothing.
+// Runs of any length give the same bits.
 TEST(LevelModels, TheLevelControlFollowsItsEquations) {
-  std::array<LevelControlSettings, 4> cases;
+  std::array<LevelControlSettings, 7> cases;
   cases[1].levelStage = {3.0F, 0.2F, 0.002F, 0.01F, 0.05F, true, 0.1F, 1.3F};
   cases[1].limiterStage = {1.5F, 0.3F, 0.001F, 0.003F, 0.02F, true, 0.04F, 1.1F};
   cases[1].lookAheadTime = 0.001F;
   cases[2] = cases[1];
   cases[2].lookAheadEnabled = false;
   cases[3].limiterEnabled = false;
-  for (LevelControlSettings& settings : cases) {
+  cases[4].lookAheadTime = 0.0F;
+  cases[5].lookAheadTime = 1e30F;
+  cases[6].lookAheadTime = -1e30F;
+  const std::size_t lookAheads[] = {64, 16, 0, 0, 1, 19200, 1};
+  for (std::size_t c = 0; c < cases.size(); ++c) {
+    LevelControlSettings& settings = cases[c];
     settings.levelControlEnabled = true;
-    OutputLevelControl control;
+    OutputLevelControl control, runs;
     control.apply(settings);
+    runs.apply(settings);
     LevelModel level{settings.levelStage}, limiter{settings.limiterStage};
-    std::deque<double> delayed(static_cast<std::size_t>(settings.lookAheadTime * 16000.0F + 0.5F));
+    std::deque<double> delayed(lookAheads[c]);
     const float levels[] = {0.0F, 0.3F, 1e-4F, 0.01F, 1.0F, 0.03F, 0.1F, 1e-3F};
-    const Eigen::ArrayXf noise = whiteNoise(8 * 4000, 1.0F, 40);
-    for (int i = 0; i < noise.size(); ++i) {
-      const float x = noise[i] * levels[i / 4000];
-      float output = 0.0F;
-      control.process(x, output);
+    Eigen::ArrayXf noise = whiteNoise(8 * 4000, 1.0F, 40);
+    const std::span samples(noise.data(), static_cast<std::size_t>(noise.size()));
+    std::vector<float> outputs;
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+      const float x = samples[i] *= levels[i / 4000];
+      if (i == 11'000) control.apply(settings);
+      control.process(x, outputs.emplace_back());
       double expected = x * level.gain(x);
       if (settings.limiterEnabled) {
         const double gain = limiter.gain(expected);
-        if (settings.lookAheadEnabled) {
-          delayed.push_back(expected);
-          expected = delayed.front();
-          delayed.pop_front();
-        }
-        expected *= gain;
+        delayed.push_back(expected);
+        expected = gain * delayed.front();
+        delayed.pop_front();
       }
-      ASSERT_NEAR(output, expected, 1e-3 * std::abs(expected) + 1e-9)
-          << &settings - cases.data() << ' ' << i;
+      ASSERT_NEAR(outputs.back(), expected, 1e-3 * std::abs(expected) + 1e-9) << c << ' ' << i;
     }
+    const RealtimeGuard guard;
+    for (std::size_t at = 0, run = 1; at < outputs.size(); at += run, run = run * 7 % 301)
+      runs.process(samples.subspan(at, std::min(run, outputs.size() - at)));
+    EXPECT_EQ(guard.violations(), 0) << guard.first();
+    EXPECT_TRUE(std::ranges::equal(samples, outputs)) << c;
+    EXPECT_EQ(runs.levelStage.gain, control.levelStage.gain);
   }
 }
 
 // --- noise postfilter
 
 struct PostfilterModel {
-  PostfilterModel(std::size_t bins, const NoiseEstimatorSettings& theNoise,
-                  const SpectralGainSettings& theGain)
-      : e(theNoise), g(theGain), n(bins), transform(2 * bins - 2) {
+  explicit PostfilterModel(std::size_t bins) : n(bins), transform(2 * bins - 2) {
     for (Reals* values : {&S, &minimumS, &S2, &minimumS2, &biased, &unbiased, &clean})
       *values = Reals(n);
+    restart();
+  }
+
+  // The histories as at the start.
+  void restart() {
     for (auto* history : {&historyS, &historyS2})
       history->assign(static_cast<std::size_t>(e.windowFrames), Reals(n, 1.0));
   }
@@ -189,8 +206,8 @@ struct PostfilterModel {
     return G;
   }
 
-  NoiseEstimatorSettings e;
-  SpectralGainSettings g;
+  NoiseEstimatorSettings e{};
+  SpectralGainSettings g{};
   std::size_t n;
   PlainTransform transform;
   bool first = true;
@@ -198,7 +215,8 @@ struct PostfilterModel {
   std::deque<Reals> historyS, historyS2;
 };
 
-// Noise that steps up and down, with bursts over some of the bins.
+// Noise that steps up and down, with bursts over some of the bins, and nearly silent for a while.
+// New settings of the noise start its estimate over, those of the gain alone do not.
 TEST_P(ArrayModels, ThePostfilterFollowsItsEquations) {
   constexpr int bins = 33;
   NoiseEstimatorSettings otherNoise{.powerPole = 0.8F,
@@ -217,15 +235,14 @@ TEST_P(ArrayModels, ThePostfilterFollowsItsEquations) {
                                        .offset2 = 0.7F,
                                        .exponent2 = 1.4F,
                                        .floor2 = 0.05F};
-  for (const bool others : {false, true}) {
-    NoisePostfilter filter;
-    filter.setSize(bins - 1);
-    if (others) filter.applyParameters(otherNoise, otherGain);
-    PostfilterModel model(bins, others ? otherNoise : NoiseEstimatorSettings{},
-                          others ? otherGain : SpectralGainSettings{});
-    for (int frame = 0; frame < 700; ++frame) {
+  NoisePostfilter filter;
+  filter.setSize(bins - 1);
+  PostfilterModel model(bins);
+  bool reset = false;
+  const auto run = [&](int frames) {
+    for (int frame = 0; frame < frames; ++frame) {
       const Eigen::ArrayXf parts = whiteNoise(2 * bins, 1.0F, static_cast<unsigned>(frame));
-      const float level = frame / 150 % 2 ? 3.0F : 1.0F;
+      const float levels[] = {1.0F, 3.0F, 1.0F, 1e-5F, 2.0F}, level = levels[frame / 150];
       Eigen::ArrayXcf input(bins), output(bins);
       Reals powers;
       for (int k = 0; k < bins; ++k) {
@@ -234,7 +251,7 @@ TEST_P(ArrayModels, ThePostfilterFollowsItsEquations) {
         powers.push_back(std::norm(std::complex<double>(input[k])));
       }
       filter.process(input, output);
-      const Reals gains = model.process(powers, others && frame == 0);
+      const Reals gains = model.process(powers, reset && frame == 0);
       for (int k = 0; k < bins; ++k) {
         const auto bin = static_cast<std::size_t>(k);
         ASSERT_NEAR(filter.noiseEstimator.noiseBiased[k], model.biased[bin],
@@ -245,9 +262,26 @@ TEST_P(ArrayModels, ThePostfilterFollowsItsEquations) {
             << frame << ' ' << k;
       }
     }
-    filter.reset();
-    EXPECT_TRUE(filter.noiseEstimator.resetPending && filter.spectralGain.firstFrame);
+  };
+  run(700);
+  const auto apply = [&] {
+    reset = model.e != filter.noiseEstimator.settings();
+    filter.applyParameters(model.e, model.g);
+    if (reset) model.restart();
+  };
+  model.g = otherGain;
+  apply();
+  run(10);
+  for (const int window : {25, 1, 2, 7}) {
+    model.e = otherNoise;
+    model.e.windowFrames = window;
+    apply();
+    run(window == 25 ? 700 : 60);
   }
+  filter.reset();
+  model.restart();
+  model.first = reset = true;
+  run(60);
 }
 
 // --- activity and beamformer

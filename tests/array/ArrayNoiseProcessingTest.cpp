@@ -1,13 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <vector>
 
 #include "array/ArrayNoiseProcessing.h"
+#include "array/OutputLevelControl.h"
 #include "platform/FloatingPointMode.h"
 #include "platform/InstructionSet.h"
 #include "tests/array/Signals.h"
-#include "tests/support/RealtimeGuard.h"
 
 namespace vellumic {
 namespace {
@@ -71,7 +70,6 @@ TEST(ArrayNoiseProcessing, OutputMayBeTheFirstColumnOfTheInput) {
       EXPECT_TRUE((chain.channels[0].inputBuffer == 0.0F).all());  // no state moves
     }
     ASSERT_TRUE(chain.init(true));
-    EXPECT_TRUE(chain.postfilter.noiseEstimator.resetPending);
     for (Eigen::Index at = 0; at < block.rows(); at += hop)
       chain.process(block.middleRows(at, hop), block.col(0).segment(at, hop));
     EXPECT_TRUE((block.col(0) == expected).all());
@@ -115,19 +113,122 @@ TEST(ArrayNoiseProcessing, SoundsTheSameOnEveryInstructionSet) {
   cutDenormals();
   for (const int microphones : {2, 3, 8}) {
     Eigen::ArrayXXf input = noiseBlock(3 * rate, microphones);
-    input.colwise() += speechLike(3 * rate);
+    input.middleRows(rate, rate).colwise() += whiteNoise(rate, 0.1F, 1);
     ArrayNoiseProcessing chain(microphones, 512), other(microphones, 512);
     const Eigen::ArrayXf expected = processed(chain, input);
     const ScopedInstructionSet base(InstructionSet::Base);
     const Eigen::ArrayXf output = processed(other, input);
-    EXPECT_TRUE(
-        (chain.beamformer.signalCovariance.planes == other.beamformer.signalCovariance.planes)
-            .all());
-    EXPECT_TRUE(
-        (chain.beamformer.noiseCovariance.planes == other.beamformer.noiseCovariance.planes).all());
+    for (const auto covariance :
+         {&BeamformerAdaptive::signalCovariance, &BeamformerAdaptive::noiseCovariance})
+      EXPECT_TRUE(
+          ((chain.beamformer.*covariance).planes == (other.beamformer.*covariance).planes).all());
     EXPECT_LT(decibels((output - expected).square().sum() / expected.square().sum()), -90.0F)
         << microphones;
   }
+}
+
+TEST(ArrayNoiseProcessing, HandsSettingsOnAndStartsItsStagesOver) {
+  ArrayNoiseProcessing chain(3, 512);
+  BeamformerAdaptive& beamformer = chain.beamformer;
+  NoiseEstimator& estimator = chain.postfilter.noiseEstimator;
+  EXPECT_NEAR(beamformer.covarianceRate, 0.0015987F, 1e-7F);
+  chain.applyParameters({.covarianceTimeConstant = -1.0F, .thresholdScale = 2.0F},
+                        {.windowFrames = 50}, {.floor1 = 0.5F});
+  EXPECT_EQ(beamformer.covarianceRate, 1.0F);  // held to its lower bound
+  EXPECT_EQ(beamformer.thresholdScale, 2.0F);
+  EXPECT_EQ(estimator.settings(), (NoiseEstimatorSettings{.windowFrames = 50}));
+  EXPECT_EQ(chain.postfilter.spectralGain.settings().floor1, 0.5F);
+
+  // The parts that the audio thread runs: a history that does not fit is not taken.
+  auto prepared = std::make_unique<NoiseHistory>(100, 30);
+  chain.adopt(prepared);
+  EXPECT_EQ(prepared->windowFrames, 30);
+  prepared = std::make_unique<NoiseHistory>(257, 30);
+  chain.adopt(prepared);
+  EXPECT_EQ(prepared->windowFrames, 50);
+  EXPECT_EQ(estimator.settings().windowFrames, 30);
+
+  const Eigen::ArrayXXf input = noiseBlock(hop, 3);
+  processed(chain, input);
+  EXPECT_EQ(beamformer.nextBin, 16);  // solves of a frame
+  EXPECT_TRUE(chain.init(true));
+  EXPECT_EQ(beamformer.nextBin, 0);
+  EXPECT_EQ(beamformer.weights.at(5, 0), std::complex(1.0F));
+  EXPECT_EQ(beamformer.estimators[2].noisePower[5], 1e-5F);
+  EXPECT_TRUE(estimator.resetPending && chain.postfilter.spectralGain.firstFrame);
+}
+
+TEST(ArrayNoiseProcessing, HoldsSizesAndBounds) {
+  EXPECT_EQ(BeamformerAdaptive(1, 0, 125.0F).channelCount, 2);
+  EXPECT_EQ(BeamformerAdaptive(1, 0, 125.0F).binsPerFrame, 0);
+  BeamformerAdaptive beamformer(2, 3);
+  beamformer.weights.real.setConstant(7.0F);
+  beamformer.enabled = false;
+  const Eigen::ArrayXXcf input = Eigen::ArrayXXcf::Random(3, 2);
+  Eigen::ArrayXcf output(3);
+  beamformer.process(input, output);
+  EXPECT_TRUE((output == input.col(0)).all());
+
+  NoisePostfilter filter;
+  for (const int refused : {0, -4, 1, 3, 300, 16384}) filter.setSize(refused);
+  EXPECT_EQ(filter.size(), 256);
+  for (const int size : {2, 8192}) {
+    filter.setSize(size);
+    Eigen::ArrayXcf spectrum = Eigen::ArrayXcf::Ones(size + 1);
+    filter.process(spectrum, spectrum);
+    EXPECT_TRUE(spectrum.isFinite().all());
+  }
+
+  BoundedFloat value = BoundedFloat::atLeast(1.0F, 0.5F);
+  EXPECT_EQ(value, 1.0F);
+  value = 7.0F;
+  value.setUpperBound(5.0F);
+  EXPECT_EQ(value, 5.0F);
+  value.setLowerBound(6.0F);  // contradicting bounds: the lower one is applied last
+  EXPECT_EQ(value, 6.0F);
+}
+
+// As after a gain of 1e18, which a stored value can ask for.
+TEST(NoiseEstimator, APriorRatioBeyondFloatLeavesTheNoiseAlone) {
+  NoiseEstimator estimator(257);
+  const Eigen::ArrayXf steady = Eigen::ArrayXf::Ones(257);
+  for (int frame = 0; frame < 500; ++frame) estimator.update(steady, steady);
+  const float before = estimator.noiseUnbiased[100];
+  estimator.update(2.0F * steady, Eigen::ArrayXf::Constant(257, 3e38F));
+  EXPECT_EQ(estimator.noiseUnbiased[100], before);
+}
+
+// Whatever the settings before were, and whatever they left behind.
+TEST(OutputLevelControl, BadSettingsAreForgottenWithTheNextGoodOnes) {
+  constexpr float odd[] = {0.0F, -1.0F, 1e30F, -1e30F, 1e-40F, -1e-3F, 1e3F, 1e-6F, 3.0F};
+  LevelControlSettings good;
+  good.levelControlEnabled = true;
+  const auto peakAfter = [](OutputLevelControl& control, float level, int samples) {
+    Eigen::ArrayXf sine = level * Eigen::ArrayXf::LinSpaced(
+                                      samples, 0.0F, 0.3926991F * static_cast<float>(samples - 1))
+                                      .sin();
+    control.process({sine.data(), static_cast<std::size_t>(samples)});
+    return sine.tail(rate / 10).abs().maxCoeff();
+  };
+  for (const float level : odd)
+    for (const float gain : odd)
+      for (const float time : odd) {
+        OutputLevelControl control;
+        LevelControlSettings bad = good;
+        bad.levelStage = bad.limiterStage = {gain, level, time, time, time, true, time, level};
+        bad.lookAheadTime = time;
+        control.apply(bad);
+        peakAfter(control, 0.1F, rate / 5);
+        for (const LevelStage* stage : {&control.levelStage, &control.limiterStage}) {
+          EXPECT_TRUE(stage->envelope >= 0.0F && stage->envelope <= 1e6F);
+          for (const float reduction : {stage->smoothedReduction, stage->reductionFloor})
+            EXPECT_TRUE(reduction >= 1.0F && reduction <= 1e12F) << reduction;
+        }
+        control.apply(good);
+        const float heard = 2.0F * decibels(peakAfter(control, 0.03F, 3 * rate / 2));
+        EXPECT_GT(heard, -40.0F) << gain << " " << level << " " << time;
+        EXPECT_LT(heard, -6.0F) << gain << " " << level << " " << time;
+      }
 }
 
 }  // namespace

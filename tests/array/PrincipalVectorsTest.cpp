@@ -1,6 +1,8 @@
-// The eigenvectors in lanes against the solver of one pair, on every instruction set.
+// The solver of one pair against the formula; the eigenvectors in lanes against the solver, on
+// every instruction set.
 #include <gtest/gtest.h>
 
+#include <Eigen/LU>
 #include <bit>
 #include <limits>
 #include <random>
@@ -31,6 +33,51 @@ Eigen::MatrixXcf gaussian(int rows, int columns, std::mt19937& random) {
 Eigen::MatrixXcf covariance(int size, int count, std::mt19937& random) {
   const Eigen::MatrixXcf x = gaussian(size, count, random);
   return x * x.adjoint() / static_cast<float>(count);
+}
+
+// A pair of matrices made from known eigenvectors, and the determinant formula in double.
+TEST(PrincipalComponent, HasTheScaleAndPolarityOfTheDeterminantFormula) {
+  std::mt19937 random(7);
+  for (const auto& [size, level] : {std::pair{2, 1.0},
+                                    {5, 1e-14},
+                                    {8, 1.0},
+                                    {16, 1e3},
+#ifndef VELLUMIC_SHORT_TESTS  // this size allocates, which RealtimeSanitizer would report
+                                    {17, 1.0}
+#endif
+       }) {
+    const Eigen::MatrixXcd vectors =
+        (gaussian(size, size, random) + 4.0F * Eigen::MatrixXcf::Identity(size, size))
+            .cast<std::complex<double>>() /
+        std::sqrt(level);
+    const Eigen::VectorXd values = Eigen::VectorXd::LinSpaced(size, 1.0, 10.0 * size);
+    const Eigen::MatrixXcd inverse = vectors.inverse();
+    Eigen::MatrixXcf noise = (inverse.adjoint() * inverse).cast<Complex>();
+    Eigen::MatrixXcf signal = (inverse.adjoint() * values.asDiagonal() * inverse).cast<Complex>();
+    noise.triangularView<Eigen::StrictlyUpper>().setConstant(1e9F);  // must not be read
+    signal.triangularView<Eigen::StrictlyUpper>().setConstant(1e9F);
+
+    const std::complex<double> scale =
+        -vectors.block(1, 0, size - 1, size - 1).determinant() / vectors.determinant();
+    const Eigen::VectorXcd expected = (scale * vectors.col(size - 1)).conjugate();
+    Eigen::VectorXcf weights(size);
+    solvePrincipalComponent(signal, noise, weights);
+    EXPECT_LT((weights.cast<std::complex<double>>() - expected).norm(), 2e-3 * expected.norm())
+        << size;
+  }
+}
+
+TEST(PrincipalComponent, OfBadMatricesIsNanOrTheFirstMicrophone) {
+  Eigen::MatrixXcf good = Eigen::MatrixXcf::Identity(4, 4), bad = good;
+  bad(2, 1) = std::numeric_limits<float>::quiet_NaN();
+  Eigen::VectorXcf weights(4);
+  solvePrincipalComponent(bad, good, weights);
+  EXPECT_TRUE(std::isnan(weights[0].real()));
+  solvePrincipalComponent(good, bad, weights);
+  EXPECT_TRUE(std::isnan(weights[0].real()));
+  const Eigen::MatrixXcf twins = Eigen::MatrixXcf::Constant(4, 4, 0.25F);  // equal microphones
+  solvePrincipalComponent(twins, twins, weights);
+  EXPECT_NEAR(std::abs(weights.sum() - Complex(1.0F)), 0.0F, 1e-3F);
 }
 
 enum class Kind { Ordinary, NearlyEqual, Equal, RankOneSignal, SingularNoise, Zero, NotFinite };
