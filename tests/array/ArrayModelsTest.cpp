@@ -219,15 +219,15 @@ struct PostfilterModel {
 // New settings of the noise start its estimate over, those of the gain alone do not.
 TEST_P(ArrayModels, ThePostfilterFollowsItsEquations) {
   constexpr int bins = 33;
-  NoiseEstimatorSettings otherNoise{.powerPole = 0.8F,
-                                    .minimumBias = 1.3F,
-                                    .zeta0 = 2.5F,
-                                    .gamma0 = 3.0F,
-                                    .gamma1 = 3.5F,
-                                    .noisePole = 0.85F,
-                                    .snrPole = 0.7F,
-                                    .snrFloor = 0.1F,
-                                    .windowFrames = 25};
+  const NoiseEstimatorSettings otherNoise{.powerPole = 0.8F,
+                                          .minimumBias = 1.3F,
+                                          .zeta0 = 2.5F,
+                                          .gamma0 = 3.0F,
+                                          .gamma1 = 3.5F,
+                                          .noisePole = 0.85F,
+                                          .snrPole = 0.7F,
+                                          .snrFloor = 0.1F,
+                                          .windowFrames = 25};
   const SpectralGainSettings otherGain{.snrPole = 0.7F,
                                        .offset1 = 1.6F,
                                        .exponent1 = 0.8F,
@@ -272,8 +272,9 @@ TEST_P(ArrayModels, ThePostfilterFollowsItsEquations) {
   model.g = otherGain;
   apply();
   run(10);
-  for (const int window : {25, 1, 2, 7}) {
-    model.e = otherNoise;
+  model.e = otherNoise;
+  for (const int window : {25, 1, 2, 7, 7}) {
+    model.e.zeta0 += 0.1F;
     model.e.windowFrames = window;
     apply();
     run(window == 25 ? 700 : 60);

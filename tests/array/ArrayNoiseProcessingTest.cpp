@@ -188,6 +188,18 @@ TEST(ArrayNoiseProcessing, HoldsSizesAndBounds) {
   EXPECT_EQ(value, 6.0F);
 }
 
+TEST(NoiseEstimator, NewSettingsForgetWhatBadOnesLeft) {
+  NoiseEstimator estimator(257);
+  const Eigen::ArrayXf steady = Eigen::ArrayXf::Ones(257);
+  estimator.applyParameters({.powerPole = 1e30F, .windowFrames = 2});
+  for (int frame = 0; frame < 10; ++frame) estimator.update(steady, steady);
+  ASSERT_FALSE(estimator.S.isFinite().any());
+  estimator.applyParameters({.windowFrames = 2});
+  for (int frame = 0; frame < 10; ++frame) estimator.update(steady, steady);
+  for (const auto* values : {&estimator.S, &estimator.minimumS, &estimator.noiseBiased})
+    EXPECT_TRUE(values->isFinite().all());
+}
+
 // As after a gain of 1e18, which a stored value can ask for.
 TEST(NoiseEstimator, APriorRatioBeyondFloatLeavesTheNoiseAlone) {
   NoiseEstimator estimator(257);
