@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <numeric>
 #include <set>
 #include <thread>
@@ -69,19 +70,19 @@ TEST_F(TuningRun, EndsTheSameAfterBeingKilledAnywhere) {
   const Tuning once = tune(plan_, whole, judge_, quiet);
   std::size_t fresh = 0;
   for (int left : {1, 5, 40, 60, 1000}) {  // each run dies after so many evaluations
-    Journal journal(path("journal"), 7, plan_);
+    Journal journal("journal", 7, plan_);
     const PointJudge mortal = [&](const Point& point, Depth depth) {
       return left-- > 0 ? ++fresh, judge_(point, depth) : throw Stopped();
     };
     const Tuning part = tune(plan_, journal, mortal, quiet);
     EXPECT_TRUE(part.stopped == (left < 0) && (part.stopped || part.best == once.best));
-    if (part.stopped) std::ofstream(path("journal"), std::ios::app) << "0.5 0.5 | 1";  // cut short
+    if (part.stopped) std::ofstream("journal", std::ios::app) << "0.5 0.5 | 1";  // cut short
   }
   EXPECT_EQ(fresh, whole.entries().size());  // nothing judged twice
 }
 
 TEST_F(TuningRun, JournalsOfOtherRunsAndDamagedOnesAreRefused) {
-  const std::string file = path("journal");
+  const std::string file = "journal";
   const Point point{0, 0, 0.5, 10, 100};
   {
     Journal journal(file, 7, plan_);
@@ -167,39 +168,36 @@ class TuneTool : public tools::RenderFiles {
     std::ifstream stream(file, std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};
   }
-  // `more` may name other targets.
-  Run tuneWith(const std::string& plan, const std::vector<std::string>& more = {}) {
-    std::vector<std::string> words{"vellumic-tune", text("plan.toml", plan)};
-    for (const auto& [option, file] :
-         {std::pair{"--output", "run.toml"}, std::pair{"--report", "run.html"}})
-      if (std::ranges::find(more, option) == more.end())
-        words.insert(words.end(), {option, path(file)});
-    words.insert(words.end(), more.begin(), more.end());
+  // `words` may name other targets.
+  Run tuneWith(const std::string& plan, std::string words = "") {
+    text("plan.toml", plan);
+    if (!has(words, "--output")) words += " --output run.toml";
+    if (!has(words, "--report")) words += " --report run.html";
+    std::istringstream stream("vellumic-tune plan.toml " + words);
+    const std::vector<std::string> list{std::istream_iterator<std::string>(stream), {}};
     std::vector<const char*> arguments;
-    for (const std::string& word : words) arguments.push_back(word.c_str());
+    for (const std::string& word : list) arguments.push_back(word.c_str());
     testing::internal::CaptureStdout();
     testing::internal::CaptureStderr();
     const int code = tuneMain(static_cast<int>(arguments.size()), arguments.data(), stop_);
     testing::internal::GetCapturedStdout();
-    return {code, contents(path("run.toml")), contents(path("run.html")),
+    return {code, contents("run.toml"), contents("run.html"),
             testing::internal::GetCapturedStderr()};
   }
-  std::string planFor(const std::string& seen, const std::string& heldOut, int global = 6) const {
-    const auto piece = [&](const std::string& file) {
-      return "recording = \"" + path(file) + "\"\ntalker = \"" + path(file) + "\"\n";
+  static std::string planFor(const std::string& seen, const std::string& held, int global = 6) {
+    const auto piece = [](const std::string& file) {
+      return " = [{ recording = \"" + file + "\", talker = \"" + file + "\" }]\n";
     };
-    return "header = [\"For a <test>.\"]\nevaluations = { global = " + std::to_string(global) +
-           ", local = 4 }\n[settings]\nnoise.gain.floor2 = { low = 0.1, high = 0.9 }\n"
-           "[measure_with]\nlevel.enabled = false\nbeamformer.enabled = false\n"
-           "[[goal]]\nfigure = \"noise_attenuation\"\nweight = 1\n"
-           "[[goal]]\nfigure = \"si_sdr\"\nweight = 0.01\n[[material]]\n" +
-           piece(seen) + "[[held_out.material]]\n" + piece(heldOut);
+    return "header = [\"For a <test>.\"]\nmaterial" + piece(seen) + "held_out.material" +
+           piece(held) + "evaluations = { global = " + std::to_string(global) + R"(, local = 4 }
+goal = [{ figure = "noise_attenuation", weight = 1 }, { figure = "si_sdr", weight = 0.01 }]
+measure_with = { level.enabled = false, beamformer.enabled = false }
+settings.noise.gain.floor2 = { low = 0.1, high = 0.9 })";
   }
   void SetUp() override {
-    RenderFiles::SetUp();
     for (const unsigned n : {1U, 2U, 3U})
       wave(std::to_string(n) + ".wav", {.sampleRate = 16000, .channels = 2},
-           tools::softNoise(n == 3 ? 96000 : 80000, 2, n));
+           tools::softNoise(n == 3 ? 80000 : 72000, 2, n));
   }
   std::atomic<bool> stop_{false};
 };
@@ -208,7 +206,7 @@ class TuneTool : public tools::RenderFiles {
 // written reads back.
 TEST_F(TuneTool, HeldOutMaterialNeverReachesTheSearch) {
   const Run one = tuneWith(planFor("1.wav", "2.wav"));
-  const Run other = tuneWith(planFor("1.wav", "3.wav"), {"--fresh"});
+  const Run other = tuneWith(planFor("1.wav", "3.wav"), "--fresh");
   ASSERT_EQ(one.exitCode + other.exitCode, 0) << one.complained << other.complained;
   EXPECT_NE(one.settings, other.settings);
   EXPECT_EQ(one.settings.substr(one.settings.find("Found by")),
@@ -233,7 +231,7 @@ TEST_F(TuneTool, HeldOutMaterialNeverReachesTheSearch) {
 
 // A search without end, stopped as by Ctrl-C once a few points are judged.
 TEST_F(TuneTool, StoppedItWritesTheBestSoFarAndBeginsAnewWhenAsked) {
-  const std::string journal = path("run.toml.journal"), plan = planFor("1.wav", "2.wav");
+  const std::string journal = "run.toml.journal", plan = planFor("1.wav", "2.wav");
   std::jthread hand([&](const std::stop_token& ended) {
     while (!ended.stop_requested() && std::ranges::count(contents(journal), '\n') < 6)
       std::this_thread::yield();
@@ -249,7 +247,7 @@ TEST_F(TuneTool, StoppedItWritesTheBestSoFarAndBeginsAnewWhenAsked) {
   stop_ = false;
   const Run other = tuneWith(plan);
   EXPECT_TRUE(other.exitCode == 1 && has(other.complained, "--fresh")) << other.complained;
-  EXPECT_EQ(tuneWith(plan, {"--fresh"}).exitCode, 0);
+  EXPECT_EQ(tuneWith(plan, "--fresh").exitCode, 0);
   const std::string whole = contents(journal);
   EXPECT_EQ(tuneWith(plan).exitCode, 0);  // nothing left to judge
   EXPECT_EQ(contents(journal), whole);
@@ -258,31 +256,31 @@ TEST_F(TuneTool, StoppedItWritesTheBestSoFarAndBeginsAnewWhenAsked) {
 // What the plan names is not there or answers none of its wishes; a target is a file of the run or
 // no journal; or nothing was judged yet.
 TEST_F(TuneTool, WritesNothingWhereItCannotEnd) {
-  const auto sounds = [this] { return contents(path("1.wav")) + contents(path("2.wav")); };
+  const auto sounds = [] { return contents("1.wav") + contents("2.wav"); };
   const std::string plan = planFor("1.wav", "2.wav"), before = sounds();
   std::string silent = plan;
   silent.replace(silent.find("si_sdr"), 6, "erle");
+  text("notes.txt", "mine");
   struct Case {
-    std::string plan, option, target, named;
+    std::string plan, words, named;
   };
-  for (const Case& c :
-       std::vector<Case>{{plan, "--output", path("plan.toml"), "another"},
-                         {plan, "--output", path("./run.html"), "another"},
-                         {plan, "--report", path("1.wav"), "another"},
-                         {plan, "--report", path("./2.wav"), "another"},
-                         {plan, "--journal", path("run.toml"), "another"},
-                         {plan, "--journal", text("notes.txt", "mine"), "is no journal"},
-                         {planFor("none.wav", "2.wav"), "--jobs", "1", "none.wav"},
-                         {silent, "--jobs", "1", "erle"},
-                         {plan, "--jobs", "1", "nothing was judged"}}) {
+  for (const Case& c : {Case{plan, "--output plan.toml", "another"},
+                        {plan, "--output ./run.html", "another"},
+                        {plan, "--report 1.wav", "another"},
+                        {plan, "--report ./2.wav", "another"},
+                        {plan, "--journal run.toml", "another"},
+                        {plan, "--journal notes.txt", "is no journal"},
+                        {planFor("none.wav", "2.wav"), "", "none.wav"},
+                        {silent, "", "erle"},
+                        {plan, "", "nothing was judged"}}) {
     stop_ = c.named == "nothing was judged";
-    const Run run = tuneWith(c.plan, {"--fresh", c.option, c.target});
+    const Run run = tuneWith(c.plan, "--fresh " + c.words);
     EXPECT_TRUE(run.exitCode == (stop_ ? 130 : 1) && has(run.complained, c.named))
         << run.complained;
-    EXPECT_TRUE(contents(path("plan.toml")) == c.plan && sounds() == before) << c.target;
+    EXPECT_TRUE(contents("plan.toml") == c.plan && sounds() == before) << c.words;
     EXPECT_TRUE(run.settings.empty() && run.page.empty());
   }
-  EXPECT_EQ(contents(path("notes.txt")), "mine");
+  EXPECT_EQ(contents("notes.txt"), "mine");
 }
 
 }  // namespace
