@@ -79,6 +79,8 @@ class FakeServices {
     if ((reinterpret_cast<std::uintptr_t>(service) >> 8 & right) == 0) return false;
     calls.push_back(what + at(service).first);
     if (refused && calls.back() == L"stop AudioEndpointBuilder") return false;
+    SetLastError(ERROR_SERVICE_ALREADY_RUNNING);
+    if (state == SERVICE_START_PENDING && at(service).second != SERVICE_STOPPED) return false;
     at(service).second = state;
     return true;
   }
