@@ -82,7 +82,7 @@ constexpr Fault faults[] = {
     fault<&calloc>("calloc"),
 };
 
-// What the library holds of the heap.
+// What the library holds of the heap, and of the multithreaded apartment.
 class Heap {
  public:
   explicit Heap(HMODULE module) : imports_(module) {
@@ -92,6 +92,15 @@ class Heap {
     put(realFree, "free", [](void* memory) {
       held -= memory != nullptr ? 1 : 0;
       realFree(memory);
+    });
+    put(realEnter, "CoIncrementMTAUsage", [](CO_MTA_USAGE_COOKIE* cookie) {
+      const HRESULT result = realEnter(cookie);
+      held += SUCCEEDED(result) ? 1 : 0;
+      return result;
+    });
+    put(realLeave, "CoDecrementMTAUsage", [](CO_MTA_USAGE_COOKIE cookie) {
+      --held;
+      return realLeave(cookie);
     });
   }
   static inline std::atomic<int> held{0};
@@ -108,6 +117,8 @@ class Heap {
   static inline void* (*realMalloc)(std::size_t) = nullptr;
   static inline void* (*realCalloc)(std::size_t, std::size_t) = nullptr;
   static inline void (*realFree)(void*) = nullptr;
+  static inline HRESULT (*realEnter)(CO_MTA_USAGE_COOKIE*) = nullptr;
+  static inline HRESULT (*realLeave)(CO_MTA_USAGE_COOKIE) = nullptr;
   ImportTable imports_;
 };
 
