@@ -401,7 +401,11 @@ INSTANTIATE_TEST_SUITE_P(
         echoOf("beyondFourBlocks", 4800, {{30001, set(Raw::delaySearchBlocks, 8.0F)}}),
         Scene{.name = "moves",
               .microphones = 5,
-              .events = echoOf("", 320, {{30000, echo(900)}}).events},
+              .events = echoOf("", 320,
+                               {{20000, set(Raw::echoPowerSmoothing, 0.8F)},
+                                {25000, set(Raw::echoCrossFactor, 0.5F)},
+                                {30000, echo(900)}})
+                            .events},
         echoOf("otherBlock", 3200,
                {{30300, set(Raw::blockSize, 512.0F)}, {50000, set(Raw::blockSize, 1024.0F)}}),
         echoOf("passed", 320,
