@@ -195,26 +195,18 @@ TEST_F(Answers, EffectsByTheirMasks) {
 // What tells the three classes apart beside their records; the ledger and the answers show the
 // rest.
 TEST_F(Answers, TheClassesDiffer) {
-  struct Row {
-    int type, lockMode, reloadMode;
-    bool renewsEqualizer, pendingEffects, volume, outputPath, workerInsideLock;
-    bool operator==(const Row&) const = default;
-  };
+  // Format type, mode of locks and of reloads; equaliser's entry renewed, pending effects told,
+  // volume followed, output path read, worker started inside the lock.
+  using Row = std::array<int, 8>;
   const auto rowOf = []<class Traits>() {
-    return Row{static_cast<int>(Traits::formatType),
-               static_cast<int>(Traits::lockMode),
-               static_cast<int>(Traits::worker.mode),
-               Traits::worker.copiesEqualizerEffect,
-               Traits::reportsPendingEffects,
-               Traits::followsVolume,
-               Traits::readsOutputPath,
-               Traits::startsWorkerInsideLock};
+    return Row{int(Traits::formatType),       int(Traits::lockMode),
+               int(Traits::worker.mode),      Traits::worker.copiesEqualizerEffect,
+               Traits::reportsPendingEffects, Traits::followsVolume,
+               Traits::readsOutputPath,       Traits::startsWorkerInsideLock};
   };
-  EXPECT_EQ(rowOf.operator()<EndpointEffectTraits>(),
-            (Row{13, 10, 10, true, true, false, true, true}));
-  EXPECT_EQ(rowOf.operator()<ModeEffectTraits>(), (Row{12, 9, 9, false, false, true, false, true}));
-  EXPECT_EQ(rowOf.operator()<KeywordDetectorTraits>(),
-            (Row{14, 12, 9, false, false, true, false, false}));
+  EXPECT_EQ(rowOf.operator()<EndpointEffectTraits>(), (Row{13, 10, 10, 1, 1, 0, 1, 1}));
+  EXPECT_EQ(rowOf.operator()<ModeEffectTraits>(), (Row{12, 9, 9, 0, 0, 1, 0, 1}));
+  EXPECT_EQ(rowOf.operator()<KeywordDetectorTraits>(), (Row{14, 12, 9, 0, 0, 1, 0, 0}));
 }
 
 // Places of the effects on endpoints: place, chain, type.

@@ -196,7 +196,7 @@ class Faults : public ApoWorld {
       EXPECT_EQ(object.process(samples.data(), 480).u32ValidFrameCount, 480U);
     UINT count = 99;
     const HRESULT result = object.listEffects(changed.get(), &count);
-    EXPECT_TRUE(result == S_OK || (result == E_OUTOFMEMORY && count == 0) || FAILED(result));
+    EXPECT_TRUE(result == S_OK || count == 0);
     return result == S_OK ? count : 99;
   }
   static void tellRecord(CaptureObject& object) {
@@ -216,7 +216,6 @@ TEST_F(Faults, EachCallToTheSystemAndTheHeapFailsOnceInTurn) {
   const Results sound{S_OK, S_OK, S_OK, true};
   for (std::size_t n = 0; n < 9; ++n) ASSERT_EQ(life(classCases[n % 3]), sound);
   const int heap = Heap::held;
-  std::string neverFailed;
   for (const Fault& fault : faults) {
     SCOPED_TRACE(fault.import);
     ImportTable imports(library());
@@ -245,7 +244,7 @@ TEST_F(Faults, EachCallToTheSystemAndTheHeapFailsOnceInTurn) {
     livesWithFailures(whole);
     if (memory)  // whose calls at the start hide the few of later stages
       for (const Stage stage : {locking, running}) livesWithFailures(stage);
-    if (lives == 0) neverFailed += std::string(import) + ' ';
+    EXPECT_GT(lives, 0);
     // Registry, named objects and identifiers are done without; devices and threads are not.
     const bool needed = import == "CoCreateInstance" || import == "_beginthreadex" || memory;
     EXPECT_EQ(refused > 0, needed);
@@ -254,7 +253,6 @@ TEST_F(Faults, EachCallToTheSystemAndTheHeapFailsOnceInTurn) {
     EXPECT_LE(Heap::held, heap + 30);  // records of threads come and go
     std::printf("%-30s %3d lives with a failure, %d refused\n", fault.import, lives, refused);
   }
-  EXPECT_EQ(neverFailed, "");
   EXPECT_EQ(exported<HRESULT WINAPI()>("DllCanUnloadNow")(), S_OK);
 }
 

@@ -83,7 +83,6 @@ TEST_F(Formats, TheWholeMatrix) {
     for (const GUID& processingMode : {mode::standard, mode::raw, mode::speech}) {
       MediaType in, out;  // outlive the object, which keeps the last supported pair
       CaptureObject object = initialized(which, processingMode);
-      int marked = 0;
       for (const unsigned rateIn : rates)
         for (const unsigned rateOut : rates)
           for (const Shape& input : shapes)
@@ -91,12 +90,10 @@ TEST_F(Formats, TheWholeMatrix) {
               in.wave = typeOf(input, rateIn).wave;
               out.wave = typeOf(output, rateOut).wave;
               const bool expected = accepts(which, {input, output}, rateIn, rateOut);
-              marked += expected ? 1 : 0;
               ASSERT_EQ(supported(object, &in, &out), expected)
                   << which.name << ' ' << input.channels << '/' << input.mask << " at " << rateIn
                   << " to " << output.channels << '/' << output.mask << " at " << rateOut;
             }
-      EXPECT_EQ(marked, which.endpointEffect ? 30 : 24);
     }
     for (const GUID& refusing :
          {mode::communications, mode::media, mode::movie, mode::notification}) {

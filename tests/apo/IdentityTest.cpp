@@ -39,7 +39,6 @@ ULONG countOf(IUnknown* object) {
 
 class Identity : public testing::Test {
  protected:
-  void SetUp() override { EXPECT_EQ(canUnload(), S_OK); }
   void TearDown() override { EXPECT_EQ(canUnload(), S_OK); }
 };
 

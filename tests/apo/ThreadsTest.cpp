@@ -1,6 +1,7 @@
 // Two or more threads in one object's control operations.
 #include <array>
 #include <thread>
+#include <vector>
 
 #include "tests/apo/ApoWorld.h"
 
@@ -44,16 +45,17 @@ TEST_F(Threads, AnInitializeThatFailsLeavesTheNextOneAlone) {
 TEST_F(Threads, FormatsMayBeAskedForAtOnce) {
   CaptureObject object = initialized(efx);
   std::array<MediaType, 2> formats{MediaType::plain(2), MediaType::extensible(4, 0)};
-  std::array<std::thread, 4> threads;
-  for (std::size_t t = 0; t < threads.size(); ++t)
-    threads[t] = std::thread([&object, &format = formats[t % formats.size()]] {
-      for (int i = 0; i < 20000; ++i) {
-        IAudioMediaType* answer = nullptr;
-        EXPECT_EQ(object.object->IsInputFormatSupported(&format, &format, &answer), S_OK);
-        if (answer != nullptr) answer->Release();
-      }
-    });
-  for (std::thread& thread : threads) thread.join();
+  {
+    std::vector<std::jthread> threads;
+    for (std::size_t t = 0; t < 4; ++t)
+      threads.emplace_back([&object, &format = formats[t % 2]] {
+        for (int i = 0; i < 20000; ++i) {
+          IAudioMediaType* answer = nullptr;
+          EXPECT_EQ(object.object->IsInputFormatSupported(&format, &format, &answer), S_OK);
+          if (answer != nullptr) answer->Release();
+        }
+      });
+  }
   object = CaptureObject();
   for (const MediaType& format : formats) EXPECT_EQ(format.references, 0U);
 }
