@@ -11,6 +11,14 @@
 namespace vellumic {
 namespace {
 
+// Before any test cuts denormals, which would hide it.
+TEST(ActivityEstimator, NoiseStaysNormalThroughSilence) {
+  ActivityEstimator estimator(1, 125.0F);
+  Eigen::ArrayXf probability(1);
+  for (int i = 0; i < 1250; ++i) estimator.process(Eigen::ArrayXf::Zero(1), probability);
+  EXPECT_GE(estimator.noisePower[0], std::numeric_limits<float>::min());
+}
+
 // The microphones' block as the pipeline holds it: hops are views with an outer stride.
 Eigen::ArrayXXf noiseBlock(int samples, int microphones) {
   Eigen::ArrayXXf block(samples, microphones);
@@ -241,6 +249,12 @@ TEST(OutputLevelControl, BadSettingsAreForgottenWithTheNextGoodOnes) {
         EXPECT_GT(heard, -40.0F) << gain << " " << level << " " << time;
         EXPECT_LT(heard, -6.0F) << gain << " " << level << " " << time;
       }
+  OutputLevelControl control;  // louder than sound can be
+  control.apply(good);
+  Eigen::ArrayXf samples = Eigen::ArrayXf::Constant(rate, 12.0F);
+  control.process({samples.data(), rate});
+  control.apply(good);
+  EXPECT_EQ(control.levelStage.envelope, 0.0F);
 }
 
 }  // namespace
