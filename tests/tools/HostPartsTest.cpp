@@ -8,6 +8,7 @@
 #include <atomic>
 
 #include "control/Handle.h"
+#include "control/SharedMemoryAccessHandler.h"
 #include "tests/control/DeviceDoubles.h"
 #include "tests/support/MachineNames.h"
 #include "tools/host/LiveCapture.h"
@@ -70,6 +71,22 @@ TEST(Companion, AdmitsTheAudioServiceAndNobodyBesideIt) {
       CreateFileMappingW(INVALID_HANDLE_VALUE, &nobody, PAGE_READWRITE, 0, 4096, board));
   LocalFree(nobody.lpSecurityDescriptor);
   EXPECT_NE(standInFault().find("run as administrator"), std::string::npos) << standInFault();
+}
+
+TEST(Companion, AsksEverySecondAndNotesWhoAnswers) {
+  const ServiceStandIn standIn;
+  CSharedMemoryAccessHandler effect;
+  ASSERT_TRUE(effect.open());
+  effect.updateStatus([](StatusBlock& block) { block.instance.Data1 = 1; });
+  const KernelHandle ping(OpenEventW(SYNCHRONIZE, FALSE, test::machine::pingEvent));
+  effect.publishStatus();
+  EXPECT_TRUE(standIn.waitFor(CLSID{}, 5000));
+  for (int times = 2; times < 4; ++times) {
+    EXPECT_EQ(WaitForSingleObject(ping.get(), 20000), WAIT_OBJECT_0);
+    effect.publishStatus();
+    for (int waited = 0; standIn.timesSeen(CLSID{}) < times && waited < 5000; ++waited) Sleep(1);
+    EXPECT_EQ(standIn.timesSeen(CLSID{}), times);
+  }
 }
 
 // A sound server that ends, or sends nothing any more, and signals all the same.
