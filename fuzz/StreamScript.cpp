@@ -176,7 +176,7 @@ void StreamScript::call() {
   const std::uint32_t flags =
       flag < 12 ? buffer_flags::valid : static_cast<std::uint32_t>(flag - 12);
   const int kind = static_cast<int>(input_.choose(12));
-  deafening_ = deafening_ || kind == 5;
+  deafening_ = deafening_ || (kind == 5 && frames > 0 && flags == buffer_flags::valid);
   std::vector<float> in(frames * format_.inputChannels);
   for (float& value : in) value = sample(kind);
   std::vector<float> out(frames * format_.outputChannels, untouched);
