@@ -45,22 +45,16 @@ class EngineRig {
 
   // One call; the output starts as `untouched` everywhere.
   static constexpr float untouched = -77.0F;
-  std::vector<float> call(const std::vector<float>& input,
-                          std::uint32_t flags = buffer_flags::valid) {
+  std::vector<float> call(std::vector<float> input, std::uint32_t flags = buffer_flags::valid) {
     const auto frames = static_cast<std::uint32_t>(input.size()) / setup_.format.inputChannels;
     std::vector<float> output(frames * setup_.format.outputChannels, untouched);
-    callInto(input, output, flags);
-    return output;
-  }
-  void callInto(const std::vector<float>& input, std::vector<float>& output,
-                std::uint32_t flags = buffer_flags::valid) noexcept {
     ProcessContext& context = core->context;
-    context.inputBuffer = const_cast<float*>(input.data());
+    context.inputBuffer = input.data();
     context.outputBuffer = output.data();
-    context.inputValidFrames =
-        static_cast<std::uint32_t>(input.size()) / setup_.format.inputChannels;
+    context.inputValidFrames = frames;
     context.inputFlags = flags;
     processBlock(context);
+    return output;
   }
 
   FadeView fade() { return FadeView(*core->context.fadeSlot); }

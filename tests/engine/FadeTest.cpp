@@ -23,6 +23,14 @@ float expectedAt(std::uint32_t frame) {
   return (1.0F - weight) * 1.0F + weight * 0.5F;
 }
 
+// In the middle of a fade from off to on.
+struct HalfFaded : EngineRig {
+  HalfFaded() : EngineRig(effectOff()) {
+    reload(byFade(equalizerGain(0.5F)));
+    call(constant(2000, 1.0F));
+  }
+};
+
 TEST(Fade, RampsFrameByFrameAndTakesOverAtTheNextCall) {
   EngineRig rig(effectOff());
   rig.reload(byFade(equalizerGain(0.5F)));
@@ -44,9 +52,7 @@ TEST(Fade, RampsFrameByFrameAndTakesOverAtTheNextCall) {
 }
 
 TEST(Fade, ALaterSettingWaitsForTheEndAndOnlyTheLatestSurvives) {
-  EngineRig rig(effectOff());
-  rig.reload(byFade(equalizerGain(0.5F)));
-  rig.call(constant(200, 1.0F));
+  HalfFaded rig;
   rig.reload(effectOff());
   rig.reload(equalizerGain(0.5F));
   rig.reload(effectOff());
@@ -58,9 +64,7 @@ TEST(Fade, ALaterSettingWaitsForTheEndAndOnlyTheLatestSurvives) {
 }
 
 TEST(Fade, SilenceStopsTheClockAndABadFlagTouchesNothing) {
-  EngineRig rig(effectOff());
-  rig.reload(byFade(equalizerGain(0.5F)));
-  rig.call(constant(2000, 1.0F));
+  HalfFaded rig;
   const float weight = rig.fade()[Fade::weight];
   rig.core->context.outputValidFrames = 0;
   EXPECT_EQ(rig.call(constant(64, 1.0F), buffer_flags::silent), constant(64, 0.0F));
@@ -102,36 +106,30 @@ TEST(Fade, VolumesWrittenInMidFadeSurviveBothExchanges) {
 }
 
 TEST(Fade, AnUnlockInMidFadeLeavesNothingBehind) {
-  EngineRig rig(effectOff());
-  rig.reload(byFade(equalizerGain(0.5F)));
-  rig.call(constant(2000, 1.0F));
+  HalfFaded rig;
   rig.lock({});
   EXPECT_EQ(*rig.core->context.toggle, 0);
   EXPECT_EQ(rig.call(constant(8, 1.0F)), constant(8, 0.5F));
 }
 
-RawValues bareArray(float inputGain, float outputGain) {
-  return factoryWith({{Raw::inputGain, inputGain},
-                      {Raw::outputGain, outputGain},
-                      {Raw::noisePostfilter, 0.0F},
-                      {Raw::echoCancellation, 0.0F},
-                      {Raw::beamformer, 0.0F},
-                      {Raw::levelControl, 0.0F}});
-}
-
-RawValues arrayWith(Raw slot, float value) {
-  RawValues values = bareArray(1.0F, 1.0F);
-  values[index(slot)] = value;
+// The array without its stages.
+RawValues bareArray(std::initializer_list<std::pair<Raw, float>> changes = {}) {
+  RawValues values = factoryWith(changes);
+  for (const Raw stage :
+       {Raw::noisePostfilter, Raw::echoCancellation, Raw::beamformer, Raw::levelControl})
+    values[index(stage)] = 0.0F;
   return values;
 }
+
 // A side that is on sounds like a stream that never fades, 70 ms behind, one that is off like the
 // input, at every microphone.
 TEST(Fade, OfAPipelineMixesWhatBothSettingsSoundLike) {
-  const RawValues arrayOn = bareArray(1.0F, 1.0F);
-  const RawValues offInThisMode = arrayWith(Raw::keepInDefaultMode, 0.0F);
-  const RawValues masterOff = arrayWith(Raw::masterEnable, 0.0F);
-  const RawValues onlyMarkedOn = arrayWith(Raw::masterEnable, 0.5F);  // all but the pipeline is on
-  const RawValues trims = bareArray(2.0F, 0.125F), louder = bareArray(2.0F, 0.5F);
+  const RawValues arrayOn = bareArray();
+  const RawValues offInThisMode = bareArray({{Raw::keepInDefaultMode, 0.0F}});
+  const RawValues masterOff = bareArray({{Raw::masterEnable, 0.0F}});
+  const RawValues onlyMarkedOn = bareArray({{Raw::masterEnable, 0.5F}});  // all but the pipeline
+  const RawValues trims = bareArray({{Raw::inputGain, 2.0F}, {Raw::outputGain, 0.125F}});
+  const RawValues louder = bareArray({{Raw::inputGain, 2.0F}, {Raw::outputGain, 0.5F}});
   constexpr EffectMode array = EffectMode::array, fourChannel = EffectMode::arrayFourChannel;
   const struct {
     const RawValues &from, &to;

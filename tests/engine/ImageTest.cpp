@@ -220,17 +220,7 @@ TEST(Image, ModesDecideWhatIsReportedHowManyMicrophonesRunAndWhetherTheLoopbackO
   }
 }
 
-TEST(Arena, TheLastByteIsNeverHandedOut) {
-  Arena arena;
-  EXPECT_EQ(arena.allocate(Arena::capacity), nullptr);
-  EXPECT_NE(arena.allocate(Arena::capacity - 100), nullptr);
-  EXPECT_EQ(arena.allocate(100), nullptr);
-  EXPECT_EQ(arena.allocate(static_cast<std::size_t>(-1)), nullptr);
-  EXPECT_NE(arena.allocate(99), nullptr);
-  EXPECT_EQ(arena.liveCount(), 2U);
-}
-
-TEST(Arena, MemoryReturnsZeroedWithTheLastBlockOnly) {
+TEST(Arena, KeepsTheLastByteAndReturnsMemoryZeroedWithTheLastBlockOnly) {
   Arena arena;
   auto* first = static_cast<char*>(arena.allocate(64));
   void* second = arena.allocate(64);
@@ -238,7 +228,10 @@ TEST(Arena, MemoryReturnsZeroedWithTheLastBlockOnly) {
   std::memset(first, 0x55, 128);
   EXPECT_TRUE(arena.release(first));
   EXPECT_EQ(arena.used(), 128U);
-  EXPECT_NE(arena.allocate(64), first);  // no free list
+  EXPECT_EQ(arena.allocate(Arena::capacity - 128), nullptr);
+  EXPECT_EQ(arena.allocate(static_cast<std::size_t>(-1)), nullptr);
+  EXPECT_NE(arena.allocate(Arena::capacity - 129), first);  // no free list
+  EXPECT_EQ(arena.liveCount(), 2U);
   EXPECT_TRUE(arena.release(second));
   EXPECT_FALSE(arena.release(nullptr));
   EXPECT_TRUE(arena.release(second));
