@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sched.h>
-#include <semaphore.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -73,46 +72,28 @@ void free(void* block) noexcept {
 }
 
 // NOLINTBEGIN(cppcoreguidelines-macro-usage): one line for each function that only passes on
-#define HIDE(result, name, parameters, arguments)             \
-  result name parameters {                                    \
-    static constinit Hidden<result parameters> hidden(#name); \
-    return hidden arguments;                                  \
-  }
-#define HIDE_NOEXCEPT(result, name, parameters, arguments)    \
-  result name parameters noexcept {                           \
+#define HIDE(result, name, parameters, arguments, ...)        \
+  result name parameters __VA_ARGS__ {                        \
     static constinit Hidden<result parameters> hidden(#name); \
     return hidden arguments;                                  \
   }
 // NOLINTEND(cppcoreguidelines-macro-usage)
 
-HIDE_NOEXCEPT(void*, aligned_alloc, (size_t alignment, size_t size), (alignment, size))
-HIDE_NOEXCEPT(void*, memalign, (size_t alignment, size_t size), (alignment, size))
-HIDE_NOEXCEPT(int, posix_memalign, (void** block, size_t alignment, size_t size),
-              (block, alignment, size))
+HIDE(void*, aligned_alloc, (size_t alignment, size_t size), (alignment, size), noexcept)
 
-// Locks, waits and wakes.
-HIDE_NOEXCEPT(int, pthread_mutex_lock, (pthread_mutex_t * mutex), (mutex))
-HIDE_NOEXCEPT(int, pthread_mutex_timedlock, (pthread_mutex_t * mutex, const timespec* until),
-              (mutex, until))
-HIDE_NOEXCEPT(int, pthread_rwlock_rdlock, (pthread_rwlock_t * lock), (lock))
-HIDE_NOEXCEPT(int, pthread_rwlock_wrlock, (pthread_rwlock_t * lock), (lock))
+// Locks, waits and wakes, as the C++ library asks for them.
+HIDE(int, pthread_mutex_lock, (pthread_mutex_t * mutex), (mutex), noexcept)
 HIDE(int, pthread_cond_wait, (pthread_cond_t * condition, pthread_mutex_t* mutex),
      (condition, mutex))
-HIDE(int, pthread_cond_timedwait,
-     (pthread_cond_t * condition, pthread_mutex_t* mutex, const timespec* until),
-     (condition, mutex, until))
 HIDE(int, pthread_cond_clockwait,
      (pthread_cond_t * condition, pthread_mutex_t* mutex, clockid_t clock, const timespec* until),
      (condition, mutex, clock, until))
-HIDE_NOEXCEPT(int, pthread_cond_signal, (pthread_cond_t * condition), (condition))
-HIDE_NOEXCEPT(int, pthread_cond_broadcast, (pthread_cond_t * condition), (condition))
-HIDE_NOEXCEPT(int, pthread_create,
-              (pthread_t * thread, const pthread_attr_t* attributes, void* (*body)(void*),
-               void* argument),
-              (thread, attributes, body, argument))
+HIDE(int, pthread_cond_signal, (pthread_cond_t * condition), (condition), noexcept)
+HIDE(int, pthread_cond_broadcast, (pthread_cond_t * condition), (condition), noexcept)
+HIDE(int, pthread_create,
+     (pthread_t * thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument),
+     (thread, attributes, body, argument), noexcept)
 HIDE(int, pthread_join, (pthread_t thread, void** result), (thread, result))
-HIDE(int, sem_wait, (sem_t * semaphore), (semaphore))
-HIDE_NOEXCEPT(int, sem_post, (sem_t * semaphore), (semaphore))
 
 // System calls. std::atomic's wait and notify come through syscall().
 HIDE(ssize_t, read, (int file, void* bytes, size_t size), (file, bytes, size))
@@ -122,13 +103,10 @@ HIDE(int, poll, (pollfd * files, nfds_t count, int milliseconds), (files, count,
 HIDE(int, nanosleep, (const timespec* time, timespec* left), (time, left))
 HIDE(int, clock_nanosleep, (clockid_t clock, int flags, const timespec* time, timespec* left),
      (clock, flags, time, left))
-HIDE(int, usleep, (useconds_t microseconds), (microseconds))
-HIDE(unsigned, sleep, (unsigned seconds), (seconds))
-HIDE_NOEXCEPT(int, sched_yield, (), ())
-HIDE_NOEXCEPT(void*, mmap,
-              (void* address, size_t size, int access, int flags, int file, off_t offset),
-              (address, size, access, flags, file, offset))
-HIDE_NOEXCEPT(int, munmap, (void* address, size_t size), (address, size))
+HIDE(int, sched_yield, (), (), noexcept)
+HIDE(void*, mmap, (void* address, size_t size, int access, int flags, int file, off_t offset),
+     (address, size, access, flags, file, offset), noexcept)
+HIDE(int, munmap, (void* address, size_t size), (address, size), noexcept)
 
 long syscall(long number, ...) noexcept {
   static constinit Hidden<long(long, ...)> hidden("syscall");

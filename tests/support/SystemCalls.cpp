@@ -1,6 +1,7 @@
 #include "tests/support/SystemCalls.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <ostream>
 #include <sstream>
 #include <tuple>
@@ -20,36 +21,23 @@ struct SystemCallHooks {
     return found->second.name.substr(found->second.name.rfind('\\') + 1);
   }
 
-  // A line's words: what a handle, a text or a number stands for; nothing for other pointers.
+  // A line's words: what a handle, a text or a number stands for; nothing for other pointers. The
+  // last that is no number is the name.
   template <class Argument>
-  static void tell(std::ostream& line, const Argument& argument, bool& known) {
+  static void tell(std::ostream& line, const Argument& argument, std::string& name) {
     if constexpr (std::is_integral_v<Argument>) {
       line << ' ' << std::hex << argument;
     } else if constexpr (std::is_same_v<Argument, LPCWSTR>) {
       if (argument == nullptr) return;
-      line << ' ';
-      for (const wchar_t* letter = argument; *letter != L'\0'; ++letter)
-        line << static_cast<char>(*letter);
-      known = true;
+      name = std::filesystem::path(argument).string();
+      line << ' ' << name;
     } else if constexpr (std::is_same_v<Argument, HKEY> ||
                          std::is_convertible_v<Argument, const void*>) {
-      if (const std::string name = nameOf(argument); !name.empty()) {
-        line << " <" << name << '>';
-        known = true;
+      if (const std::string known = nameOf(argument); !known.empty()) {
+        name = '<' + known + '>';
+        line << ' ' << name;
       }
     }
-  }
-  template <class... Arguments>
-  static std::string lastText(Arguments... arguments) {
-    std::string text = "unnamed";
-    const auto look = [&](auto argument) {
-      std::ostringstream words;
-      bool known = false;
-      tell(words, argument, known);
-      if (known) text = words.str().substr(1);
-    };
-    (look(arguments), ...);
-    return text;
   }
 
   enum class Does { opensHandle, opensView, opensKey, closes, uses };
@@ -68,10 +56,9 @@ struct SystemCallHooks {
         if (active->keeps_ == SystemCalls::Keeps::lines) {
           std::ostringstream line;
           line << name;
-          bool known = does != Does::uses && does != Does::closes;
-          (tell(line, arguments, known), ...);
-          text = lastText(arguments...);
-          if (known) active->lines_.push_back({GetCurrentThreadId(), line.str()});
+          (tell(line, arguments, text), ...);
+          if (text.empty() && does != Does::uses && does != Does::closes) text = "unnamed";
+          if (!text.empty()) active->lines_.push_back({GetCurrentThreadId(), line.str()});
         }
         if constexpr (does == Does::closes)
           active->open_.erase(std::get<0>(std::tuple(arguments...)));
@@ -106,11 +93,6 @@ struct SystemCallHooks {
     if (done) active->open_[*copy] = {Kind::handle, "duplicate"};
     return done;
   }
-  static LSTATUS WINAPI query(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data,
-                              LPDWORD size) {
-    if (active->onRegistryQuery && active->onRegistryQuery()) return ERROR_FILE_NOT_FOUND;
-    return Hook<Does::uses, &RegQueryValueExW>::call(key, name, reserved, type, data, size);
-  }
   static inline decltype(&DuplicateHandle) realDuplicate = nullptr;
 
   static void setAll() {
@@ -130,7 +112,6 @@ struct SystemCallHooks {
     HOOK(uses, WaitForSingleObject);
     HOOK(uses, RegQueryValueExW);
 #undef HOOK
-    active->imports_.replace("RegQueryValueExW", reinterpret_cast<void*>(&query));
     realDuplicate = reinterpret_cast<decltype(realDuplicate)>(
         active->imports_.replace("DuplicateHandle", reinterpret_cast<void*>(&duplicate)));
   }
@@ -173,12 +154,6 @@ OpenObjects SystemCalls::openObjects() const {
        : known.kind == Kind::view ? open.views
                                   : open.keys);
   return open;
-}
-
-SystemCalls& ownSystemCalls() {
-  // Never destroyed: the runtime closes handles until the process is gone.
-  static auto& calls = *new SystemCalls(GetModuleHandleW(nullptr), SystemCalls::Keeps::openObjects);
-  return calls;
 }
 
 }  // namespace vellumic::test

@@ -8,7 +8,6 @@
 
 #include <windows.h>
 
-#include <functional>
 #include <iosfwd>
 #include <map>
 #include <string>
@@ -36,10 +35,6 @@ class SystemCalls {
   [[nodiscard]] std::vector<std::string> stillOpen() const;  // sorted
   [[nodiscard]] OpenObjects openObjects() const;             // opened since the construction
 
-  // Runs before every RegQueryValueExW, on the calling thread. Where it gives true the registry is
-  // not asked and the value is missing.
-  std::function<bool()> onRegistryQuery;
-
  private:
   friend struct SystemCallHooks;
   enum class Kind { handle, view, key };
@@ -59,9 +54,5 @@ class SystemCalls {
   std::vector<Line> lines_;
   ImportTable imports_;
 };
-
-// Of this program itself, since the first call.
-SystemCalls& ownSystemCalls();
-inline OpenObjects openObjects() { return ownSystemCalls().openObjects(); }
 
 }  // namespace vellumic::test
