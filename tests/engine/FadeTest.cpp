@@ -152,7 +152,6 @@ TEST(Fade, OfAPipelineMixesWhatBothSettingsSoundLike) {
                          .format = {.inputChannels = channels, .outputChannels = channels}};
     EngineRig rig(from, setup), outgoing(from, setup), incoming(from, setup);
     constexpr std::uint32_t callFrames = 480;
-    std::uint32_t fadeFrame = 0;
     float worst = 0.0F;
     for (std::uint32_t call = 0; call < 70; ++call) {
       std::vector<float> input(std::size_t{callFrames} * channels);
@@ -166,12 +165,11 @@ TEST(Fade, OfAPipelineMixesWhatBothSettingsSoundLike) {
       }
       const std::vector<float> heard = rig.call(input), before = outgoing.call(input),
                                after = incoming.call(input);
-      for (std::uint32_t n = 0; n < callFrames; ++n) {
-        const float weight = static_cast<float>(fadeFrame) / rampFrames;
-        for (std::size_t s = n * channels; s < (n + 1) * channels; ++s)
-          worst =
-              std::max(worst, std::abs((1.0F - weight) * before[s] + weight * after[s] - heard[s]));
-        if (call >= 30 && fadeFrame < rampFrames) ++fadeFrame;
+      for (std::size_t s = 0; s < heard.size(); ++s) {
+        const float frame = static_cast<float>(call * callFrames + s / channels);
+        const float weight = std::clamp((frame - 30.0F * callFrames) / rampFrames, 0.0F, 1.0F);
+        worst =
+            std::max(worst, std::abs((1.0F - weight) * before[s] + weight * after[s] - heard[s]));
       }
     }
     EXPECT_LT(worst, 1e-5F);

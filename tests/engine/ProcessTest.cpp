@@ -105,6 +105,7 @@ TEST(Process, TheKeywordDetectorLeavesItsFourChannelFormWithAReloadUntilTheNextL
     rig.core->sets.reload(factorySettings(), setup.processingMode, EffectMode::array);
     rig.lock(setup.format);
     EXPECT_EQ(rig.image()[Entry::effectMode], 12.0F);
+    EXPECT_EQ(rig.core->engine.pipeline.micCount(), 2);  // as readied for this form
   }
 }
 
