@@ -89,7 +89,7 @@ std::vector<Counts> countsOf(const TableJob& job, const std::string& name, int m
     for (std::size_t chain = 0; chain < job.chains.size(); ++chain) {
       const RawValues& settings = job.chains[chain].values;
       inParallel(shiftCount, std::thread::hardware_concurrency(), [&](std::size_t n) {
-        takes[n] = material->render(settings, n * 1024 / shiftCount);
+        takes[n] = material->render(settings, cutOf(settings, static_cast<int>(n)));
       });
       for (const Take& take : takes)
         counts[chain].add(take, rightDelay(lag, settings), spec->seconds);

@@ -25,7 +25,8 @@ material = | materiel = | names no material
 seed = 3 | held_out.material = [{ scene = "desk", seeds = [1] }] | held out
 [{ scene = "desk", seeds = [1, 2] }] | [{ scene = "music" }]~held_out.material = [{ scene = "music" }] | same room
 [{ scene = "desk", seeds = [1, 2] }] | [{ recording = "a.wav" }]~held_out.material = [{ recording = "./a.wav" }] | held out
-near = "near.wav", far = "far.wav" | | need voices
+[{ scene = "desk", seeds = [1, 2] }] | [{ recording = "a.wav", far = "f.wav" }]~held_out.material = [{ recording = "b.wav", far = "f.wav" }] | f.wav is in the material and held out
+voices = { near = "near.wav", far = "far.wav" } | | plan.toml: voices: scenes need voices
 low = 0, high = 50 | choice = [0, 5] | the factory value
 seed = 3 | worth = 0 | above 0
 seed = 3 | measure_with.noise.gain.floor1 = 1e300 | write a number

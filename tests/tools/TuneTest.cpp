@@ -41,13 +41,17 @@ class TuningRun : public tools::RenderFiles {
                          80.0 * std::pow(floor - 0.25, 2.0) + (depth == Depth::quick ? floor : 0.0);
     return Judgement{value, 0.0, {value}};
   };
-  static void quiet(int, int, double) {}
+  static void quiet(const Progress&) {}
   const Plan plan_ = parsePlan(planText, "plan.toml");
 };
 
 TEST_F(TuningRun, FindsAKnownOptimumAndLeavesTheIdleSettingAtTheFactory) {
   Journal journal("", 1, plan_);
-  const Tuning tuning = tune(plan_, journal, judge_, quiet);
+  double left = 160 / 4 + 60 + 2 + 4 + 10;  // full evaluations, as far as the plan tells
+  const Tuning tuning = tune(plan_, journal, judge_, [&](const Progress& now) {
+    left -= journal.entries().back().depth == Depth::quick ? 0.25 : 1.0;
+    EXPECT_TRUE(now.left == left || now.done > 100) << now.done;
+  });
   EXPECT_FALSE(tuning.stopped);
   EXPECT_EQ(at(tuning.best, "beamformer.enabled"), 0.0);
   EXPECT_NEAR(std::log10(at(tuning.best, "echo.update_threshold")), -3.0, 0.15);
@@ -76,9 +80,28 @@ TEST_F(TuningRun, EndsTheSameAfterBeingKilledAnywhere) {
     };
     const Tuning part = tune(plan_, journal, mortal, quiet);
     EXPECT_TRUE(part.stopped == (left < 0) && (part.stopped || part.best == once.best));
+    EXPECT_NE(journal.find(part.best, Depth::full), nullptr);  // not by a lucky quick look
     if (part.stopped) std::ofstream("journal", std::ios::app) << "0.5 0.5 | 1";  // cut short
   }
   EXPECT_EQ(fresh, whole.entries().size());  // nothing judged twice
+}
+
+TEST_F(TuningRun, LooksQuicklyOnlyWhereItMayAndPassesFailuresOn) {
+  const Plan full = planWith("local = 60", "local = 60, quick = false");
+  Journal journal("", 1, full);
+  tune(full, journal, judge_, quiet);
+  EXPECT_GT(journal.entries().size(), 200U);
+  EXPECT_EQ(std::ranges::count(journal.entries(), Depth::quick, &Journal::Entry::depth), 0);
+  const PointJudge failing = [&](const Point& point, Depth depth) {
+    return depth == Depth::full ? judge_(point, depth) : throw std::runtime_error("disk full");
+  };
+  Journal other("", 1, plan_);
+  try {
+    tune(plan_, other, failing, quiet);
+    ADD_FAILURE();
+  } catch (const std::exception& error) {
+    EXPECT_STREQ(error.what(), "disk full");
+  }
 }
 
 TEST_F(TuningRun, JournalsOfOtherRunsAndDamagedOnesAreRefused) {
@@ -92,6 +115,10 @@ TEST_F(TuningRun, JournalsOfOtherRunsAndDamagedOnesAreRefused) {
   EXPECT_EQ(Journal(file, 7, plan_).find(point, Depth::quick)->value, 1.0);
   EXPECT_EQ(Journal(file, 7, plan_).find(point, Depth::full)->value, 2.0);
   EXPECT_THROW(Journal(file, 8, plan_), std::runtime_error);
+  // A head that a kill cut short is written anew; a file without a line's end is no such head.
+  EXPECT_TRUE(Journal(text("cut", "vellumic-tune jour"), 7, plan_).entries().empty());
+  EXPECT_THROW(Journal(text("notes.txt", "mine"), 7, plan_), std::runtime_error);
+  EXPECT_EQ(std::filesystem::file_size("notes.txt"), 4U);
   const auto whole = std::filesystem::file_size(file);
   for (const char* line :
        {"0 0 0.5 10 x | 1 0 2 ;", "0.5 0.6 0.7 | 1 0 2 ;", "~ 0 0 0.5 10 50 | 1 ;",
@@ -188,11 +215,12 @@ class TuneTool : public tools::RenderFiles {
     const auto piece = [](const std::string& file) {
       return " = [{ recording = \"" + file + "\", talker = \"" + file + "\" }]\n";
     };
-    return "header = [\"For a <test>.\"]\nmaterial" + piece(seen) + "held_out.material" +
-           piece(held) + "evaluations = { global = " + std::to_string(global) + R"(, local = 4 }
+    return "header = [\"For a <test>.\"]\nmaterial" + piece(seen) +
+           (held.empty() ? "" : "held_out.material" + piece(held)) +
+           "evaluations = { global = " + std::to_string(global) + R"(, local = 4 }
 goal = [{ figure = "noise_attenuation", weight = 1 }, { figure = "si_sdr", weight = 0.01 }]
 measure_with = { level.enabled = false, beamformer.enabled = false }
-settings.noise.gain.floor2 = { low = 0.1, high = 0.9 })";
+settings.noise.gain.floor2 = { low = 0.1, high = 0.9, start = 0.2 })";
   }
   void SetUp() override {
     for (const unsigned n : {1U, 2U, 3U})
@@ -227,6 +255,14 @@ TEST_F(TuneTool, HeldOutMaterialNeverReachesTheSearch) {
   EXPECT_TRUE(has(part("settings"), "noise.gain.floor2</code></td><td>0.3162</td>"));
   EXPECT_TRUE(has(part("front"), "noise.gain.floor2 0.1")) << part("front");
   EXPECT_TRUE(has(one.page, "For a &lt;test&gt;.") && has(one.page, "best so far"));
+  const Run none = tuneWith(planFor("1.wav", ""), "--fresh");
+  EXPECT_TRUE(has(none.settings, "# No material was held out") && has(none.page, "was held out"));
+  const auto noteOf = [](const std::string& voices) {
+    return heldOutNote(planWith("far.wav\" }", "far.wav\" }\nheld_out = { " + voices + " }"));
+  };
+  EXPECT_TRUE(has(noteOf("near = \"other.wav\""), "voice") &&
+              noteOf("near = \"a.wav\", far = \"b.wav\"") == "");
+  EXPECT_FALSE(has(one.settings + one.page, "was held out"));
 }
 
 // A search without end, stopped as by Ctrl-C once a few points are judged.
@@ -242,7 +278,7 @@ TEST_F(TuneTool, StoppedItWritesTheBestSoFarAndBeginsAnewWhenAsked) {
   hand.join();
   EXPECT_EQ(stopped.exitCode, 130) << stopped.complained;
   EXPECT_TRUE(has(stopped.settings, "best settings so far") && stopped.page.empty());
-  EXPECT_TRUE(has(stopped.settings, "noise.gain.floor2 = ")) << contents(journal);
+  EXPECT_TRUE(has(stopped.settings, "noise.gain.floor2 = 0.2")) << contents(journal);
 
   stop_ = false;
   const Run other = tuneWith(plan);

@@ -90,6 +90,11 @@ tools::WaveData waveOf(const Channels& channels) {
   return wave;
 }
 
+std::size_t cutOf(const RawValues& settings, int shift) {
+  const int block = acceptedBlockSize(value(settings, Raw::blockSize), 1024);
+  return static_cast<std::size_t>(shift * block / shiftCount);
+}
+
 Material::Material(std::string name, tools::WaveData microphones,
                    std::optional<tools::WaveData> far, std::vector<tools::TimeSpan> farGaps)
     : name_(std::move(name)),
@@ -130,9 +135,7 @@ Take Material::render(const RawValues& settings, std::size_t cut) const {
 }
 
 Score Material::judge(const RawValues& settings, int shift) const {
-  const int block = acceptedBlockSize(value(settings, Raw::blockSize), 1024);
-  const int cut = shift * block / shiftCount;
-  return score(render(settings, static_cast<std::size_t>(cut)));
+  return score(render(settings, cutOf(settings, shift)));
 }
 
 std::unique_ptr<Material> sceneMaterial(std::string name, const SceneSpec& spec,

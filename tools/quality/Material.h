@@ -19,6 +19,9 @@ namespace vellumic::quality {
 
 inline constexpr int shiftCount = 4;  // by quarters of a block
 
+// Samples that shift 0 to shiftCount - 1 leaves out at the start, by the block of the settings.
+std::size_t cutOf(const RawValues& settings, int shift);
+
 // One rendering, at sceneRate.
 struct Take {
   Signal output;               // first channel, aligned with the input
@@ -40,7 +43,7 @@ class Material {
   Take render(const RawValues& settings, std::size_t cut) const;
   virtual Score score(const Take& take) const = 0;
 
-  // Renders at shift 0 to shiftCount - 1 and scores.
+  // Renders at a shift and scores.
   Score judge(const RawValues& settings, int shift) const;
 
  protected:

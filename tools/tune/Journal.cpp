@@ -12,6 +12,9 @@ namespace vellumic::tune {
 namespace {
 
 constexpr std::string_view headStart = "vellumic-tune journal ";
+constexpr const char* noJournal = ": is no journal and is kept; name another --journal";
+constexpr const char* otherRun =
+    ": is the journal of another plan, other material or another build; give --fresh to begin anew";
 
 std::string exact(double value) {
   char text[40];
@@ -61,7 +64,7 @@ void Journal::remove(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   std::string line;
   if (std::getline(file, line) && !line.starts_with(headStart))
-    throw std::runtime_error(path + ": is no journal and is kept; name another --journal");
+    throw std::runtime_error(path + noJournal);
   file.close();
   std::filesystem::remove(path);
 }
@@ -90,11 +93,11 @@ void Journal::read() {
   if (!file) return;
   std::uintmax_t whole = 0;  // bytes of complete lines
   bool first = true;
-  for (std::string line; std::getline(file, line) && !file.eof();) {
-    if (first && line != head_)
-      throw std::runtime_error(path_ +
-                               ": is the journal of another plan, other material or another build; "
-                               "give --fresh to begin anew");
+  for (std::string line; std::getline(file, line);) {
+    const bool cutShort = file.eof();  // by a kill
+    if (first && line != head_ && !(cutShort && head_.starts_with(line)))
+      throw std::runtime_error(path_ + (line.starts_with(headStart) ? otherRun : noJournal));
+    if (cutShort) break;
     if (!first) {
       try {
         if (!line.ends_with(" ;")) throw std::invalid_argument(line);

@@ -26,6 +26,9 @@ struct Outcome {
 // Only what differs from the factory, each line with its reason; the file's first lines say for
 // whom it is and what it gains and costs on scenes that were held out.
 std::string settingsText(const Outcome& outcome);
+// What the figures of held-out material do not tell: nothing is held out, or voices are the same;
+// "" if all is other.
+std::string heldOutNote(const Plan& plan);
 
 // One self-contained page of HTML: figures per scene before and after, which settings mattered,
 // the best trade-offs that were met, the course of the search.

@@ -34,6 +34,7 @@ void readBudget(Section& root, Plan& plan) {
       plan.budget.global > 0 && plan.budget.global < least)
     evaluations.fail("global", "is too few for a global search of " + std::to_string(ranges) +
                                    " ranges; write 0 or at least " + std::to_string(least));
+  plan.budget.quick = evaluations.flag("quick").value_or(true);
   evaluations.done();
 }
 

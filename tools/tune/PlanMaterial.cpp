@@ -57,9 +57,10 @@ std::vector<Matter> otherSeeds(const std::vector<Matter>& material) {
 void keepApart(const Section& section, const Plan& plan) {
   for (const Matter& held : plan.heldOut)
     for (const Matter& seen : plan.material) {
-      if (!held.recording.empty() && !seen.recording.empty() &&
-          placeOf(held.recording) == placeOf(seen.recording))
-        section.fail("", held.recording + " is in the material and held out; take it out of one");
+      for (const std::string& file : {held.recording, held.far, held.talker})
+        for (const std::string& other : {seen.recording, seen.far, seen.talker})
+          if (!file.empty() && !other.empty() && placeOf(file) == placeOf(other))
+            section.fail("", file + " is in the material and held out; take it out of one");
       if (held.scene.empty() || held.scene != seen.scene) continue;
       if (!isDrawn(held))
         section.fail("", "scene " + held.scene +

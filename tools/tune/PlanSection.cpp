@@ -12,7 +12,8 @@ void Section::fail(const std::string& key, const std::string& what) const {
   const toml::node* node = table_.get(key);
   const auto line = node ? node->source().begin.line : table_.source().begin.line;
   const std::string field = name_.empty() || key.empty() ? name_ + key : name_ + "." + key;
-  throw PlanError(source_ + ":" + std::to_string(line) + ": " +
+  // What is missing stands in no line.
+  throw PlanError(source_ + (line > 0 ? ":" + std::to_string(line) : "") + ": " +
                   (field.empty() ? what : field + ": " + what));
 }
 

@@ -13,7 +13,8 @@
 namespace vellumic::tune {
 
 // One table of the plan. Every key must be asked for; done() names those that were not. All throw
-// PlanError with the file, line and field. Keeps references to the table and the source's name.
+// PlanError with the file, the line if there is one, and the field. Keeps references to the table
+// and the source's name.
 class Section {
  public:
   Section(const toml::table& table, const std::string& source, std::string name);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <exception>
 #include <functional>
 #include <limits>
 #include <nlopt.hpp>
@@ -41,7 +42,7 @@ class Run {
   double evaluate(const Point& point);
   double evaluateQuickly(const Point& point);
   void optimise(nlopt::opt optimiser, const Point& from, int evaluations, Depth depth);
-  void searchGlobally(const Point& from, int evaluations, std::uint64_t seed);
+  void searchGlobally(const Point& from, int evaluations, std::uint64_t seed, Depth depth);
   Point combination(Point point, std::size_t which) const;
 
   const Space& space_;
@@ -84,8 +85,8 @@ void Run::optimise(nlopt::opt optimiser, const Point& from, int evaluations, Dep
     Run* run;
     Point from;
     Depth depth;
-    bool stopped;
-  } call{this, from, depth, false};
+    std::exception_ptr failure;  // NLopt passes only its own exceptions on
+  } call{this, from, depth, nullptr};
   optimiser.set_max_objective(
       [](const std::vector<double>& x, std::vector<double>&, void* data) {
         Call& c = *static_cast<Call*>(data);
@@ -94,8 +95,8 @@ void Run::optimise(nlopt::opt optimiser, const Point& from, int evaluations, Dep
           point[c.run->ranges_[n]] = fromUnit(c.run->space_[c.run->ranges_[n]], x[n]);
         try {
           return c.depth == Depth::full ? c.run->evaluate(point) : c.run->evaluateQuickly(point);
-        } catch (const Stopped&) {
-          c.stopped = true;
+        } catch (...) {
+          c.failure = std::current_exception();
           throw nlopt::forced_stop();
         }
       },
@@ -104,19 +105,19 @@ void Run::optimise(nlopt::opt optimiser, const Point& from, int evaluations, Dep
     double value = 0.0;
     optimiser.optimize(unit, value);
   } catch (const nlopt::forced_stop&) {
-    if (call.stopped) throw Stopped();
+    if (call.failure) std::rethrow_exception(call.failure);
     throw;
   } catch (const nlopt::roundoff_limited&) {  // as near as it gets
   }
 }
 
-void Run::searchGlobally(const Point& from, int evaluations, std::uint64_t seed) {
+void Run::searchGlobally(const Point& from, int evaluations, std::uint64_t seed, Depth depth) {
   const auto dimensions = static_cast<unsigned>(ranges_.size());
   nlopt::srand(static_cast<unsigned long>(seed));
   nlopt::opt global(nlopt::GN_CRS2_LM, dimensions);
   global.set_population(
       std::clamp(static_cast<unsigned>(evaluations) / 4, dimensions + 1, 10 * (dimensions + 1)));
-  optimise(global, from, evaluations, Depth::quick);
+  optimise(global, from, evaluations, depth);
   std::ranges::stable_sort(quick_, std::greater{}, &std::pair<double, Point>::first);
   for (std::size_t n = 0; n < std::min<std::size_t>(2, quick_.size()); ++n)
     evaluate(Point(quick_[n].second));
@@ -141,7 +142,8 @@ SearchResult Run::go(const Budget& budget, std::uint64_t seed) {
     const std::vector<int> shares =
         globalShares(budget.global, ranges_.size(), combinations.size());
     for (std::size_t n = 0; n < shares.size(); ++n)
-      searchGlobally(combinations[n].second, shares[n], seed);
+      searchGlobally(combinations[n].second, shares[n], seed,
+                     budget.quick ? Depth::quick : Depth::full);
     if (!ranges_.empty() && budget.local > 0) {
       nlopt::opt local(nlopt::LN_SBPLX, static_cast<unsigned>(ranges_.size()));
       local.set_initial_step(0.1);
@@ -149,8 +151,6 @@ SearchResult Run::go(const Budget& budget, std::uint64_t seed) {
     }
   } catch (const Stopped&) {
     result_.stopped = true;
-    for (const auto& [value, point] : quick_)  // the best that is known, if only roughly
-      if (value > result_.value) result_.value = value, result_.best = point;
   }
   return result_;
 }

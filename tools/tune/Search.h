@@ -30,12 +30,14 @@ using Space = std::vector<Dimension>;
 inline constexpr int mostSwitches = 4;
 
 struct Budget {
-  int global = 60;  // quick evaluations, over all combinations of the switches
-  int local = 40;   // full ones
+  int global = 60;    // quick evaluations, over all combinations of the switches
+  int local = 40;     // full ones
+  bool quick = true;  // else the global ones are full too
 };
 
 // A quick judgement may be rough; whatever is decided in the end rests on full ones.
 enum class Depth { quick, full };
+inline constexpr double quickCost = 0.25;  // of a full evaluation
 using PointValue = std::function<double(const Point&, Depth)>;
 
 // Fewer evaluations than that only draw points, so that none are spent on a global search.
@@ -57,13 +59,14 @@ Point rounded(const Space& space, Point point);
 struct SearchResult {
   Point best;
   double value = 0.0;
-  bool stopped = false;  // then the best may rest on a quick look
+  bool stopped = false;
 };
 
 // The same space, budget, seed and function give the same result, however often it is stopped and
 // begun again with a function that remembers. The start is evaluated first, then the factory's
-// point. The global search is quick, the best two of each combination then evaluated in full. Not
-// reentrant: NLopt has one random generator.
+// point. After a quick global search the best two of each combination are evaluated in full; the
+// best, also of a stopped search, is always one evaluated in full. What the function throws else
+// than Stopped is thrown on. Not reentrant: NLopt has one random generator.
 SearchResult search(const Space& space, const Budget& budget, std::uint64_t seed,
                     const PointValue& function);
 

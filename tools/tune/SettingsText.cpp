@@ -52,6 +52,18 @@ Extremes extremesOf(const Comparison& comparison, quality::Figure figure) {
 
 }  // namespace
 
+std::string heldOutNote(const Plan& plan) {
+  if (plan.heldOut.empty())
+    return "No material was held out: how the settings do on other material is not known.";
+  const auto isScene = [](const Matter& matter) { return !matter.scene.empty(); };
+  const bool scenes =
+      std::ranges::any_of(plan.material, isScene) && std::ranges::any_of(plan.heldOut, isScene);
+  if (scenes && (placeOf(plan.voices.nearFile) == placeOf(plan.heldOutVoices.nearFile) ||
+                 placeOf(plan.voices.farFile) == placeOf(plan.heldOutVoices.farFile)))
+    return "The held-out scenes have a voice of the search: others may do differently.";
+  return "";
+}
+
 std::string changeOf(const Comparison& comparison, quality::Figure figure) {
   const Extremes e = extremesOf(comparison, figure);
   if (e.count == 0) return "";
@@ -75,6 +87,7 @@ std::string settingsText(const Outcome& outcome) {
         text += "#   " + line + "\n";
     text += "#\n";
   }
+  if (const std::string note = heldOutNote(plan); !note.empty()) text += "# " + note + "\n#\n";
   text += tuning.stopped ? "# The tuning was stopped; these are the best settings so far.\n"
                          : "# Found by vellumic-tune; each reason is what the setting adds to "
                            "the others.\n";

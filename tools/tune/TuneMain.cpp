@@ -102,20 +102,21 @@ class Display {
  public:
   explicit Display(const Journal& journal) : journal_(journal), known_(journal.entries().size()) {}
 
-  void operator()(int done, int all, double best) {
-    const std::size_t fresh = journal_.entries().size() - known_;
+  void operator()(const Progress& now) {
+    for (; known_ < journal_.entries().size(); ++known_)
+      judged_ += journal_.entries()[known_].depth == Depth::quick ? quickCost : 1.0;
     const double spent = std::chrono::duration<double>(Clock::now() - start_).count();
     char text[100];
-    std::snprintf(text, sizeof text, "%d of about %d, best %.2f", done, all, best);
+    std::snprintf(text, sizeof text, "%d of about %d, best %.2f", now.done, now.all, now.best);
     std::string note = text;
-    if (fresh > 0)
-      note += ", " + minutes(spent / static_cast<double>(fresh) * (all - done)) + " left";
-    bar_.show(static_cast<double>(done) / all, note);
+    if (judged_ > 0.0) note += ", " + minutes(spent / judged_ * now.left) + " left";
+    bar_.show(static_cast<double>(now.done) / now.all, note);
   }
 
  private:
   const Journal& journal_;
   std::size_t known_;
+  double judged_ = 0.0;  // by this run, in full evaluations
   Clock::time_point start_ = Clock::now();
   tools::ProgressBar bar_;
 };
@@ -127,7 +128,8 @@ void print(const Outcome& outcome) {
     std::cout << "Limits: missed by " << outcome.tuning.judgement.shortfall
               << " units over all scenes\n";
   const Comparison& shown = outcome.heldOut ? *outcome.heldOut : outcome.seen;
-  std::cout << (outcome.heldOut ? "Held-out scenes:\n" : "Scenes:\n");
+  std::cout << (outcome.heldOut ? "Held-out scenes:\n"
+                                : "Scenes of the search (none were held out):\n");
   for (const Wish& wish : outcome.plan.goal)
     if (const std::string line = changeOf(shown, wish.figure); !line.empty())
       std::cout << "  " << line << '\n';
@@ -164,7 +166,7 @@ int run(const Options& options, const std::atomic<bool>& stop) {
         [&](const Point& point, Depth depth) {
           return judge(plan.goal, panel.judge(plan.settings(point), depth), factory);
         },
-        [&](int done, int all, double best) { display(done, all, best); });
+        [&](const Progress& now) { display(now); });
   }
   if (journal.entries().empty()) throw Stopped();
 

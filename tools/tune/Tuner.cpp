@@ -8,12 +8,12 @@ namespace {
 
 class Run {
  public:
-  Run(const Plan& plan, Journal& journal, const PointJudge& judge,
-      const std::function<void(int, int, double)>& progress)
+  Run(const Plan& plan, Journal& journal, const PointJudge& judge, const ProgressReport& progress)
       : plan_(plan), journal_(journal), judge_(judge), progress_(progress) {
     for (const Dimension& d : plan.space) factory_.push_back(d.factory);
-    all_ = plan.budget.global + plan.budget.local + 2 + (1 << switches()) +
-           2 * static_cast<int>(plan.space.size());
+    quickLeft_ = plan.budget.quick ? plan.budget.global : 0;
+    fullLeft_ = plan.budget.global - quickLeft_ + plan.budget.local + 2 + (1 << switches()) +
+                2 * static_cast<int>(plan.space.size());
   }
 
   Tuning go() {
@@ -47,7 +47,12 @@ class Run {
     }
     if (depth == Depth::full) best_ = std::max(best_, known->value);
     ++done_;
-    progress_(done_, std::max(all_, done_), best_);
+    int& left = depth == Depth::full ? fullLeft_ : quickLeft_;
+    left = std::max(left - 1, 0);
+    progress_({.done = done_,
+               .all = done_ + quickLeft_ + fullLeft_,
+               .left = quickLeft_ * quickCost + fullLeft_,
+               .best = best_});
     return *known;
   }
 
@@ -74,16 +79,16 @@ class Run {
   const Plan& plan_;
   Journal& journal_;
   const PointJudge& judge_;
-  const std::function<void(int, int, double)>& progress_;
+  const ProgressReport& progress_;
   Point factory_;
-  int done_ = 0, all_ = 0;
+  int done_ = 0, quickLeft_ = 0, fullLeft_ = 0;  // evaluations
   double best_ = -std::numeric_limits<double>::infinity();
 };
 
 }  // namespace
 
 Tuning tune(const Plan& plan, Journal& journal, const PointJudge& judge,
-            const std::function<void(int, int, double)>& progress) {
+            const ProgressReport& progress) {
   return Run(plan, journal, judge, progress).go();
 }
 

@@ -25,9 +25,15 @@ struct Tuning {
   bool stopped = false;                     // then nothing was left out or weighed
 };
 
-// Points that the journal holds are not judged again. `progress` is called after each evaluation
-// with those done, an estimate of all, and the best value so far.
+struct Progress {
+  int done, all;  // evaluations; all are an estimate
+  double left;    // estimate of the work to come, in full evaluations
+  double best;    // of the full ones
+};
+using ProgressReport = std::function<void(const Progress&)>;
+
+// Points that the journal holds are not judged again. `progress` is called after each evaluation.
 Tuning tune(const Plan& plan, Journal& journal, const PointJudge& judge,
-            const std::function<void(int done, int all, double best)>& progress);
+            const ProgressReport& progress);
 
 }  // namespace vellumic::tune

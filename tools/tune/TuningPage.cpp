@@ -185,6 +185,7 @@ std::string tuningPage(const Outcome& outcome, const Journal& journal) {
   if (outcome.heldOut)
     text += "<h2>Scenes that the search did not see</h2>\n" +
             comparison("held-out", plan, *outcome.heldOut);
+  if (const std::string note = heldOutNote(plan); !note.empty()) text += "<p>" + note + "</p>\n";
   text += "<h2>Which settings mattered</h2>\n" + weighed(outcome);
   text += frontTable(plan, journal) + "<h2>Search</h2>\n" + course(journal);
   return text + "</body></html>\n";
