@@ -179,8 +179,8 @@ TEST_F(RegistryTest, HeadsetOverrideIsTheLastMatchingDevices) {
                  L"isstrtc.sys", 24);
   const int handles = openHandles();
   registry.write(first, L"HeadsetStatus", 1);
-  EXPECT_EQ(outputPath(), 0);
-  EXPECT_EQ(openHandles(), handles + 2);  // of several devices the last one's closes in the end
+  for (int round = 0; round < 50; ++round) EXPECT_EQ(outputPath(), 0);
+  EXPECT_GE(openHandles(), handles + 100);  // of several devices the last one's closes in the end
   constexpr std::array<DWORD, 2> tooLong{2, 2};  // the first stays
   for (const auto& [type, size] : {std::pair<DWORD, DWORD>(REG_SZ, 4), {REG_DWORD, 8}}) {
     registry.write(second, L"HeadsetStatus", type, tooLong.data(), size);
