@@ -4,6 +4,7 @@
 //
 // Everything is run in turn, five times, on the same samples. Of each call the least of the five
 // counts, as the machine may be shared; sums and the worst call are of these.
+//   bench_chain [extremes]     with a word only the table of extreme settings
 #include <fftw3.h>
 #include <soxr.h>
 #include <speex/speex_echo.h>
@@ -16,10 +17,13 @@
 #include <complex>
 #include <cstdio>
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <new>
 #include <numeric>
 #include <random>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "engine/CaptureCore.h"
@@ -29,6 +33,7 @@
 #include "platform/InstructionSet.h"
 #include "spectra/Fft.h"
 #include "tests/support/HeapInUse.h"
+#include "tools/ThreadTime.h"
 
 namespace vellumic {
 namespace {
@@ -97,6 +102,7 @@ class CallTimes {
     least_.resize(run.size(), 1.0);
     for (std::size_t n = 0; n < run.size(); ++n) least_[n] = std::min(least_[n], run[n]);
   }
+  double worst() const { return *std::ranges::max_element(least_); }
   // CPU seconds per second of audio.
   double perSecond() const { return std::accumulate(least_.begin(), least_.end(), 0.0) / seconds; }
   double quantile(double share) const {
@@ -109,12 +115,17 @@ class CallTimes {
   std::vector<double> least_;
 };
 
+RawValues factoryWith(std::initializer_list<std::pair<Raw, float>> changes) {
+  RawValues settings = factorySettings();
+  for (const auto& [slot, value] : changes) settings[index(slot)] = value;
+  return settings;
+}
+
 // An object that is locked to the scene's stream.
 struct Chain {
-  Chain(const Scene& theScene, std::size_t microphones, float blockSize) : scene(theScene) {
+  Chain(const Scene& theScene, std::size_t microphones, const RawValues& settings)
+      : scene(theScene) {
     if (!core.sets.allocate()) throw std::bad_alloc();
-    RawValues settings = factorySettings();
-    settings[index(Raw::blockSize)] = blockSize;
     std::ranges::copy(settings, core.sets.rawParameters().begin());
     core.sets.settingRead();
     core.sets.initialize(ProcessingMode::speech, EffectMode::array);
@@ -132,8 +143,9 @@ struct Chain {
                     .onHelperThread = false}};
 };
 
-std::vector<double> runChain(const Scene& scene, std::size_t microphones, float blockSize) {
-  Chain chain(scene, microphones, blockSize);
+std::vector<double> runChain(const Scene& scene, std::size_t microphones,
+                             const RawValues& settings) {
+  Chain chain(scene, microphones, settings);
   ProcessContext& context = chain.core.context;
   std::vector<float> input, output(scene.period * microphones);
   std::vector<double> times;
@@ -159,9 +171,9 @@ void printMemory() {
   std::puts("\n| microphones at 48 kHz | KiB of an object beside its arena |\n|---|---|");
   for (const std::size_t microphones : {2, 4, 8}) {
     const Scene scene(48000, microphones);
-    const Chain first(scene, microphones, 1024.0F);
+    const Chain first(scene, microphones, factorySettings());
     const std::size_t before = heapInUse();
-    const auto second = std::make_unique<Chain>(scene, microphones, 1024.0F);
+    const auto second = std::make_unique<Chain>(scene, microphones, factorySettings());
     std::printf("| %zu | %.0f |\n", microphones, kibibytes(heapInUse() - before - Arena::capacity));
   }
 }
@@ -263,9 +275,9 @@ void printChain() {
       CallTimes fast, base, speex;
       for (int run = 0; run < runs; ++run) {
         speex.add(runSpeex(speexScene, microphones, tail));
-        fast.add(runChain(scene, microphones, 1024.0F));
+        fast.add(runChain(scene, microphones, factorySettings()));
         const ScopedInstructionSet plain(InstructionSet::Base);
-        base.add(runChain(scene, microphones, 1024.0F));
+        base.add(runChain(scene, microphones, factorySettings()));
       }
       printRow(nameOf(instructionSet()), rate, microphones, speex, fast);
       printRow(nameOf(InstructionSet::Base), rate, microphones, speex, base);
@@ -278,17 +290,52 @@ void printBlockSizes() {
   for (const int blockSize : {256, 512, 1024, 2048, 4096}) {
     CallTimes times;
     for (int run = 0; run < runs; ++run)
-      times.add(runChain(scene, 4, static_cast<float>(blockSize)));
+      times.add(
+          runChain(scene, 4, factoryWith({{Raw::blockSize, static_cast<float>(blockSize)}})));
     std::printf("| %d | %.2f | %.0f |\n", blockSize, 1e3 * times.perSecond(),
                 1e6 * times.quantile(1.0));
   }
 }
 
+// What a driver's author could ask for, and what it costs the call and the worker. Each build is a
+// new object's first one with that setting; the longest of all runs counts, in processor time.
+void printExtremes() {
+  std::puts("| 8 microphones at 48 kHz | worst call, ms | build, ms |\n|---|---|---|");
+  const auto row = [scene = Scene(48000, 8)](const char* name, const RawValues& settings) {
+    CallTimes times;
+    double build = 0.0;
+    for (int run = 0; run < runs; ++run) {
+      Chain chain(scene, 8, factorySettings());
+      const auto begin = tools::threadTime();
+      chain.core.sets.reload(settings, ProcessingMode::speech, EffectMode::array);
+      build = std::max(build, std::chrono::duration<double>(tools::threadTime() - begin).count());
+    }
+    for (int run = 0; run < runs; ++run) times.add(runChain(scene, 8, settings));
+    std::printf("| %s | %.1f | %.1f |\n", name, 1e3 * times.worst(), 1e3 * build);
+  };
+  row("factory settings", factorySettings());
+  row("blocks of 4096", factoryWith({{Raw::blockSize, 4096.0F}}));
+  row("blocks of 8192", factoryWith({{Raw::blockSize, 8192.0F}}));
+  row("blocks of 15360", factoryWith({{Raw::blockSize, 15360.0F}}));
+  row("blocks of 16384", factoryWith({{Raw::blockSize, 16384.0F}}));
+  const std::pair<Raw, float> test{Raw::bandTest, 1.0F}, passes{Raw::bandTestPasses, 100.0F};
+  row("band test, 100 passes", factoryWith({test, passes}));
+  row("the same, blocks of 16384", factoryWith({test, passes, {Raw::blockSize, 16384.0F}}));
+  for (const float rate : {1.0F, 8.0F, 100.0F, 47999.0F, 192000.0F})
+    row(("inside at " + std::to_string(std::lround(rate)) + " Hz").c_str(),
+        factoryWith({{Raw::internalRate, rate}}));
+  row("limiter 1.2 s ahead", factoryWith({{Raw::lookAheadTime, 1.2F}}));
+}
+
 }  // namespace
 }  // namespace vellumic
 
-int main() {
+int main(int count, char**) {
   vellumic::cutDenormals();
+  if (count > 1) {
+    vellumic::printExtremes();
+    return 0;
+  }
   vellumic::printUnits();
   vellumic::printChain();
   vellumic::printBlockSizes();

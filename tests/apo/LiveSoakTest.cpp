@@ -166,7 +166,7 @@ class LiveSoak : public ApoWorld {
         microphone.volume.notify();
       }
       if (chance(20)) system.defaultRender = &speakers[random() % speakers.size()];
-      if (chance(40)) {
+      if (quarter % 40 == 18) {  // a slow machine comes to the first of them too
         serviceProcess.reset();  // killed
         Sleep(random() % 500);
         startService();
@@ -203,7 +203,7 @@ class LiveSoak : public ApoWorld {
 
 TEST_F(LiveSoak, EverythingRecoversAndNothingGrows) {
   const char* const wanted = std::getenv("VELLUMIC_SOAK_SECONDS");
-  const double seconds = wanted != nullptr ? std::atof(wanted) : 30.0;
+  const double seconds = wanted != nullptr ? std::atof(wanted) : 60.0;
   for (const ClassCase* which : {&mfx, &efx}) effects.push_back(initialized(*which, mode::speech));
   learnPropertyEvents();
   std::jthread disturber([this](const std::stop_token& stop) { disturb(stop); });
@@ -229,11 +229,9 @@ TEST_F(LiveSoak, EverythingRecoversAndNothingGrows) {
   // The disturbances came, as often as a busy machine lets them, and sound in spite of them.
   EXPECT_GE(reloads, seconds / 10.0);
   EXPECT_GE(periods, 10.0 * seconds);
-  if (seconds >= 60.0) {
-    EXPECT_GE(losses, seconds / 60.0);
-    EXPECT_GE(services, 1);
-    EXPECT_GE(opened, since);  // heard by one of them, at least
-  }
+  EXPECT_GE(losses, seconds / 60.0);
+  EXPECT_GE(services, 1);
+  EXPECT_GE(opened, since / 2);  // heard, a quarter of them at least
   EXPECT_EQ(missed, 0);
   EXPECT_EQ(failed, 0);
   EXPECT_EQ(notFinite, 0);

@@ -111,6 +111,11 @@ struct SystemCallHooks {
     HOOK(uses, ReleaseMutex);
     HOOK(uses, WaitForSingleObject);
     HOOK(uses, RegQueryValueExW);
+    HOOK(uses, RegCreateKeyExW);
+    HOOK(uses, RegSetValueExW);
+    HOOK(uses, RegDeleteTreeW);
+    HOOK(uses, RegDeleteKeyW);
+    HOOK(uses, RegDeleteValueW);
 #undef HOOK
     realDuplicate = reinterpret_cast<decltype(realDuplicate)>(
         active->imports_.replace("DuplicateHandle", reinterpret_cast<void*>(&duplicate)));
