@@ -160,8 +160,8 @@ std::vector<double> runChain(const Scene& scene, std::size_t microphones,
   }
   const PipelineProbe& probe = chain.core.engine.pipeline.probe();
   if (probe.cancelledBlocks < probe.blocks * 9 / 10 || !probe.delayLocked)
-    std::printf("(the cancellers ran in %ld of %ld blocks)\n",
-                static_cast<long>(probe.cancelledBlocks), static_cast<long>(probe.blocks));
+    std::fprintf(stderr, "(the cancellers ran in %ld of %ld blocks)\n",
+                 static_cast<long>(probe.cancelledBlocks), static_cast<long>(probe.blocks));
   return times;
 }
 
@@ -290,8 +290,7 @@ void printBlockSizes() {
   for (const int blockSize : {256, 512, 1024, 2048, 4096}) {
     CallTimes times;
     for (int run = 0; run < runs; ++run)
-      times.add(
-          runChain(scene, 4, factoryWith({{Raw::blockSize, static_cast<float>(blockSize)}})));
+      times.add(runChain(scene, 4, factoryWith({{Raw::blockSize, static_cast<float>(blockSize)}})));
     std::printf("| %d | %.2f | %.0f |\n", blockSize, 1e3 * times.perSecond(),
                 1e6 * times.quantile(1.0));
   }
@@ -325,6 +324,11 @@ void printExtremes() {
     row(("inside at " + std::to_string(std::lround(rate)) + " Hz").c_str(),
         factoryWith({{Raw::internalRate, rate}}));
   row("limiter 1.2 s ahead", factoryWith({{Raw::lookAheadTime, 1.2F}}));
+  row("all at once: blocks, rate, limiter, delay search",
+      factoryWith({{Raw::blockSize, 15360.0F},
+                   {Raw::internalRate, 47999.0F},
+                   {Raw::lookAheadTime, 1.2F},
+                   {Raw::delaySearchBlocks, 8.0F}}));
 }
 
 }  // namespace
