@@ -94,14 +94,9 @@ TEST_F(Damage, SignalsWithoutEndNeitherStopTheSoundNorTheTeardown) {
   const KernelHandle reload(
       OpenEventW(EVENT_MODIFY_STATE, FALSE, service.block().propertyEvent.data())),
       ping(OpenEventW(EVENT_MODIFY_STATE, FALSE, pingEventName));
-  ASSERT_TRUE(reload && ping);
   const std::jthread storm([&](const std::stop_token& stop) {
-    while (!stop.stop_requested()) {
-      for (const KernelHandle* event : {&reload, &ping}) {
-        SetEvent(event->get());
-        ResetEvent(event->get());
-      }
-    }
+    while (!stop.stop_requested())
+      for (HANDLE event : {reload.get(), ping.get()}) SetEvent(event), ResetEvent(event);
   });
   registry.select(L"none");
   EXPECT_TRUE(comesToEffects(object, 0));  // what a reset lost came with another signal

@@ -104,8 +104,7 @@ class LiveSoak : public ApoWorld {
     const ServiceObjects service;
     for (int n = 0; n < 200 && propertyEvents.size() < effects.size(); ++n) {
       if (!service.pingIsAnswered()) continue;
-      const std::wstring name = service.block().propertyEvent.data();
-      propertyEvents.insert(name);
+      propertyEvents.insert(service.block().propertyEvent.data());
     }
     ASSERT_EQ(propertyEvents.size(), effects.size());
   }

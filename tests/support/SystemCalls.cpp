@@ -115,7 +115,6 @@ struct SystemCallHooks {
     HOOK(uses, RegSetValueExW);
     HOOK(uses, RegDeleteTreeW);
     HOOK(uses, RegDeleteKeyW);
-    HOOK(uses, RegDeleteValueW);
 #undef HOOK
     realDuplicate = reinterpret_cast<decltype(realDuplicate)>(
         active->imports_.replace("DuplicateHandle", reinterpret_cast<void*>(&duplicate)));
