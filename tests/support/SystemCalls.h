@@ -1,6 +1,6 @@
 // What a module asks of the system, as it was asked: every call that makes, opens, waits for,
-// signals or closes a kernel object or a registry key, or writes to one, with its arguments, and what
-// is open.
+// signals or closes a kernel object or a registry key, or writes to one, with its arguments, and
+// what is open.
 //
 // A line names the function, its numbers in hexadecimal, its texts, and for a handle the last part
 // of the name that it was opened by: "WaitForSingleObject <Name> 64". Objects of the runtime
