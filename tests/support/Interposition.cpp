@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sched.h>
+#include <semaphore.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -80,11 +81,21 @@ void free(void* block) noexcept {
 // NOLINTEND(cppcoreguidelines-macro-usage)
 
 HIDE(void*, aligned_alloc, (size_t alignment, size_t size), (alignment, size), noexcept)
+HIDE(void*, memalign, (size_t alignment, size_t size), (alignment, size), noexcept)
+HIDE(int, posix_memalign, (void** block, size_t alignment, size_t size), (block, alignment, size),
+     noexcept)
 
-// Locks, waits and wakes, as the C++ library asks for them.
+// Locks, waits and wakes.
 HIDE(int, pthread_mutex_lock, (pthread_mutex_t * mutex), (mutex), noexcept)
+HIDE(int, pthread_mutex_timedlock, (pthread_mutex_t * mutex, const timespec* until), (mutex, until),
+     noexcept)
+HIDE(int, pthread_rwlock_rdlock, (pthread_rwlock_t * lock), (lock), noexcept)
+HIDE(int, pthread_rwlock_wrlock, (pthread_rwlock_t * lock), (lock), noexcept)
 HIDE(int, pthread_cond_wait, (pthread_cond_t * condition, pthread_mutex_t* mutex),
      (condition, mutex))
+HIDE(int, pthread_cond_timedwait,
+     (pthread_cond_t * condition, pthread_mutex_t* mutex, const timespec* until),
+     (condition, mutex, until))
 HIDE(int, pthread_cond_clockwait,
      (pthread_cond_t * condition, pthread_mutex_t* mutex, clockid_t clock, const timespec* until),
      (condition, mutex, clock, until))
@@ -94,6 +105,8 @@ HIDE(int, pthread_create,
      (pthread_t * thread, const pthread_attr_t* attributes, void* (*body)(void*), void* argument),
      (thread, attributes, body, argument), noexcept)
 HIDE(int, pthread_join, (pthread_t thread, void** result), (thread, result))
+HIDE(int, sem_wait, (sem_t * semaphore), (semaphore))
+HIDE(int, sem_post, (sem_t * semaphore), (semaphore), noexcept)
 
 // System calls. std::atomic's wait and notify come through syscall().
 HIDE(ssize_t, read, (int file, void* bytes, size_t size), (file, bytes, size))
@@ -103,6 +116,8 @@ HIDE(int, poll, (pollfd * files, nfds_t count, int milliseconds), (files, count,
 HIDE(int, nanosleep, (const timespec* time, timespec* left), (time, left))
 HIDE(int, clock_nanosleep, (clockid_t clock, int flags, const timespec* time, timespec* left),
      (clock, flags, time, left))
+HIDE(int, usleep, (useconds_t microseconds), (microseconds))
+HIDE(unsigned, sleep, (unsigned seconds), (seconds))
 HIDE(int, sched_yield, (), (), noexcept)
 HIDE(void*, mmap, (void* address, size_t size, int access, int flags, int file, off_t offset),
      (address, size, access, flags, file, offset), noexcept)
