@@ -1,5 +1,7 @@
 #include "tests/apo/ApoWorld.h"
 
+#include <psapi.h>
+
 #include "parameters/Catalogue.h"
 
 namespace vellumic::test {
@@ -7,6 +9,12 @@ namespace vellumic::test {
 HMODULE library() {
   static const HMODULE module = LoadLibraryW((programFolder() / L"VellumicAPO64c.dll").c_str());
   return module;
+}
+
+std::size_t residentBytes() {
+  PROCESS_MEMORY_COUNTERS counters{};
+  GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
+  return counters.WorkingSetSize;
 }
 
 CaptureObject::CaptureObject(const CLSID& id, HRESULT* result) {

@@ -69,7 +69,8 @@ inline constexpr GUID farFieldSpeech{
 }  // namespace mode
 
 using tools::programFolder;
-HMODULE library();  // VellumicAPO64c.dll, loaded once
+HMODULE library();            // VellumicAPO64c.dll, loaded once
+std::size_t residentBytes();  // of this process
 template <class Function>
 Function* exported(const char* name) {
   return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(library(), name)));

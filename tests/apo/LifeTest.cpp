@@ -1,8 +1,6 @@
 // How long the library stays loaded, and whole lives with hostile arguments.
 #include <windows.h>
 
-#include <psapi.h>
-
 #include <array>
 #include <bit>
 
@@ -53,12 +51,6 @@ TEST_F(Life, TheLibraryStaysWhileAnybodyIsInItOrHoldsWhatItGave) {
   EXPECT_EQ(canUnload(), S_OK);
 }
 
-std::size_t residentBytes() {
-  PROCESS_MEMORY_COUNTERS counters{};
-  GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
-  return counters.WorkingSetSize;
-}
-
 // Blobs, formats and connections from a random generator: every answer is a result, and whatever
 // happened the object is destroyed cleanly.
 TEST_F(Life, RandomArguments) {
@@ -87,6 +79,7 @@ TEST_F(Life, RandomArguments) {
         const unsigned rates[] = {16000, 44100, 48000, random()}, rate = rates[below(4)];
         const DWORD masks[] = {0, 3, 4, random()};
         drawn.absent = once(40);
+        drawn.uncompressed = once(4) ? E_FAIL : S_OK;
         drawn.wave =
             (once(2) ? MediaType::plain(c, rate) : MediaType::extensible(c, masks[below(4)], rate))
                 .wave;
@@ -97,6 +90,8 @@ TEST_F(Life, RandomArguments) {
       if (once(2)) formats[1].wave = formats[0].wave;
       if (once(6)) {
         APOInitSystemEffects2 data = blob();
+        data.APOInit.cbSize = random();
+        if (once(3)) data.APOInit.clsid.Data1 = random();
         data.nSoftwareIoDeviceInCollection = below(5);
         if (once(3)) data.AudioProcessingMode.Data1 = random();
         if (once(10)) data.pDeviceCollection = nullptr;

@@ -46,11 +46,15 @@ class Double : public Interface {
   std::atomic<ULONG> references{0};  // held by the code under test
 };
 
+// Whether the next call to any double fails that can, on whatever thread.
+inline bool (*deviceCallFails)() = [] { return false; };
+
 // A double with a count for the caller, or a failure without one.
 template <class Interface>
 HRESULT handOut(Double<Interface>* found, Interface** object, HRESULT failure = E_INVALIDARG) {
+  *object = nullptr;
+  if (found == nullptr || deviceCallFails()) return failure;
   *object = found;
-  if (found == nullptr) return failure;
   found->AddRef();
   return S_OK;
 }
@@ -70,6 +74,7 @@ class FakeStore : public Double<IPropertyStore> {
     constexpr GUID endpointSet{
         0x1DA5D803, 0xD492, 0x4EDD, {0x8C, 0x23, 0xE0, 0xC0, 0xFF, 0xEE, 0x7F, 0x0E}};
     PropVariantInit(value);
+    if (deviceCallFails()) return E_ACCESSDENIED;
     if (key.pid != 14 && !IsEqualGUID(key.fmtid, endpointSet)) return E_INVALIDARG;
     if (const auto text = texts.find(key.pid); text != texts.end()) {
       value->vt = VT_LPWSTR;
@@ -107,6 +112,7 @@ class FakeVolume : public Double<IAudioEndpointVolume> {
 
   HRESULT STDMETHODCALLTYPE
   RegisterControlChangeNotify(IAudioEndpointVolumeCallback* callback) override {
+    if (deviceCallFails()) return E_ACCESSDENIED;
     callback->AddRef();
     const std::scoped_lock lock(callbacksMutex_);
     callbacks.push_back(callback);
@@ -158,7 +164,7 @@ class FakeVolume : public Double<IAudioEndpointVolume> {
  private:
   template <class Value, class Given>
   HRESULT give(const char* name, Value* value, Given given) {
-    if (failing == name) return E_ACCESSDENIED;
+    if (failing == name || deviceCallFails()) return E_ACCESSDENIED;
     *value = static_cast<Value>(given);
     return S_OK;
   }
@@ -178,11 +184,11 @@ class FakeCapture : public Double<IAudioCaptureClient> {
 
   HRESULT STDMETHODCALLTYPE GetNextPacketSize(UINT32* frames) override {
     *frames = packets.empty() ? 0 : framesOf(packets.front());
-    return broken ? AUDCLNT_E_DEVICE_INVALIDATED : S_OK;
+    return broken || deviceCallFails() ? AUDCLNT_E_DEVICE_INVALIDATED : S_OK;
   }
   HRESULT STDMETHODCALLTYPE GetBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT64*,
                                       UINT64*) override {
-    if (broken) return AUDCLNT_E_DEVICE_INVALIDATED;
+    if (broken || deviceCallFails()) return AUDCLNT_E_DEVICE_INVALIDATED;
     if (packets.empty()) return AUDCLNT_S_BUFFER_EMPTY;
     FakePacket& packet = packets.front();
     *data = reinterpret_cast<BYTE*>(packet.samples.data());
@@ -227,15 +233,16 @@ class FakeClient : public Double<IAudioClient> {
   }
   HRESULT STDMETHODCALLTYPE GetMixFormat(WAVEFORMATEX** format) override {
     *format = nullptr;
-    if (failing == "mix format") return E_ACCESSDENIED;
+    if (failing == "mix format" || deviceCallFails()) return E_ACCESSDENIED;
     *format = static_cast<WAVEFORMATEX*>(CoTaskMemAlloc(sizeof mix));
     **format = mix;
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE Start() override {
-    if (started++ != 0) return AUDCLNT_E_NOT_STOPPED;
-    if (failing == "start") --started;
-    return resultOf("start");
+    if (started != 0) return AUDCLNT_E_NOT_STOPPED;
+    const HRESULT result = resultOf("start");
+    started += result == S_OK ? 1 : 0;
+    return result;
   }
   HRESULT STDMETHODCALLTYPE Stop() override {
     --started;
@@ -246,7 +253,7 @@ class FakeClient : public Double<IAudioClient> {
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE GetService(REFIID id, void** service) override {
-    if (failing == "service") return E_ACCESSDENIED;
+    if (failing == "service" || deviceCallFails()) return E_ACCESSDENIED;
     return capture.QueryInterface(id, service);
   }
   UNUSED_METHOD(GetStreamLatency, REFERENCE_TIME*)
@@ -256,7 +263,9 @@ class FakeClient : public Double<IAudioClient> {
   UNUSED_METHOD(Reset)
 
  private:
-  HRESULT resultOf(const char* name) const { return failing == name ? E_ACCESSDENIED : S_OK; }
+  HRESULT resultOf(const char* name) const {
+    return failing == name || deviceCallFails() ? E_ACCESSDENIED : S_OK;
+  }
 };
 
 class FakeDevice : public Double<IMMDevice> {
@@ -273,7 +282,7 @@ class FakeDevice : public Double<IMMDevice> {
                                      void** object) override {
     *object = nullptr;
     if (onActivate) onActivate();
-    if (!activates) return E_ACCESSDENIED;
+    if (!activates || deviceCallFails()) return E_ACCESSDENIED;
     if (context != CLSCTX_ALL || parameters != nullptr) return E_INVALIDARG;
     if (IsEqualIID(wanted, __uuidof(IAudioClient))) return client.QueryInterface(wanted, object);
     return volume.QueryInterface(wanted, object);
@@ -282,12 +291,13 @@ class FakeDevice : public Double<IMMDevice> {
     return handOut<IPropertyStore>(access == STGM_READ ? &store : nullptr, opened);
   }
   HRESULT STDMETHODCALLTYPE GetId(LPWSTR* text) override {
-    *text = tellsId ? taskText(id) : nullptr;
-    return tellsId ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
+    const bool told = tellsId && !deviceCallFails();
+    *text = told ? taskText(id) : nullptr;
+    return told ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
   }
   HRESULT STDMETHODCALLTYPE GetState(DWORD* now) override {
     *now = state;
-    return S_OK;
+    return deviceCallFails() ? E_ACCESSDENIED : S_OK;
   }
   ULONG allReferences() const {
     return references + store.references + volume.references + client.references +
@@ -301,7 +311,7 @@ class FakeCollection : public Double<IMMDeviceCollection> {
 
   HRESULT STDMETHODCALLTYPE GetCount(UINT* count) override {
     *count = static_cast<UINT>(devices.size());
-    return S_OK;
+    return deviceCallFails() ? E_ACCESSDENIED : S_OK;
   }
   HRESULT STDMETHODCALLTYPE Item(UINT position, IMMDevice** device) override {
     return handOut<IMMDevice>(position < devices.size() ? devices[position] : nullptr, device);
