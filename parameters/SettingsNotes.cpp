@@ -36,6 +36,8 @@ std::optional<std::string> unstableBandNote(const RawValues& values, int rate) {
           settings.bands[static_cast<std::size_t>(side)][static_cast<std::size_t>(band)];
       if (b.enable != 1.0F || b.type == 0 || b.frequency <= 0.5F * static_cast<float>(rate))
         continue;
+      // A peak that changes nothing is left out.
+      if (b.gain == 1.0F && filterTypeNames()[static_cast<std::size_t>(b.type)] == "peak") continue;
       const Parameter& parameter = *findParameter(bandSlot(side, band, BandField::frequency));
       return parameter.name + " of " + decimal(b.frequency) + " is above half the rate of " +
              std::to_string(rate) + " Hz, where most filters are unstable (up to 770 dBFS " +

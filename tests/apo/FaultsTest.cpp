@@ -8,6 +8,7 @@
 
 #include <array>
 #include <atomic>
+#include <limits>
 #include <string_view>
 #include <type_traits>
 
@@ -156,11 +157,11 @@ class Faults : public ApoWorld {
   };
   Results life(const ClassCase& which, DWORD patienceMs = 20000) {
     OpenObjects before = calls.openObjects();
-    const int blocks = Holdings::blocks, uses = Holdings::uses;
+    const int uses = Holdings::uses;
     reloads = 0;
     const Results results = wholeLife(which, patienceMs);
-    for (int wait = 0; wait < 1000 && Holdings::blocks > blocks; ++wait) Sleep(1);
-    EXPECT_LE(Holdings::blocks, blocks);
+    for (int wait = 0; wait < 1000 && Holdings::blocks > mostBlocks; ++wait) Sleep(1);
+    EXPECT_LE(Holdings::blocks, mostBlocks);
     EXPECT_EQ(Holdings::uses, uses);
     const OpenObjects after = calls.openObjects();
     // A second reload costs a key, the agreed price.
@@ -170,7 +171,8 @@ class Faults : public ApoWorld {
   }
   SystemCalls calls{library(), SystemCalls::Keeps::openObjects};
   const Holdings holdings{library()};
-  int reloads = 0;  // of the latest life
+  int mostBlocks = std::numeric_limits<int>::max();  // that may stay after a life
+  int reloads = 0;                                   // of the latest life
   enum Stage : std::size_t { whole, locking, running };
   std::array<int, 3> turns{};  // what becomes callsLeft when the stage begins
   int beyondHelp = 0;          // lives of an object that never could be initialised
@@ -242,7 +244,14 @@ TEST_F(Faults, EachCallToTheSystemAndTheHeapFailsOnceInTurn) {
   registry.writeSetting(L"none", 1, 1, [](unsigned) { return 0.0F; });
   system.defaultRender = &speaker;
   const Results sound{S_OK, S_OK, S_OK, true};
-  for (std::size_t n = 0; n < 9; ++n) ASSERT_EQ(life(classCases[n % 3]), sound);
+  {  // What is made once stays: tables, records of threads, an exception's.
+    ImportTable imports(library());
+    ASSERT_TRUE(fault<&_beginthreadex>("").put(imports, "_beginthreadex"));
+    turns[whole] = 1;
+    EXPECT_TRUE(life(mfx).refused());
+    for (std::size_t n = 0; n < 9; ++n) ASSERT_EQ(life(classCases[n % 3]), sound);
+  }
+  mostBlocks = Holdings::blocks;
   const std::size_t memoryAtFirst = residentBytes();
   for (const Fault& fault : faults) {
     SCOPED_TRACE(fault.import);
@@ -269,7 +278,9 @@ TEST_F(Faults, EachCallToTheSystemAndTheHeapFailsOnceInTurn) {
         if (many && lives % 3 != 0) continue;
         EXPECT_EQ(life(classCases[static_cast<std::size_t>(turn) % 3]), sound) << "after " << turn;
       }
-      EXPECT_GT(lives, before) << "in stage " << stage;
+      if (stage == whole || import != "calloc") {
+        EXPECT_GT(lives, before) << "in stage " << stage;
+      }
     };
     livesWithFailures(whole);
     if (memory)  // whose calls at the start hide the few of later stages

@@ -96,6 +96,9 @@ TEST_F(RenderFiles, TellsWhatDoesNotRunAndWhy) {
       {"--mode speech --set echo.enabled=0 --set engine.enabled=0 16000.wav", ""},
       {"--class kdmfx --mode speech --set noise.enabled=0 16000.wav", ""},
       {"--class efx --set equalizer.enabled=1 --set equalizer.right.band2.enabled=1 "
+       "--set equalizer.right.band2.frequency_hz=8001 16000.wav",
+       ""},
+      {"--class efx --set equalizer.enabled=1 --set equalizer.right.band2.enabled=1 "
        "--set equalizer.right.band2.type=notch --set equalizer.right.band2.frequency_hz=8001 "
        "16000.wav",
        note + "equalizer.right.band2.frequency_hz of 8001.0 is above half the rate of 16000 Hz"},

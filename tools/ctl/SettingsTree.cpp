@@ -97,12 +97,15 @@ std::wstring settingsTreePath() {
   return std::wstring(parametersPath) + GuidText(settingsTreeGuid).c_str() + settingsSuffix;
 }
 
-LSTATUS writeSettingValues(HKEY setting, const RawValues& values) {
-  LSTATUS status = ERROR_SUCCESS;
-  for (std::size_t slot = 0; slot < values.size() && status == ERROR_SUCCESS; ++slot)
-    status = RegSetValueExW(setting, valueName(slot).c_str(), 0, REG_DWORD,
-                            reinterpret_cast<const BYTE*>(&values[slot]), sizeof(float));
-  return status;
+SettingWrite writeSettingValues(HKEY setting, const RawValues& values) {
+  for (std::size_t slot = 0; slot < values.size(); ++slot) {
+    const std::wstring name = valueName(slot);
+    const LSTATUS status =
+        RegSetValueExW(setting, name.c_str(), 0, REG_DWORD,
+                       reinterpret_cast<const BYTE*>(&values[slot]), sizeof(float));
+    if (status != ERROR_SUCCESS) return {status, name};
+  }
+  return {};
 }
 
 std::string SettingsTree::displayPath() {
@@ -163,7 +166,8 @@ void SettingsWriter::writeValues(const std::wstring& subkey, const RawValues& va
   check(RegCreateKeyExW(settings_.get(), subkey.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr,
                         key.put(), nullptr),
         subkey, "creating the key");
-  check(writeSettingValues(key.get(), values), subkey, "writing the values");
+  const SettingWrite written = writeSettingValues(key.get(), values);
+  check(written.status, subkey, "writing " + utf8(written.value));
 }
 
 void SettingsWriter::finishInterrupted() {

@@ -29,8 +29,12 @@ struct StoredSetting {
 
 // The key of all settings, under HKEY_LOCAL_MACHINE.
 std::wstring settingsTreePath();
-// Param1 to Param1365 of a setting's key; the first failure ends it.
-LSTATUS writeSettingValues(HKEY setting, const RawValues& values);
+// Param1 to Param1365 of a setting's key; the first failure ends it, at the value that is named.
+struct SettingWrite {
+  LSTATUS status = ERROR_SUCCESS;
+  std::wstring value{};
+};
+SettingWrite writeSettingValues(HKEY setting, const RawValues& values);
 
 class SettingsTree {
  public:

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <exception>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 
 #include "parameters/SettingsFile.h"
@@ -19,6 +20,10 @@ namespace {
 constexpr DWORD patienceMs = 2000;
 
 void warn(const std::string& line) { std::fprintf(stderr, "warning: %s\n", line.c_str()); }
+
+void printNote(const std::optional<std::string>& note) {
+  if (note) std::fprintf(stderr, "note: %s\n", note->c_str());
+}
 
 }  // namespace
 
@@ -34,7 +39,13 @@ void HostRun::go() {
   std::printf("Endpoint: %s %s\n", endpoint_.name.c_str(), endpoint_.guid.c_str());
   if (options_.storesSettings()) storeSettings();
   standInForDevices();
-  if (options_.service) service_.emplace();
+  if (options_.service) {
+    try {
+      service_.emplace();
+    } catch (const std::runtime_error& error) {
+      throw std::runtime_error(std::string("--service: ") + error.what());
+    }
+  }
   makeEffects();
   options_.liveSeconds > 0.0 ? runLive() : runFile();
   printFigures();
@@ -53,11 +64,8 @@ void HostRun::storeSettings() {
 }
 
 void HostRun::printNotes() const {
-  const auto print = [](const std::optional<std::string>& note) {
-    if (note) std::fprintf(stderr, "note: %s\n", note->c_str());
-  };
-  if (options_.speech) print(speechModeNote(values_));
-  print(internalRateNote(values_, otherValues_));
+  if (options_.speech) printNote(speechModeNote(values_));
+  printNote(internalRateNote(values_, otherValues_));
 }
 
 bool HostRun::has(const std::string& className) const {
@@ -104,6 +112,7 @@ void HostRun::lock(unsigned channels, unsigned sampleRate, std::uint32_t mask) {
   sampleRate_ = sampleRate;
   period_ = std::max(1U, sampleRate / 100);
   chain_.emplace(static_cast<double>(period_) / sampleRate);
+  if (setting_ && has("efx")) printNote(unstableBandNote(values_, static_cast<int>(sampleRate)));
   for (const auto& effect : effects_) {
     const FormatShape shape = effect->negotiate(proposals(channels, sampleRate, mask));
     effect->lock(shape, period_);

@@ -82,7 +82,7 @@ RegistrySetting::RegistrySetting(const RawValues& values) try {
 }
 
 void RegistrySetting::store(const RawValues& values) {
-  checkRegistry(writeSettingValues(setting_.get(), values));
+  checkRegistry(writeSettingValues(setting_.get(), values).status);
 }
 
 RegistrySetting::~RegistrySetting() {
