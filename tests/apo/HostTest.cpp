@@ -104,7 +104,6 @@ TEST_F(Host, TellsWhatIsWrongInOneLine) {
   writeNoise("three.wav", 3, 48000, 1);
   std::ofstream(path("rate.toml")) << "pipeline.internal_rate_hz = 24000\n";
   const std::string files = path("three.wav") + " " + path("out.wav");
-  const test::ServiceObjects service;
   const struct {
     std::string arguments;
     const char* part;
@@ -113,12 +112,6 @@ TEST_F(Host, TellsWhatIsWrongInOneLine) {
       {"--endpoint nowhere " + files, "array8"},
       {"--endpoint array4 " + files, "refuses"},
       {"--reload-every 1 " + files, "--service"},
-      {"--endpoint array4 --service " + files, "--service: the status board is there already"},
-      {"--class efx --endpoint array4 --set equalizer.enabled=1 "
-       "--set equalizer.left.band1.enabled=1 --set equalizer.left.band1.type=notch "
-       "--set equalizer.left.band1.frequency_hz=24001 " +
-           files,
-       "above half the rate of 48000 Hz"},
       {"--endpoint array4 --settings gone.toml " + files, "gone.toml"},
       {"--endpoint array4 --mode speech --set noise.enabled=0 " + files, "note: the speech mode"},
       {"--endpoint array4 --reload " + path("rate.toml") + " " + files, "from 16000 to 24000"},
