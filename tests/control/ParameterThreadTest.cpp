@@ -109,24 +109,6 @@ TEST_F(ParameterThread, AReloadWaitsForTheAudioAndLeavesTheFourChannelForm) {
   EXPECT_FALSE(object.reload(200));
 }
 
-TEST_F(ParameterThread, TwoSignalsDuringOneReloadGiveOneMore) {
-  Endpoint object;
-  std::atomic<int> queries{0};
-  const auto signal = [&] { SetEvent(object.sync.event(ThreadEvent::reload).get()); };
-  ASSERT_TRUE(object.reload());
-  ownSystemCalls().onRegistryQuery = [&] { return ++queries < 0; };
-  ASSERT_TRUE(object.reload());
-  const int once = queries.exchange(0);
-  ownSystemCalls().onRegistryQuery = [&] {
-    if (queries++ < 2) signal();
-    return false;
-  };
-  signal();
-  EXPECT_TRUE(comes([&] { return queries == 2 * once; }, 60000));
-  EXPECT_FALSE(comes([&] { return queries > 2 * once; }, 50));
-  ownSystemCalls().onRegistryQuery = nullptr;
-}
-
 // Changed effects are signalled; the endpoint effect alone renews its entry in the set in force.
 template <class Object>
 void expectEffectsTold(bool renewed, const std::function<void()>& change) {
