@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include "tests/control/ServiceObjects.h"
+#include "tests/support/RunProgram.h"
 #include "tools/ProgramPath.h"
 #include "tools/WaveFile.h"
 
@@ -40,7 +41,7 @@ class Host : public testing::Test {
     const std::string command = (programFolder() / (program + ".exe")).string() + " " + arguments +
                                 " > " + log.string() + " 2>&1";
     Result result;
-    result.code = std::system(command.c_str());
+    result.code = test::runProgram(command);
     std::stringstream text;
     text << std::ifstream(log).rdbuf();
     result.text = text.str();

@@ -102,7 +102,8 @@ class LiveSoak : public ApoWorld {
   // The events by which each object is told to read its setting.
   void learnPropertyEvents() {
     const ServiceObjects service;
-    for (int n = 0; n < 200 && propertyEvents.size() < effects.size(); ++n) {
+    const auto end = Clock::now() + std::chrono::seconds(60);  // chance decides who answers
+    while (Clock::now() < end && propertyEvents.size() < effects.size()) {
       if (!service.pingIsAnswered()) continue;
       propertyEvents.insert(service.block().propertyEvent.data());
     }

@@ -6,6 +6,7 @@
 #include <sddl.h>
 
 #include "tests/support/ImportTable.h"
+#include "tests/support/RunProgram.h"
 #include "tests/tools/AttachEndpoint.h"
 
 namespace vellumic::tools {
@@ -49,7 +50,7 @@ TEST(CtlAttach, ComesAndGoesWithoutATrace) {
     ASSERT_EQ(first.exitCode, 0) << first.complained;
     EXPECT_EQ(endpoint.values(), whole);
     // The registry editor alone can put everything back, but for an empty key.
-    ASSERT_EQ(std::system(("regedit /S " + endpoint.backup).c_str()), 0);
+    ASSERT_EQ(test::runProgram("regedit /S " + endpoint.backup), 0);
     EXPECT_EQ(endpoint.values(), before.value_or(RegistryValues{}));
     endpoint.set(*whole);
 

@@ -17,6 +17,7 @@
 #include "control/RegistryUtils.h"
 #include "tests/support/MachineNames.h"
 #include "tests/support/RandomRounds.h"
+#include "tests/support/RunProgram.h"
 #include "tools/ctl/RegFile.h"
 #include "tools/ctl/RegistryValues.h"
 #include "tools/ctl/StatusCollector.h"
@@ -96,7 +97,7 @@ RegistryValues imported(const std::wstring& text, const std::wstring& path) {
   std::ofstream(file, std::ios::binary)
       .write(reinterpret_cast<const char*>(text.data()),
              static_cast<std::streamsize>(text.size() * sizeof(wchar_t)));
-  EXPECT_EQ(std::system(("regedit /S " + file.string()).c_str()), 0);
+  EXPECT_EQ(test::runProgram("regedit /S " + file.string()), 0);
   std::filesystem::remove(file);
   const RegistryKey key = CRegistryUtils::openKey(HKEY_LOCAL_MACHINE, path.c_str());
   const RegistryValues values = readValues(key.get(), "key");

@@ -18,6 +18,7 @@
 
 #include "control/Handle.h"
 #include "tests/control/ChildProcess.h"
+#include "tests/support/RunProgram.h"
 #include "tools/ProgramPath.h"
 #include "tools/ctl/TextConversion.h"
 #include "tools/host/selftest/Judgements.h"
@@ -274,10 +275,9 @@ class SelfTestRun : public testing::Test {
 
   // The exit code.
   int run(const std::string& arguments) const {
-    return std::system(((programFolder() / "vellumic-host.exe").string() +
-                        " --selftest --endpoint " + arguments + " " + older.string() + " >" +
-                        printed.string() + " 2>&1")
-                           .c_str());
+    return test::runProgram((programFolder() / "vellumic-host.exe").string() +
+                            " --selftest --endpoint " + arguments + " " + older.string() + " >" +
+                            printed.string() + " 2>&1");
   }
   static std::string contentOf(const std::filesystem::path& file) {
     std::stringstream text;
