@@ -1,7 +1,5 @@
 #include "fuzz/CallWatch.h"
 
-#include <cstddef>
-
 #include "tools/ThreadTime.h"
 
 #if __has_feature(address_sanitizer)

@@ -57,7 +57,7 @@ std::string rangeWarning(const Parameter& parameter, float stored) {
            decimal(high) + "; applied all the same";
   if (parameter.slot == Raw::echoCrossFactor && stored >= runawayCrossFactor)
     return decimal(stored) +
-           " can make the filters run away: at 0.95 the output was up to 32 dB above the echo, "
+           " can make the filters run away: at 0.95 the output was up to 38 dB above the echo, "
            "and at 1 up to 130 dB; keep it at 0.8 or less; applied all the same";
   const bool whole = parameter.kind != ParameterKind::number;
   if (whole && stored != std::trunc(stored)) return decimal(stored) + " loses its fraction";

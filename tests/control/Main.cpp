@@ -1,10 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <array>
 #include <map>
 #include <string_view>
 
 #include "tests/control/ChildProcess.h"
+#include "tools/ProgramPath.h"
+#include "tools/StartProcess.h"
 
 namespace vellumic::test {
 namespace {
@@ -21,20 +22,12 @@ ChildMode::ChildMode(const char* name, std::function<int()> body) {
 }
 
 ChildProcess::ChildProcess(const std::string& mode) {
-  std::array<char, MAX_PATH> program{};
-  GetModuleFileNameA(nullptr, program.data(), MAX_PATH);
-  std::string command = '"' + std::string(program.data()) + "\" --child " + mode;
-  STARTUPINFOA startup = {};
+  const std::wstring command = L'"' + tools::programPath().wstring() + L"\" --child " +
+                               std::wstring(mode.begin(), mode.end());
+  STARTUPINFOW startup = {};
   startup.cb = sizeof startup;
   PROCESS_INFORMATION information = {};
-  // Wine on a busy machine was seen to refuse one in some hundred.
-  BOOL made = FALSE;
-  for (int attempt = 0; attempt < 3 && !made; ++attempt) {
-    if (attempt > 0) Sleep(500);
-    made = CreateProcessA(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                          &startup, &information);
-  }
-  EXPECT_TRUE(made) << GetLastError();
+  EXPECT_TRUE(tools::startProcess(command, false, 0, startup, information)) << GetLastError();
   process_.reset(information.hProcess);
   thread_.reset(information.hThread);
 }

@@ -24,8 +24,8 @@ struct Piece {
 std::vector<Piece> piecesOf(const std::vector<Matter>& all) {
   std::vector<Piece> pieces;
   for (const Matter& matter : all) {
-    if (matter.scene.empty()) pieces.push_back({&matter, std::nullopt, matter.recording});
-    for (const int count : matter.scene.empty() ? std::vector<int>{} : matter.microphones)
+    if (!matter.isScene()) pieces.push_back({&matter, std::nullopt, matter.recording});
+    for (const int count : matter.isScene() ? matter.microphones : std::vector<int>{})
       for (const std::uint64_t seed : matter.seeds)
         pieces.push_back({&matter, quality::sceneNamed(matter.scene, seed, count),
                           matter.scene + " " + std::to_string(seed) + ", " + std::to_string(count) +

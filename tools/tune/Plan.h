@@ -37,6 +37,8 @@ struct Matter {
   std::vector<int> microphones;
   std::vector<std::uint64_t> seeds;
   std::string recording, far, talker;  // WAV files; far and talker may be empty
+
+  bool isScene() const { return !scene.empty(); }  // else a recording
 };
 
 struct Voices {

@@ -19,7 +19,7 @@ Matter readMatter(Section section) {
   section.done();
   if (matter.scene.empty() == matter.recording.empty())
     section.fail("", "needs either scene = \"name\" or recording = \"microphones.wav\"");
-  if (!matter.scene.empty()) {
+  if (matter.isScene()) {
     if (!quality::sceneNamed(matter.scene, 1, 1))
       section.fail("scene", "no such scene; see `vellumic-quality list`");
     if (!matter.far.empty() || !matter.talker.empty())
@@ -61,7 +61,7 @@ void keepApart(const Section& section, const Plan& plan) {
         for (const std::string& other : {seen.recording, seen.far, seen.talker})
           if (!file.empty() && !other.empty() && placeOf(file) == placeOf(other))
             section.fail("", file + " is in the material and held out; take it out of one");
-      if (held.scene.empty() || held.scene != seen.scene) continue;
+      if (!held.isScene() || held.scene != seen.scene) continue;
       if (!isDrawn(held))
         section.fail("", "scene " + held.scene +
                              " is the same room for every seed; take it out of the material or "
@@ -86,8 +86,8 @@ void readMaterial(Section& root, Plan& plan) {
   if (plan.heldOutVoices.farFile.empty()) plan.heldOutVoices.farFile = plan.voices.farFile;
   for (const Section& section : held.list("material")) plan.heldOut.push_back(readMatter(section));
   if (plan.heldOut.empty()) plan.heldOut = otherSeeds(plan.material);
-  const auto isScene = [](const Matter& matter) { return !matter.scene.empty(); };
-  if ((std::ranges::any_of(plan.material, isScene) || std::ranges::any_of(plan.heldOut, isScene)) &&
+  if ((std::ranges::any_of(plan.material, &Matter::isScene) ||
+       std::ranges::any_of(plan.heldOut, &Matter::isScene)) &&
       (plan.voices.nearFile.empty() || plan.voices.farFile.empty()))
     voices.fail("", "scenes need voices: add [voices] with near and far, WAV files at 16 kHz");
   voices.done();

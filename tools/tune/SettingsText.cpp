@@ -55,9 +55,8 @@ Extremes extremesOf(const Comparison& comparison, quality::Figure figure) {
 std::string heldOutNote(const Plan& plan) {
   if (plan.heldOut.empty())
     return "No material was held out: how the settings do on other material is not known.";
-  const auto isScene = [](const Matter& matter) { return !matter.scene.empty(); };
-  const bool scenes =
-      std::ranges::any_of(plan.material, isScene) && std::ranges::any_of(plan.heldOut, isScene);
+  const bool scenes = std::ranges::any_of(plan.material, &Matter::isScene) &&
+                      std::ranges::any_of(plan.heldOut, &Matter::isScene);
   if (scenes && (placeOf(plan.voices.nearFile) == placeOf(plan.heldOutVoices.nearFile) ||
                  placeOf(plan.voices.farFile) == placeOf(plan.heldOutVoices.farFile)))
     return "The held-out scenes have a voice of the search: others may do differently.";

@@ -5,15 +5,13 @@
 #include <cstdio>
 #include <utility>
 
+#include "tools/StartProcess.h"
 #include "tools/ctl/TextConversion.h"
 
 namespace vellumic::tools {
 namespace {
 
 constexpr DWORD stepMs = 10;
-// What looks at every new process may refuse one for a moment.
-constexpr int startAttempts = 5;
-constexpr DWORD startPauseMs = 200;
 constexpr DWORD endingMs = 5000;  // for a process to go once it is ended
 constexpr DWORD endedByUs = 0xFFFFFFFE;
 
@@ -45,18 +43,13 @@ struct Supervisor::Child {
     startup.hStdOutput = startup.hStdError = input.get();
     PROCESS_INFORMATION information{};
     // A console of its own: Ctrl+C, and the end of ours, reach us alone.
-    constexpr DWORD flags = CREATE_SUSPENDED | CREATE_NEW_PROCESS_GROUP | CREATE_NO_WINDOW;
-    for (int left = startAttempts; process.get() == nullptr; --left) {
-      if (CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, flags, nullptr, nullptr,
-                         &startup, &information)) {
-        process.reset(information.hProcess);
-      } else if (left == 1) {
-        error = GetLastError();
-        return;
-      } else {
-        Sleep(startPauseMs);
-      }
+    if (!startProcess(std::move(command), true,
+                      CREATE_SUSPENDED | CREATE_NEW_PROCESS_GROUP | CREATE_NO_WINDOW, startup,
+                      information)) {
+      error = GetLastError();
+      return;
     }
+    process.reset(information.hProcess);
     const KernelHandle thread(information.hThread);
     AssignProcessToJobObject(job, process.get());
     ResumeThread(thread.get());
