@@ -8,19 +8,23 @@
 #include "frontend/BoundedSample.h"
 
 namespace vellumic {
+namespace {
+
+constexpr int maxInput = 5000;  // frames of a packet
+
+}  // namespace
 
 LoopbackStream::LoopbackStream(std::unique_ptr<PacketSource> source, double targetRate)
-    : source_(std::move(source)),
-      format_(source_->mixFormat()),
-      targetRate_(targetRate),
-      input_(maxInput) {
+    : source_(std::move(source)), format_(source_->mixFormat()), targetRate_(targetRate) {
   if (format_.channels < 1 || format_.sampleRate < 1)
     throw std::invalid_argument("loopback: a mix format without channels or rate");
+  const int longest = std::min(maxInput, format_.sampleRate);
+  input_.resize(static_cast<std::size_t>(longest));
   const int channels = std::min(format_.channels, 2);
   ring_.resize(static_cast<int>(targetRate), channels);
   for (int c = 0; c < channels; ++c) {
     resamplers_.push_back(std::make_unique<resample::CDSPResampler24>(
-        format_.sampleRate, targetRate, maxInput, transitionBand));
+        format_.sampleRate, targetRate, longest, transitionBand));
     outputs_.emplace_back(maxOutput);
     dropped_.emplace_back(maxOutput);
   }
@@ -62,7 +66,7 @@ void LoopbackStream::accept(const Packet& packet) noexcept {
 
 // One channel of the packet into outputs_; returns the number of samples there.
 int LoopbackStream::resample(const Packet& packet, int channel) noexcept {
-  const auto frames = std::min<std::size_t>(packet.frames, maxInput);
+  const auto frames = std::min<std::size_t>(packet.frames, input_.size());
   const auto stride = static_cast<std::size_t>(format_.channels);
   const auto c = static_cast<std::size_t>(channel);
   if (packet.silent || packet.samples == nullptr)

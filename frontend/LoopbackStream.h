@@ -1,8 +1,10 @@
 // One opened packet source with its resamplers and the ring that the blocks are taken from.
 //
-// The first two channels of the device; a mono device has one. A packet longer than maxInput frames
-// is cut, so is resampler output beyond maxOutput. The ring holds one second at the target rate;
-// what does not fit drives out the oldest samples. Samples that are not finite count as 0.
+// The first two channels of the device; a mono device has one. A packet is cut behind 5000 frames,
+// or behind a second where that is less, so that a device of a few hertz brings no more than the
+// ring holds and takes no more memory than any; so is resampler output beyond maxOutput. The ring
+// holds one second at the target rate; what does not fit drives out the oldest samples. Samples
+// that are not finite count as 0.
 // Threads: construction, start and destruction off the audio path; the rest is real-time.
 #pragma once
 
@@ -47,7 +49,6 @@ class LoopbackStream {
 
  private:
   static constexpr double transitionBand = 10.0;  // percent
-  static constexpr int maxInput = 5000;           // frames per packet
   static constexpr int maxOutput = 5000;          // samples per packet
   static constexpr int patience = 3;              // failed packets in a row
 
@@ -61,7 +62,7 @@ class LoopbackStream {
   double targetRate_;  // Hz
   SampleRing ring_;
   std::vector<std::unique_ptr<resample::CDSPResampler24>> resamplers_;
-  std::vector<double> input_;  // maxInput
+  std::vector<double> input_;  // frames of the longest packet
   ChannelArrays outputs_;      // maxOutput each
   ChannelArrays dropped_;      // the oldest samples of a full ring
 };

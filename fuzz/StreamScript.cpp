@@ -18,8 +18,7 @@ namespace {
 
 constexpr float untouched = -77.0F;
 constexpr unsigned lookBackEvery = sanitized ? 1 : 8;  // the way back takes longer than all else
-// The most that was seen, 257 MB, is for loudspeakers that play at 25 Hz.
-constexpr std::size_t mostMemory = 300'000'000;
+constexpr std::size_t mostMemory = 200'000'000;        // bytes; 112 MB were seen
 constexpr double longestCall = sanitized ? 1.0 : 0.1;  // s of processor time
 
 double rootMeanSquare(const std::vector<float>& samples) {
