@@ -61,13 +61,34 @@ TEST_F(Damage, AScribbledBoardCostsItsReadersAlone) {
     EXPECT_EQ(object.lock(format), S_OK);
     EXPECT_TRUE(sounds(object));
     EXPECT_EQ(object.configuration->UnlockForProcess(), S_OK);
-    const CaptureObject newcomer = initialized(efx);
+    const CaptureObject newcomer = initialized(efx);  // leaves other versions alone
+    EXPECT_TRUE(IsEqualGUID(service.block().classId, mfx.id));
     board.version = 5;
   }
   ASSERT_TRUE(service.pingIsAnswered());
   const StatusBlock again = service.block();
   EXPECT_TRUE(IsEqualGUID(again.instance, sound.instance));
   EXPECT_EQ(again.propertyEvent, sound.propertyEvent);
+}
+
+// A mutex that somebody holds, or held when he died, costs one publication and is passed on.
+TEST_F(Damage, AHeldOrAbandonedMutexDropsOnePublication) {
+  std::array formats{MediaType::plain(2, 44100), MediaType::plain(2, 16000)};
+  CaptureObject object = initialized(mfx);
+  EXPECT_TRUE(service.signalled());
+  const auto publishes = [&](MediaType& another) {
+    EXPECT_EQ(object.lock(another), S_OK);
+    EXPECT_EQ(object.configuration->UnlockForProcess(), S_OK);
+    return service.signalled();
+  };
+  const auto elsewhere = [](auto action) { std::thread(action).join(); };
+  const auto take = [&] { WaitForSingleObject(service.mutex(), INFINITE); };
+  take();
+  elsewhere([&] { EXPECT_FALSE(publishes(formats[0])); });
+  ReleaseMutex(service.mutex());
+  elsewhere(take);
+  EXPECT_FALSE(publishes(formats[1]));
+  elsewhere([&] { EXPECT_TRUE(publishes(formats[0])); });  // would wait if this thread kept it
 }
 
 // A program that stores a setting while the objects read it, and dies in the middle.
@@ -105,7 +126,29 @@ TEST_F(Damage, SignalsWithoutEndNeitherStopTheSoundNorTheTeardown) {
   EXPECT_LT(GetTickCount64() - begin, 10000U);
 }
 
-// Somebody made the ping event first, for nobody but himself.
+// Every local user may wait for and signal the events.
+TEST_F(Damage, EventsAreEverybodys) {
+  const CaptureObject object = initialized(mfx);
+  const KernelHandle event(
+      OpenEventW(EVENT_ALL_ACCESS, FALSE, L"Global\\VellumicServicePingEvent"));
+  ASSERT_TRUE(event);
+  std::byte buffer[1024];
+  DWORD size = 0;
+  ASSERT_TRUE(GetKernelObjectSecurity(event.get(), DACL_SECURITY_INFORMATION, buffer, sizeof buffer,
+                                      &size));
+  BOOL present = FALSE, defaulted = FALSE;
+  PACL list = nullptr;
+  ASSERT_TRUE(GetSecurityDescriptorDacl(buffer, &present, &list, &defaulted));
+  ASSERT_TRUE(present && list != nullptr && list->AceCount == 1);
+  void* entry = nullptr;
+  ASSERT_TRUE(GetAce(list, 0, &entry));
+  auto& allowed = *static_cast<ACCESS_ALLOWED_ACE*>(entry);
+  EXPECT_EQ(allowed.Mask, 0x1F0003U);
+  EXPECT_TRUE(IsWellKnownSid(&allowed.SidStart, WinWorldSid));
+}
+
+// Somebody made the ping event first, for nobody but himself. Pings come by another event then,
+// which stays signalled.
 TEST_F(Damage, AnEventWithForeignRightsIsDoneWithout) {
   ACL nobody{};
   InitializeAcl(&nobody, sizeof nobody, ACL_REVISION);
@@ -119,6 +162,10 @@ TEST_F(Damage, AnEventWithForeignRightsIsDoneWithout) {
   registry.select(L"none");
   service.signalReload();
   EXPECT_TRUE(comesToEffects(object, 0));  // its setting still reaches it
+  const KernelHandle fallback(OpenEventW(EVENT_MODIFY_STATE, FALSE, L"PING"));
+  SetEvent(fallback.get());
+  for (int time = 0; time < 3; ++time) EXPECT_TRUE(service.signalled(5000));
+  ResetEvent(fallback.get());
 }
 
 }  // namespace

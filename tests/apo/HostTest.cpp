@@ -4,11 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <random>
 #include <sstream>
 
@@ -105,22 +105,18 @@ TEST_F(Host, TellsWhatIsWrongInOneLine) {
   writeNoise("three.wav", 3, 48000, 1);
   std::ofstream(path("rate.toml")) << "pipeline.internal_rate_hz = 24000\n";
   const std::string files = path("three.wav") + " " + path("out.wav");
-  const struct {
-    std::string arguments;
-    const char* part;
-  } faults[] = {
+  const std::pair<std::string, const char*> faults[] = {
       {"--class lfx " + files, "efx, mfx or kdmfx"},
       {"--endpoint nowhere " + files, "array8"},
       {"--endpoint array4 " + files, "refuses"},
       {"--reload-every 1 " + files, "--service"},
       {"--endpoint array4 --settings gone.toml " + files, "gone.toml"},
-      {"--endpoint array4 --mode speech --set noise.enabled=0 " + files, "note: the speech mode"},
       {"--endpoint array4 --reload " + path("rate.toml") + " " + files, "from 16000 to 24000"},
   };
-  for (const auto& fault : faults) {
-    const Result result = run("vellumic-host", fault.arguments);
+  for (const auto& [arguments, part] : faults) {
+    const Result result = run("vellumic-host", arguments);
     EXPECT_EQ(result.code, 1) << result.text;
-    EXPECT_NE(result.text.find(fault.part), std::string::npos) << result.text;
+    EXPECT_NE(result.text.find(part), std::string::npos) << result.text;
   }
 }
 
@@ -132,24 +128,19 @@ TEST_F(Host, LiveWithReloads) {
           "--endpoint array4 --class mfx --class efx --mode speech --settings "
           "settings/factory.toml --reload " +
               path("change.toml") +
-              " --reload-every 1 --service --monitor \"Monitor of speaker\" --live 20 " +
+              " --reload-every 1 --service --monitor \"Monitor of speaker\" --live 10 " +
               path("live.wav"));
-  std::cout << live.text;
-  ASSERT_EQ(live.code, 0);
-  EXPECT_GE(live.number("Reloads: "), 15.0);
-  EXPECT_GE(live.number("mfx seen "), 10.0);
-  EXPECT_GE(live.number("efx seen "), 10.0);
+  ASSERT_EQ(live.code, 0) << live.text;
+  for (const char* counted : {"Reloads: ", "mfx seen ", "efx seen "})
+    EXPECT_GE(live.number(counted), 5.0) << live.text;
   // Periods are missed on a busy machine too: what counts is the thread's own time.
-  EXPECT_GE(live.number("Periods missed: "), 0.0);
-  EXPECT_GT(live.number("Audio thread: "), 0.0);
-  EXPECT_LT(live.number("Audio thread: "), 20.0);
+  EXPECT_GT(live.number("Audio thread: "), 0.0) << live.text;
+  EXPECT_LT(live.number("Audio thread: "), 20.0) << live.text;
   const WaveData wave = readWave(path("live.wav"));
-  EXPECT_GE(wave.frames(), 20U * 48000U);
+  EXPECT_GE(wave.frames(), 10U * 48000U);
   EXPECT_EQ(wave.format.channels, 4);
-  double energy = 0.0;
-  for (const float sample : wave.samples) energy += double{sample} * double{sample};
-  EXPECT_TRUE(std::isfinite(energy));
-  EXPECT_GT(energy, 0.0);
+  EXPECT_TRUE(std::ranges::all_of(wave.samples, [](float s) { return std::isfinite(s); }));
+  EXPECT_TRUE(std::ranges::any_of(wave.samples, [](float s) { return s != 0.0F; }));
 }
 
 }  // namespace

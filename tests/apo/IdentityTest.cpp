@@ -51,8 +51,6 @@ TEST_F(Identity, EveryInterfaceLeadsToEveryOther) {
     for (const IID& from : interfacesOf(which)) {
       const auto start = as<IUnknown>(object.get(), from);
       ASSERT_TRUE(start);
-      EXPECT_EQ(as<IUnknown>(object.get(), from).get(), start.get());
-      EXPECT_EQ(as<IUnknown>(start.get(), IID_IUnknown).get(), object.get());
       for (const IID& to : interfacesOf(which))
         EXPECT_EQ(as<IUnknown>(start.get(), to).get(), as<IUnknown>(object.get(), to).get());
       void* nothing = object.get();
@@ -60,10 +58,8 @@ TEST_F(Identity, EveryInterfaceLeadsToEveryOther) {
       EXPECT_EQ(nothing, nullptr);
       EXPECT_EQ(start->QueryInterface(from, nullptr), E_POINTER);
     }
-    for (const ClassCase& another : classCases) {
-      const bool ours = IsEqualIID(another.own, which.own);
-      EXPECT_EQ(static_cast<bool>(as<IUnknown>(object.get(), another.own)), ours);
-    }
+    for (const ClassCase& another : classCases)
+      EXPECT_EQ(static_cast<bool>(as<IUnknown>(object.get(), another.own)), &another == &which);
     EXPECT_EQ(countOf(object.get()), 1U);
   }
 }

@@ -5,6 +5,7 @@
 #include <regex>
 #include <sstream>
 
+#include "parameters/Catalogue.h"
 #include "tests/apo/ApoWorld.h"
 #include "tests/support/SystemCalls.h"
 
@@ -66,17 +67,18 @@ A CloseHandle <duplicate>
   SetEvent <VellumicAPOIsRunning>
   OpenSemaphoreW 0 0 Global\VellumicCaptureAPOIsRunning
   SetEvent <VellumicCaptureAPOIsRunning>
-GetEffectsList without one
-  CloseHandle <duplicate>
 reload
 worker:
   RegOpenKeyExW <HKLM> SOFTWARE\Mirandor\Vellumic\Parameters\{DFF21CE1-F70F-11D0-B917-00A0C9223196}\Settings 0 20019
   RegQueryValueExW <Settings> ActiveSetting
   RegOpenKeyExW <Settings> 2 0 20019
   RegCloseKey <2>
+A SetEvent <duplicate>
   WaitForSingleObject <VellumicServiceSharedMemoryMutex> 64
   ReleaseMutex <VellumicServiceSharedMemoryMutex>
   SetEvent <VellumicServiceSharedMemoryEvent>
+GetEffectsList without one
+  CloseHandle <duplicate>
 UnlockForProcess
 A CloseHandle <VellumicAPOVolumeChangeEventmicrophone>
 A CloseHandle <duplicate>
@@ -129,7 +131,12 @@ class Ledger : public ApoWorld {
         L"\\{4D36E96C-E325-11CE-BFC1-08002BE10318}\\0001";
     registry.write(device, L"Driver", std::wstring(L"isstrtc.sys"));
     registry.write(device + L"\\HeadsetStatus", L"HeadsetStatus", 1);
-    registry.writeSetting(L"2", 1, 1, [](unsigned) { return 1.0F; });
+  }
+  void setEffects(float on) {
+    for (const Raw slot : {Raw::masterEnable, Raw::keepInDefaultMode, Raw::beamformer}) {
+      const auto number = static_cast<unsigned>(index(slot) + 1);
+      registry.writeSetting(L"2", number, number, [=](unsigned) { return on; });
+    }
   }
   // What was asked since the last step. The eight readers and the values one by one are left out.
   void step(const std::string& name, bool withWorker = false) {
@@ -159,6 +166,7 @@ TEST_F(Ledger, AWholeLife) {
   for (const ClassCase& which : classCases) {
     SCOPED_TRACE(which.name);
     MediaType format = MediaType::plain(2, 44100);
+    setEffects(0.0F);
     story = "\n";
     CaptureObject object(which.id);
     step("create");
@@ -168,10 +176,11 @@ TEST_F(Ledger, AWholeLife) {
     step("GetEffectsList with an event");
     ASSERT_EQ(object.lock(format), S_OK);
     step("LockForProcess at another rate");
-    ASSERT_EQ(object.listEffects(), S_OK);
-    step("GetEffectsList without one");
+    setEffects(1.0F);
     service->signalReload();
     step("reload", true);
+    ASSERT_EQ(object.listEffects(), S_OK);
+    step("GetEffectsList without one");
     ASSERT_EQ(object.configuration->UnlockForProcess(), S_OK);
     step("UnlockForProcess");
     ASSERT_EQ(object.lock(format), S_OK);
@@ -256,45 +265,6 @@ TEST_F(Ledger, TheBoardByteForByte) {
     object = CaptureObject();
     EXPECT_EQ(differsAt(44100), boardSize);  // nobody is told that it went
   }
-}
-
-int threadsLeft = 0;
-std::uintptr_t (*beginThread)(void*, unsigned, unsigned (*)(void*), void*, unsigned, unsigned*);
-std::uintptr_t beginThreadWhileLeft(void* security, unsigned stack, unsigned (*entry)(void*),
-                                    void* argument, unsigned flags, unsigned* id) {
-  return threadsLeft-- > 0 ? beginThread(security, stack, entry, argument, flags, id) : 0;
-}
-
-// No device; not one reader; not the last reader; no worker.
-TEST_F(Ledger, AFailedInitializeLeavesNothing) {
-  ImportTable imports(library());
-  beginThread = reinterpret_cast<decltype(beginThread)>(
-      imports.replace("_beginthreadex", reinterpret_cast<void*>(&beginThreadWhileLeft)));
-  ASSERT_NE(beginThread, nullptr);
-  const std::vector<std::string> mutex{"Global\\VellumicServiceSharedMemoryMutex"};
-  for (const ClassCase& which : classCases)
-    for (const int threads : {-1, 0, 7, 8}) {
-      SCOPED_TRACE(which.name + std::to_string(threads));
-      MediaType format = MediaType::plain(2);
-      IAudioMediaType* supported = nullptr;
-      CaptureObject object(which.id);
-      threadsLeft = threads < 0 ? 100 : threads;
-      system.available = threads >= 0;
-      EXPECT_EQ(initialize(object, blob()), E_FAIL);
-      system.available = true;
-      threadsLeft = 100;
-      EXPECT_EQ(calls->stillOpen(), mutex);
-      EXPECT_EQ(filter.store.references, 0U);
-      EXPECT_EQ(object.listEffects(), E_POINTER);
-      EXPECT_EQ(object.object->IsInputFormatSupported(nullptr, &format, &supported),
-                static_cast<HRESULT>(0x887D0003));
-      EXPECT_EQ(object.lock(format), static_cast<HRESULT>(0x887D0002));
-      EXPECT_EQ(initialize(object, blob()), S_OK);
-      EXPECT_EQ(object.lock(format), S_OK);
-      EXPECT_TRUE(service->pingIsAnswered());
-      object = CaptureObject();
-      EXPECT_TRUE(calls->stillOpen().empty());
-    }
 }
 
 }  // namespace
