@@ -385,7 +385,7 @@ TEST_P(ArrayModels, TheBeamformerFollowsItsEquations) {
   };
   for (const auto& [microphones, scale, mode] :
        {Case{2, 1.0F, BeamformerAdaptive::byActivity},
-        Case{3, 1.3F, BeamformerAdaptive::byActivity}, Case{2, 1.0F, BeamformerAdaptive::adaptFree},
+        Case{5, 1.3F, BeamformerAdaptive::byActivity}, Case{2, 1.0F, BeamformerAdaptive::adaptFree},
         Case{2, 1.0F, BeamformerAdaptive::freezeNoise},
         Case{3, 1.0F, BeamformerAdaptive::freezeBoth}}) {
     SCOPED_TRACE(mode);
@@ -397,7 +397,6 @@ TEST_P(ArrayModels, TheBeamformerFollowsItsEquations) {
     std::mt19937 random(9);
     std::normal_distribution<double> normal;
     const auto draw = [&] { return Complex(normal(random), normal(random)); };
-    int activeFrames = 0;
     for (int frame = 0; frame < 600; ++frame) {
       const double level = std::max(0.0, 2.5 * std::sin(0.05 * frame));
       Eigen::MatrixXcf x(bins, microphones);
@@ -418,9 +417,7 @@ TEST_P(ArrayModels, TheBeamformerFollowsItsEquations) {
         ASSERT_NEAR(beamformer.estimators[1].noisePower[k],
                     model.estimators[1].noise[static_cast<std::size_t>(k)],
                     1e-4 * model.estimators[1].noise[static_cast<std::size_t>(k)]);
-      activeFrames += model.active;
     }
-    std::printf("[ measured ] active in %d of 600 frames\n", activeFrames);
     EXPECT_EQ(beamformer.nextBin, model.next);
   }
 }

@@ -48,13 +48,6 @@ TEST(DelayEstimator, MeasuresLagsOfBothSignsAtTheFourthUpdate) {
   EXPECT_EQ(lagAfter(estimator, 102, 4), 102);
 }
 
-TEST(DelayEstimator, SilenceTiesAtLagZero) {
-  DelayEstimator estimator;
-  estimator.lastLag = 7;
-  EXPECT_EQ(lagAfter(estimator, 300, 5, 0.0F), 0);
-  EXPECT_EQ(estimator.lastLag, 0);
-}
-
 TEST(DelayEstimator, TakesALagAfterThreeAgreements) {
   struct Case {
     std::vector<int> lags;

@@ -2,15 +2,79 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <cmath>
+#include <random>
+#include <span>
+#include <vector>
 
+#include "echo/EchoCanceller.h"
 #include "platform/InstructionSet.h"
-#include "tests/echo/EchoScene.h"
 #include "tests/support/PlainTransform.h"
+#include "tests/support/RealtimeGuard.h"
 
 namespace vellumic::testing {
 namespace {
 
 using Complex = std::complex<double>;
+
+// Two loudspeakers, sparse echo paths shorter than a block, two microphones that hear the same.
+class EchoScene {
+ public:
+  struct Tap {
+    int delay;  // samples
+    float gain;
+  };
+  struct Levels {
+    float left = 1.0F, right = 0.7F;  // standard deviation
+    float shared = 0.8F;              // of a signal that both loudspeakers play
+    float near = 0.01F;               // talker or noise at the microphone
+    bool muted = false;               // the first microphone delivers zeros
+  };
+
+  explicit EchoScene(int blockLength) : length(static_cast<std::size_t>(blockLength)) {
+    for (auto& reference : references) reference.resize(2 * length);
+    for (auto* samples : {&microphone, &second}) samples->resize(length);
+    for (std::size_t r = 0; r < 2; ++r)
+      for (int i = 0; i < 24; ++i) {
+        const int delay = static_cast<int>(length) / 10 + 7 * i % (static_cast<int>(length) / 2);
+        paths[r].push_back({delay, 0.4F * noise() * std::exp(-0.15F * static_cast<float>(i))});
+      }
+  }
+
+  // One block further; the references' new samples are the second half.
+  void advance(const Levels& levels) {
+    for (auto& reference : references)
+      std::copy(reference.begin() + static_cast<std::ptrdiff_t>(length), reference.end(),
+                reference.begin());
+    for (std::size_t i = 0; i < length; ++i) {
+      const float shared = levels.shared * noise();
+      references[0][length + i] = levels.left * noise() + shared;
+      references[1][length + i] = levels.right * noise() + shared;
+    }
+    for (std::size_t i = 0; i < length; ++i) {
+      float echo = 0.0F;
+      for (std::size_t r = 0; r < 2; ++r)
+        for (const Tap& tap : paths[r])
+          echo += tap.gain * references[r][length + i - static_cast<std::size_t>(tap.delay)];
+      second[i] = echo + levels.near * noise();
+      microphone[i] = levels.muted ? 0.0F : second[i];
+    }
+  }
+  std::span<const float> reference(std::size_t r) const {
+    return std::span(references[r]).subspan(length);
+  }
+  float noise() { return normal(engine); }
+
+  std::size_t length;
+  std::array<std::vector<Tap>, 2> paths;
+  std::array<std::vector<float>, 2> references;
+  std::vector<float> microphone, second;
+
+ private:
+  std::minstd_rand engine{7};
+  std::normal_distribution<float> normal;
+};
 
 class EchoModel {
  public:
@@ -219,8 +283,15 @@ TEST_P(EchoModels, TheCancellersFollowTheirEquations) {
   const auto& [settings, blockLength, set, rampStart] = GetParam();
   const ScopedInstructionSet scope(set);
   EchoScene scene(blockLength);
-  EchoBench bench(scene, settings);
+  ReferenceSpectra references(blockLength);
+  EchoCanceller canceller(blockLength), other(blockLength);
   EchoModel model(scene.length, settings), otherModel(scene.length, settings);
+  const auto apply = [&](const EchoCancellerSettings& now) {
+    references.apply(now);
+    for (EchoCanceller* each : {&canceller, &other}) each->apply(now);
+    for (EchoModel* each : {&model, &otherModel}) each->settings = now;
+  };
+  apply(settings);
   double difference = 0.0, heard = 0.0;
   const auto compare = [&](const std::vector<float>& output, const Reals& expected) {
     for (std::size_t i = 0; i < scene.length; ++i) {
@@ -234,10 +305,9 @@ TEST_P(EchoModels, TheCancellersFollowTheirEquations) {
       others.powerSmoothing = 0.8F;
       others.crossFactor = 0.5F;
       others.filterPole = 0.6F;
-      bench.apply(others);
-      model.settings = otherModel.settings = others;
+      apply(others);
     }
-    EchoScene::Levels levels{.left = 1.0F, .right = 0.7F, .shared = 0.8F, .near = 0.01F};
+    EchoScene::Levels levels;
     if (block > 100 && block % 100 > 80) levels.near = 0.5F;
     const float fadedIn = std::min(1.0F, rampStart * std::pow(1.06F, static_cast<float>(block)));
     for (float* level : {&levels.left, &levels.right, &levels.shared, &levels.near})
@@ -245,10 +315,16 @@ TEST_P(EchoModels, TheCancellersFollowTheirEquations) {
     if (block % 130 > 120) levels.left = levels.right = levels.shared = 0.0F;
     levels.muted = block % 20 == 10 && (block < 60 || block > 130);
     scene.advance(levels);
-    bench.step();
-    compare(bench.output, model.process(scene, scene.microphone));
-    compare(bench.otherOutput, otherModel.process(scene, scene.second));
-    const EchoCanceller& canceller = bench.canceller;
+    std::vector<float> output(scene.length), otherOutput(scene.length);
+    {
+      const RealtimeGuard guard;
+      references.advance(scene.reference(0), scene.reference(1));
+      canceller.process(references, scene.microphone, output);
+      other.process(references, scene.second, otherOutput);
+      EXPECT_EQ(guard.violations(), 0) << guard.first();
+    }
+    compare(output, model.process(scene, scene.microphone));
+    compare(otherOutput, otherModel.process(scene, scene.second));
     ASSERT_EQ(canceller.converged, model.converged) << block;
     ASSERT_NEAR(canceller.covarianceEnergy, model.covarianceEnergy, 1e-4 * model.covarianceEnergy)
         << block;

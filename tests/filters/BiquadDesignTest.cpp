@@ -5,7 +5,7 @@
 #include <limits>
 #include <numbers>
 
-#include "filters/BiquadSectionPair.h"
+#include "filters/BiquadSection.h"
 
 namespace vellumic {
 namespace {
@@ -101,17 +101,6 @@ TEST(BiquadDesign, LeavesCoefficientsAloneWithoutOneAndWritesAShelfCutBackUntilT
   cut.set(static_cast<int>(HighShelf), 4000, 0.25F, 0.7F, sampleRate);
   EXPECT_EQ(cut.b0, b0);
   EXPECT_EQ(designed({Peak, 4000, 0.7F, 0.25F}).gain, 0.25F);
-}
-
-TEST(BiquadSectionPair, RunsTwoIndependentMemoriesOfOneDesign) {
-  BiquadSectionPair pair;
-  pair.set(HighPass, 150, 1, 0.7F, 16000);
-  float first = 1, second = 0.5F;
-  pair.process(first, second);
-  EXPECT_EQ(first, pair.first.b0);
-  EXPECT_EQ(second, 0.5F * pair.first.b0);
-  EXPECT_EQ(pair.first.z1, 1.0F);
-  EXPECT_EQ(pair.second.z1, 0.5F);
 }
 
 }  // namespace

@@ -24,8 +24,6 @@ constexpr long long longRun = 100'000;
 constexpr long long longRun = 1'000'000;
 #endif
 
-using Chain = CDSPResampler<CDSPFracInterpolator<24, 673>>;
-
 struct Pair {
   double source;
   double destination;
@@ -171,31 +169,6 @@ INSTANTIATE_TEST_SUITE_P(Rates, Resampler,
                                          Pair{16000, 64000}, Pair{8000, 16000}, Pair{48000, 44100},
                                          Pair{44100, 48000}, Pair{48000, 47999.7},
                                          Pair{44100.123, 16000}, Pair{48000, 3000}));
-
-// The chain's stages each begin at the first input, so the very start differs, but not down by 3;
-// where the chain stays there is nothing to compare.
-TEST(WholeRatios, AreComputedInOneStepAsTheChainWould) {
-  constexpr double slow = 16000.0;
-  for (int ratio = 3; ratio <= 12; ++ratio)
-    for (const bool down : {true, false})
-      for (const auto powerOfTwo : {PowerOfTwoChain::allowed, PowerOfTwoChain::forbidden}) {
-        const double source = down ? ratio * slow : slow, destination = down ? slow : ratio * slow;
-        const auto outputs = [&](WholeRatio way) {
-          Chain chain(source, destination, 480, transitionBand, 180.15, powerOfTwo, way);
-          return convert(chain, noise(static_cast<int>(0.25 * source)), 480).samples;
-        };
-        std::vector<double> oneStep = outputs(WholeRatio::inOneStep),
-                            chain = outputs(WholeRatio::stageByStage);
-        const bool alike = down && ratio != 4 && ratio != 6 && ratio != 8 && ratio != 12;
-        const auto length = std::min(oneStep.size(), chain.size());
-        const std::size_t settled = alike ? 0 : down ? 120 : static_cast<std::size_t>(18 * ratio);
-        oneStep.resize(length), chain.resize(length);
-        EXPECT_LT(largestDifference(oneStep, chain), down ? 0.012 : 0.055) << source << destination;
-        oneStep.erase(oneStep.begin(), oneStep.begin() + static_cast<long>(settled));
-        chain.erase(chain.begin(), chain.begin() + static_cast<long>(settled));
-        EXPECT_LT(largestDifference(oneStep, chain), 1e-10) << source << destination;
-      }
-}
 
 // Positions inside the input come from counts that start over now and then: they stay exact. The
 // input repeats, so the output does.

@@ -1,0 +1,54 @@
+// Bounds that sound within the settings' ranges never reaches, for which the model is no help.
+#include <gtest/gtest.h>
+
+#include "echo/ResidualSuppressor.h"
+#include "echo/kernels/KalmanKernels.h"
+
+namespace vellumic {
+namespace {
+
+TEST(KalmanKernels, LimitTheGain) {
+  // Denominators 3 * 1 * G + noise of +-1e-4, 0.97 and 4e-6: without a limit 1e4, -1e4, 1.03 and
+  // 2.5e5. The limit takes G for no less than 1e-5.
+  const float powers[] = {0.01F, 0.01F, 0.01F, 1e-6F},
+              noises[] = {-0.0299F, -0.0301F, 0.94F, 1e-6F},
+              gains[] = {200.0F, 200.0F, 1.0309278F, 2e5F};
+  const float zeros[4] = {}, ones[] = {1.0F, 1.0F, 1.0F, 1.0F};
+  float posterior[] = {1.0F, 1.0F, 1.0F, 1.0F}, real[4], imaginary[4];
+  kalmanKernels().adapt({.decorrelated = {ones, zeros},
+                         .error = {ones, zeros},
+                         .scaledPower = powers,
+                         .noisePower = noises,
+                         .processNoise = zeros,
+                         .posterior = posterior,
+                         .update = {real, imaginary}},
+                        4);
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_NEAR(real[i], gains[i], 1e-4F * gains[i]);
+    EXPECT_NEAR(posterior[i], 1.0F - powers[i] * gains[i], 1e-4F);
+  }
+}
+
+// A hum while the speakers stream silence, then sudden loud sound.
+TEST(ResidualSuppressor, AHumDoesNotRunAwayWithTheCoupling) {
+  ResidualSuppressor suppressor;
+  suppressor.setup(1024);
+  EchoCancellerSettings settings;
+  settings.couplingStep = 1000.0F;
+  ReferenceBlock reference;
+  reference.setup(1024);
+  const Eigen::ArrayXf error = 0.01F * Eigen::ArrayXf::Random(1024);
+  const auto feed = [&](float magnitude, int blocks) {
+    for (auto& magnitudes : reference.sumMagnitude) magnitudes.setConstant(magnitude);
+    for (int b = 0; b < blocks; ++b)
+      suppressor.suppressResidual({error, error, reference, 1.0F, 0.1F}, settings);
+  };
+  feed(0.0F, 1000);
+  EXPECT_EQ(suppressor.couplingGain.maxCoeff(), 1000.0F);
+  feed(10.0F, 50);
+  EXPECT_GE(suppressor.couplingGain.minCoeff(), 0.0F);
+  EXPECT_TRUE(suppressor.isFinite());
+}
+
+}  // namespace
+}  // namespace vellumic
