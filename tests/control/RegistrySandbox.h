@@ -43,18 +43,6 @@ class RegistrySandbox {
   }
   void remove(const std::wstring& path) { RegDeleteTreeW(root_, path.c_str()); }
 
-  // A part of the machine's own.
-  void copyReal(const std::wstring& path) {
-    HKEY real = nullptr, copy = nullptr;
-    RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr);
-    EXPECT_EQ(ERROR_SUCCESS, RegOpenKeyW(HKEY_LOCAL_MACHINE, path.c_str(), &real));
-    RegOverridePredefKey(HKEY_LOCAL_MACHINE, root_);
-    RegCreateKeyW(root_, path.c_str(), &copy);
-    EXPECT_EQ(ERROR_SUCCESS, RegCopyTreeW(real, nullptr, copy));
-    RegCloseKey(copy);
-    RegCloseKey(real);
-  }
-
   static std::wstring settingsPath() { return machine::settings; }
   void select(const std::wstring& setting) { write(settingsPath(), L"ActiveSetting", setting); }
 

@@ -79,17 +79,6 @@ TEST_F(CtlEffects, StatusJoinsABoardOfSomebodyElse) {
   expectParts(statusOfBoth(), {"Active: no, 2 effects run but"});
 }
 
-TEST_F(CtlEffects, BoardOutlivesItsMaker) {
-  std::optional<CompanionLink> maker(CompanionLink::Missing::make);
-  CompanionLink guest(CompanionLink::Missing::make);
-  EXPECT_TRUE(maker->madeBoard() && !guest.madeBoard());
-  maker.reset();
-  const CaptureObject late = initialized(test::efx);
-  StatusCollector collector(guest);
-  collector.collect();
-  EXPECT_EQ(collector.aliveCount(), 1U);
-}
-
 TEST_F(CtlEffects, EffectsAreToldOnceAndAfterTheWrite) {
   const test::ServiceObjects service;
   constexpr wchar_t name[] = L"Global\\VellumicAPOPropEvent{test}";
@@ -112,28 +101,6 @@ TEST_F(CtlEffects, EffectsAreToldOnceAndAfterTheWrite) {
   EXPECT_EQ(told, 1);
   ASSERT_TRUE(written);
   EXPECT_EQ(written->values[index(Raw::noisePostfilter)], 0.0F);
-}
-
-TEST_F(CtlEffects, ChangedSettingIsHeard) {
-  const test::ServiceObjects service;
-  CaptureObject object = initialized(test::efx);
-  const CaptureObject listener = initialized(test::mfx);
-  test::MediaType format = test::MediaType::extensible(2, 3);
-  ASSERT_EQ(object.lock(format), S_OK);
-  std::array<float, 960> samples{};
-  const auto heard = [&] {
-    samples.fill(0.5F);
-    object.process(samples.data(), 480);
-    return samples[958];
-  };
-  EXPECT_EQ(heard(), 0.5F);
-  const auto outcome =
-      captured({"settings", "set", "equalizer.enabled=true", "equalizer.left.band1.enabled=true",
-                "equalizer.left.band1.type=gain", "equalizer.left.band1.gain=0.25"});
-  expectParts(outcome.printed, {"Told 2 running effects to read it."});
-  for (int i = 0; i < 1000 && heard() == 0.5F; ++i) Sleep(5);
-  EXPECT_NEAR(heard(), 0.125F, 1e-4F);
-  object.configuration->UnlockForProcess();
 }
 
 TEST_F(CtlEffects, VolumeIsWhatAnEffectWouldSee) {

@@ -1,17 +1,12 @@
-// Parts of the host: the companion service's stand-in and whom it lets in, the live microphone.
+// The companion service's stand-in: whom it lets in.
 #include <windows.h>
 
 #include <aclapi.h>
 #include <gtest/gtest.h>
 #include <sddl.h>
 
-#include <atomic>
-
 #include "control/Handle.h"
-#include "control/SharedMemoryAccessHandler.h"
-#include "tests/control/DeviceDoubles.h"
 #include "tests/support/MachineNames.h"
-#include "tools/host/LiveCapture.h"
 #include "tools/host/ServiceStandIn.h"
 
 namespace vellumic::tools {
@@ -71,50 +66,6 @@ TEST(Companion, AdmitsTheAudioServiceAndNobodyBesideIt) {
       CreateFileMappingW(INVALID_HANDLE_VALUE, &nobody, PAGE_READWRITE, 0, 4096, board));
   LocalFree(nobody.lpSecurityDescriptor);
   EXPECT_NE(standInFault().find("run as administrator"), std::string::npos) << standInFault();
-}
-
-TEST(Companion, AsksEverySecondAndNotesWhoAnswers) {
-  const ServiceStandIn standIn;
-  CSharedMemoryAccessHandler effect;
-  ASSERT_TRUE(effect.open());
-  effect.updateStatus([](StatusBlock& block) { block.instance.Data1 = 1; });
-  const KernelHandle ping(OpenEventW(SYNCHRONIZE, FALSE, test::machine::pingEvent));
-  effect.publishStatus();
-  EXPECT_TRUE(standIn.waitFor(CLSID{}, 5000));
-  for (int times = 2; times < 4; ++times) {
-    EXPECT_EQ(WaitForSingleObject(ping.get(), 20000), WAIT_OBJECT_0);
-    effect.publishStatus();
-    for (int waited = 0; standIn.timesSeen(CLSID{}) < times && waited < 5000; ++waited) Sleep(1);
-    EXPECT_EQ(standIn.timesSeen(CLSID{}), times);
-  }
-}
-
-// A sound server that ends, or sends nothing any more, and signals all the same.
-TEST(Microphone, EndsWithItsSoundServer) {
-  for (const bool gone : {true, false}) {
-    test::FakeDevice device;
-    device.client.capture.packets = {{std::vector<float>(2 * 480)}};
-    LiveCapture microphone(
-        {.device = ComPtr<IMMDevice>::share(&device), .name = "mic", .guid = {}});
-    std::atomic<bool> over{false};
-    std::thread server([&] {
-      for (; !over; Sleep(5)) SetEvent(device.client.event);
-    });
-    unsigned heard = 0;
-    std::string fault;
-    try {
-      microphone.run(60.0, [&](const float*, unsigned frames) {
-        heard += frames;
-        device.client.capture.broken = gone;
-      });
-    } catch (const std::runtime_error& error) {
-      fault = error.what();
-    }
-    over = true;
-    server.join();
-    EXPECT_EQ(heard, 480U);
-    EXPECT_NE(fault.find(gone ? "is gone" : "sends nothing"), std::string::npos) << fault;
-  }
 }
 
 }  // namespace

@@ -40,6 +40,10 @@ class RenderFiles : public testing::Test {
     writeWave(path(name), {.format = format, .samples = samples});
     return path(name);
   }
+  static std::string contents(const std::string& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+  }
   // The first channel.
   static std::vector<float> heard(const std::string& name) {
     const WaveData wave = readWave(name);

@@ -89,15 +89,10 @@ TEST_F(RenderFiles, TellsWhatDoesNotRunAndWhy) {
       {"32000.wav", none + "no effect runs at 32000 Hz\n"},
       {"--set pipeline.keep_in_default_mode=0 16000.wav",
        none + "pipeline.keep_in_default_mode is"},
-      {"--mode speech --set echo.enabled=0 16000.wav", note + "the speech mode runs echo canc"},
       {"--mode speech --set noise.enabled=0 16000.wav", note + "the speech mode runs noise supp"},
-      {"--mode speech 16000.wav", ""},
       {"--set echo.enabled=0 --set noise.enabled=0 16000.wav", ""},
       {"--mode speech --set echo.enabled=0 --set engine.enabled=0 16000.wav", ""},
       {"--class kdmfx --mode speech --set noise.enabled=0 16000.wav", ""},
-      {"--class efx --set equalizer.enabled=1 --set equalizer.right.band2.enabled=1 "
-       "--set equalizer.right.band2.frequency_hz=8001 16000.wav",
-       ""},
       {"--class efx --set equalizer.enabled=1 --set equalizer.right.band2.enabled=1 "
        "--set equalizer.right.band2.type=notch --set equalizer.right.band2.frequency_hz=8001 "
        "16000.wav",
@@ -137,13 +132,11 @@ TEST_F(RenderFiles, TheStatedDelayIsTheTrueOneAndAlignRemovesIt) {
   const std::pair<int, std::string> cases[] = {
       {16000, bare},
       {44100, bare},
-      {48000, bare},
       {96000, bare},
       {48000, "--set echo.enabled=0"},
       {48000, far},
       {16000, far},
       {16000, "--set echo.enabled=0 --set limiter.look_ahead_s=1e30"},
-      {48000, "--class kdmfx"},
       {48000, "--class kdmfx --mode media"}};
   for (const auto& [rate, options] : cases) {
     SCOPED_TRACE(std::to_string(rate) + " " + options);
@@ -195,25 +188,20 @@ TEST_F(RenderFiles, EveryErrorIsOneLineAndLeavesNoOutput) {
   expectRefused(" in.wav out.wav", {{"--class sfx", "--class sfx"},
                                     {"--mode loud", "--mode loud"},
                                     {"--block 0", "--block 0"},
-                                    {"--block -1", "--block"},
                                     {"--volume 2", "--volume"},
                                     {"--volume 1 --muted", "--muted"},
                                     {"--channel-mask left", "--channel-mask left"},
                                     {"--change soon:bad.toml", "--change soon:"},
-                                    {"--change 1:bad.toml", "echo.enabled"},
                                     {"--settings bad.toml", "echo.enabled"},
                                     {"--set echo.enabled", "echo.enabled"},
                                     {"--raw-parameters bad.toml", "5460"},
                                     {"--raw-parameters .", "."},
-                                    {"--settings .", "."},
-                                    {"--far none.wav", "none.wav"},
                                     {"--far wide.wav", "13 channels"},
                                     {"--far-gap 1:2", "--far"},
                                     {"--far in.wav --far-gap 1", "--far-gap 1"}});
   expectRefused("", {{"wide.wav out.wav", "13 channels"},
                      {"not.wav out.wav", "not.wav"},
                      {"in.wav", "OUTPUT.wav"},
-                     {"in.wav .", "name a sound file"},
                      {"in.wav none/out.wav", "none"}});
   // Half an hour of delay, 800 MB of it.
   const Outcome outcome = run("--set pipeline.internal_rate_hz=1 --tail in.wav out.wav");

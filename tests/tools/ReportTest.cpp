@@ -1,20 +1,12 @@
 // What vellumic-render says about a rendering: printed, in tables and on its page.
-#include <fcntl.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <csignal>
-#include <iostream>
 
 #include "tests/tools/RenderFiles.h"
 
 namespace vellumic::tools {
 namespace {
-
-std::string contentOf(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // Every element is closed in its order, and no bare & or < stands in text or attributes.
 testing::AssertionResult wellFormed(const std::string& page) {
@@ -68,9 +60,9 @@ TEST_F(Reports, ThePageIsSelfContainedAndSaysWhatIsPrinted) {
   const Outcome outcome = rendered(
       "--mode speech --far far.wav --set noise.gain.floor1_db=-20 --change 1.5:later.toml "
       "--report page.html --picture picture.svg a&b<c>.wav out.wav");
-  const std::string page = contentOf("page.html");
+  const std::string page = contents("page.html");
   EXPECT_TRUE(wellFormed(page));
-  EXPECT_TRUE(wellFormed(contentOf("picture.svg")));
+  EXPECT_TRUE(wellFormed(contents("picture.svg")));
   EXPECT_NE(page.find("a&amp;b&lt;c&gt;.wav"), std::string::npos);
 
   std::istringstream lines(outcome.printed);
@@ -105,7 +97,7 @@ TEST_F(Reports, TheDrawnResponseIsTheEqualisersGainAndBrokenSoundIsStillDrawn) {
       "page.html in.wav out.wav --set equalizer.left.band1.";
   rendered(words + "q=0 --set equalizer.left.band1.gain=2");
   ASSERT_FALSE(std::isfinite(heard("out.wav")[500]));
-  std::string page = contentOf("page.html");
+  std::string page = contents("page.html");
   EXPECT_TRUE(wellFormed(page));
   for (std::size_t n = 0; (n = page.find(" d='", n)) != std::string::npos; ++n) {
     const std::string course = page.substr(n, page.find('\'', n + 4) - n);
@@ -113,7 +105,7 @@ TEST_F(Reports, TheDrawnResponseIsTheEqualisersGainAndBrokenSoundIsStillDrawn) {
   }
 
   rendered(words + "type=gain --set equalizer.left.band1.gain_db=-10");
-  page = contentOf("page.html");
+  page = contents("page.html");
   page = page.substr(page.find("Response of the equaliser"));
   const std::size_t begin = page.find("d='") + 3;
   std::string course = page.substr(begin, page.find('\'', begin) - begin);
@@ -172,31 +164,13 @@ TEST_F(Reports, AComparisonShowsBothSettingsAndWhatTheyDiffer) {
   EXPECT_LT(std::stod(table[1][1]), std::stod(table[2][1]) - 10.0);
   EXPECT_TRUE(std::filesystem::exists("out_bare.wav"));
 
-  const std::string page = contentOf("page.html");
+  const std::string page = contents("page.html");
   EXPECT_TRUE(wellFormed(page));
   for (const std::string& part :
        {std::string("<tr><th></th><th>given</th><th>bare</th></tr>"),
         "<tr><th>bare</th><td class=\"number\">" + table[2][1] + "</td>",
         std::string("<code>echo.enabled</code></td><td>true</td><td>false</td><td>true</td>")})
     EXPECT_NE(page.find(part), std::string::npos) << part;
-}
-
-TEST_F(Reports, TheStatedGainIsTheOneHeard) {
-  constexpr std::size_t rate = 16000;
-  std::vector<float> tone;
-  for (std::size_t n = 0; n < 8 * rate; ++n)
-    tone.insert(tone.end(), 2, 0.05F * std::sin(0.4F * static_cast<float>(n % 31416)));
-  wave("in.wav", {.sampleRate = rate, .channels = 2}, tone);
-  const std::string printed =
-      rendered(
-          "--set echo.enabled=0 --set noise.enabled=0 --set beamformer.enabled=0 in.wav out.wav")
-          .printed;
-  const double gain =
-      energyAtEnd(heard("out.wav"), rate / 2) - 10.0 * std::log10(rate / 4 * 0.05 * 0.05);
-  const std::size_t line = printed.find("Gain control: ");
-  ASSERT_NE(line, std::string::npos) << printed;
-  EXPECT_GT(gain, 5.0);
-  EXPECT_NEAR(std::stod(printed.substr(line + 14)), gain, 0.3);
 }
 
 TEST_F(Reports, EveryErrorOfReportsIsOneLineAndLeavesNoOutput) {
@@ -208,9 +182,7 @@ TEST_F(Reports, EveryErrorOfReportsIsOneLineAndLeavesNoOutput) {
                 {{"--sweep noise.gain.floor1", "NAME=A,B,C"},
                  {"--sweep noise.gain.floor1=0.1,loud", "--sweep noise.gain.floor1=loud"},
                  {"--sweep noise.gain.floor1=0,1,0", "0 twice"},
-                 {"--sweep noise.gain.floor1=0,", "NAME=A,B,C"},
                  {"--sweep ''", "--sweep: is empty"},
-                 {"--picture ''", "--picture: is empty"},
                  {"--report out.wav", "is also a sound file"},
                  {"--picture in.wav", "is also a sound file"},
                  {many, "21 values"},
@@ -218,8 +190,7 @@ TEST_F(Reports, EveryErrorOfReportsIsOneLineAndLeavesNoOutput) {
                  {"--compare bad.toml --sweep noise.gain.floor1=0", "--sweep"},
                  {"--report none/page.html", "--report"},
                  {"--report ./", "is a folder"},
-                 {"--sweep noise.gain.flor1=1", "--sweep noise.gain.flor1"},
-                 {"--picture none/picture.svg", "--picture"}});
+                 {"--sweep noise.gain.flor1=1", "--sweep noise.gain.flor1"}});
 }
 
 // As on a full disk: no file may grow beyond the limit.
@@ -236,26 +207,9 @@ TEST_F(Reports, AFullDiskLeavesTheOldPageAndPicture) {
     setrlimit(RLIMIT_FSIZE, &before);
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_NE(outcome.complained.find("page: cannot be written whole"), std::string::npos);
-    EXPECT_TRUE(contentOf("page") == "old");
+    EXPECT_TRUE(contents("page") == "old");
     EXPECT_FALSE(std::filesystem::exists("page.part"));
   }
-}
-
-TEST_F(Reports, AFullStandardOutputIsAnError) {
-  std::fflush(stdout);
-  const int kept = dup(1), full = open("/dev/full", O_WRONLY);
-  dup2(full, 1);
-  const char* help[] = {"vellumic-render", "--help"};
-  testing::internal::CaptureStderr();
-  const int exitCode = renderMain(2, help);
-  const std::string complained = testing::internal::GetCapturedStderr();
-  dup2(kept, 1);
-  std::clearerr(stdout);
-  std::cout.clear();
-  close(kept);
-  close(full);
-  EXPECT_EQ(exitCode, 1);
-  EXPECT_NE(complained.find("standard output"), std::string::npos) << complained;
 }
 
 }  // namespace

@@ -70,14 +70,6 @@ TEST(Intelligibility, GrowsWithTheSignalToNoiseRatio) {
   EXPECT_GT(before, 0.9);
 }
 
-// Clipping at -15 dB holds what one burst can do, however loud.
-TEST(Intelligibility, LimitsWhatOneMomentCanDo) {
-  const Signal clean = babble(10, 1), bang = noise(0.05, 4);
-  Signal burst = clean;
-  for (std::size_t n = 0; n < bang.size(); ++n) burst[80000 + n] += 1000.0F * bang[n];
-  EXPECT_GT(Intelligibility(clean)(burst), 0.85);
-}
-
 TEST(Distortion, FilterInvariantSdrForgivesAFilterButNotNoise) {
   const Signal clean = noise(4, 1), other = noise(4, 2);
   Signal filtered(clean.size());
@@ -176,24 +168,6 @@ TEST(Scenes, TalkersMoveAndTakeTurns) {
   const Scene turns = makeScene(spec, one, other);
   EXPECT_NEAR(lag(turns.speech, 0.5, 1.8), -3.0, 1.0);
   EXPECT_NEAR(lag(turns.speech, 2.5, 4), 3.0, 1.0);
-}
-
-TEST(Scenes, ClicksAreShortAndLevelsAreOfTheMicrophonesOnly) {
-  SceneSpec spec{.name = "", .seconds = 6, .microphones = 1, .farActive = {{0, 6}}, .noiseDb = -90};
-  const Signal talk = babble(6, 1);
-  const Scene plain = makeScene(spec, talk, talk);
-  spec.levelDb = -20;
-  spec.clicksDb = -30;
-  const Scene scene = makeScene(spec, talk, talk);
-  EXPECT_NEAR(scene.echo[0][50000], 0.1F * plain.echo[0][50000], 1e-6F);
-  EXPECT_EQ(scene.far[0], plain.far[0]);
-  const Signal& clicks = scene.noise[0];
-  const double power = energy(clicks) / static_cast<double>(clicks.size());
-  EXPECT_NEAR(decibels(power), -50.0, 0.5);
-  int loud = 0;
-  for (std::size_t n = 0; n < clicks.size(); n += 160)
-    loud += energy(View(clicks).subspan(n, 160)) > power * 160 ? 1 : 0;
-  EXPECT_LT(loud, 150);  // of 600 steps
 }
 
 // While the loopback sends nothing nothing is cancelled.

@@ -32,19 +32,17 @@ namespace {
 constexpr auto ok = Verdict::ok, notOk = Verdict::notOk, unknown = Verdict::unknown;
 constexpr auto code(DWORD value) { return static_cast<HRESULT>(value); }
 
-// Every line that says "not ok", its neighbours that do not, and what the person is told to do.
+// Every line that says "not ok", what is near it and does not, and what the person is told to do.
 TEST(SelfTest, SaysOkNotOkAndUntoldOfTheSameFacts) {
   const struct {
     Outcome outcome;
     Verdict verdict;
     const char* part;
   } cases[] = {
-      {judgeFormats(118, ""), ok, "118 answers"},
       {judgeFormats(118, "accepts plain 3"), notOk, "plain 3; send"},
       {judgeGain(6.09, 6.0), ok, "6.09 dB"},
       {judgeGain(5.8, 6.0), notOk, "5.80 dB instead of 6.00"},
       {judgeGain(NAN, 6.0), notOk, "instead of 6.00 dB; send"},
-      {judgeEffects(true, "a, b", "a"), ok, "from a, b to a"},
       {judgeEffects(true, "a", "a"), notOk, "a as before; send"},
       {judgeEffects(false, "a", "b"), notOk, "not signalled; send"},
       {judgeEcho(10.5, true), ok, "10.50 dB less"},
@@ -56,37 +54,20 @@ TEST(SelfTest, SaysOkNotOkAndUntoldOfTheSameFacts) {
       {judgeSound({.finite = false, .peakIn = 0.1F}), notOk, "no numbers"},
       {judgeOwnTime(9999.0, 10000.0), ok, "9999 us of 10000"},
       {judgeOwnTime(10001.0, 10000.0), notOk, "lower pipeline.block_size"},
-      {judgeOwnTime({}, 10000.0), unknown, "does not count"},
-      {judgeUnload(true, S_FALSE, true), ok, "goes with its last"},
       {judgeUnload(true, S_FALSE, false), notOk, "stays loaded"},
       {judgeUnload(true, S_OK, true), notOk, "while its objects live"},
       {judgeUnload(false, E_FAIL, true), notOk, "register ours"},
-      {judgeNotification(true), ok, ""},
       {judgeNotification(false), notOk, "no call came"},
-      {judgeUnregister(true, true), ok, ""},
       {judgeUnregister(true, false), notOk, "OnNotify still runs"},
       {judgeUnregister(false, true), unknown, "no call was running"},
-      {judgeLoopback(3, "3 packets"), ok, "3 packets"},
       {judgeLoopback(0, ""), notOk, "none came"},
-      {judgeService(ServiceState::running), ok, ""},
       {judgeService(ServiceState::stopped), notOk, "net start Audiosrv"},
-      {judgeService(ServiceState::changing), notOk, "net start Audiosrv"},
-      {judgeService(ServiceState::missing), unknown, "does not exist"},
-      {judgeSignature(0), ok, "trusted"},
-      {judgeSignature(TRUST_E_NOSIGNATURE), ok, "no signature"},
-      {judgeSignature(CERT_E_UNTRUSTEDROOT), ok, "not trusted here"},
       {judgeSignature(TRUST_E_BAD_DIGEST), notOk, "unpack it anew"},
       {judgeSignature(CERT_E_REVOKED), notOk, "0x800B010C); send"},
-      {judgeClosedKey(ERROR_ACCESS_DENIED, 0), ok, "past its permissions"},
       {judgeClosedKey(ERROR_ACCESS_DENIED, 5), notOk, "error 5"},
-      {judgeClosedKey(0, 0), unknown, "not closed"},
       {explained(E_ACCESSDENIED, "x"), notOk, "x: no rights; run as administrator"},
       {explained(code(0x80070490), "x"), unknown, "no such device; connect one"},
-      {explained(code(0x88890010), "x"), notOk, "service is not reachable; run net start"},
       {explained(code(0x800706BA), "x"), notOk, "service is not reachable; run net start"},
-      {explained(code(0x88890004), "x"), notOk, "went away"},
-      {explained(code(0x8889000A), ""), notOk, "another program holds"},
-      {explained(E_NOTIMPL, "x"), unknown, "does not have it"},
       {explained(REGDB_E_CLASSNOTREG, "x; y"), notOk, "x: not registered"},
       {explained(E_FAIL, "x"), notOk, "x: failed (0x80004005); send the report"},
   };

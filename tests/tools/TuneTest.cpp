@@ -86,17 +86,12 @@ TEST_F(TuningRun, EndsTheSameAfterBeingKilledAnywhere) {
   EXPECT_EQ(fresh, whole.entries().size());  // nothing judged twice
 }
 
-TEST_F(TuningRun, LooksQuicklyOnlyWhereItMayAndPassesFailuresOn) {
-  const Plan full = planWith("local = 60", "local = 60, quick = false");
-  Journal journal("", 1, full);
-  tune(full, journal, judge_, quiet);
-  EXPECT_GT(journal.entries().size(), 200U);
-  EXPECT_EQ(std::ranges::count(journal.entries(), Depth::quick, &Journal::Entry::depth), 0);
+TEST_F(TuningRun, PassesFailuresOn) {
   const PointJudge failing = [&](const Point& point, Depth depth) {
     return depth == Depth::full ? judge_(point, depth) : throw std::length_error("disk");
   };
-  Journal other("", 1, plan_);
-  EXPECT_THROW(tune(plan_, other, failing, quiet), std::length_error);
+  Journal journal("", 1, plan_);
+  EXPECT_THROW(tune(plan_, journal, failing, quiet), std::length_error);
 }
 
 TEST_F(TuningRun, JournalsOfOtherRunsAndDamagedOnesAreRefused) {
@@ -122,19 +117,6 @@ TEST_F(TuningRun, JournalsOfOtherRunsAndDamagedOnesAreRefused) {
     EXPECT_THROW(Journal(file, 7, plan_), std::runtime_error) << line;
     std::filesystem::resize_file(file, whole);
   }
-}
-
-// Of the first figure more is better, of the second less; the last one was a quick look.
-TEST_F(TuningRun, TheFrontHoldsWhatNothingBeats) {
-  Plan plan = plan_;
-  plan.goal.resize(2);
-  plan.goal[1].figure = Figure::timeTo20Db;
-  Journal journal("", 1, plan);
-  const std::pair<double, double> met[] = {{10, 4}, {12, 5},           {11, 5}, {14, 9},
-                                           {14, 8}, {std::nan(""), 1}, {20, 1}};
-  for (const auto& [sdr, time] : met)
-    journal.add({sdr, time}, sdr == 20 ? Depth::quick : Depth::full, {0.0, 0.0, {sdr, time}});
-  EXPECT_EQ(front(plan, journal, 0, 1), (std::vector<std::size_t>{4, 1, 0}));
 }
 
 // The blocks fall elsewhere in each of the four, so that no two renderings score alike.
@@ -186,10 +168,6 @@ class TuneTool : public tools::RenderFiles {
     int exitCode;
     std::string settings, page, complained;
   };
-  static std::string contents(const std::string& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-  }
   // `words` may name other targets.
   Run tuneWith(const std::string& plan, std::string words = "") {
     text("plan.toml", plan);
