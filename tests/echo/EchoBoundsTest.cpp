@@ -1,7 +1,9 @@
 // Bounds that sound within the settings' ranges never reaches, for which the model is no help.
 #include <gtest/gtest.h>
 
-#include "echo/ResidualSuppressor.h"
+#include <span>
+
+#include "echo/EchoCanceller.h"
 #include "echo/kernels/KalmanKernels.h"
 
 namespace vellumic {
@@ -48,6 +50,35 @@ TEST(ResidualSuppressor, AHumDoesNotRunAwayWithTheCoupling) {
   feed(10.0F, 50);
   EXPECT_GE(suppressor.couplingGain.minCoeff(), 0.0F);
   EXPECT_TRUE(suppressor.isFinite());
+}
+
+TEST(EchoCanceller, RecoversFromSettingsThatNoArithmeticSurvives) {
+  using Settings = EchoCancellerSettings;
+  constexpr int length = 256;
+  ReferenceSpectra references(length);
+  EchoCanceller canceller(length);
+  Eigen::ArrayXf sound(length), output(length);
+  const auto play = [&](const Settings& settings, float loudness) {
+    references.apply(settings);
+    canceller.apply(settings);
+    sound = loudness * Eigen::ArrayXf::Random(length);
+    const std::span samples(sound.data(), length);
+    references.advance(samples, samples);
+    canceller.process(references, samples, {output.data(), length});
+    return output.isFinite().all();
+  };
+  for (const auto field :
+       {&Settings::powerSmoothing, &Settings::filterPole, &Settings::crossFactor,
+        &Settings::overSubtraction, &Settings::couplingStep, &Settings::referenceSmoothing,
+        &Settings::levelSmoothing, &Settings::suppressionFloor, &Settings::updateThreshold})
+    for (const float odd : {0.0F, -1.0F, 2.0F, 1e30F, -1e30F, 1e-40F}) {
+      Settings settings;
+      settings.*field = odd;
+      for (int block = 0; block < 60; ++block) EXPECT_TRUE(play(settings, 1e6F)) << odd;
+    }
+  for (int block = 0; block < 200; ++block) play({}, 0.3F);
+  EXPECT_LT(output.square().sum(), 0.1F * sound.square().sum());
+  EXPECT_GT(output.square().sum(), 0.0F);
 }
 
 }  // namespace

@@ -3,16 +3,11 @@
 
 #include <array>
 #include <cstdint>
-#include <random>
 #include <utility>
-#include <vector>
 
 #include "frontend/ArrayPipeline.h"
 
 namespace vellumic {
-
-inline constexpr std::array arrayStages{Raw::beamformer, Raw::noisePostfilter,
-                                        Raw::echoCancellation, Raw::levelControl};
 
 struct PipelineRig {
   // Factory settings but with the array stages off; outside the speech mode; no rate conversion.
@@ -25,13 +20,11 @@ struct PipelineRig {
 
   void set(Raw slot, float value) { raw[index(slot)] = value; }
   void setStages(float value) {
-    for (const Raw stage : arrayStages) set(stage, value);
+    for (const Raw stage :
+         {Raw::beamformer, Raw::noisePostfilter, Raw::echoCancellation, Raw::levelControl})
+      set(stage, value);
   }
   void apply() { pipeline.applyParameters(handover, raw, stream); }
-  void begin(int channels, bool fourChannelForm = false) {
-    handover.prepareStream(1024, channels, fourChannelForm);
-    apply();
-  }
 
   using Frame = std::array<float, 12>;
   Frame run(Frame frame) {
@@ -43,22 +36,6 @@ struct PipelineRig {
   StreamFacts stream;
   PipelineHandover handover;
   ArrayPipeline pipeline;
-};
-
-// White noise, standard deviation 0.1.
-class Noise {
- public:
-  explicit Noise(unsigned seed) : random_(seed) {}
-  float operator()() { return shape_(random_); }
-  std::vector<float> take(std::size_t count) {
-    std::vector<float> samples(count);
-    for (float& sample : samples) sample = (*this)();
-    return samples;
-  }
-
- private:
-  std::mt19937 random_;
-  std::normal_distribution<float> shape_{0.0F, 0.1F};
 };
 
 }  // namespace vellumic
