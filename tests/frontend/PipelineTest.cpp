@@ -63,6 +63,7 @@ TEST(Pipeline, BuildsMergeUntilTheyAreAdopted) {
     rig.handover.build(rig.raw, rig.stream);
   }
   rig.handover.prepareStream(1024, 4, false);
+  rig.handover.build(rig.raw, rig.stream);
   EXPECT_EQ(parts(), before + 2);
   for (int times = 0; times < 2; ++times) rig.pipeline.adopt(rig.handover);
   EXPECT_EQ(rig.pipeline.probe().adoptions, adoptions + 1);
