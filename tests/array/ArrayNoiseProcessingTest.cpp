@@ -90,11 +90,12 @@ TEST(ArrayNoiseProcessing, LongSilenceDoesNotEndIt) {
   EXPECT_NEAR(decibels(after / before), 0.0F, 3.0F);
 }
 
-TEST(ArrayNoiseProcessing, HandsSettingsOnAndStartsItsStagesOver) {
+TEST(ArrayNoiseProcessing, HandsSettingsOn) {
   ArrayNoiseProcessing chain(3, 512);
   BeamformerAdaptive& beamformer = chain.beamformer;
   NoiseEstimator& estimator = chain.postfilter.noiseEstimator;
   EXPECT_NEAR(beamformer.covarianceRate, 0.0015987F, 1e-7F);
+  EXPECT_EQ(beamformer.binsPerFrame, 16);
   chain.applyParameters({.covarianceTimeConstant = -1.0F, .thresholdScale = 2.0F},
                         {.windowFrames = 50}, {.floor1 = 0.5F});
   EXPECT_EQ(beamformer.covarianceRate, 1.0F);  // held to its lower bound
@@ -110,28 +111,11 @@ TEST(ArrayNoiseProcessing, HandsSettingsOnAndStartsItsStagesOver) {
   chain.adopt(prepared);
   EXPECT_EQ(prepared->windowFrames, 50);
   EXPECT_EQ(estimator.settings().windowFrames, 30);
-
-  const Eigen::ArrayXXf input = noiseBlock(hop, 3);
-  processed(chain, input);
-  EXPECT_EQ(beamformer.nextBin, 16);  // solves of a frame
-  EXPECT_TRUE(chain.init(true));
-  EXPECT_EQ(beamformer.nextBin, 0);
-  EXPECT_EQ(beamformer.weights.at(5, 0), std::complex(1.0F));
-  EXPECT_EQ(beamformer.estimators[2].noisePower[5], 1e-5F);
-  EXPECT_TRUE(estimator.resetPending && chain.postfilter.spectralGain.firstFrame);
 }
 
 TEST(ArrayNoiseProcessing, HoldsSizesAndBounds) {
   EXPECT_EQ(BeamformerAdaptive(1, 0, 125.0F).channelCount, 2);
   EXPECT_EQ(BeamformerAdaptive(1, 0, 125.0F).binsPerFrame, 0);
-  BeamformerAdaptive beamformer(2, 3);
-  beamformer.weights.real.setConstant(7.0F);
-  beamformer.enabled = false;
-  const Eigen::ArrayXXcf input = Eigen::ArrayXXcf::Random(3, 2);
-  Eigen::ArrayXcf output(3);
-  beamformer.process(input, output);
-  EXPECT_TRUE((output == input.col(0)).all());
-
   NoisePostfilter filter;
   for (const int refused : {0, -4, 1, 3, 300, 16384}) filter.setSize(refused);
   EXPECT_EQ(filter.size(), 256);

@@ -21,10 +21,6 @@ using Complex = std::complex<double>;
 // Two loudspeakers, sparse echo paths shorter than a block, two microphones that hear the same.
 class EchoScene {
  public:
-  struct Tap {
-    int delay;  // samples
-    float gain;
-  };
   struct Levels {
     float left = 1.0F, right = 0.7F;  // standard deviation
     float shared = 0.8F;              // of a signal that both loudspeakers play
@@ -36,9 +32,9 @@ class EchoScene {
     for (auto& reference : references) reference.resize(2 * length);
     for (auto* samples : {&microphone, &second}) samples->resize(length);
     for (std::size_t r = 0; r < 2; ++r)
-      for (int i = 0; i < 24; ++i) {
-        const int delay = static_cast<int>(length) / 10 + 7 * i % (static_cast<int>(length) / 2);
-        paths[r].push_back({delay, 0.4F * noise() * std::exp(-0.15F * static_cast<float>(i))});
+      for (std::size_t i = 0; i < 24; ++i) {
+        const std::size_t delay = length / 10 + 7 * i % (length / 2);
+        paths[r].emplace_back(delay, 0.4F * noise() * std::exp(-0.15F * static_cast<float>(i)));
       }
   }
 
@@ -55,8 +51,7 @@ class EchoScene {
     for (std::size_t i = 0; i < length; ++i) {
       float echo = 0.0F;
       for (std::size_t r = 0; r < 2; ++r)
-        for (const Tap& tap : paths[r])
-          echo += tap.gain * references[r][length + i - static_cast<std::size_t>(tap.delay)];
+        for (const auto& [delay, gain] : paths[r]) echo += gain * references[r][length + i - delay];
       second[i] = echo + levels.near * noise();
       microphone[i] = levels.muted ? 0.0F : second[i];
     }
@@ -67,7 +62,7 @@ class EchoScene {
   float noise() { return normal(engine); }
 
   std::size_t length;
-  std::array<std::vector<Tap>, 2> paths;
+  std::array<std::vector<std::pair<std::size_t, float>>, 2> paths;  // delays, gains
   std::array<std::vector<float>, 2> references;
   std::vector<float> microphone, second;
 

@@ -190,16 +190,16 @@ TEST(Image, ModesDecideWhatIsReportedHowManyMicrophonesRunAndWhetherTheLoopbackO
     std::uint32_t flags;
     int microphones;
     bool opens;
-  } cases[] = {{ProcessingMode::standard, array, 12, 1, 0, 0x1e00, 12, true},
-               {ProcessingMode::standard, array, 1, 0, 0, 0, 2, true},
-               {ProcessingMode::standard, fourChannel, 4, 1, 0, 0x1e00, 2, false},
+  } cases[] = {{ProcessingMode::standard, array, 12, 1, 0, 0x1400, 12, true},
+               {ProcessingMode::standard, array, 1, 0.5F, 0, 0, 2, true},
+               {ProcessingMode::standard, fourChannel, 4, 1, 0, 0x1400, 2, false},
                {ProcessingMode::raw, array, 8, 1, 1, 0, 2, false},
                {ProcessingMode::speech, array, 4, 0, 2, 0x1e00, 4, true},
                {ProcessingMode::speech, fourChannel, 8, 0, 2, 0x1e00, 6, false},
                {ProcessingMode::speech, fourChannel, 1, 0, 2, 0x1e00, 2, false},
-               {ProcessingMode::media, array, 8, 1, 3, 0x1e00, 2, false},
+               {ProcessingMode::media, array, 8, 1, 3, 0x1400, 2, false},
                {ProcessingMode::communications, array, 4, 0, 4, 0, 2, false},
-               {ProcessingMode::movie, array, 4, 1, 5, 0x1e00, 2, false},
+               {ProcessingMode::movie, array, 4, 1, 5, 0x1400, 2, false},
                {ProcessingMode::notification, array, 4, 0, 0, 0, 4, true}};
   for (const auto& row : cases) {
     SCOPED_TRACE(&row - cases);
@@ -208,7 +208,9 @@ TEST(Image, ModesDecideWhatIsReportedHowManyMicrophonesRunAndWhetherTheLoopbackO
       opened = true;
       return std::unique_ptr<PacketSource>();
     };
-    EngineRig rig(factoryWith({{Raw::keepInDefaultMode, row.keep}}),
+    EngineRig rig(factoryWith({{Raw::keepInDefaultMode, row.keep},
+                               {Raw::echoCancellation, 0.0F},
+                               {Raw::noisePostfilter, 0.0F}}),
                   {.mode = row.mode,
                    .processingMode = row.processingMode,
                    .format = {.inputChannels = row.channels, .outputChannels = row.channels},

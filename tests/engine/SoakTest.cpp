@@ -9,10 +9,9 @@
 #include <memory>
 #include <random>
 
-#include "engine/CaptureCore.h"
 #include "engine/ProcessCall.h"
-#include "parameters/Catalogue.h"
 #include "platform/FloatingPointMode.h"
+#include "tests/engine/EngineRig.h"
 #include "tests/support/HeapInUse.h"
 #include "tests/support/PlayingSpeakers.h"
 #include "tests/support/RealtimeGuard.h"
@@ -40,12 +39,6 @@ constexpr std::array kinds{
     Kind{"KDMFX", EffectMode::arrayFourChannel, EffectMode::array},
 };
 
-RawValues goodSettings() {
-  RawValues values = factorySettings();
-  values[index(Raw::echoCancellation)] = 1.0F;
-  return values;
-}
-
 // Every slot somewhere in its sensible range. A band above half the device rate is not: its section
 // rings up to infinity, call after call.
 RawValues sensibleSettings(std::mt19937& random, std::uint32_t rate) {
@@ -71,27 +64,22 @@ RawValues anyBits(std::mt19937& random) {
 
 class SoakedObject {
  public:
-  SoakedObject(const Kind& kind, std::mt19937& random) : kind_(kind), random_(random) {
-    if (!core_.sets.allocate()) throw std::bad_alloc();
-    std::ranges::copy(goodSettings(), core_.sets.rawParameters().begin());
-    core_.sets.settingRead();
-    core_.sets.initialize(ProcessingMode::speech, kind_.lockMode);
-  }
+  SoakedObject(const Kind& kind, std::mt19937& random) : kind_(kind), random_(random) {}
 
   void lock(std::uint32_t rate, std::uint32_t channels) {
-    format_ = {.sampleRate = static_cast<float>(rate),
-               .inputChannels = channels,
-               .outputChannels = channels};
+    rate_ = rate;
+    channels_ = channels;
     speakers.lost = false;
-    if (!core_.sets.lock(format_, ProcessingMode::speech, kind_.lockMode, core_.context))
-      throw std::bad_alloc();
+    rig_.lock({.sampleRate = static_cast<float>(rate),
+               .inputChannels = channels,
+               .outputChannels = channels});
   }
-  void lockAnew() { lock(static_cast<std::uint32_t>(format_.sampleRate), format_.inputChannels); }
+  void lockAnew() { lock(rate_, channels_); }
   void reload(const RawValues& values) {
-    core_.sets.reload(values, ProcessingMode::speech, kind_.reloadMode);
+    rig_.core->sets.reload(values, ProcessingMode::speech, kind_.reloadMode);
   }
   void setVolume(float master) {
-    core_.sets.setVolumes({.master = master, .first = master, .second = master});
+    rig_.core->sets.setVolumes({.master = master, .first = master, .second = master});
   }
 
   // 10 ms each. One call in `silentOneIn` is marked as silence, 0 for none.
@@ -103,7 +91,7 @@ class SoakedObject {
   // Echo return loss enhancement in dB over the next second.
   float enhancement() {
     float before = 0.0F, after = 0.0F;
-    const PipelineProbe& probe = core_.engine.pipeline.probe();
+    const PipelineProbe& probe = rig_.core->engine.pipeline.probe();
     for (int n = 0; n < 100; ++n) {
       const std::int64_t blocks = probe.blocks;
       play(1);
@@ -114,7 +102,7 @@ class SoakedObject {
     return 10.0F * std::log10(before / std::max(after, 1e-20F));
   }
   bool cancels() const { return kind_.lockMode == EffectMode::array; }
-  std::size_t arenaBytes() const { return core_.arena.used(); }
+  std::size_t arenaBytes() const { return rig_.core->arena.used(); }
 
   PlayingSpeakers speakers;
   bool allFinite = true;  // every sample that came out
@@ -123,22 +111,25 @@ class SoakedObject {
  private:
   void call(std::uint32_t flags) {
     constexpr CallState ready{.initialized = true, .locked = true, .limits = {}};
-    const auto rate = static_cast<std::uint32_t>(format_.sampleRate);
-    speakers.hear(input_, rate, format_.inputChannels);
+    speakers.hear(input_, rate_, channels_);
     output_.assign(input_.size(), 0.0F);
-    const StreamBuffer input{input_.data(), rate / 100, flags};
+    const StreamBuffer input{input_.data(), rate_ / 100, flags};
     StreamBuffer output{output_.data(), 0, buffer_flags::invalid};
     const RealtimeGuard guard;
-    if (admitCall(ready, 1, 1)) runCall(core_.context, 1, input, 1, output);
+    if (admitCall(ready, 1, 1)) runCall(rig_.core->context, 1, input, 1, output);
     forbidden += guard.violations();
     for (const float sample : output_) allFinite = allFinite && std::isfinite(sample);
   }
 
   Kind kind_;
   std::mt19937& random_;
-  StreamFormat format_;
+  std::uint32_t rate_ = 0, channels_ = 0;
   std::vector<float> input_, output_;
-  CaptureCore core_{{.open = [this] { return speakers.packets(); }, .onHelperThread = false}};
+  EngineRig rig_{
+      factorySettings(),
+      {.mode = kind_.lockMode,
+       .processingMode = ProcessingMode::speech,
+       .openLoopback = {.open = [this] { return speakers.packets(); }, .onHelperThread = false}}};
 };
 
 class Soak : public testing::Test {
@@ -164,7 +155,7 @@ class Soak : public testing::Test {
   }
   void recover(SoakedObject& object) {
     object.setVolume(1.0F);
-    object.reload(goodSettings());
+    object.reload(factorySettings());
     object.lockAnew();
     object.speakers.playing = true;
     object.play(900);
@@ -197,9 +188,7 @@ TEST_F(Soak, StaysFiniteRecoversAndKeepsItsMemory) {
       disturbedSecond(object, sensibleSettings(random, rate));
       ASSERT_TRUE(object.allFinite) << "second " << second;
     }
-    for (int second = 0; second < 5; ++second) {
-      disturbedSecond(object, anyBits(random));
-    }
+    for (int second = 0; second < 5; ++second) disturbedSecond(object, anyBits(random));
     recover(object);
     EXPECT_EQ(object.forbidden, 0);
     for (int n = 0; n < 2; ++n) object.lock(48000, 4);  // the second frees what the first replaced

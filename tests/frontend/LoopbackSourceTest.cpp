@@ -235,12 +235,25 @@ class LoopbackOpening : public ::testing::Test {
                          true}};
 };
 
-TEST_F(LoopbackOpening, RunsBesideTheAudioThread) {
+TEST_F(LoopbackOpening, RunsBesideTheAudioThreadAndServesTheLatestRate) {
+  source.setTargetRate(8000.0);
   ASSERT_TRUE(source.start());
+  while (!opening) std::this_thread::yield();
+  source.setTargetRate(16000.0);
   ASSERT_TRUE(source.start());  // still opening: no second helper
   EXPECT_FALSE(play());
   go = true;
-  for (int times = 1; times <= 3; ++times) {
+  while (device.opened < 2) std::this_thread::yield();
+  while (!source.streaming()) play();
+  // What piled up meanwhile is dropped, and the first block.
+  for (const bool expected : {false, true}) EXPECT_EQ(play(), expected);
+  EXPECT_EQ(rows[0][block - 1] - rows[0][0], block - 1.0F);  // at the device's own rate
+  go = false;
+  source.setTargetRate(8000.0);
+  ASSERT_TRUE(source.start());
+  EXPECT_FALSE(play()) << "nothing more of the former rate";
+  go = true;
+  for (int times = 4; times <= 6; ++times) {
     device.gone = true;
     while (device.opened < times) {
       source.drain();
@@ -248,29 +261,9 @@ TEST_F(LoopbackOpening, RunsBesideTheAudioThread) {
     }
     device.gone = false;
     while (!source.streaming()) play();
-    source.drain();  // nothing plays
   }
   source.stop();  // waits for the helper that may still be opening
   EXPECT_EQ(device.alive, 0);
-}
-
-TEST_F(LoopbackOpening, ARateThatChangesMeanwhileIsTheOneThatCounts) {
-  source.setTargetRate(8000.0);
-  ASSERT_TRUE(source.start());
-  while (!opening) std::this_thread::yield();
-  source.setTargetRate(16000.0);
-  ASSERT_TRUE(source.start());
-  go = true;
-  while (device.opened < 2) std::this_thread::yield();
-  while (!source.streaming()) play();
-  for (const bool expected : {false, true}) EXPECT_EQ(play(), expected);
-  EXPECT_EQ(rows[0][0], 1025.0F);          // what piled up meanwhile is dropped
-  EXPECT_EQ(rows[0][block - 1], 2048.0F);  // at the device's own rate
-  go = false;
-  source.setTargetRate(8000.0);
-  ASSERT_TRUE(source.start());
-  EXPECT_FALSE(play()) << "nothing more of the former rate";
-  go = true;
 }
 
 // The audio service may keep a caller. Whoever stops goes on; what comes of the opening later is

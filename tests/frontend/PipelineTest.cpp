@@ -73,16 +73,6 @@ TEST(Pipeline, BuildsMergeUntilTheyAreAdopted) {
   EXPECT_EQ(parts(), before);
 }
 
-TEST(Pipeline, ChannelCountsOutsideTheFrameKeepTheMicrophones) {
-  PipelineRig rig;
-  for (const auto& [asked, microphones] :
-       {std::pair{8, 8}, {1, 8}, {-2147483647, 8}, {13, 8}, {3, 3}, {0, 3}}) {
-    EXPECT_EQ(rig.handover.setChannels(asked), asked == microphones);
-    rig.apply();
-    EXPECT_EQ(rig.pipeline.micCount(), microphones) << asked;
-  }
-}
-
 TEST(SampleRing, HoldsAnyDelayAndAnyCountWithinItsCapacity) {
   SampleRing ring;
   ring.setCapacity(1);

@@ -75,29 +75,6 @@ TEST(PipelineSettings, RatesOutsideTheirRangeFallToTheDefaults) {
   }
 }
 
-TEST(PipelineSettings, TheRunStateHasTheLastWordOverTheSwitches) {
-  const struct {
-    float category, keep;
-    RunState state;
-    bool enabled, echoAndNoise;
-  } cases[] = {{2, 0, RunState::speech, true, true},
-               {0, 1, RunState::general, true, false},
-               {0, 0.5F, RunState::general, false, false},
-               {3, 0, RunState::general, false, false},
-               {1, 1, RunState::off, false, false}};
-  for (const auto& [category, keep, state, enabled, echoAndNoise] : cases) {
-    // Echo cancellation and noise suppression are switched off in the setting, the rest is on.
-    const auto s = decoded(with({{Raw::echoCancellation, 0},
-                                 {Raw::noisePostfilter, 0},
-                                 {Raw::keepInDefaultMode, keep}}),
-                           {.category = category});
-    EXPECT_EQ(s.runState, state);
-    EXPECT_EQ(std::tuple(s.enabled, s.beamformerEnabled, s.level.levelControlEnabled,
-                         s.echoCancelEnabled, s.postfilterEnabled),
-              std::tuple(enabled, enabled, enabled, echoAndNoise, echoAndNoise));
-  }
-}
-
 TEST(PipelineSettings, EveryTuningSlotReachesItsField) {
   RawValues raw = factorySettings();
   for (std::size_t slot = 1287; slot <= 1356; ++slot) raw[slot] = static_cast<float>(slot);
