@@ -80,11 +80,11 @@ class Endpoint {
     for (const std::string& option : split(options, ' ')) arguments.push_back(option);
     return arguments;
   }
-  CtlOutcome attach(const std::string& options = "") const {
+  ToolRun attach(const std::string& options = "") const {
     std::filesystem::remove(backup);
     return captured(attaching(options));
   }
-  CtlOutcome detach() const { return captured({"detach", utf8(guid)}); }
+  ToolRun detach() const { return captured({"detach", utf8(guid)}); }
 
   std::wstring guid;
   std::string backup = (std::filesystem::temp_directory_path() / "vellumic-before.reg").string();

@@ -54,7 +54,7 @@ int runToItsEnd(const std::vector<std::string>& arguments, int writes, End end) 
   const Gate<&RegDeleteTreeW> removeTree{imports, "RegDeleteTreeW"};
   const Gate<&NtDeleteKey> removeKey{imports, "NtDeleteKey"};
   if (end == End::killed) return ctl(arguments);
-  const CtlOutcome outcome = captured(arguments);
+  const ToolRun outcome = captured(arguments);
   if (arguments[0] == "settings" && outcome.exitCode != 0)
     expectParts(outcome.complained,
                 {"Settings\\2", ": writing Param", " failed (error 5); run as"});

@@ -168,7 +168,7 @@ TEST_F(CtlDoctor, FindsNothingOnASoundMachine) {
 
   makeWhole();
   microphone.volume.muted = true;
-  const CtlOutcome outcome = captured({"doctor", "Array", "--json"});
+  const ToolRun outcome = captured({"doctor", "Array", "--json"});
   EXPECT_EQ(outcome.exitCode, 1);
   expectParts(outcome.complained, {"1 of 16 links are not ok"});
   expectParts(outcome.printed,

@@ -1,17 +1,12 @@
 // Files and command lines for the renderer's tests.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <random>
-#include <sstream>
-#include <string>
-#include <vector>
 
+#include "tests/tools/CommandLine.h"
 #include "tools/WaveFile.h"
 #include "tools/render/RenderMain.h"
 
@@ -40,10 +35,6 @@ class RenderFiles : public testing::Test {
     writeWave(path(name), {.format = format, .samples = samples});
     return path(name);
   }
-  static std::string contents(const std::string& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-  }
   // The first channel.
   static std::vector<float> heard(const std::string& name) {
     const WaveData wave = readWave(name);
@@ -54,25 +45,9 @@ class RenderFiles : public testing::Test {
     return channel;
   }
 
-  struct Outcome {
-    int exitCode;
-    std::string printed, complained;
-  };
-  static Outcome run(const std::string& words) {
-    std::vector<std::string> arguments{"vellumic-render"};
-    std::istringstream stream(words);
-    for (std::string word; stream >> word;) arguments.push_back(word == "''" ? "" : word);
-    std::vector<const char*> argv;
-    for (const std::string& argument : arguments) argv.push_back(argument.c_str());
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    const int exitCode = renderMain(static_cast<int>(argv.size()), argv.data());
-    return {.exitCode = exitCode,
-            .printed = testing::internal::GetCapturedStdout(),
-            .complained = testing::internal::GetCapturedStderr()};
-  }
-  static Outcome rendered(const std::string& words) {
-    Outcome outcome = run(words);
+  static ToolRun run(const std::string& words) { return captured(renderMain, split(words, ' ')); }
+  static ToolRun rendered(const std::string& words) {
+    ToolRun outcome = run(words);
     EXPECT_EQ(outcome.exitCode, 0) << words << ": " << outcome.complained;
     return outcome;
   }
@@ -80,7 +55,7 @@ class RenderFiles : public testing::Test {
   static void expectRefused(const std::string& files,
                             std::vector<std::pair<std::string, const char*>> cases) {
     for (const auto& [words, named] : cases) {
-      const Outcome outcome = run(words + files);
+      const ToolRun outcome = run(words + files);
       EXPECT_EQ(outcome.exitCode, 1) << words;
       EXPECT_NE(outcome.complained.find(named), std::string::npos) << outcome.complained;
       EXPECT_EQ(std::ranges::count(outcome.complained, '\n'), 1) << outcome.complained;

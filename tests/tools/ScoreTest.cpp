@@ -6,7 +6,6 @@
 
 #include "tools/quality/Distortion.h"
 #include "tools/quality/Intelligibility.h"
-#include "tools/quality/Material.h"
 #include "tools/quality/Scene.h"
 #include "tools/quality/SceneCatalogue.h"
 #include "tools/quality/Score.h"
@@ -129,22 +128,9 @@ TEST(Scorer, EarlyEchoAfterAPauseIsNoNoise) {
   EXPECT_NEAR(*Scorer(spec, scene)(output).figures[Figure::noiseAttenuation], 20.0, 0.1);
 }
 
-TEST(Scenes, KindsAreDrawnFromTheirSeed) {
-  for (const std::string& kind : sceneKinds()) {
-    const SceneSpec one = *sceneNamed(kind, 1, 4), other = *sceneNamed(kind, 2, 4);
-    EXPECT_EQ(one.room.size.x, sceneNamed(kind, 1, 4)->room.size.x) << kind;
-    EXPECT_TRUE(one.room.size.x != other.room.size.x && one.noiseDb != other.noiseDb) << kind;
-    // Everything stands inside the room.
-    for (const Point& place : {one.talker, one.secondTalker.value_or(Point{}),
-                               one.rival.value_or(Point{}), Point{one.loudspeakerReach, 0, 0}})
-      EXPECT_TRUE(std::abs(place.x) < 0.5 * one.room.size.x && place.y < 0.675 * one.room.size.y)
-          << kind;
-  }
-  EXPECT_FALSE(sceneNamed("no-such-room", 1, 4));
-}
-
 // By how many samples the last channel comes later than the first.
-double lag(const Channels& channels, double from, double to, int reach = 8) {
+double lag(const Channels& channels, double from, double to) {
+  constexpr int reach = 8;
   const View first(channels.front()), last(channels.back());
   const auto start = sceneSamples(from), count = sceneSamples(to) - start;
   const auto match =
@@ -168,23 +154,6 @@ TEST(Scenes, TalkersMoveAndTakeTurns) {
   const Scene turns = makeScene(spec, one, other);
   EXPECT_NEAR(lag(turns.speech, 0.5, 1.8), -3.0, 1.0);
   EXPECT_NEAR(lag(turns.speech, 2.5, 4), 3.0, 1.0);
-}
-
-// While the loopback sends nothing nothing is cancelled.
-TEST(Scenes, PacketGapsReachTheChain) {
-  SceneSpec spec{.name = "", .seconds = 8, .microphones = 1, .farActive = {{0, 8}}};
-  const Scene scene = makeScene(spec, babble(8, 1), babble(8, 2));
-  const auto erle = [&] {
-    return *sceneMaterial("", spec, scene)->judge(factorySettings(), 1).figures[Figure::erle];
-  };
-  EXPECT_GT(erle(), 8.0);
-  spec.packetGaps = {{0, 8}};
-  EXPECT_LT(erle(), 3.0);
-}
-
-TEST(Scenes, DriftMovesTheEchoAwayFromItsReference) {
-  const Channels pair{babble(10, 1), delayed(babble(10, 1), 0.02, 100.0)};
-  EXPECT_NEAR(lag(pair, 8, 9, 400) - lag(pair, 1, 2, 400), 7 * 1.6, 1.5);  // 1.6 samples a second
 }
 
 }  // namespace
