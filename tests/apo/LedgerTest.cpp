@@ -91,7 +91,7 @@ A CreateEventW 0 0 Global\VellumicAPOVolumeChangeEventmicrophone
 destroy
 A CloseHandle <VellumicAPOVolumeChangeEventmicrophone>
   SetEvent <unnamed>
-  UnmapViewOfFile <view <VellumicServiceSharedMemory>>
+  UnmapViewOfFile <<VellumicServiceSharedMemory>>
   CloseHandle <VellumicServiceSharedMemory>
   CloseHandle <VellumicServiceSharedMemoryEvent>
   CloseHandle <VellumicServiceSharedMemoryMutex>

@@ -11,14 +11,13 @@
 namespace vellumic::test {
 
 struct SystemCallHooks {
-  using Kind = SystemCalls::Kind;
   static inline SystemCalls* active = nullptr;
 
   static std::string nameOf(const void* object) {
     if (object == HKEY_LOCAL_MACHINE) return "HKLM";
     const auto found = active->open_.find(object);
     if (found == active->open_.end()) return "";
-    return found->second.name.substr(found->second.name.rfind('\\') + 1);
+    return found->second.substr(found->second.rfind('\\') + 1);
   }
 
   // A line's words: what a handle, a text or a number stands for; nothing for other pointers. The
@@ -40,7 +39,7 @@ struct SystemCallHooks {
     }
   }
 
-  enum class Does { opensHandle, opensView, opensKey, closes, uses };
+  enum class Does { opens, opensKey, closes, uses };
 
   template <Does does, auto function>
   struct Hook;
@@ -53,26 +52,26 @@ struct SystemCallHooks {
       std::string text;
       {
         const LockScope scope(active->lock_);
-        if (active->keeps_ == SystemCalls::Keeps::lines) {
+        constexpr bool opens = does == Does::opens || does == Does::opensKey;
+        const bool keepsLines = active->keeps_ == SystemCalls::Keeps::lines;
+        if (opens || keepsLines) {
           std::ostringstream line;
           line << name;
           (tell(line, arguments, text), ...);
-          if (text.empty() && does != Does::uses && does != Does::closes) text = "unnamed";
-          if (!text.empty()) active->lines_.push_back({GetCurrentThreadId(), line.str()});
+          if (text.empty() && opens) text = "unnamed";
+          if (!text.empty() && keepsLines)
+            active->lines_.push_back({GetCurrentThreadId(), line.str()});
         }
         if constexpr (does == Does::closes)
           active->open_.erase(std::get<0>(std::tuple(arguments...)));
       }
       const R result = original(arguments...);
       const LockScope scope(active->lock_);
-      if constexpr (does == Does::opensHandle) {
-        if (result != nullptr) active->open_[result] = {Kind::handle, text};
-      } else if constexpr (does == Does::opensView) {
-        if (result != nullptr) active->open_[result] = {Kind::view, "view " + text};
+      if constexpr (does == Does::opens) {
+        if (result != nullptr) active->open_[result] = text;
       } else if constexpr (does == Does::opensKey) {
         if (result == ERROR_SUCCESS)
-          active->open_[*std::get<sizeof...(arguments) - 1>(std::tuple(arguments...))] = {Kind::key,
-                                                                                          text};
+          active->open_[*std::get<sizeof...(arguments) - 1>(std::tuple(arguments...))] = text;
       }
       return result;
     }
@@ -90,19 +89,19 @@ struct SystemCallHooks {
     line << "DuplicateHandle " << std::hex << access << ' ' << inherit << ' ' << options;
     const LockScope scope(active->lock_);
     active->lines_.push_back({GetCurrentThreadId(), line.str()});
-    if (done) active->open_[*copy] = {Kind::handle, "duplicate"};
+    if (done) active->open_[*copy] = "duplicate";
     return done;
   }
   static inline decltype(&DuplicateHandle) realDuplicate = nullptr;
 
   static void setAll() {
 #define HOOK(does, function) Hook<Does::does, &function>::set(#function)
-    HOOK(opensHandle, CreateEventW);
-    HOOK(opensHandle, OpenEventW);
-    HOOK(opensHandle, OpenMutexW);
-    HOOK(opensHandle, OpenFileMappingW);
-    HOOK(opensHandle, OpenSemaphoreW);
-    HOOK(opensView, MapViewOfFile);
+    HOOK(opens, CreateEventW);
+    HOOK(opens, OpenEventW);
+    HOOK(opens, OpenMutexW);
+    HOOK(opens, OpenFileMappingW);
+    HOOK(opens, OpenSemaphoreW);
+    HOOK(opens, MapViewOfFile);
     HOOK(opensKey, RegOpenKeyExW);
     HOOK(closes, CloseHandle);
     HOOK(closes, UnmapViewOfFile);
@@ -120,10 +119,6 @@ struct SystemCallHooks {
         active->imports_.replace("DuplicateHandle", reinterpret_cast<void*>(&duplicate)));
   }
 };
-
-std::ostream& operator<<(std::ostream& stream, const OpenObjects& open) {
-  return stream << open.handles << " handles, " << open.views << " views, " << open.keys << " keys";
-}
 
 SystemCalls::SystemCalls(HMODULE module, Keeps keeps) : keeps_(keeps), imports_(module) {
   SystemCallHooks::active = this;
@@ -145,19 +140,9 @@ std::vector<std::string> SystemCalls::take(bool own) {
 std::vector<std::string> SystemCalls::stillOpen() const {
   const LockScope scope(lock_);
   std::vector<std::string> names;
-  for (const auto& [object, known] : open_) names.push_back(known.name);
+  for (const auto& [object, name] : open_) names.push_back(name);
   std::ranges::sort(names);
   return names;
-}
-
-OpenObjects SystemCalls::openObjects() const {
-  const LockScope scope(lock_);
-  OpenObjects open;
-  for (const auto& [object, known] : open_)
-    ++(known.kind == Kind::handle ? open.handles
-       : known.kind == Kind::view ? open.views
-                                  : open.keys);
-  return open;
 }
 
 }  // namespace vellumic::test

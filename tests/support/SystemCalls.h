@@ -9,7 +9,6 @@
 
 #include <windows.h>
 
-#include <iosfwd>
 #include <map>
 #include <string>
 #include <vector>
@@ -19,12 +18,6 @@
 
 namespace vellumic::test {
 
-struct OpenObjects {
-  int handles = 0, views = 0, keys = 0;
-  bool operator==(const OpenObjects&) const = default;
-};
-std::ostream& operator<<(std::ostream& stream, const OpenObjects& open);
-
 class SystemCalls {
  public:
   enum class Keeps { lines, openObjects };
@@ -33,16 +26,11 @@ class SystemCalls {
   // The lines since the last time, of the calling thread or of all others.
   std::vector<std::string> ofThisThread() { return take(true); }
   std::vector<std::string> ofOtherThreads() { return take(false); }
-  [[nodiscard]] std::vector<std::string> stillOpen() const;  // sorted
-  [[nodiscard]] OpenObjects openObjects() const;             // opened since the construction
+  // What was opened since the construction: names, sorted.
+  [[nodiscard]] std::vector<std::string> stillOpen() const;
 
  private:
   friend struct SystemCallHooks;
-  enum class Kind { handle, view, key };
-  struct Object {
-    Kind kind;
-    std::string name;
-  };
   struct Line {
     DWORD thread;
     std::string text;
@@ -51,7 +39,7 @@ class SystemCalls {
 
   const Keeps keeps_;
   mutable CriticalLock lock_;
-  std::map<const void*, Object> open_;
+  std::map<const void*, std::string> open_;
   std::vector<Line> lines_;
   ImportTable imports_;
 };

@@ -61,38 +61,29 @@ int runToItsEnd(const std::vector<std::string>& arguments, int writes, End end) 
   return outcome.exitCode;
 }
 
-constexpr wchar_t commandVariable[] = L"VELLUMIC_TEST_COMMAND";  // words between bars
-constexpr wchar_t writesVariable[] = L"VELLUMIC_TEST_WRITES";
-constexpr wchar_t treeVariable[] =
-    L"VELLUMIC_TEST_TREE";  // of HKEY_CURRENT_USER; none: the machine
-std::string variable(const wchar_t* name) {
-  std::array<wchar_t, 400> text{};
-  GetEnvironmentVariableW(name, text.data(), text.size());
-  return utf8(text.data());
-}
-const test::ChildMode killed{"ctl-killed", [] {
-                               RegistryKey root;
-                               const std::wstring tree = wide(variable(treeVariable));
-                               if (!tree.empty()) {
-                                 RegOpenKeyW(HKEY_CURRENT_USER, tree.c_str(), root.put());
-                                 RegOverridePredefKey(HKEY_LOCAL_MACHINE, root.get());
-                               }
-                               return runToItsEnd(split(variable(commandVariable), '|'),
-                                                  std::stoi(variable(writesVariable)), End::killed);
-                             }};
+// Writes, tree of HKEY_CURRENT_USER in the machine's place (or "machine"), words of the command.
+constexpr wchar_t variable[] = L"VELLUMIC_TEST_COMMAND";
+const test::ChildMode killed{
+    "ctl-killed", [] {
+      std::array<wchar_t, 400> text{};
+      GetEnvironmentVariableW(variable, text.data(), text.size());
+      std::vector<std::string> words = split(utf8(text.data()), '|');
+      RegistryKey root;
+      if (RegOpenKeyW(HKEY_CURRENT_USER, wide(words[1]).c_str(), root.put()) == ERROR_SUCCESS)
+        RegOverridePredefKey(HKEY_LOCAL_MACHINE, root.get());
+      return runToItsEnd({words.begin() + 2, words.end()}, std::stoi(words[0]), End::killed);
+    }};
 
 // The exit code; nothing when there were not so many writes.
 std::optional<int> ended(const std::vector<std::string>& arguments, int writes, End end,
-                         const std::wstring& tree = {}) {
+                         const std::string& tree = "machine") {
   if (end != End::killed) {
     const int exitCode = runToItsEnd(arguments, writes, end);
     return writesLeft < 0 ? std::optional(exitCode) : std::nullopt;
   }
-  std::string command;
-  for (const std::string& word : arguments) command += word + '|';
-  SetEnvironmentVariableW(commandVariable, wide(command).c_str());
-  SetEnvironmentVariableW(writesVariable, std::to_wstring(writes).c_str());
-  SetEnvironmentVariableW(treeVariable, tree.c_str());
+  std::string command = std::to_string(writes) + '|' + tree;
+  for (const std::string& word : arguments) command += '|' + word;
+  SetEnvironmentVariableW(variable, wide(command).c_str());
   const DWORD code = test::ChildProcess("ctl-killed").wait();
   return code == 0 ? std::nullopt : std::optional(static_cast<int>(code));
 }
@@ -188,7 +179,7 @@ TEST(CtlCutShort, OldOrNewSettingIsInForceButNeverAMixture) {
     registry.writeSetting(L"2", 1, rawCount, [&](unsigned number) { return values[number - 1]; });
     registry.select(L"2");
     EXPECT_EQ(ended({"settings", "set", "noise.enabled=false"}, writes, end,
-                    L"Software\\VellumicTest" + std::to_wstring(GetCurrentProcessId())),
+                    "Software\\VellumicTest" + std::to_string(GetCurrentProcessId())),
               end == End::killed ? int{cutShort} : 1);
     if (writes >= untilSwitch) values[index(Raw::noisePostfilter)] = 0.0F;
     const Reading after;

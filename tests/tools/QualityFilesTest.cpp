@@ -37,6 +37,7 @@ TEST_F(QualityFiles, EmptyAndCutOnesAreNamed) {
 
   const std::string score = "score " + room + " ours=" + room + "/mix.wav";
   ASSERT_EQ(tool(score), 0) << complaint();
+  EXPECT_NE(std::system(QUALITY_TOOL " --help >/dev/full 2>&1"), 0);
   refuses("score " + room + " ours=" + empty, "empty.wav");
   for (const std::string part : {"speech", "noise", "echo", "mix"})
     for (const std::size_t left : {0U, 100U, 200000U}) {

@@ -45,7 +45,11 @@ class RenderFiles : public testing::Test {
     return channel;
   }
 
-  static ToolRun run(const std::string& words) { return captured(renderMain, split(words, ' ')); }
+  static ToolRun run(const std::string& words) {
+    std::vector<std::string> arguments = split(words, ' ');
+    std::ranges::replace(arguments, "''", "");
+    return captured(renderMain, arguments);
+  }
   static ToolRun rendered(const std::string& words) {
     ToolRun outcome = run(words);
     EXPECT_EQ(outcome.exitCode, 0) << words << ": " << outcome.complained;

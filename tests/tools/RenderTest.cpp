@@ -1,45 +1,10 @@
 // vellumic-render from command line to output file.
-#include "filters/BiquadEqualizer.h"
 #include "parameters/SettingsFile.h"
 #include "tests/tools/RenderFiles.h"
 #include "tools/render/CallTiming.h"
 
 namespace vellumic::tools {
 namespace {
-
-constexpr const char* twoBands = R"([equalizer]
-enabled = true
-left.band1 = {enabled = true, type = "peak", frequency_hz = 1000, gain_db = 6, q = 1.0}
-right.band2 = {enabled = true, type = "high_shelf", frequency_hz = 3000, gain_db = -9, q = 0.7}
-)";
-
-TEST_F(RenderFiles, TheEqualiserGivesExactlyWhatItsFiltersGive) {
-  const std::vector<float> input = softNoise(1234, 3, 1);
-  wave("in.wav", {.sampleRate = 44100, .channels = 3}, input);
-  const std::string settings = text("eq.toml", twoBands);
-  for (const char* block : {"1", "441", "5000"}) {
-    const ToolRun outcome =
-        rendered("--class efx --settings eq.toml in.wav out.wav --block " + std::string(block));
-    EXPECT_NE(outcome.printed.find("equaliser (1 bands left, 1 right)"), std::string::npos);
-    EXPECT_NE(outcome.printed.find("would refuse this stream: it takes 1, 2, 4 and 8 channels"),
-              std::string::npos);
-
-    RawValues values = factorySettings();
-    SettingsWarnings warnings;
-    applySettingsFile(settings, values, warnings);
-    BiquadEqualizer equalizer;
-    equalizer.setChannelCount(3);
-    equalizer.applyParameters(EqualizerSettings::from(values), 44100.0F);
-    const WaveData output = readWave("out.wav");
-    ASSERT_EQ(output.samples.size(), input.size());
-    EXPECT_EQ(output.format.sampleRate, 44100);
-    for (std::size_t frame = 0; frame < 1234; ++frame) {
-      float slots[12] = {input[3 * frame], input[3 * frame + 1], input[3 * frame + 2]};
-      equalizer.process(slots);
-      for (std::size_t c = 0; c < 3; ++c) ASSERT_EQ(output.samples[3 * frame + c], slots[c]);
-    }
-  }
-}
 
 TEST_F(RenderFiles, SettingsComeInTheirOrder) {
   RawValues stored{};
@@ -57,7 +22,7 @@ TEST_F(RenderFiles, SettingsComeInTheirOrder) {
       {"--set equalizer.left.band1.gain=0.125 --raw-parameters raw --settings quarter.toml",
        0.125F}};
   for (const auto& [options, gain] : gains) {
-    rendered(std::string("--class efx in.wav out.wav ") + options);
+    rendered(std::string("--class efx --block 3 in.wav out.wav ") + options);
     EXPECT_EQ(heard("out.wav")[5], gain) << options;
   }
 }
