@@ -103,18 +103,12 @@ TEST_F(Host, GivesTheRenderersSamples) {
 
 TEST_F(Host, TellsWhatIsWrongInOneLine) {
   writeNoise("three.wav", 3, 48000, 1);
-  std::ofstream(path("rate.toml")) << "pipeline.internal_rate_hz = 24000\n";
-  const std::string files = path("three.wav") + " " + path("out.wav");
-  const std::pair<std::string, const char*> faults[] = {
-      {"--class lfx " + files, "efx, mfx or kdmfx"},
-      {"--endpoint nowhere " + files, "array8"},
-      {"--endpoint array4 " + files, "refuses"},
-      {"--reload-every 1 " + files, "--service"},
-      {"--endpoint array4 --settings gone.toml " + files, "gone.toml"},
-      {"--endpoint array4 --reload " + path("rate.toml") + " " + files, "from 16000 to 24000"},
-  };
-  for (const auto& [arguments, part] : faults) {
-    const Result result = run("vellumic-host", arguments);
+  for (const auto& [arguments, part] : {std::pair("--class lfx ", "efx, mfx or kdmfx"),
+                                        {"--endpoint nowhere ", "array8"},
+                                        {"--endpoint array4 ", "refuses"},
+                                        {"--reload-every 1 ", "--service"}}) {
+    const Result result =
+        run("vellumic-host", arguments + path("three.wav") + " " + path("out.wav"));
     EXPECT_EQ(result.code, 1) << result.text;
     EXPECT_NE(result.text.find(part), std::string::npos) << result.text;
   }

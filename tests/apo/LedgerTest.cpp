@@ -1,10 +1,12 @@
 // All that the shipped library asks of the system in a whole life and all that it tells the
 // service, written down as it must be on the machine: names, paths, rights, time limits, bytes.
+#include <algorithm>
 #include <cstring>
 #include <optional>
 #include <regex>
 #include <sstream>
 
+#include "control/BoundedText.h"
 #include "parameters/Catalogue.h"
 #include "tests/apo/ApoWorld.h"
 #include "tests/support/SystemCalls.h"
@@ -193,77 +195,60 @@ TEST_F(Ledger, AWholeLife) {
   }
 }
 
-// The board as the service reads it, byte for byte: what is not named here stays as it was.
-class Board {
- public:
-  explicit Board(std::span<const std::byte> before) : bytes(before.begin(), before.end()) {}
-  template <class Value>
-  Board& put(std::size_t offset, const Value& value) {
-    std::memcpy(&bytes.at(offset), &value, sizeof value);
-    return *this;
-  }
-  Board& text(std::size_t offset, const std::wstring& text) {
-    bytes.at(offset) = std::byte{1};  // present
-    std::memcpy(&bytes.at(offset + 2), text.c_str(), (text.size() + 1) * sizeof(wchar_t));
-    return *this;
-  }
-  std::vector<std::byte> bytes;
-};
-
-constexpr std::size_t boardSize = 2724, blockAt = 8, blockSize = 2700;
-
-Board expectedBoard(const ClassCase& which, const GUID& processingMode, std::uint32_t rate,
-                    const std::wstring& instance, std::span<const std::byte> before) {
-  constexpr GUID endpoint{
-      0x11111111, 0x2222, 0x3333, {0x44, 0x44, 0x55, 0x55, 0x55, 0x55, 0x55, 0x55}};
-  constexpr GUID speakers{
-      0xDFF21CE1, 0xF70F, 0x11D0, {0xB9, 0x17, 0x00, 0xA0, 0xC9, 0x22, 0x31, 0x96}};
-  constexpr std::uint8_t present = 1;
-  const std::wstring name = L"CVellumicAPOCapture" + std::filesystem::path(which.name).wstring();
-  GUID instanceId{};
-  EXPECT_EQ(CLSIDFromString(instance.c_str(), &instanceId), S_OK);
-  Board board(before);
-  for (std::size_t i = 0; i < blockSize; ++i) board.bytes.at(blockAt + i) = std::byte{};
-  board.put(blockAt, instanceId).put(blockAt + 16, endpoint).put(blockAt + 32, which.id);
-  for (const std::size_t flag : {48, 49, 50}) board.put(blockAt + flag, present);
-  board.put(blockAt + 52, speakers).put(blockAt + 68, present).put(blockAt + 72, processingMode);
-  board.put(blockAt + 104, present).put(blockAt + 108, rate);
-  board.put(blockAt + 112, present).put(blockAt + 116, 3);
-  board.put(blockAt + 120, present).put(blockAt + 124, 18);
-  board.text(blockAt + 128, L"microphone").text(blockAt + 642, name);
-  board.text(blockAt + 1156, L"Copyright (C) the Vellumic developers");
-  board.text(blockAt + 1670, L"Global\\VellumicAPOPropEvent" + instance);
-  return board;
+// The board after a publication: what is not the object's block stays as it was.
+std::vector<std::byte> expectedBoard(const ClassCase& which, const GUID& processingMode,
+                                     std::uint32_t rate, std::span<const std::byte> board) {
+  const std::wstring eventPrefix = L"Global\\VellumicAPOPropEvent";
+  std::vector<std::byte> bytes(board.begin(), board.end());
+  StatusBlock& block = reinterpret_cast<StatusBoard*>(bytes.data())->block;
+  const std::wstring event = block.propertyEvent.data();
+  std::memset(&block, 0, sizeof block);
+  EXPECT_TRUE(event.starts_with(eventPrefix));
+  EXPECT_EQ(CLSIDFromString(event.substr(eventPrefix.size()).c_str(), &block.instance), S_OK);
+  block.endpoint = {0x11111111, 0x2222, 0x3333, {0x44, 0x44, 0x55, 0x55, 0x55, 0x55, 0x55, 0x55}};
+  block.settings = {0xDFF21CE1, 0xF70F, 0x11D0, {0xB9, 0x17, 0, 0xA0, 0xC9, 0x22, 0x31, 0x96}};
+  block.classId = which.id;
+  block.processingMode = processingMode;
+  block.sampleRate = rate;
+  block.majorVersion = 3;
+  block.minorVersion = 18;
+  for (std::uint8_t* flag :
+       {&block.initialized, &block.alive, &block.ready, &block.modePresent,
+        &block.sampleRatePresent, &block.majorPresent, &block.minorPresent, &block.deviceIdPresent,
+        &block.friendlyNamePresent, &block.copyrightPresent, &block.propertyEventPresent})
+    *flag = 1;
+  copyText(block.deviceId, L"microphone");
+  copyText(block.friendlyName,
+           L"CVellumicAPOCapture" + std::filesystem::path(which.name).wstring());
+  copyText(block.copyright, L"Copyright (C) the Vellumic developers");
+  copyText(block.propertyEvent, event);
+  return bytes;
 }
 
 TEST_F(Ledger, TheBoardByteForByte) {
   const std::span<std::byte> board = service->board();
-  ASSERT_EQ(board.size(), boardSize);
   // The service's own: before the version and behind the block.
   std::fill_n(board.begin(), 4, std::byte{0xA5});
-  std::fill(board.begin() + blockAt, board.end(), std::byte{0xA5});
+  std::fill(board.begin() + offsetof(StatusBoard, block), board.end(), std::byte{0xA5});
   for (const ClassCase& which : classCases) {
     SCOPED_TRACE(which.name);
-    const auto differsAt = [&](std::uint32_t rate) {
-      const std::wstring event = service->block().propertyEvent.data();
-      const auto expected = expectedBoard(
-          which, mode::speech, rate, event.substr(std::min(event.size(), event.find(L'{'))), board);
-      return std::mismatch(board.begin(), board.end(), expected.bytes.begin()).first -
-             board.begin();
+    const auto expectRate = [&](std::uint32_t rate) {
+      const auto expected = expectedBoard(which, mode::speech, rate, board);
+      EXPECT_EQ(std::ranges::mismatch(board, expected).in1 - board.begin(), 2724);
     };
     MediaType slower = MediaType::plain(2, 44100);
     CaptureObject object = initialized(which, mode::speech);
     EXPECT_TRUE(service->signalled());
-    EXPECT_EQ(differsAt(48000), boardSize);
+    expectRate(48000);
     for (const bool first : {true, false}) {
       ASSERT_EQ(object.lock(slower), S_OK);
       EXPECT_EQ(service->signalled(), first);
-      EXPECT_EQ(differsAt(44100), boardSize);
+      expectRate(44100);
       ASSERT_EQ(object.configuration->UnlockForProcess(), S_OK);
     }
     EXPECT_FALSE(service->signalled());
     object = CaptureObject();
-    EXPECT_EQ(differsAt(44100), boardSize);  // nobody is told that it went
+    expectRate(44100);  // nobody is told that it went
   }
 }
 

@@ -4,8 +4,6 @@
 // server ends is opened and locked again, as the audio engine does.
 #include <windows.h>
 
-#include <psapi.h>
-
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
@@ -55,12 +53,6 @@ class MonitoredSpeaker : public FakeDevice {
   std::atomic<bool> started{false};
 };
 
-long residentKilobytes() {
-  PROCESS_MEMORY_COUNTERS counters{};
-  GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
-  return static_cast<long>(counters.WorkingSetSize / 1024);
-}
-
 class LiveSoak : public ApoWorld {
  protected:
   static constexpr unsigned channels = 4, period = 480;
@@ -71,26 +63,20 @@ class LiveSoak : public ApoWorld {
   static void SetUpTestSuite() {
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     const auto enumerator = tools::createEnumerator();
-    microphoneEndpoint() = tools::findCaptureEndpoint(*enumerator.get(), "array4");
+    microphoneEndpoint = tools::findCaptureEndpoint(*enumerator.get(), "array4");
     for (const char* name : {"Monitor of speaker", "array2"})
-      monitors().push_back(tools::findCaptureEndpoint(*enumerator.get(), name).device);
+      monitors.push_back(tools::findCaptureEndpoint(*enumerator.get(), name).device);
   }
   static void TearDownTestSuite() {
-    microphoneEndpoint() = {};
-    monitors().clear();
+    microphoneEndpoint = {};
+    monitors.clear();
     CoUninitialize();
   }
-  static tools::Endpoint& microphoneEndpoint() {
-    static tools::Endpoint endpoint;
-    return endpoint;
-  }
-  static std::vector<ComPtr<IMMDevice>>& monitors() {
-    static std::vector<ComPtr<IMMDevice>> devices;
-    return devices;
-  }
+  static inline tools::Endpoint microphoneEndpoint;
+  static inline std::vector<ComPtr<IMMDevice>> monitors;
 
   LiveSoak() {
-    for (std::size_t i = 0; i < speakers.size(); ++i) speakers[i].monitor = monitors()[i];
+    for (std::size_t i = 0; i < speakers.size(); ++i) speakers[i].monitor = monitors[i];
     system.defaultRender = &speakers[0];
     writeFactorySettings();
     startService();
@@ -117,7 +103,7 @@ class LiveSoak : public ApoWorld {
       MediaType format = MediaType::extensible(channels, 0);
       bool locked = false;
       try {
-        tools::LiveCapture capture(microphoneEndpoint());
+        tools::LiveCapture capture(microphoneEndpoint);
         for (CaptureObject& effect : effects) ASSERT_EQ(effect.lock(format), S_OK);
         locked = true;
         capture.run(sessionSeconds,
@@ -173,9 +159,6 @@ class LiveSoak : public ApoWorld {
         ++services;
       }
     }
-    microphone.volume.muted = false;
-    microphone.volume.masterDb = 0.0F;
-    microphone.volume.notify();
   }
   void reload(bool factory) {
     registry.writeSetting(L"1", 1, rawCount, [&](unsigned number) {
@@ -210,7 +193,7 @@ TEST_F(LiveSoak, EverythingRecoversAndNothingGrows) {
   listen(0.2 * seconds);
   for (int n = 0; n < 10 && sessions < 2; ++n) listen(sessionSeconds);  // all that a lock takes
   ASSERT_GE(sessions, 2);
-  const long memory = residentKilobytes();
+  const std::size_t memory = residentBytes();
   const int handles = openHandles();
   const int reloadsBefore = reloads;
   listen(0.8 * seconds);
@@ -218,13 +201,13 @@ TEST_F(LiveSoak, EverythingRecoversAndNothingGrows) {
   sessionsSinceLoss = 0;
   for (int n = 0; n < 20 && sessionsSinceLoss == 0; ++n) listen(4.0);  // after all that
 
-  const long grown = residentKilobytes() - memory;
+  const auto grown = static_cast<std::ptrdiff_t>(residentBytes() - memory) / 1024;
   const int opened = openHandles() - handles, since = reloads - reloadsBefore;
   std::printf(
       "%d sessions, %d ended by the sound server; %d periods, %.0f us of processor time each\n"
-      "%d reloads, %d services; memory %ld + %ld KB; %d handles more for the last %d reloads\n",
+      "%d reloads, %d services; memory %zu + %td KB; %d handles more for the last %d reloads\n",
       sessions, losses, periods, 1e-3 * static_cast<double>(processorTotal.count()) / periods,
-      reloads, services, memory, grown, opened, since);
+      reloads, services, memory / 1024, grown, opened, since);
   EXPECT_GT(sessionsSinceLoss, 0);
   // The disturbances came, as often as a busy machine lets them, and sound in spite of them.
   EXPECT_GE(reloads, seconds / 10.0);
