@@ -21,47 +21,38 @@
 
 namespace vellumic::test {
 
+// From "{...}".
+inline GUID guid(const wchar_t* text) {
+  GUID id{};
+  EXPECT_EQ(CLSIDFromString(text, &id), S_OK);
+  return id;
+}
+
 struct ClassCase {
   const char* name;
   CLSID id;
   IID own;
-  bool endpointEffect;
+  bool endpointEffect = false;
 };
-inline constexpr std::array<ClassCase, 3> classCases{{
-    {"EFX",
-     {0x577F6409, 0x47DB, 0x42FF, {0xB8, 0xEA, 0x09, 0xDC, 0xF9, 0x69, 0xB6, 0x87}},
-     {0xD2D5DBBA, 0xCBE9, 0x4749, {0x91, 0xAE, 0xA6, 0xE6, 0x9C, 0x7B, 0x66, 0x02}},
-     true},
-    {"MFX",
-     {0x41804F5A, 0x584C, 0x41A0, {0xB2, 0x53, 0x2D, 0x0C, 0xA7, 0x12, 0xD3, 0xA9}},
-     {0x2609293F, 0xB7E9, 0x4880, {0x9D, 0x0A, 0x3E, 0xA0, 0xF7, 0xF8, 0xC2, 0x6C}},
-     false},
-    {"KDMFX",
-     {0xAD079A7F, 0xD1FA, 0x4A33, {0xAD, 0xCA, 0x15, 0xC0, 0x73, 0xDC, 0x9B, 0xE3}},
-     {0x21D4979C, 0x44AB, 0x4F9F, {0x96, 0xA9, 0x4C, 0x95, 0x5E, 0x3A, 0x06, 0xFE}},
-     false},
+inline const std::array<ClassCase, 3> classCases{{
+    {"EFX", guid(L"{577F6409-47DB-42FF-B8EA-09DCF969B687}"),
+     guid(L"{D2D5DBBA-CBE9-4749-91AE-A6E69C7B6602}"), true},
+    {"MFX", guid(L"{41804F5A-584C-41A0-B253-2D0CA712D3A9}"),
+     guid(L"{2609293F-B7E9-4880-9D0A-3EA0F7F8C26C}")},
+    {"KDMFX", guid(L"{AD079A7F-D1FA-4A33-ADCA-15C073DC9BE3}"),
+     guid(L"{21D4979C-44AB-4F9F-96A9-4C955E3A06FE}")},
 }};
-inline constexpr const ClassCase& efx = classCases[0];
-inline constexpr const ClassCase& mfx = classCases[1];
-inline constexpr const ClassCase& kdmfx = classCases[2];
+inline const ClassCase &efx = classCases[0], &mfx = classCases[1], &kdmfx = classCases[2];
 
 namespace mode {
-inline constexpr GUID standard{
-    0xC18E2F7E, 0x933D, 0x4965, {0xB7, 0xD1, 0x1E, 0xEF, 0x22, 0x8D, 0x2A, 0xF3}};
-inline constexpr GUID raw{
-    0x9E90EA20, 0xB493, 0x4FD1, {0xA1, 0xA8, 0x7E, 0x13, 0x61, 0xA9, 0x56, 0xCF}};
-inline constexpr GUID speech{
-    0xFC1CFC9B, 0xB9D6, 0x4CFA, {0xB5, 0xE0, 0x4B, 0xB2, 0x16, 0x68, 0x78, 0xB2}};
-inline constexpr GUID communications{
-    0x98951333, 0xB9CD, 0x48B1, {0xA0, 0xA3, 0xFF, 0x40, 0x68, 0x2D, 0x73, 0xF7}};
-inline constexpr GUID media{
-    0x4780004E, 0x7133, 0x41D8, {0x8C, 0x74, 0x66, 0x0D, 0xAD, 0xD2, 0xC0, 0xEE}};
-inline constexpr GUID movie{
-    0xB26FEB0D, 0xEC94, 0x477C, {0x94, 0x94, 0xD1, 0xAB, 0x8E, 0x75, 0x3F, 0x6E}};
-inline constexpr GUID notification{
-    0x9CF2A70B, 0xF377, 0x403B, {0xBD, 0x6B, 0x36, 0x08, 0x63, 0xE0, 0x35, 0x5C}};
-inline constexpr GUID farFieldSpeech{
-    0x28941CBA, 0x3BE6, 0x4A78, {0x9A, 0x76, 0x30, 0xFD, 0x91, 0x55, 0x9B, 0x64}};
+inline const GUID standard = guid(L"{C18E2F7E-933D-4965-B7D1-1EEF228D2AF3}");
+inline const GUID raw = guid(L"{9E90EA20-B493-4FD1-A1A8-7E1361A956CF}");
+inline const GUID speech = guid(L"{FC1CFC9B-B9D6-4CFA-B5E0-4BB2166878B2}");
+inline const GUID communications = guid(L"{98951333-B9CD-48B1-A0A3-FF40682D73F7}");
+inline const GUID media = guid(L"{4780004E-7133-41D8-8C74-660DADD2C0EE}");
+inline const GUID movie = guid(L"{B26FEB0D-EC94-477C-9494-D1AB8E753F6E}");
+inline const GUID notification = guid(L"{9CF2A70B-F377-403B-BD6B-360863E0355C}");
+inline const GUID farFieldSpeech = guid(L"{28941CBA-3BE6-4A78-9A76-30FD91559B64}");
 }  // namespace mode
 
 using tools::programFolder;

@@ -6,13 +6,11 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <cstring>
 #include <random>
 #include <set>
 #include <thread>
 
 #include "control/BoundedText.h"
-#include "control/Names.h"
 #include "tests/apo/ApoWorld.h"
 #include "tests/control/ChildProcess.h"
 
@@ -32,136 +30,108 @@ DWORD soakMilliseconds() {
 
 class Crowd : public ApoWorld {
  public:
-  explicit Crowd(unsigned seed) : seed_(seed) { writeFactorySettings(); }
+  Crowd() { writeFactorySettings(); }
   void TestBody() override {}
 
-  void live() {
-    std::array<std::thread, threadsEach> threads;
-    for (std::size_t t = 0; t < threads.size(); ++t)
-      threads[t] = std::thread([this, t] { live(members_[t], seed_ + static_cast<unsigned>(t)); });
-    for (std::thread& thread : threads) thread.join();
+  // In the end every place holds an object.
+  void live(unsigned seed) {
+    std::vector<std::jthread> threads;
+    for (std::size_t t = 0; t < threadsEach; ++t)
+      threads.emplace_back(
+          [this, t, seed] { live(members_[t], std::mt19937(seed + static_cast<unsigned>(t))); });
   }
   void release() {
-    members_ = {};
+    for (Members& members : members_)
+      for (Member& member : members) member.object = CaptureObject();
     TearDown();
   }
 
  private:
   struct Member {
+    MediaType format;  // outlives the object, which keeps it
     CaptureObject object;
     bool locked = false;
-    std::unique_ptr<MediaType> format;
   };
   using Members = std::array<Member, objectsPerThread>;
 
-  void live(Members& members, unsigned seed) {
-    std::mt19937 random(seed);
+  void live(Members& members, std::mt19937 random) {
     const ServiceObjects service;
     const ULONGLONG end = GetTickCount64() + soakMilliseconds();
     while (GetTickCount64() < end) step(members[random() % members.size()], random, service);
-    for (Member& member : members)
-      if (!member.object.object) step(member, random, service);
+    for (Member& member : members) create(member, random);
+  }
+  void create(Member& member, std::mt19937& random) {
+    member.object = initialized(classCases[random() % classCases.size()], mode::speech);
+    member.locked = false;
   }
   void step(Member& member, std::mt19937& random, const ServiceObjects& service) {
-    if (!member.object.object) {
-      member.object = initialized(classCases[random() % classCases.size()], mode::speech);
-      return;
-    }
-    switch (random() % 8) {
-      case 0:
-        member = {};
-        break;
-      case 1:
-      case 2:
-        changeLock(member, random);
-        break;
-      case 3:  // of the object that published last, whosever it is
-        if (const KernelHandle event{
-                OpenEventW(EVENT_MODIFY_STATE, FALSE, service.block().propertyEvent.data())})
-          SetEvent(event.get());
-        break;
-      default:
-        std::array<float, 160 * 8> samples{};
-        for (int call = 0; member.locked && call < 5; ++call)
-          EXPECT_EQ(member.object.process(samples.data(), 160).u32ValidFrameCount, 160U);
-    }
-  }
-  void changeLock(Member& member, std::mt19937& random) {
-    if (member.locked) {
-      EXPECT_EQ(member.object.configuration->UnlockForProcess(), S_OK);
-    } else {
+    const unsigned action = random() % 8;
+    if (!member.object.object || action == 0) return create(member, random);
+    if (action == 1) {  // of the object that published last, whosever it is
+      const KernelHandle event(
+          OpenEventW(EVENT_MODIFY_STATE, FALSE, service.block().propertyEvent.data()));
+      if (event) SetEvent(event.get());
+    } else if (action < 4) {
       const std::array<unsigned, 3> rates{16000, 44100, 48000};
-      member.format = std::make_unique<MediaType>(
-          MediaType::plain(1U << (random() % 4), rates[random() % rates.size()]));
-      EXPECT_EQ(member.object.lock(*member.format), S_OK);
+      if (!member.locked)
+        member.format.wave =
+            MediaType::plain(1U << (random() % 4), rates[random() % rates.size()]).wave;
+      EXPECT_EQ(member.locked ? member.object.configuration->UnlockForProcess()
+                              : member.object.lock(member.format),
+                S_OK);
+      member.locked = !member.locked;
+    } else if (member.locked) {
+      std::array<float, 160 * 8> samples{};
+      EXPECT_EQ(member.object.process(samples.data(), 160).u32ValidFrameCount, 160U);
     }
-    member.locked = !member.locked;
   }
-  unsigned seed_;
+
   std::array<Members, threadsEach> members_;
 };
 
 const ChildMode crowd("crowd", [] {
   const KernelHandle full(OpenEventW(EVENT_MODIFY_STATE, FALSE, fullName)),
       quit(OpenEventW(SYNCHRONIZE, FALSE, quitName));
-  Crowd world(2000);
-  world.live();
+  Crowd world;
+  world.live(2000);
   SetEvent(full.get());
   WaitForSingleObject(quit.get(), 60000);
   world.release();
   return testing::Test::HasFailure() ? 1 : 0;
 });
 
-// All of it one object's.
-void expectSound(const StatusBlock& block) {
-  const auto which = std::ranges::find_if(
-      classCases, [&](const ClassCase& one) { return IsEqualGUID(one.id, block.classId); });
-  ASSERT_NE(which, classCases.end());
-  EXPECT_EQ(block.alive, 1);
-  EXPECT_EQ(std::wstring(block.friendlyName.data()),
-            L"CVellumicAPOCapture" + std::filesystem::path(which->name).wstring());
-  EXPECT_EQ(std::wstring(block.propertyEvent.data()),
-            std::wstring(propertyEventPrefix) + GuidText(block.instance).c_str());
-}
-
-class Watch {
- public:
-  // Wakes one object, and notes it when it shows itself.
-  void ping() {
-    if (const KernelHandle ping{OpenEventW(EVENT_MODIFY_STATE, FALSE, pingEventName)})
-      SetEvent(ping.get());
-    if (WaitForSingleObject(event_.get(), 100) != WAIT_OBJECT_0) return;
-    const StatusBlock block = service_.block();
-    expectSound(block);
-    std::array<unsigned char, sizeof(GUID)> instance{};
-    std::memcpy(instance.data(), &block.instance, sizeof(GUID));
-    seen.insert(instance);
-  }
-  std::set<std::array<unsigned char, sizeof(GUID)>> seen;
-
- private:
-  const ServiceObjects service_;
-  KernelHandle event_{OpenEventW(SYNCHRONIZE, FALSE, sharedMemoryEventName)};
-};
-
 TEST(Crowds, TheBoardIsSoundAndShowsAllOfTwoProcesses) {
   const ServiceObjects service;
   const KernelHandle full(CreateEventW(nullptr, TRUE, FALSE, fullName)),
       quit(CreateEventW(nullptr, TRUE, FALSE, quitName));
   ChildProcess child("crowd");
-  Crowd world(1000);
-  std::thread here([&] { world.live(); });
-  Watch during;
+  Crowd world;
+  std::thread here([&] { world.live(1000); });
+  std::set<std::wstring> seen;  // by their events
+  const auto ping = [&] {       // wakes one object, which shows itself
+    if (!service.pingIsAnswered(100)) return;
+    const StatusBlock block = service.block();
+    const auto which = std::ranges::find_if(
+        classCases, [&](const ClassCase& one) { return IsEqualGUID(one.id, block.classId); });
+    ASSERT_NE(which, classCases.end());
+    EXPECT_EQ(block.alive, 1);
+    EXPECT_EQ(std::wstring(block.friendlyName.data()),
+              L"CVellumicAPOCapture" + std::filesystem::path(which->name).wstring());
+    const std::wstring event = block.propertyEvent.data();
+    EXPECT_EQ(event,
+              std::wstring(L"Global\\VellumicAPOPropEvent") + GuidText(block.instance).c_str());
+    seen.insert(event);
+  };
   while (child.runs() && WaitForSingleObject(full.get(), 0) != WAIT_OBJECT_0) {
-    during.ping();
+    ping();
     Sleep(20);
   }
   here.join();
   ASSERT_TRUE(child.runs()) << "the other process ended with " << child.wait();
 
-  Watch after;
-  for (int n = 0; n < 2000 && after.seen.size() < everybody; ++n) after.ping();
-  EXPECT_EQ(after.seen.size(), everybody);
+  seen.clear();
+  for (int n = 0; n < 2000 && seen.size() < everybody; ++n) ping();
+  EXPECT_EQ(seen.size(), everybody);
   SetEvent(quit.get());
   EXPECT_EQ(child.wait(), 0U);
   world.release();

@@ -134,7 +134,6 @@ TEST_F(Host, LiveWithReloads) {
   EXPECT_GE(wave.frames(), 10U * 48000U);
   EXPECT_EQ(wave.format.channels, 4);
   EXPECT_TRUE(std::ranges::all_of(wave.samples, [](float s) { return std::isfinite(s); }));
-  EXPECT_TRUE(std::ranges::any_of(wave.samples, [](float s) { return s != 0.0F; }));
 }
 
 }  // namespace

@@ -204,9 +204,9 @@ std::vector<std::byte> expectedBoard(const ClassCase& which, const GUID& process
   const std::wstring event = block.propertyEvent.data();
   std::memset(&block, 0, sizeof block);
   EXPECT_TRUE(event.starts_with(eventPrefix));
-  EXPECT_EQ(CLSIDFromString(event.substr(eventPrefix.size()).c_str(), &block.instance), S_OK);
-  block.endpoint = {0x11111111, 0x2222, 0x3333, {0x44, 0x44, 0x55, 0x55, 0x55, 0x55, 0x55, 0x55}};
-  block.settings = {0xDFF21CE1, 0xF70F, 0x11D0, {0xB9, 0x17, 0, 0xA0, 0xC9, 0x22, 0x31, 0x96}};
+  block.instance = guid(event.substr(eventPrefix.size()).c_str());
+  block.endpoint = guid(L"{11111111-2222-3333-4444-555555555555}");
+  block.settings = guid(L"{DFF21CE1-F70F-11D0-B917-00A0C9223196}");
   block.classId = which.id;
   block.processingMode = processingMode;
   block.sampleRate = rate;

@@ -49,6 +49,12 @@ class Double : public Interface {
 // Whether the next call to any double fails that can, on whatever thread.
 inline bool (*deviceCallFails)() = [] { return false; };
 
+// Or that of a name.
+struct Failing {
+  std::string failing;
+  bool fails(const char* name) const { return failing == name || deviceCallFails(); }
+};
+
 // A double with a count for the caller, or a failure without one.
 template <class Interface>
 HRESULT handOut(Double<Interface>* found, Interface** object, HRESULT failure = E_INVALIDARG) {
@@ -91,12 +97,11 @@ class FakeStore : public Double<IPropertyStore> {
   UNUSED_METHOD(Commit)
 };
 
-class FakeVolume : public Double<IAudioEndpointVolume> {
+class FakeVolume : public Double<IAudioEndpointVolume>, public Failing {
  public:
   bool muted = false;
   float masterDb = -6.0F, masterScalar = 0.5F;
   std::vector<float> channelDb = {-3.0F, -12.0F};
-  std::string failing;  // name of the getter that fails
   std::function<void()> onUnregister;
   std::vector<IAudioEndpointVolumeCallback*> callbacks;
 
@@ -121,10 +126,8 @@ class FakeVolume : public Double<IAudioEndpointVolume> {
   HRESULT STDMETHODCALLTYPE
   UnregisterControlChangeNotify(IAudioEndpointVolumeCallback* callback) override {
     if (onUnregister) onUnregister();
-    {
-      const std::scoped_lock lock(callbacksMutex_);
-      if (std::erase(callbacks, callback) != 1) return E_INVALIDARG;
-    }
+    const std::scoped_lock lock(callbacksMutex_);
+    if (std::erase(callbacks, callback) != 1) return E_INVALIDARG;
     callback->Release();
     return S_OK;
   }
@@ -138,17 +141,14 @@ class FakeVolume : public Double<IAudioEndpointVolume> {
     return give("master scalar", level, masterScalar);
   }
   HRESULT STDMETHODCALLTYPE GetChannelVolumeLevel(UINT channel, FLOAT* level) override {
-    if (channel >= channelDb.size()) return E_INVALIDARG;
-    return give("channel", level, channelDb[channel]);
+    return channel < channelDb.size() ? give("channel", level, channelDb[channel]) : E_INVALIDARG;
   }
   HRESULT STDMETHODCALLTYPE GetChannelVolumeLevelScalar(UINT channel, FLOAT* level) override {
-    if (channel >= channelDb.size()) return E_INVALIDARG;
-    return give("channel scalar", level, -channelDb[channel] / 64.0F);
+    return channel < channelDb.size() ? give("channel scalar", level, -channelDb[channel] / 64.0F)
+                                      : E_INVALIDARG;
   }
   HRESULT STDMETHODCALLTYPE GetMute(WINBOOL* mute) override { return give("mute", mute, muted); }
-  HRESULT STDMETHODCALLTYPE GetVolumeRange(FLOAT* low, FLOAT* high, FLOAT* step) override {
-    *high = 6.0F;
-    *step = 1.5F;
+  HRESULT STDMETHODCALLTYPE GetVolumeRange(FLOAT* low, FLOAT*, FLOAT*) override {
     return give("range", low, -96.0F);
   }
   UNUSED_METHOD(SetMasterVolumeLevel, FLOAT, LPCGUID)
@@ -164,9 +164,8 @@ class FakeVolume : public Double<IAudioEndpointVolume> {
  private:
   template <class Value, class Given>
   HRESULT give(const char* name, Value* value, Given given) {
-    if (failing == name || deviceCallFails()) return E_ACCESSDENIED;
     *value = static_cast<Value>(given);
-    return S_OK;
+    return fails(name) ? E_ACCESSDENIED : S_OK;
   }
   std::mutex callbacksMutex_;  // objects of several threads come and go
 };
@@ -208,11 +207,10 @@ class FakeCapture : public Double<IAudioCaptureClient> {
   }
 };
 
-class FakeClient : public Double<IAudioClient> {
+class FakeClient : public Double<IAudioClient>, public Failing {
  public:
   FakeCapture capture;
   WAVEFORMATEX mix = {WAVE_FORMAT_EXTENSIBLE, 2, 48000, 384000, 8, 32, 0};
-  std::string failing;
   int started = 0;
   HANDLE event = nullptr;  // the client's
 
@@ -233,7 +231,7 @@ class FakeClient : public Double<IAudioClient> {
   }
   HRESULT STDMETHODCALLTYPE GetMixFormat(WAVEFORMATEX** format) override {
     *format = nullptr;
-    if (failing == "mix format" || deviceCallFails()) return E_ACCESSDENIED;
+    if (fails("mix format")) return E_ACCESSDENIED;
     *format = static_cast<WAVEFORMATEX*>(CoTaskMemAlloc(sizeof mix));
     **format = mix;
     return S_OK;
@@ -253,8 +251,7 @@ class FakeClient : public Double<IAudioClient> {
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE GetService(REFIID id, void** service) override {
-    if (failing == "service" || deviceCallFails()) return E_ACCESSDENIED;
-    return capture.QueryInterface(id, service);
+    return fails("service") ? E_ACCESSDENIED : capture.QueryInterface(id, service);
   }
   UNUSED_METHOD(GetStreamLatency, REFERENCE_TIME*)
   UNUSED_METHOD(GetCurrentPadding, UINT32*)
@@ -263,9 +260,7 @@ class FakeClient : public Double<IAudioClient> {
   UNUSED_METHOD(Reset)
 
  private:
-  HRESULT resultOf(const char* name) const {
-    return failing == name || deviceCallFails() ? E_ACCESSDENIED : S_OK;
-  }
+  HRESULT resultOf(const char* name) const { return fails(name) ? E_ACCESSDENIED : S_OK; }
 };
 
 class FakeDevice : public Double<IMMDevice> {

@@ -5,7 +5,6 @@
 #include <functional>
 #include <mutex>
 #include <thread>
-#include <vector>
 
 #include "platform/CriticalLock.h"
 #include "platform/Realtime.h"
@@ -17,33 +16,28 @@ namespace {
 TEST(RealtimeGuard, CountsEveryForbiddenCallAndNamesTheFirst) {
   if (!RealtimeGuard::active) GTEST_SKIP() << "no interposition in this build";
   using namespace std::chrono_literals;
-  struct alignas(64) Wide {
-    float values[16];
-  };
+  struct alignas(64) Wide {};
   std::mutex mutex, heldMutex;
   std::unique_lock held(heldMutex);
   CriticalLock lock;
   std::condition_variable condition;
   void* volatile block = std::malloc(8);
-  const auto* volatile vector = new std::vector<float>(100);
+  const char* volatile letters = nullptr;
   const Wide* volatile wide = nullptr;
 
   const struct {
     const char* name;  // of the first
     std::function<void()> action;
   } calls[] = {
-      {"nothing",
-       [&] {
-         if (lock.tryEnter()) lock.leave();
-       }},
+      {"nothing", [&] { lock.tryEnter() ? lock.leave() : std::abort(); }},
       {"realloc", [&] { block = std::realloc(block, 4000); }},
       {"free", [&] { std::free(block); }},
       {"malloc", [&] { block = std::malloc(8); }},
       {"free", [&] { std::free(block); }},
       {"calloc", [&] { block = std::calloc(2, 8); }},
       {"free", [&] { std::free(block); }},
-      {"free", [&] { delete vector; }},
-      {"malloc", [&] { vector = new std::vector<float>(100); }},
+      {"malloc", [&] { letters = new char[100]; }},
+      {"free", [&] { delete[] letters; }},
       {"aligned_alloc", [&] { wide = new Wide; }},
       {"pthread_mutex_lock", [&] { const std::lock_guard scope(mutex); }},
       {"pthread_mutex_lock", [&] { const LockScope scope(lock); }},
@@ -52,18 +46,14 @@ TEST(RealtimeGuard, CountsEveryForbiddenCallAndNamesTheFirst) {
       {"sched_yield", [] { std::this_thread::yield(); }},
   };
   for (const auto& [name, action] : calls) {
-    int violations = 0;
     const char* first = nullptr;
     {
       const RealtimeGuard guard;
       action();
-      violations = guard.violations();
-      first = guard.first();
+      first = guard.violations() > 0 ? guard.first() : "nothing";
     }
     EXPECT_STREQ(first, name);
-    EXPECT_EQ(violations > 0, first != std::string("nothing")) << name;
   }
-  delete vector;
   delete wide;
 }
 
