@@ -127,23 +127,19 @@ TEST(ArrayNoiseProcessing, HoldsSizesAndBounds) {
   }
 }
 
-TEST(NoiseEstimator, NewSettingsForgetWhatBadOnesLeft) {
+TEST(NoiseEstimator, OutlivesBadSettingsAndRatiosBeyondFloat) {
   NoiseEstimator estimator(257);
   const Eigen::ArrayXf steady = Eigen::ArrayXf::Ones(257);
-  estimator.applyParameters({.powerPole = 1e30F, .windowFrames = 2});
-  for (int frame = 0; frame < 10; ++frame) estimator.update(steady, steady);
+  const auto run = [&](float powerPole, int frames) {
+    estimator.applyParameters({.powerPole = powerPole, .windowFrames = 2});
+    for (int frame = 0; frame < frames; ++frame) estimator.update(steady, steady);
+  };
+  run(1e30F, 10);
   ASSERT_FALSE(estimator.S.isFinite().any());
-  estimator.applyParameters({.windowFrames = 2});
-  for (int frame = 0; frame < 10; ++frame) estimator.update(steady, steady);
+  run(0.9F, 500);
   for (const auto* values : {&estimator.S, &estimator.minimumS, &estimator.noiseBiased})
     EXPECT_TRUE(values->isFinite().all());
-}
-
-// As after a gain of 1e18, which a stored value can ask for.
-TEST(NoiseEstimator, APriorRatioBeyondFloatLeavesTheNoiseAlone) {
-  NoiseEstimator estimator(257);
-  const Eigen::ArrayXf steady = Eigen::ArrayXf::Ones(257);
-  for (int frame = 0; frame < 500; ++frame) estimator.update(steady, steady);
+  // As after a gain of 1e18, which a stored value can ask for.
   const float before = estimator.noiseUnbiased[100];
   estimator.update(2.0F * steady, Eigen::ArrayXf::Constant(257, 3e38F));
   EXPECT_EQ(estimator.noiseUnbiased[100], before);
@@ -154,12 +150,10 @@ TEST(OutputLevelControl, BadSettingsAreForgottenWithTheNextGoodOnes) {
   constexpr float odd[] = {0.0F, -1.0F, 1e30F, -1e30F, 1e-40F, -1e-3F, 1e3F, 1e-6F, 3.0F};
   LevelControlSettings good;
   good.levelControlEnabled = true;
-  const auto peakAfter = [](OutputLevelControl& control, float level, int samples) {
-    Eigen::ArrayXf sine = level * Eigen::ArrayXf::LinSpaced(
-                                      samples, 0.0F, 0.3926991F * static_cast<float>(samples - 1))
-                                      .sin();
-    control.process({sine.data(), static_cast<std::size_t>(samples)});
-    return sine.tail(rate / 10).abs().maxCoeff();
+  const auto play = [](OutputLevelControl& control, float level, int samples) {
+    Eigen::ArrayXf sound = Eigen::ArrayXf::Constant(samples, level);
+    control.process({sound.data(), static_cast<std::size_t>(samples)});
+    return sound[samples - 1];
   };
   for (const float level : odd)
     for (const float gain : odd)
@@ -169,21 +163,19 @@ TEST(OutputLevelControl, BadSettingsAreForgottenWithTheNextGoodOnes) {
         bad.levelStage = bad.limiterStage = {gain, level, time, time, time, true, time, level};
         bad.lookAheadTime = time;
         control.apply(bad);
-        peakAfter(control, 0.1F, rate / 5);
+        play(control, 0.1F, rate / 5);
         for (const LevelStage* stage : {&control.levelStage, &control.limiterStage}) {
           EXPECT_TRUE(stage->envelope >= 0.0F && stage->envelope <= 1e6F);
           for (const float reduction : {stage->smoothedReduction, stage->reductionFloor})
             EXPECT_TRUE(reduction >= 1.0F && reduction <= 1e12F) << reduction;
         }
         control.apply(good);
-        const float heard = 2.0F * decibels(peakAfter(control, 0.03F, 3 * rate / 2));
-        EXPECT_GT(heard, -40.0F) << gain << " " << level << " " << time;
-        EXPECT_LT(heard, -6.0F) << gain << " " << level << " " << time;
+        const float heard = play(control, 0.03F, 3 * rate / 2);
+        EXPECT_TRUE(heard > 0.004F && heard < 0.5F) << gain << " " << level << " " << time;
       }
   OutputLevelControl control;  // louder than sound can be
   control.apply(good);
-  Eigen::ArrayXf samples = Eigen::ArrayXf::Constant(rate, 12.0F);
-  control.process({samples.data(), rate});
+  play(control, 12.0F, rate);
   control.apply(good);
   EXPECT_EQ(control.levelStage.envelope, 0.0F);
 }

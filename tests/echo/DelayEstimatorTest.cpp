@@ -17,7 +17,7 @@ TEST(DelayEstimator, MeasuresLagsOfBothSignsAtTheFourthUpdate) {
   Eigen::ArrayXXf reference(block, 2), microphones(block, 3);
   DelayEstimator estimator;
   for (const int lag : {1, 102, 1500, 3000, -1, -320, -2500})
-    for (const float gain : {1.0F, -0.01F}) {
+    for (const float gain : {-0.01F, 1.0F}) {
       estimator.reset();
       for (int update = 1; update <= 8; ++update) {
         const int at = (3 + update) * block;
