@@ -3,9 +3,10 @@
 #include <bit>
 #include <cmath>
 #include <fstream>
-#include <limits>
+#include <iterator>
 #include <random>
 
+#include "parameters/ParameterPage.h"
 #include "parameters/SettingsFile.h"
 
 namespace vellumic {
@@ -47,6 +48,26 @@ std::string repeated(std::string_view part, std::size_t times) {
   std::string text;
   for (std::size_t n = 0; n < times; ++n) text += part;
   return text;
+}
+
+TEST(Catalogue, FindsByNameAndBySlot) {
+  const auto found = findParameter("equalizer.right.band10.q");
+  ASSERT_TRUE(found);
+  EXPECT_EQ(index(found->parameter->slot), 1280U);
+  EXPECT_FALSE(findParameter("level.envelope_s_db"));  // seconds
+  EXPECT_EQ(findParameter(Raw{1286}), nullptr);
+}
+
+std::string contents(const char* path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// On a mismatch run generate_parameter_files in the checkout.
+TEST(Catalogue, GeneratedFilesAreUpToDate) {
+  EXPECT_TRUE(contents("docs/parameters.md") == parameterPage()) << "docs/parameters.md is old";
+  EXPECT_TRUE(contents("settings/factory.toml") == factorySettingsFile())
+      << "settings/factory.toml is old";
 }
 
 struct Fault {
@@ -107,7 +128,9 @@ TEST(SettingsFile, ValuesOutOfRangeAreAppliedWithAWarning) {
              {"pipeline.input_gain", "_db = 40", "0.1 to 10.0", 100.0F},
              {"pipeline.input_gain", " = 0", "0.1 to 10.0", 0.0F},
              {"echo.cross_factor", " = 0.9", "run away", 0.9F},
-             {"pipeline.block_size", " = 240", "256.0 to 4096.0", 240.0F}};
+             {"pipeline.block_size", " = 240", "256.0 to 4096.0", 240.0F},
+             {"echo.enabled", " = 0.5", "counts as off", 0.5F},
+             {"echo.warmup_blocks", " = 2.5", "loses its fraction", 2.5F}};
   for (const auto& [name, rest, range, value] : odd) {
     SettingsWarnings warnings;
     EXPECT_FLOAT_EQ(stored(applied(std::string(name) + rest, warnings), name), value);
@@ -115,10 +138,6 @@ TEST(SettingsFile, ValuesOutOfRangeAreAppliedWithAWarning) {
     EXPECT_NE(warnings[0].find(std::string("test.toml:1: ") + name), std::string::npos);
     EXPECT_NE(warnings[0].find(range), std::string::npos) << warnings[0];
   }
-  SettingsWarnings warnings;
-  EXPECT_EQ(stored(applied("echo.enabled = 0.5", warnings), "echo.enabled"), 0.5F);
-  EXPECT_EQ(stored(applied("echo.warmup_blocks = 2.5", warnings), "echo.warmup_blocks"), 2.5F);
-  EXPECT_EQ(warnings.size(), 2U);
 }
 
 TEST(Assignment, TakesTheValuesOfASettingsFileWithoutQuotes) {
@@ -147,23 +166,19 @@ TEST(Assignment, TakesTheValuesOfASettingsFileWithoutQuotes) {
 TEST(SettingsWriter, WhatIsWrittenReadsBackToTheSameBits) {
   std::mt19937 random(5);
   for (int round = 0; round < 50; ++round) {
-    RawValues values = factorySettings();
+    RawValues values = factorySettings(), expected = values;
     for (const Parameter& parameter : catalogue()) {
       const auto drawn = std::bit_cast<float>(static_cast<std::uint32_t>(random()));
-      const auto whole = static_cast<float>(random() % 9);
-      if (random() % 2 == 0 && std::isfinite(drawn))
-        values[index(parameter.slot)] = random() % 2 == 0 ? drawn : whole;
+      float& value = values[index(parameter.slot)];
+      if (random() % 2 == 0) value = random() % 2 == 0 ? drawn : static_cast<float>(random() % 9);
+      if (std::isfinite(value)) expected[index(parameter.slot)] = value;  // else a comment
     }
     for (const SettingsScope scope : {SettingsScope::all, SettingsScope::changedFromFactory}) {
       SettingsWarnings warnings;
-      ASSERT_EQ(applied(writeSettings(values, scope), warnings), values);
+      ASSERT_EQ(applied(writeSettings(values, scope), warnings), expected);
     }
   }
-  RawValues values = factorySettings();
-  EXPECT_EQ(writeSettings(values, SettingsScope::changedFromFactory), "");
-  values[index(Raw::levelLevel)] = std::numeric_limits<float>::quiet_NaN();
-  SettingsWarnings warnings;
-  EXPECT_EQ(applied(writeSettings(values, SettingsScope::all), warnings), factorySettings());
+  EXPECT_EQ(writeSettings(factorySettings(), SettingsScope::changedFromFactory), "");
 }
 
 TEST(RawFile, TakesAnyBitsButOnlyTheExactSize) {
