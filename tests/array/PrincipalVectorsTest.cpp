@@ -86,23 +86,11 @@ Pair pairOf(Kind kind, int size, float level, std::mt19937& random) {
   Pair pair;
   pair.noise = covariance(size, kind == Kind::SingularNoise ? size - 1 : 8 * size, random);
   const Eigen::MatrixXcf source = covariance(size, 1, random);
-  switch (kind) {
-    case Kind::NearlyEqual:
-      pair.signal = pair.noise + 1e-3F * covariance(size, 8, random);
-      break;
-    case Kind::Equal:
-      pair.signal = pair.noise;
-      break;
-    case Kind::RankOneSignal:
-      pair.signal = source;
-      break;
-    case Kind::Zero:
-      pair.signal = pair.noise = 0.0F * source;
-      break;
-    default:
-      pair.signal = pair.noise + 3.0F * source;
-      break;
-  }
+  pair.signal = pair.noise + 3.0F * source;
+  if (kind == Kind::NearlyEqual) pair.signal = pair.noise + 1e-3F * covariance(size, 8, random);
+  if (kind == Kind::Equal) pair.signal = pair.noise;
+  if (kind == Kind::RankOneSignal) pair.signal = source;
+  if (kind == Kind::Zero) pair.signal = pair.noise = 0.0F * source;
   pair.signal *= level;
   pair.noise *= level;
   if (kind == Kind::NotFinite) {

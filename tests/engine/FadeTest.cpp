@@ -154,11 +154,9 @@ TEST(Fade, OfAPipelineMixesWhatBothSettingsSoundLike) {
     constexpr std::uint32_t callFrames = 480;
     float worst = 0.0F;
     for (std::uint32_t call = 0; call < 70; ++call) {
-      std::vector<float> input(std::size_t{callFrames} * channels);
-      for (std::uint32_t n = 0; n < callFrames; ++n)
-        for (std::uint32_t c = 0; c < channels; ++c)
-          input[n * channels + c] =
-              0.1F * static_cast<float>(std::sin(0.02 * (c + 1) * (call * callFrames + n)));
+      std::vector<float> input = sine(callFrames, channels, 0.02, call * callFrames);
+      for (std::size_t s = 0; s < input.size(); ++s)
+        input[s] /= static_cast<float>(1 + s % channels);
       if (call == 30) {
         rig.reload(byFade(to));
         incoming.reload(to);

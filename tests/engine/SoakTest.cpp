@@ -136,11 +136,6 @@ class Soak : public testing::Test {
  protected:
   Soak() { cutDenormals(); }
   bool chance(unsigned oneIn) { return random() % oneIn == 0; }
-  template <std::size_t count>
-  std::uint32_t oneOf(const std::array<std::uint32_t, count>& list) {
-    return list[random() % count];
-  }
-
   // A second in which anything may happen around the stream.
   void disturbedSecond(SoakedObject& object, const RawValues& settings) {
     // The build after it sees it. Any number but 0 is as good as another.
@@ -179,7 +174,8 @@ TEST_F(Soak, StaysFiniteRecoversAndKeepsItsMemory) {
   for (int round = 0; round < rounds; ++round) {
     const auto which = static_cast<std::size_t>(round) % kinds.size();
     SoakedObject& object = *objects[which];
-    const auto rate = oneOf<3>({16000, 44100, 48000}), channels = oneOf<4>({1, 2, 4, 8});
+    const std::uint32_t rates[] = {16000, 44100, 48000}, rate = rates[random() % 3],
+                        channels = 1U << random() % 4;
     SCOPED_TRACE(testing::Message() << "round " << round << ", " << kinds[which].name << ", "
                                     << rate << " Hz, " << channels << " channels");
     object.lock(rate, channels);

@@ -7,7 +7,7 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
-#include <ostream>
+#include <utility>
 #include <vector>
 
 #include "platform/InstructionSet.h"
@@ -24,14 +24,7 @@ constexpr long long longRun = 100'000;
 constexpr long long longRun = 1'000'000;
 #endif
 
-struct Pair {
-  double source;
-  double destination;
-  double corner() const { return 0.5 * std::min(source, destination); }
-};
-void PrintTo(const Pair& pair, std::ostream* out) {
-  *out << pair.source << "->" << pair.destination;
-}
+using Pair = std::pair<double, double>;  // source and destination, Hz
 
 double sine(double frequency, double rate, long long sample) {
   const double turns = std::fmod(frequency * static_cast<double>(sample), rate) / rate;
@@ -89,19 +82,19 @@ class Resampler : public testing::TestWithParam<Pair> {};
 
 // Behind the start-up a tone in the band is the same tone in time, one from the corner on nothing.
 TEST_P(Resampler, PassesTheBandInTimeAndStopsWhatLiesBeyond) {
-  const Pair pair = GetParam();
+  const auto [source, destination] = GetParam();
   for (const double part : {0.013, 0.3, 0.617, 0.9, 1.0, 1.05, 1.3, 2.1, 2.97}) {
-    const double frequency = part * pair.corner();
-    if (frequency >= 0.5 * pair.source) break;
-    CDSPResampler24 converter(pair.source, pair.destination, 480, transitionBand);
+    const double frequency = part * 0.5 * std::min(source, destination);
+    if (frequency >= 0.5 * source) break;
+    CDSPResampler24 converter(source, destination, 480, transitionBand);
     const int settled = converter.inputBeforeOutput(0);
-    const int count = 2 * settled + static_cast<int>(pair.source / 50.0) + 2000;
-    const Output output = convert(converter, tone(frequency, pair.source, count), 480);
+    const int count = 2 * settled + static_cast<int>(source / 50.0) + 2000;
+    const Output output = convert(converter, tone(frequency, source, count), 480);
     double largest = 0.0;
-    for (auto n = static_cast<std::size_t>(settled * pair.destination / pair.source);
+    for (auto n = static_cast<std::size_t>(settled * destination / source);
          n < output.samples.size(); ++n) {
       const double expected =
-          part < 1.0 ? sine(frequency, pair.destination, static_cast<long long>(n)) : 0.0;
+          part < 1.0 ? sine(frequency, destination, static_cast<long long>(n)) : 0.0;
       largest = std::max(largest, std::abs(output.samples[n] - expected));
     }
     EXPECT_LT(largest, 5e-9) << part;
@@ -109,9 +102,9 @@ TEST_P(Resampler, PassesTheBandInTimeAndStopsWhatLiesBeyond) {
 }
 
 TEST_P(Resampler, GivesTheSameStreamForEveryCallSizeInstructionSetAndAfterClear) {
-  const Pair pair = GetParam();
+  const auto [source, destination] = GetParam();
   const std::vector<double> input = noise(21'000);
-  CDSPResampler24 single(pair.source, pair.destination, 1, transitionBand);
+  CDSPResampler24 single(source, destination, 1, transitionBand);
   const int delay = single.inputBeforeOutput(0);
   const Output reference = convert(single, input, 1);
   EXPECT_EQ(std::ranges::count(reference.due, 0), delay);
@@ -120,7 +113,7 @@ TEST_P(Resampler, GivesTheSameStreamForEveryCallSizeInstructionSetAndAfterClear)
     std::vector<double> streams[instructionSetCount];
     for (const auto set : {InstructionSet::Base, InstructionSet::Avx2}) {
       const ScopedInstructionSet scope(set);
-      CDSPResampler24 converter(pair.source, pair.destination, callSize, transitionBand);
+      CDSPResampler24 converter(source, destination, callSize, transitionBand);
       const Output output = convert(converter, input, callSize);
       // The interpolator's counters start over after calls, so that rounding follows them, and an
       // output that falls on an input may come with the next.
@@ -137,21 +130,21 @@ TEST_P(Resampler, GivesTheSameStreamForEveryCallSizeInstructionSetAndAfterClear)
 }
 
 TEST_P(Resampler, NeitherLosesASampleNorDrifts) {
-  const Pair pair = GetParam();
-  const double frequency = 0.45 * pair.corner();
-  CDSPResampler24 converter(pair.source, pair.destination, 1, transitionBand);
+  const auto [source, destination] = GetParam();
+  const double frequency = 0.45 * 0.5 * std::min(source, destination);
+  CDSPResampler24 converter(source, destination, 1, transitionBand);
   long long outputs = 0;
   int violations = 0;
   double error = 0.0;
   for (long long n = 0; n < longRun; ++n) {
-    const double sample = sine(frequency, pair.source, n);
+    const double sample = sine(frequency, source, n);
     const double* result = nullptr;
     const RealtimeGuard guard;
     const int count = converter.process(&sample, 1, result);
     violations += guard.violations();
     for (int k = 0; k < count; ++k, ++outputs)
       if (n > longRun - 3000)
-        error = std::max(error, std::abs(result[k] - sine(frequency, pair.destination, outputs)));
+        error = std::max(error, std::abs(result[k] - sine(frequency, destination, outputs)));
   }
   EXPECT_EQ(violations, 0);
   EXPECT_LT(error, 5e-9);
