@@ -2,7 +2,6 @@
 // service, written down as it must be on the machine: names, paths, rights, time limits, bytes.
 #include <algorithm>
 #include <cstring>
-#include <optional>
 #include <regex>
 #include <sstream>
 
@@ -16,7 +15,8 @@ namespace {
 
 // Steps of a life, and below each its calls. The first letter says whose: E the endpoint effect's,
 // M and K those of the array classes, A of both, L of those that start their worker inside the
-// lock (E and M). After "worker:" come the worker's, until it answers a ping.
+// lock (E and M). After "worker:" come the worker's, until it answers a ping. "publish" and "mark"
+// stand below.
 constexpr char wholeLife[] = R"(
 create
   OpenMutexW 100000 0 Global\VellumicServiceSharedMemoryMutex
@@ -42,9 +42,7 @@ E RegCloseKey <{4D36E96C-E325-11CE-BFC1-08002BE10318}>
   RegCloseKey <2>
   RegCloseKey <Settings>
 L CreateEventW 1 0
-  WaitForSingleObject <VellumicServiceSharedMemoryMutex> 64
-  ReleaseMutex <VellumicServiceSharedMemoryMutex>
-  SetEvent <VellumicServiceSharedMemoryEvent>
+  publish
 K CreateEventW 1 0
 worker:
   CreateEventW 1 0
@@ -52,9 +50,7 @@ worker:
   CreateEventW 1 0
   RegOpenKeyExW <HKLM> SOFTWARE\Microsoft\Windows\CurrentVersion\MMDevices\Audio\Render\{11111111-2222-3333-4444-555555555555}\FxProperties 0 20019
   RegOpenKeyExW <HKLM> SOFTWARE\Mirandor\Vellumic 0 20019
-  WaitForSingleObject <VellumicServiceSharedMemoryMutex> 64
-  ReleaseMutex <VellumicServiceSharedMemoryMutex>
-  SetEvent <VellumicServiceSharedMemoryEvent>
+  publish
 GetEffectsList with an event
   DuplicateHandle 2 0 0
 LockForProcess at another rate
@@ -62,13 +58,8 @@ A DuplicateHandle 2 0 0
 A DuplicateHandle 2 0 0
 A CreateEventW 0 0 Global\VellumicAPOVolumeChangeEventmicrophone
 A CloseHandle <duplicate>
-  WaitForSingleObject <VellumicServiceSharedMemoryMutex> 64
-  ReleaseMutex <VellumicServiceSharedMemoryMutex>
-  SetEvent <VellumicServiceSharedMemoryEvent>
-  OpenSemaphoreW 0 0 Global\VellumicAPOIsRunning
-  SetEvent <VellumicAPOIsRunning>
-  OpenSemaphoreW 0 0 Global\VellumicCaptureAPOIsRunning
-  SetEvent <VellumicCaptureAPOIsRunning>
+  publish
+  mark
 reload
 worker:
   RegOpenKeyExW <HKLM> SOFTWARE\Mirandor\Vellumic\Parameters\{DFF21CE1-F70F-11D0-B917-00A0C9223196}\Settings 0 20019
@@ -76,9 +67,7 @@ worker:
   RegOpenKeyExW <Settings> 2 0 20019
   RegCloseKey <2>
 A SetEvent <duplicate>
-  WaitForSingleObject <VellumicServiceSharedMemoryMutex> 64
-  ReleaseMutex <VellumicServiceSharedMemoryMutex>
-  SetEvent <VellumicServiceSharedMemoryEvent>
+  publish
 GetEffectsList without one
   CloseHandle <duplicate>
 UnlockForProcess
@@ -86,10 +75,7 @@ A CloseHandle <VellumicAPOVolumeChangeEventmicrophone>
 A CloseHandle <duplicate>
 LockForProcess at the same rate
 A CreateEventW 0 0 Global\VellumicAPOVolumeChangeEventmicrophone
-  OpenSemaphoreW 0 0 Global\VellumicAPOIsRunning
-  SetEvent <VellumicAPOIsRunning>
-  OpenSemaphoreW 0 0 Global\VellumicCaptureAPOIsRunning
-  SetEvent <VellumicCaptureAPOIsRunning>
+  mark
 destroy
 A CloseHandle <VellumicAPOVolumeChangeEventmicrophone>
   SetEvent <unnamed>
@@ -110,6 +96,15 @@ worker:
   RegCloseKey <Settings>
   RegCloseKey <Vellumic>
 )";
+constexpr char publish[] = R"(  WaitForSingleObject <VellumicServiceSharedMemoryMutex> 64
+  ReleaseMutex <VellumicServiceSharedMemoryMutex>
+  SetEvent <VellumicServiceSharedMemoryEvent>
+)";
+constexpr char mark[] = R"(  OpenSemaphoreW 0 0 Global\VellumicAPOIsRunning
+  SetEvent <VellumicAPOIsRunning>
+  OpenSemaphoreW 0 0 Global\VellumicCaptureAPOIsRunning
+  SetEvent <VellumicCaptureAPOIsRunning>
+)";
 
 std::string lifeOf(const ClassCase& which) {
   const std::string marks = which.endpointEffect            ? " EL"
@@ -118,7 +113,9 @@ std::string lifeOf(const ClassCase& which) {
   std::istringstream lines(wholeLife);
   std::string life;
   for (std::string line; std::getline(lines, line);)
-    if (line.size() < 2 || line[1] != ' ')
+    if (line == "  publish" || line == "  mark")
+      life += line == "  mark" ? mark : publish;
+    else if (line.size() < 2 || line[1] != ' ')
       life += line + '\n';
     else if (marks.find(line[0]) != std::string::npos)
       life += line.replace(0, 1, " ") + '\n';
@@ -143,11 +140,11 @@ class Ledger : public ApoWorld {
   // What was asked since the last step. The eight readers and the values one by one are left out.
   void step(const std::string& name, bool withWorker = false) {
     story += name + '\n';
-    tell(calls->ofThisThread());
+    tell(calls.ofThisThread());
     if (!withWorker) return;
-    EXPECT_TRUE(name == "destroy" || service->pingIsAnswered());
+    EXPECT_TRUE(name == "destroy" || service.pingIsAnswered());
     story += "worker:\n";
-    tell(calls->ofOtherThreads());
+    tell(calls.ofOtherThreads());
   }
   void tell(const std::vector<std::string>& lines) {
     static const std::regex instance("PropEvent\\{[-0-9A-F]*\\}");
@@ -156,8 +153,8 @@ class Ledger : public ApoWorld {
         story += "  " + std::regex_replace(line, instance, "PropEvent{instance}") + '\n';
   }
 
-  std::optional<SystemCalls> calls{std::in_place, library(), SystemCalls::Keeps::lines};
-  std::optional<ServiceObjects> service{std::in_place};
+  SystemCalls calls{library(), SystemCalls::Keeps::lines};
+  const ServiceObjects service;
   const KernelHandle running{CreateSemaphoreW(nullptr, 0, 5, L"Global\\VellumicAPOIsRunning")},
       captureRunning{CreateSemaphoreW(nullptr, 0, 5, L"Global\\VellumicCaptureAPOIsRunning")};
   std::string story;
@@ -179,7 +176,7 @@ TEST_F(Ledger, AWholeLife) {
     ASSERT_EQ(object.lock(format), S_OK);
     step("LockForProcess at another rate");
     setEffects(1.0F);
-    service->signalReload();
+    service.signalReload();
     step("reload", true);
     ASSERT_EQ(object.listEffects(), S_OK);
     step("GetEffectsList without one");
@@ -191,7 +188,7 @@ TEST_F(Ledger, AWholeLife) {
     step("destroy", true);
     EXPECT_EQ(story, lifeOf(which));
     // The earlier lock's marks live as long as the process.
-    EXPECT_EQ(calls->stillOpen().size(), 2U * (&which - &classCases[0] + 1U));
+    EXPECT_EQ(calls.stillOpen().size(), 2U * (&which - &classCases[0] + 1U));
   }
 }
 
@@ -226,7 +223,7 @@ std::vector<std::byte> expectedBoard(const ClassCase& which, const GUID& process
 }
 
 TEST_F(Ledger, TheBoardByteForByte) {
-  const std::span<std::byte> board = service->board();
+  const std::span<std::byte> board = service.board();
   // The service's own: before the version and behind the block.
   std::fill_n(board.begin(), 4, std::byte{0xA5});
   std::fill(board.begin() + offsetof(StatusBoard, block), board.end(), std::byte{0xA5});
@@ -238,15 +235,15 @@ TEST_F(Ledger, TheBoardByteForByte) {
     };
     MediaType slower = MediaType::plain(2, 44100);
     CaptureObject object = initialized(which, mode::speech);
-    EXPECT_TRUE(service->signalled());
+    EXPECT_TRUE(service.signalled());
     expectRate(48000);
     for (const bool first : {true, false}) {
       ASSERT_EQ(object.lock(slower), S_OK);
-      EXPECT_EQ(service->signalled(), first);
+      EXPECT_EQ(service.signalled(), first);
       expectRate(44100);
       ASSERT_EQ(object.configuration->UnlockForProcess(), S_OK);
     }
-    EXPECT_FALSE(service->signalled());
+    EXPECT_FALSE(service.signalled());
     object = CaptureObject();
     expectRate(44100);  // nobody is told that it went
   }

@@ -53,27 +53,24 @@ class MonitoredSpeaker : public FakeDevice {
   std::atomic<bool> started{false};
 };
 
-class LiveSoak : public ApoWorld {
- protected:
-  static constexpr unsigned channels = 4, period = 480;
-  static constexpr double sessionSeconds = 2.0;
-  using Clock = std::chrono::steady_clock;
-
-  // Before ApoWorld puts its doubles in front of the real devices.
-  static void SetUpTestSuite() {
+// Found before ApoWorld puts its doubles in front of the real devices.
+struct RealEndpoints {
+  RealEndpoints() {
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     const auto enumerator = tools::createEnumerator();
     microphoneEndpoint = tools::findCaptureEndpoint(*enumerator.get(), "array4");
     for (const char* name : {"Monitor of speaker", "array2"})
       monitors.push_back(tools::findCaptureEndpoint(*enumerator.get(), name).device);
   }
-  static void TearDownTestSuite() {
-    microphoneEndpoint = {};
-    monitors.clear();
-    CoUninitialize();
-  }
-  static inline tools::Endpoint microphoneEndpoint;
-  static inline std::vector<ComPtr<IMMDevice>> monitors;
+  tools::Endpoint microphoneEndpoint;
+  std::vector<ComPtr<IMMDevice>> monitors;
+};
+
+class LiveSoak : public RealEndpoints, public ApoWorld {
+ protected:
+  static constexpr unsigned channels = 4, period = 480;
+  static constexpr double sessionSeconds = 2.0;
+  using Clock = std::chrono::steady_clock;
 
   LiveSoak() {
     for (std::size_t i = 0; i < speakers.size(); ++i) speakers[i].monitor = monitors[i];
