@@ -86,20 +86,4 @@ inline std::vector<float> softNoise(std::size_t frames, std::size_t channels, un
   return noise;
 }
 
-// Two microphones at half of what a loudspeaker played 20 ms before, at 16 kHz.
-inline std::vector<float> echoOf(const std::vector<float>& far) {
-  std::vector<float> microphones;
-  for (std::size_t n = 0; n < far.size(); ++n)
-    microphones.insert(microphones.end(), 2, n < 320 ? 0.0F : 0.5F * far[n - 320]);
-  return microphones;
-}
-
-// In dB, the sum over the last `frames`.
-inline double energyAtEnd(const std::vector<float>& sound, std::size_t frames) {
-  double energy = 0.0;
-  for (std::size_t n = sound.size() - frames; n < sound.size(); ++n)
-    energy += std::pow(double{sound[n]}, 2.0);
-  return 10.0 * std::log10(energy);
-}
-
 }  // namespace vellumic::tools

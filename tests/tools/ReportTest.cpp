@@ -135,6 +135,7 @@ TEST_F(Reports, EveryErrorOfReportsIsOneLineAndLeavesNoOutput) {
   expectRefused(" in.wav out.wav",
                 {{"--sweep noise.gain.floor1", "NAME=A,B,C"},
                  {"--sweep noise.gain.floor1=0.1,loud", "--sweep noise.gain.floor1=loud"},
+                 {"--sweep noise.gain.floor1=0,1,0", "0 twice"},
                  {"--picture ''", "--picture: is empty"},
                  {"--report out.wav", "is also a sound file"},
                  {"--picture in.wav", "is also a sound file"},

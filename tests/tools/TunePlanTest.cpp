@@ -16,16 +16,13 @@ constexpr const char* faults =
     R"(echo.update_threshold | echo.update_treshold | did you mean echo.update_threshold
 low = 0.05, high = 0.9 | low = 0.9, high = 0.9 | empty range
 near_sdr" | loudness" | no such figure
-weight = 1 | weight = 0 | asks for nothing
 material = | materiel = | names no material
 seed = 3 | held_out.material = [{ scene = "desk", seeds = [1] }] | held out
 [{ scene = "desk", seeds = [1, 2] }] | [{ scene = "music" }]~held_out.material = [{ scene = "music" }] | same room
 [{ scene = "desk", seeds = [1, 2] }] | [{ recording = "a.wav" }]~held_out.material = [{ recording = "./a.wav" }] | held out
 [{ scene = "desk", seeds = [1, 2] }] | [{ recording = "a.wav", far = "f.wav" }]~held_out.material = [{ recording = "b.wav", far = "f.wav" }] | f.wav is in the material and held out
 voices = { near = "near.wav", far = "far.wav" } | | plan.toml: voices: scenes need voices
-low = 0, high = 50 | choice = [0, 5] | the factory value
 seed = 3 | measure_with.noise.gain.floor1 = 1e300 | write a number
-seed = 3 | measure_with.noise.gain.floor2 = 0.3 | take it out
 "beamformer.enabled" = {} | noise.gain.floor2 = { low = 0.1, high = 0.9 } | twice
 global = 160 | global = 5 | at least 8
 )";
