@@ -32,11 +32,10 @@ TEST(DelayEstimator, MeasuresLagsOfBothSignsAtTheFourthUpdate) {
 }
 
 TEST(DelayEstimator, TakesALagAfterThreeAgreements) {
-  struct Case {
+  const struct {
     std::vector<int> lags;
     int committed, agreeing;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {{200, 200, 200}, 0, 2},
       {{200, 200, 200, 200}, 200, 3},
       {{200, 210, 220, 231}, 231, 3},  // each within 5 % of the one before
@@ -47,12 +46,12 @@ TEST(DelayEstimator, TakesALagAfterThreeAgreements) {
       {{200, 200, 200, 200, 200, 0, 0, 0, 0}, 0, 3},
       {{200, 200, 200, 200, 300, 200, 200}, 200, 0},  // the committed lag changes no count
   };
-  for (const Case& test : cases) {
+  for (const auto& [lags, committed, agreeing] : cases) {
     DelayEstimator estimator;
-    for (int lag : test.lags) estimator.accept(lag);
-    EXPECT_EQ(estimator.committedLag, test.committed) << test.lags.back();
-    EXPECT_EQ(estimator.agreeCount, test.agreeing) << test.lags.back();
-    EXPECT_EQ(estimator.lastLag, test.lags.back());
+    for (int lag : lags) estimator.accept(lag);
+    EXPECT_EQ(estimator.committedLag, committed) << lags.back();
+    EXPECT_EQ(estimator.agreeCount, agreeing) << lags.back();
+    EXPECT_EQ(estimator.lastLag, lags.back());
   }
 }
 

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <map>
 
 #include "frontend/BlockPart.h"
@@ -91,19 +90,10 @@ TEST(Image, OfTheEqualizer) {
   EngineRig rig(raw);
   relockOverLeftovers(rig, {});
   const BiquadCoefficients low = *designBiquad(2, 1000.0F, 0.7F, 1.0F, 48000.0F);
-  Facts facts = image({{7, 10},
-                       {211, 0.5F},
-                       {212, 1},
-                       {221, 0.5F},
-                       {222, 1},
-                       {225, 1},
-                       {234, 0.5F},
-                       {284, 0.5F},
-                       {297, low.a1},
-                       {298, low.a2},
-                       {299, low.b0},
-                       {300, low.b1},
-                       {301, low.b2}});
+  const Facts bands{{7, 10},       {211, 0.5F},   {212, 1},     {221, 0.5F},   {222, 1},
+                    {225, 1},      {234, 0.5F},   {284, 0.5F},  {297, low.a1}, {298, low.a2},
+                    {299, low.b0}, {300, low.b1}, {301, low.b2}};
+  Facts facts = image(bands);
   expectImage(rig, facts);
   raw[index(bandSlot(1, 3, BandField::enable))] = 0.0F;
   rig.reload(raw);
@@ -166,13 +156,9 @@ TEST(Image, UnknownRatesSwitchTheEffectOffAndTheRestIsBuilt) {
 }
 
 TEST(Image, BadTrimsFallToOne) {
-  const float nan = std::numeric_limits<float>::quiet_NaN();
-  for (const auto& [stored, used] : {std::pair{0.0F, 1.0F},
-                                     {0.1F, 0.1F},
-                                     {10.0F, 10.0F},
-                                     {10.5F, 1.0F},
-                                     {-1.0F, 1.0F},
-                                     {nan, 1.0F}}) {
+  const std::pair<float, float> trims[] = {{0, 1},     {0.1F, 0.1F}, {10, 10},
+                                           {10.5F, 1}, {-1, 1},      {std::nanf(""), 1}};
+  for (const auto& [stored, used] : trims) {
     EngineRig rig(factoryWith({{Raw::inputGain, stored}, {Raw::outputGain, stored}}),
                   {.mode = EffectMode::array});
     EXPECT_EQ(rig.image()[Entry::inputGain], used) << stored;

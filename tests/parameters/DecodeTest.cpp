@@ -26,9 +26,8 @@ RawValues with(std::initializer_list<Set> sets) {
 }
 
 TEST(EqualizerSettings, FilterTypesAreTruncatedAndFallToFlatGain) {
-  const std::pair<float, int> types[] = {
-      {0, 0},  {1, 1},     {3.9F, 3}, {7.99F, 7},    {8, 0},      {9, 0},        {-0.9F, 0},
-      {-1, 0}, {1e30F, 0}, {nan, 0},  {infinity, 0}, {-1e30F, 0}, {-infinity, 0}};
+  const std::pair<float, int> types[] = {{3.9F, 3},  {7.99F, 7}, {8, 0},     {-0.9F, 0},
+                                         {1e30F, 0}, {nan, 0},   {-1e30F, 0}};
   for (const auto& [stored, type] : types) {
     const auto settings =
         EqualizerSettings::from(with({{bandSlot(1, 9, BandField::type), stored}}));
