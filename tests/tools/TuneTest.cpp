@@ -1,3 +1,4 @@
+// What a plan may say, how its search goes, and the whole tool.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,7 +10,6 @@
 
 #include "parameters/SettingsFile.h"
 #include "tests/tools/RenderFiles.h"
-#include "tests/tools/TunePlan.h"
 #include "tools/tune/Outcome.h"
 #include "tools/tune/Panel.h"
 #include "tools/tune/TuneMain.h"
@@ -19,6 +19,88 @@ namespace {
 
 using quality::Figure;
 using tools::contents;
+
+constexpr const char* planText = R"(
+header = ["For the test."]
+seed = 3
+evaluations = { global = 160, local = 60 }
+goal = [{ figure = "near_sdr", weight = 1 }]
+material = [{ scene = "desk", seeds = [1, 2] }]
+voices = { near = "near.wav", far = "far.wav" }
+[settings]
+"beamformer.enabled" = {}
+"echo.update_threshold" = { low = 1e-5, high = 1e-2, scale = "log" }
+"noise.gain.floor2" = { low = 0.05, high = 0.9 }
+"echo.warmup_blocks" = { low = 0, high = 50 }
+"noise.estimator.window_frames" = { choice = [100, 200] }
+)";
+
+Plan planWith(const std::string& from, const std::string& to) {
+  std::string text = planText;
+  return parsePlan(text.replace(text.find(from), from.size(), to), "plan.toml");
+}
+
+bool has(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+// What stands in the plan, what in its place (~ ends a line), what the answer names.
+constexpr const char* faults =
+    R"(echo.update_threshold | echo.update_treshold | did you mean echo.update_threshold
+low = 0.05, high = 0.9 | low = 0.9, high = 0.9 | empty range
+near_sdr" | loudness" | no such figure
+material = | materiel = | names no material
+seed = 3 | held_out.material = [{ scene = "desk", seeds = [1] }] | held out
+[{ scene = "desk", seeds = [1, 2] }] | [{ scene = "music" }]~held_out.material = [{ scene = "music" }] | same room
+[{ scene = "desk", seeds = [1, 2] }] | [{ recording = "a.wav" }]~held_out.material = [{ recording = "./a.wav" }] | held out
+[{ scene = "desk", seeds = [1, 2] }] | [{ recording = "a.wav", far = "f.wav" }]~held_out.material = [{ recording = "b.wav", far = "f.wav" }] | f.wav is in the material and held out
+voices = { near = "near.wav", far = "far.wav" } | | plan.toml: voices: scenes need voices
+seed = 3 | measure_with.noise.gain.floor1 = 1e300 | write a number
+"beamformer.enabled" = {} | noise.gain.floor2 = { low = 0.1, high = 0.9 } | twice
+global = 160 | global = 5 | at least 8
+)";
+
+TEST(Plan, RefusesWhatItCannotTuneInOneLine) {
+  std::istringstream lines(faults);
+  for (std::string line; std::getline(lines, line);) {
+    const auto first = line.find(" | "), second = line.find("| ", first + 2);
+    std::string to = line.substr(first + 3, second - first - 3), text = "accepted";
+    std::ranges::replace(to, '~', '\n');
+    try {
+      planWith(line.substr(0, first), to);
+    } catch (const PlanError& error) {
+      text = error.what();
+    }
+    EXPECT_TRUE(has(text, line.substr(second + 2)) && text.rfind("plan.toml:", 0) == 0 &&
+                !has(text, "\n"))
+        << line << ": " << text;
+  }
+}
+
+TEST(Plan, ShippedPlansAndSettingsAreRead) {
+  int plans = 0, changed = 0;
+  for (const auto& file : std::filesystem::recursive_directory_iterator("settings")) {
+    if (file.path().extension() != ".toml") continue;
+    RawValues values = factorySettings();
+    SettingsWarnings warnings;
+    if (file.path().parent_path().filename() == "plans")
+      plans += readPlan(file.path()).heldOut.empty() ? 0 : 1;
+    else
+      applySettingsFile(file.path(), values, warnings);
+    changed += values == factorySettings() ? 0 : 1;
+    EXPECT_TRUE(warnings.empty()) << file.path();
+  }
+  EXPECT_TRUE(plans == 4 && changed == 5) << plans << " plans, " << changed << " settings";
+}
+
+// Where a plan names no held-out scenes, the tool draws others of the same kinds.
+TEST(Plan, HeldOutScenesAreNeverThoseOfTheSearch) {
+  const Plan plan = planWith("[1, 2] }", "[1, 1001] }, { scene = \"music\" }");
+  ASSERT_EQ(plan.heldOut.size(), 1U);  // no other music
+  ASSERT_EQ(plan.heldOut[0].seeds.size(), 2U);
+  for (const std::uint64_t seed : plan.heldOut[0].seeds)
+    EXPECT_EQ(std::ranges::count(plan.material[0].seeds, seed), 0);
+}
 
 quality::Summary heard(std::initializer_list<std::pair<Figure, double>> figures) {
   quality::Summary summary;
