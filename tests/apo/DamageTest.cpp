@@ -94,6 +94,10 @@ TEST_F(Damage, AHeldOrAbandonedMutexDropsOnePublication) {
 // A program that stores a setting while the objects read it, and dies in the middle.
 TEST_F(Damage, ASettingHalfWrittenIsSomeSoundAndAWholeOneIsTaken) {
   CaptureObject object = playing();
+  registry.remove(RegistrySandbox::settingsPath());  // nothing to read changes nothing
+  service.signalReload();
+  EXPECT_TRUE(service.pingIsAnswered() && sounds(object) && comesToEffects(object, 4));
+  writeFactorySettings();
   std::mt19937 random(6);
   for (int round = 0; round < 10; ++round) {
     registry.remove(RegistrySandbox::settingsPath() + L"\\1");
