@@ -167,6 +167,7 @@ class Faults : public ApoWorld {
   const std::string settings = std::filesystem::path(machine::settings).string();
   SystemCalls calls{library(), SystemCalls::Keeps::openObjects};
   const Holdings holdings;
+  const ServiceObjects service;
   int mostBlocks = std::numeric_limits<int>::max();  // that may stay after a life
   int reloads = 0;                                   // of the latest life
   enum Stage : std::size_t { whole, locking, running };
@@ -240,7 +241,6 @@ class Faults : public ApoWorld {
     EXPECT_EQ(result, record != nullptr ? S_OK : E_OUTOFMEMORY);
     CoTaskMemFree(record);
   }
-  const ServiceObjects service;
   const KernelHandle changed{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
 };
 
@@ -272,9 +272,13 @@ TEST_F(Faults, EachCallToTheSystemAndTheHeapFailsOnceInTurn) {
       // Of many calls alike the first ones, and some of the rest.
       for (int turn = 1; turn < 100000; turn += many && turn > 12 ? turn / 3 : 1) {
         turns[stage] = turn;
+        const std::vector board(service.board().begin(), service.board().end());
         const Results results = life(which, 500);  // the failure may take the board or the worker
         if (callsLeft.exchange(0) > 0) break;      // not reached any more
         ++lives;
+        if (import == "CoCreateGuid") {  // without a name nothing is published
+          EXPECT_TRUE(std::ranges::equal(service.board(), board));
+        }
         for (const HRESULT result : {results.create, results.initialize, results.lock})
           EXPECT_TRUE(result == S_OK || result == E_FAIL || result == E_OUTOFMEMORY)
               << std::hex << result << " at call " << std::dec << turn;
