@@ -2,12 +2,11 @@
 #include <objbase.h>
 
 #include <algorithm>
-#include <map>
-#include <vector>
 
 #include "apo/RegistrationRecord.h"
 #include "control/BoundedText.h"
 #include "tests/apo/ApoWorld.h"
+#include "tests/apo/RegistryTree.h"
 #include "tests/support/ImportTable.h"
 
 namespace vellumic::test {
@@ -15,44 +14,14 @@ namespace {
 
 constexpr HRESULT notFound = static_cast<HRESULT>(0x80070002);
 
-// Every key and value below a key, by path.
-using Snapshot = std::map<std::wstring, std::vector<BYTE>>;
-void take(HKEY key, const std::wstring& path, Snapshot& snapshot) {
-  snapshot[path];
-  std::array<wchar_t, 512> name{};
-  std::vector<BYTE> data(65536);
-  for (DWORD i = 0;; ++i) {
-    auto length = static_cast<DWORD>(name.size());
-    auto size = static_cast<DWORD>(data.size());
-    if (RegEnumValueW(key, i, name.data(), &length, nullptr, nullptr, data.data(), &size) !=
-        ERROR_SUCCESS)
-      break;
-    snapshot[path + L"\\@" + name.data()].assign(data.begin(), data.begin() + size);
-  }
-  for (DWORD i = 0;; ++i) {
-    auto length = static_cast<DWORD>(name.size());
-    if (RegEnumKeyExW(key, i, name.data(), &length, nullptr, nullptr, nullptr, nullptr) !=
-        ERROR_SUCCESS)
-      break;
-    RegistryKey child;
-    if (RegOpenKeyExW(key, name.data(), 0, KEY_READ, child.put()) == ERROR_SUCCESS)
-      take(child.get(), path + L"\\" + name.data(), snapshot);
-  }
-}
-Snapshot snapshotOf(HKEY root, const wchar_t* path) {
-  Snapshot snapshot;
-  RegistryKey key;
-  if (RegOpenKeyExW(root, path, 0, KEY_READ, key.put()) == ERROR_SUCCESS)
-    take(key.get(), L"", snapshot);
-  return snapshot;
-}
-Snapshot classesSnapshot(HKEY root, const wchar_t* path = L"Software\\Classes") {
-  Snapshot snapshot = snapshotOf(root, path);
-  // The parents stay: of the records, and of a user's first classes.
+// Without the parents, which stay: of the records, and of a user's first classes.
+RegistryTree classesBelow(HKEY root, const wchar_t* path = L"Software\\Classes") {
+  RegistryTree classes = treeBelow(root, path);
   for (const wchar_t* parent : {L"", L"\\AudioEngine\\AudioProcessingObjects", L"\\AudioEngine",
                                 L"\\AppID", L"\\CLSID", L"\\Interface", L"\\Typelib"})
-    snapshot.erase(parent);
-  return snapshot;
+    if (const auto key = classes.find(parent); key != classes.end() && key->second.empty())
+      classes.erase(key);
+  return classes;
 }
 
 std::wstring libraryPath() { return (programFolder() / L"VellumicAPO64c.dll").wstring(); }
@@ -60,51 +29,44 @@ std::wstring libraryPath() { return (programFolder() / L"VellumicAPO64c.dll").ws
 // A classes root of the test's own.
 class Classes : public testing::Test {
  protected:
-  Classes() {
-    RegDeleteTreeW(HKEY_CURRENT_USER, name);
-    RegCreateKeyW(HKEY_CURRENT_USER, name, root.put());
-    RegOverridePredefKey(HKEY_CLASSES_ROOT, root.get());
-  }
-  ~Classes() override {
-    RegOverridePredefKey(HKEY_CLASSES_ROOT, nullptr);
-    RegDeleteTreeW(HKEY_CURRENT_USER, name);
-  }
+  Classes() { RegOverridePredefKey(HKEY_CLASSES_ROOT, root.root()); }
+  ~Classes() override { RegOverridePredefKey(HKEY_CLASSES_ROOT, nullptr); }
   // A line for each key that has values; those of the type library's interfaces are the system's.
   [[nodiscard]] static std::wstring lines() {
-    std::wstring all, last;
-    for (const auto& [path, data] : snapshotOf(HKEY_CURRENT_USER, name)) {
-      const std::size_t at = path.find(L"\\@");
-      if (at == path.npos || path.starts_with(L"\\Interface")) continue;
-      const auto* const text = reinterpret_cast<const wchar_t*>(data.data());
-      std::wstring value = data.size() == 4 && path.starts_with(L"\\AudioEngine")
-                               ? std::to_wstring(*reinterpret_cast<const DWORD*>(text))
-                               : text;
-      if (_wcsicmp(value.c_str(), libraryPath().c_str()) == 0) value = L"(library)";
-      if (_wcsicmp(value.c_str(), programFolder().c_str()) == 0) value = L"(folder)";
-      if (const std::wstring key = path.substr(0, at); key != last) all += L"\n" + (last = key);
-      all += L" " + path.substr(at + 2) + L"=" + value;
+    std::wstring all;
+    for (const auto& [path, values] : ScratchKey::tree()) {
+      if (path.starts_with(L"\\Interface")) continue;
+      all += L"\n" + path;
+      for (const auto& [name, value] : values) {
+        std::wstring text;
+        if (const auto texts = tools::textsOf(value); !texts.empty()) text = texts[0];
+        if (value.type == REG_DWORD)
+          text = std::to_wstring(*reinterpret_cast<const DWORD*>(value.data.data()));
+        if (tools::sameText(text, libraryPath())) text = L"(library)";
+        if (tools::sameText(text, programFolder().wstring())) text = L"(folder)";
+        all += L" " + name + L"=" + text;
+      }
     }
     return all;
   }
-  static constexpr wchar_t name[] = L"Software\\VellumicTestClasses";
-  RegistryKey root;
+  const ScratchKey root;
 };
 
 constexpr wchar_t registered[] =
     LR"(
 \AppID\VellumicAPO64c.dll AppID={ED8C8A2F-9D0D-4005-ABC8-3529708C3957}
 \AppID\{ED8C8A2F-9D0D-4005-ABC8-3529708C3957} =VellumicAPO64c
-\AudioEngine\AudioProcessingObjects\{41804F5A-584C-41A0-B253-2D0CA712D3A9} APOInterface0={2609293F-B7E9-4880-9D0A-3EA0F7F8C26C} Copyright=Copyright (C) the Vellumic developers Flags=12 FriendlyName=CVellumicAPOCaptureMFX MajorVersion=3 MaxInputConnections=1 MaxInstances=4294967295 MaxOutputConnections=1 MinInputConnections=1 MinOutputConnections=1 MinorVersion=18 NumAPOInterfaces=1
-\AudioEngine\AudioProcessingObjects\{577F6409-47DB-42FF-B8EA-09DCF969B687} APOInterface0={D2D5DBBA-CBE9-4749-91AE-A6E69C7B6602} Copyright=Copyright (C) the Vellumic developers Flags=14 FriendlyName=CVellumicAPOCaptureEFX MajorVersion=3 MaxInputConnections=1 MaxInstances=4294967295 MaxOutputConnections=1 MinInputConnections=1 MinOutputConnections=1 MinorVersion=18 NumAPOInterfaces=1
-\AudioEngine\AudioProcessingObjects\{AD079A7F-D1FA-4A33-ADCA-15C073DC9BE3} APOInterface0={21D4979C-44AB-4F9F-96A9-4C955E3A06FE} Copyright=Copyright (C) the Vellumic developers Flags=12 FriendlyName=CVellumicAPOCaptureKDMFX MajorVersion=3 MaxInputConnections=1 MaxInstances=4294967295 MaxOutputConnections=1 MinInputConnections=1 MinOutputConnections=1 MinorVersion=18 NumAPOInterfaces=1
+\AudioEngine\AudioProcessingObjects\{41804F5A-584C-41A0-B253-2D0CA712D3A9} APOInterface0={2609293F-B7E9-4880-9D0A-3EA0F7F8C26C} Copyright=Copyright (C) the Vellumic developers Flags=12 FriendlyName=CVellumicAPOCaptureMFX MajorVersion=3 MaxInputConnections=1 MaxInstances=4294967295 MaxOutputConnections=1 MinInputConnections=1 MinorVersion=18 MinOutputConnections=1 NumAPOInterfaces=1
+\AudioEngine\AudioProcessingObjects\{577F6409-47DB-42FF-B8EA-09DCF969B687} APOInterface0={D2D5DBBA-CBE9-4749-91AE-A6E69C7B6602} Copyright=Copyright (C) the Vellumic developers Flags=14 FriendlyName=CVellumicAPOCaptureEFX MajorVersion=3 MaxInputConnections=1 MaxInstances=4294967295 MaxOutputConnections=1 MinInputConnections=1 MinorVersion=18 MinOutputConnections=1 NumAPOInterfaces=1
+\AudioEngine\AudioProcessingObjects\{AD079A7F-D1FA-4A33-ADCA-15C073DC9BE3} APOInterface0={21D4979C-44AB-4F9F-96A9-4C955E3A06FE} Copyright=Copyright (C) the Vellumic developers Flags=12 FriendlyName=CVellumicAPOCaptureKDMFX MajorVersion=3 MaxInputConnections=1 MaxInstances=4294967295 MaxOutputConnections=1 MinInputConnections=1 MinorVersion=18 MinOutputConnections=1 NumAPOInterfaces=1
 \CLSID\{41804F5A-584C-41A0-B253-2D0CA712D3A9} =VellumicAPOCaptureMFX Class
 \CLSID\{41804F5A-584C-41A0-B253-2D0CA712D3A9}\InprocServer32 =(library) ThreadingModel=Both
 \CLSID\{577F6409-47DB-42FF-B8EA-09DCF969B687} =VellumicAPOCaptureEFX Class
 \CLSID\{577F6409-47DB-42FF-B8EA-09DCF969B687}\InprocServer32 =(library) ThreadingModel=Both
 \CLSID\{AD079A7F-D1FA-4A33-ADCA-15C073DC9BE3} =VellumicAPOCaptureKDMFX Class
 \CLSID\{AD079A7F-D1FA-4A33-ADCA-15C073DC9BE3}\InprocServer32 =(library) ThreadingModel=Both
-\Typelib\{F9EEAA9C-622F-4EF9-8658-384DA91E1FCF}\3.12\0\win64 =(library)
 \Typelib\{F9EEAA9C-622F-4EF9-8658-384DA91E1FCF}\3.12 =Vellumic capture effects
+\Typelib\{F9EEAA9C-622F-4EF9-8658-384DA91E1FCF}\3.12\0\win64 =(library)
 \Typelib\{F9EEAA9C-622F-4EF9-8658-384DA91E1FCF}\3.12\FLAGS =8
 \Typelib\{F9EEAA9C-622F-4EF9-8658-384DA91E1FCF}\3.12\HELPDIR =(folder))";
 
@@ -114,7 +76,7 @@ TEST_F(Classes, HoldWhatIsWrittenDownHere) {
   for (int round = 0; round < 2; ++round) EXPECT_EQ(registerServer(), S_OK);
   EXPECT_EQ(lines(), registered);
   EXPECT_EQ(unregisterServer(), S_OK);
-  EXPECT_TRUE(classesSnapshot(HKEY_CURRENT_USER, name).empty());
+  EXPECT_TRUE(classesBelow(HKEY_CURRENT_USER, ScratchKey::name).empty());
   EXPECT_EQ(unregisterServer(), notFound);
 }
 
@@ -131,21 +93,23 @@ TEST(Registration, ForOneUser) {
                      application = L"AppID\\{ED8C8A2F-9D0D-4005-ABC8-3529708C3957}",
                      stale = L"CLSID\\" + std::wstring(GuidText(efx.id).c_str()) + L"\\Stale";
   RegSetKeyValueW(HKEY_CURRENT_USER, (classes + application).c_str(), L"RunAs", REG_SZ, L"x", 4);
-  Snapshot before = classesSnapshot(HKEY_CURRENT_USER);
+  const RegistryTree before = classesBelow(HKEY_CURRENT_USER);
   RegSetKeyValueW(HKEY_CURRENT_USER, (classes + stale).c_str(), nullptr, REG_SZ, L"x", 4);
-  const Snapshot machine = classesSnapshot(HKEY_LOCAL_MACHINE);
+  const RegistryTree machine = classesBelow(HKEY_LOCAL_MACHINE);
   const auto install = exported<HRESULT WINAPI(BOOL, PCWSTR)>("DllInstall");
   ASSERT_EQ(install(TRUE, L"user"), S_OK);
-  const Snapshot user = classesSnapshot(HKEY_CURRENT_USER);
+  const RegistryTree user = classesBelow(HKEY_CURRENT_USER);
   EXPECT_FALSE(user.contains(L"\\" + stale));
-  const auto ours = std::ranges::count_if(user, [&](const auto& entry) {
-    return entry.first.find(L"\\@") != std::wstring::npos && !before.contains(entry.first) &&
-           !entry.first.starts_with(L"\\Interface");
-  });
+  std::ptrdiff_t ours = 0;
+  for (const auto& [path, values] : user)
+    for (const auto& [name, value] : values)
+      if (!path.starts_with(L"\\Interface") &&
+          !(before.contains(path) && before.at(path).contains(name)))
+        ++ours;
   EXPECT_EQ(ours, std::ranges::count(std::wstring(registered), L'='));
-  EXPECT_EQ(classesSnapshot(HKEY_LOCAL_MACHINE), machine);
+  EXPECT_EQ(classesBelow(HKEY_LOCAL_MACHINE), machine);
   EXPECT_EQ(install(FALSE, L"user"), S_OK);
-  EXPECT_EQ(classesSnapshot(HKEY_CURRENT_USER), before);
+  EXPECT_EQ(classesBelow(HKEY_CURRENT_USER), before);
   RegDeleteTreeW(HKEY_CURRENT_USER, (classes + application).c_str());
 }
 

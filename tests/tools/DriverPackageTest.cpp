@@ -4,9 +4,9 @@
 #include <gtest/gtest.h>
 #include <setupapi.h>
 
-#include <map>
 #include <set>
 
+#include "tests/apo/RegistryTree.h"
 #include "tests/tools/AttachEndpoint.h"
 
 namespace vellumic::tools {
@@ -59,36 +59,6 @@ class Inf {
   HINF handle_;
 };
 
-class Scratch {
- public:
-  Scratch() {
-    RegDeleteTreeW(HKEY_CURRENT_USER, name);
-    EXPECT_EQ(RegCreateKeyW(HKEY_CURRENT_USER, name, key_.put()), ERROR_SUCCESS);
-  }
-  ~Scratch() { RegDeleteTreeW(HKEY_CURRENT_USER, name); }
-  [[nodiscard]] HKEY root() const { return key_.get(); }
-
-  using Tree = std::map<std::wstring, RegistryValues>;
-  [[nodiscard]] Tree tree() const {
-    Tree all;
-    read(key_.get(), L"", all);
-    return all;
-  }
-
- private:
-  static constexpr wchar_t name[] = L"Software\\VellumicTestScratch";
-  static void read(HKEY key, const std::wstring& path, Tree& all) {
-    if (auto values = readValues(key, utf8(path)); !values.empty()) all[path] = std::move(values);
-    std::array<wchar_t, 256> child{};
-    for (DWORD i = 0; RegEnumKeyW(key, i, child.data(), child.size()) == ERROR_SUCCESS; ++i) {
-      RegistryKey opened;
-      RegOpenKeyW(key, child.data(), opened.put());
-      read(opened.get(), path + L"\\" + child.data(), all);
-    }
-  }
-  RegistryKey key_;
-};
-
 TEST(DriverPackage, BothParseAndReferToSectionsThatExist) {
   const std::wstring models = L"Devices.NTamd64.10.0...17763", files = L"Component.Files";
   const Inf component("VellumicAPO.inf"), extension("VellumicExtension.inf");
@@ -128,21 +98,21 @@ TEST(DriverPackage, BothParseAndReferToSectionsThatExist) {
 }
 
 TEST(DriverPackage, ComponentWritesWhatRegistrationWrites) {
-  Scratch::Tree registered, installed;
+  test::RegistryTree registered, installed;
   {
-    const Scratch scratch;
+    const test::ScratchKey scratch;
     RegOverridePredefKey(HKEY_CLASSES_ROOT, scratch.root());
     EXPECT_EQ(test::exported<HRESULT WINAPI()>("DllRegisterServer")(), S_OK);
     RegOverridePredefKey(HKEY_CLASSES_ROOT, nullptr);
     registered = scratch.tree();
   }
   {
-    const Scratch scratch;
+    const test::ScratchKey scratch;
     Inf("VellumicAPO.inf").runRegistry(L"Component.NT", scratch.root());
     installed = scratch.tree();
   }
   // Paths apart: classes lie below Classes, and files in folders of their own.
-  Scratch::Tree expected;
+  test::RegistryTree expected;
   for (const auto& [path, values] : registered)
     expected[path.starts_with(L"\\AudioEngine") ? path : L"\\Classes" + path] = values;
   std::size_t paths = 0;
@@ -160,10 +130,10 @@ TEST(DriverPackage, ComponentWritesWhatRegistrationWrites) {
 }
 
 TEST(DriverPackage, ExtensionAttachesAllThreeEffects) {
-  const Scratch scratch;
+  const test::ScratchKey scratch;
   Inf("VellumicExtension.inf").runRegistry(L"Extension.Interface", scratch.root());
   const auto expected = effectValues("0=null 6=mfx m6=all 7=efx m7=all 9=kdmfx m9=all");
-  EXPECT_EQ(scratch.tree(), (Scratch::Tree{{L"\\FX\\0", expected}}));
+  EXPECT_EQ(scratch.tree(), (test::RegistryTree{{L"\\FX\\0", expected}}));
 }
 
 }  // namespace
