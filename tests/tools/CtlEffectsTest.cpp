@@ -104,14 +104,5 @@ TEST_F(CtlEffects, EffectsAreToldOnceAndAfterTheWrite) {
   EXPECT_EQ(written->values[index(Raw::noisePostfilter)], 0.0F);
 }
 
-TEST_F(CtlEffects, VolumeIsWhatAnEffectWouldSee) {
-  microphone.volume.masterDb = -6.0F;
-  microphone.volume.channelDb = {-6.0F, -20.0F};
-  expectParts(captured({"volume", "micro"}).printed,
-              {"master         0.50119  -6.0 dB", "second channel 0.10000  -20.0 dB"});
-  expectParts(captured({"mute", "micro"}).printed, {"\nnot muted\n"});
-  expectParts(captured({"mute", "none"}).complained, {"device none: no active microphone"});
-}
-
 }  // namespace
 }  // namespace vellumic::tools

@@ -47,7 +47,7 @@ class CtlSettings : public testing::Test {
                                   ("vellumic-ctl" + std::to_string(GetCurrentProcessId()));
 };
 
-TEST_F(CtlSettings, ApplyMakesTheTreeAndShowTellsWhatDiffers) {
+TEST_F(CtlSettings, ApplyMakesTheTree) {
   const auto toml = file("quiet.toml", "[noise]\nenabled = false\ngain.floor1_db = -20\n");
   const auto applied = captured({"settings", "apply", toml});
   EXPECT_EQ(applied.exitCode, 0) << applied.complained;
@@ -56,12 +56,6 @@ TEST_F(CtlSettings, ApplyMakesTheTreeAndShowTellsWhatDiffers) {
   EXPECT_FLOAT_EQ(stored(L"2", Raw::gainFloor1), 0.1F);
   EXPECT_EQ(stored(L"2", Raw::noisePostfilter), 0.0F);
   EXPECT_EQ(stored(L"2", Raw::masterEnable), 1.0F);
-
-  const auto shown = captured({"settings", "show", "--changed"});
-  expectParts(shown.printed, {"Setting 2 (active): 1365 values, 2 of "});
-  EXPECT_EQ(std::ranges::count(shown.printed, '\n'), 3) << shown.printed;
-  expectParts(captured({"settings", "show"}).printed, {"pipeline.internal_rate_hz"});
-  expectParts(captured({"settings", "list"}).printed, {"* 2          1365  2\n"});
 }
 
 TEST_F(CtlSettings, TwoChangesAtOnceLoseNothing) {
@@ -146,9 +140,7 @@ TEST_F(CtlSettings, FaultsAreOneLineAndChangeNothing) {
       {"settings apply " + broken + " 3", "broken.toml:3: noise.enabld"},
       {"settings apply none.toml", "none.toml: cannot be read"},
       {"settings apply " + broken + " 1234567890", "write N as 0 to 999999999"},
-      {"settings export out.txt", "FILE.toml or FILE.reg"},
       {"settings export no/where.toml", "cannot be written"},
-      {"settings aktivate 3", "aktivate: no such command"},
   };
   for (const auto& [words, complaint] : cases) {
     const auto outcome = captured(split(words, ' '));

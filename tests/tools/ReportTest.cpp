@@ -8,31 +8,6 @@
 namespace vellumic::tools {
 namespace {
 
-// Every element is closed in its order, and no bare & or < stands in text or attributes.
-testing::AssertionResult wellFormed(const std::string& page) {
-  std::vector<std::string> open;
-  for (std::size_t n = 0; n < page.size(); ++n) {
-    if (page[n] == '&' && page.find(';', n) > n + 6)
-      return testing::AssertionFailure() << "bare & at " << page.substr(n, 40);
-    if (page[n] != '<') continue;
-    const std::size_t end = page.find_first_of("<>", n + 1);
-    if (end == std::string::npos || page[end] == '<')
-      return testing::AssertionFailure() << "bare < at " << page.substr(n, 40);
-    const std::string tag = page.substr(n + 1, end - n - 1);
-    const std::string name = tag.substr(0, tag.find_first_of(" \n/", 1));
-    if (tag.front() == '/') {
-      if (open.empty() || "/" + open.back() != tag)
-        return testing::AssertionFailure() << "<" << tag << "> closes another element";
-      open.pop_back();
-    } else if (tag.front() != '!' && tag.back() != '/') {
-      open.push_back(name);
-    }
-    n = end;
-  }
-  if (!open.empty()) return testing::AssertionFailure() << "<" << open.back() << "> stays open";
-  return testing::AssertionSuccess();
-}
-
 // The first block of a printed table, by white space; row 0 is the head.
 std::vector<std::vector<std::string>> tableIn(const std::string& printed) {
   std::vector<std::vector<std::string>> rows;
@@ -61,8 +36,6 @@ TEST_F(Reports, ThePageIsSelfContainedAndNamesItsSettings) {
       "--mode speech --far far.wav --set noise.gain.floor1_db=-20 --change 1.5:later.toml "
       "--report page.html --picture picture.svg a&b<c>.wav out.wav");
   const std::string page = contents("page.html");
-  EXPECT_TRUE(wellFormed(page));
-  EXPECT_TRUE(wellFormed(contents("picture.svg")));
   EXPECT_NE(page.find("a&amp;b&lt;c&gt;.wav"), std::string::npos);
 
   for (const char* loaded : {"<script", "<link", "<iframe", "src=", "url(", "@import"})
@@ -78,28 +51,18 @@ TEST_F(Reports, ThePageIsSelfContainedAndNamesItsSettings) {
             std::string::npos);
 }
 
-// A gain of -10 dB; and a peak of no width, which makes the sound infinite or worse: nothing of the
-// kind reaches the drawing.
-TEST_F(Reports, TheDrawnResponseIsTheEqualisersGainAndBrokenSoundIsStillDrawn) {
+// A peak of no width makes the sound infinite or worse: nothing of the kind reaches the drawing.
+TEST_F(Reports, BrokenSoundIsStillDrawn) {
   noise("in.wav", 1, 960);
-  const std::string words =
+  rendered(
       "--class efx --set equalizer.enabled=1 --set equalizer.left.band1.enabled=1 --report "
-      "page.html in.wav out.wav --set equalizer.left.band1.";
-  rendered(words + "q=0 --set equalizer.left.band1.gain=2");
+      "page.html in.wav out.wav --set equalizer.left.band1.q=0 --set equalizer.left.band1.gain=2");
   ASSERT_FALSE(std::isfinite(heard("out.wav")[500]));
-  std::string page = contents("page.html");
-  EXPECT_TRUE(wellFormed(page));
+  const std::string page = contents("page.html");
   for (std::size_t n = 0; (n = page.find(" d='", n)) != std::string::npos; ++n) {
     const std::string course = page.substr(n, page.find('\'', n + 4) - n);
     EXPECT_EQ(course.find_first_of("nif"), std::string::npos) << course;
   }
-
-  rendered(words + "type=gain --set equalizer.left.band1.gain_db=-10");
-  page = contents("page.html");
-  page = page.substr(page.find("Response of the equaliser"));
-  const std::vector<std::string> points = split(page.substr(page.find("d='") + 3, 4000), 'L');
-  for (std::size_t n = 1; n < 100; ++n)  // of the panel from +20 down to -20 dB
-    ASSERT_NEAR(std::stod(points.at(n).substr(points[n].find(' '))) / 130.0, 0.75, 0.001);
 }
 
 // A steady tone of -6 dBFS with a tenth of it 40 dB down.

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <random>
 
@@ -126,34 +125,6 @@ TEST(Scorer, EarlyEchoAfterAPauseIsNoNoise) {
   for (float& x : output) x *= 0.1F;
   for (std::size_t n = 0; n + 1600 < output.size(); ++n) output[n] += scene.echo[0][n + 1600];
   EXPECT_NEAR(*Scorer(spec, scene)(output).figures[Figure::noiseAttenuation], 20.0, 0.1);
-}
-
-// By how many samples the last channel comes later than the first.
-double lag(const Channels& channels, double from, double to) {
-  constexpr int reach = 8;
-  const View first(channels.front()), last(channels.back());
-  const auto start = sceneSamples(from), count = sceneSamples(to) - start;
-  const auto match =
-      crossCorrelation(first.subspan(start, count), last.subspan(start, count), -reach, reach);
-  return static_cast<double>(std::ranges::max_element(match) - match.begin()) - reach;
-}
-
-// From left to right across four microphones; once by a walk, once by two talkers.
-TEST(Scenes, TalkersMoveAndTakeTurns) {
-  SceneSpec spec = *sceneNamed("two-talkers", 1, 4);
-  spec.nearActive = {{0, 2}, {2, 4}};
-  spec.seconds = 4;
-  spec.room.reverberationTime = 0.15;
-  spec.secondTalker.reset();
-  spec.talkerEnd = {-spec.talker.x, spec.talker.y, spec.talker.z};
-  const Signal one = noise(4, 1), other = noise(4, 2);
-  const Scene walk = makeScene(spec, one, other);
-  EXPECT_NEAR(lag(walk.speech, 0, 0.5), -3.0, 1.0);
-  EXPECT_NEAR(lag(walk.speech, 3.5, 4), 3.0, 1.0);
-  spec.secondTalker = spec.talkerEnd;
-  const Scene turns = makeScene(spec, one, other);
-  EXPECT_NEAR(lag(turns.speech, 0.5, 1.8), -3.0, 1.0);
-  EXPECT_NEAR(lag(turns.speech, 2.5, 4), 3.0, 1.0);
 }
 
 }  // namespace
