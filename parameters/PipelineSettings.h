@@ -51,6 +51,8 @@ struct PipelineSettings {
 
   // Starts from the values in force, so that bad raw values keep them.
   void update(RawView raw, const StreamFacts& stream) noexcept;
+
+  bool operator==(const PipelineSettings&) const = default;
 };
 
 // Rounded down to even, then taken if within 128 to 16384 and without a prime factor above 5

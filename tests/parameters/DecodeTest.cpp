@@ -54,6 +54,12 @@ PipelineSettings decoded(const RawValues& raw, StreamFacts stream = {.category =
   return settings;
 }
 
+TEST(PipelineSettings, StartAsTheFactoryWantsThem) {
+  PipelineSettings factory;
+  factory.level.levelControlEnabled = true;  // off until parameters come
+  EXPECT_TRUE(decoded(factorySettings()) == factory);
+}
+
 TEST(PipelineSettings, BlockSizesThatTheTransformsCannotTakeKeepThePresentOne) {
   const std::pair<float, int> sizes[] = {{512, 512},   {961.7F, 960}, {128, 128},   {16384, 16384},
                                          {127, 1024},  {16386, 1024}, {896, 1024},  {1022, 1024},

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <fstream>
@@ -186,7 +187,8 @@ TEST(RawFile, TakesAnyBitsButOnlyTheExactSize) {
   for (const std::size_t size : {5459U, 5460U, 5461U}) {
     std::ofstream(path, std::ios::binary) << std::string(size, '\xFF');
     if (size == 5460)
-      EXPECT_EQ(std::bit_cast<std::uint32_t>(readRawFile(path)[1364]), 0xFFFFFFFFU);
+      EXPECT_EQ(std::ranges::count_if(readRawFile(path), [](float x) { return std::isnan(x); }),
+                1365);
     else
       EXPECT_THROW(readRawFile(path), SettingsError) << size;
   }
