@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <random>
 #include <set>
@@ -129,6 +130,7 @@ TEST(Crowds, TheBoardIsSoundAndShowsAllOfTwoProcesses) {
   here.join();
   ASSERT_TRUE(child.runs()) << "the other process ended with " << child.wait();
 
+  std::printf("%zu objects seen while they came and went\n", seen.size());
   seen.clear();
   for (int n = 0; n < 2000 && seen.size() < everybody; ++n) ping();
   EXPECT_EQ(seen.size(), everybody);

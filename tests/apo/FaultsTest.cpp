@@ -15,6 +15,7 @@
 #include <type_traits>
 
 #include "tests/apo/ApoWorld.h"
+#include "tests/support/OpenHandles.h"
 #include "tests/support/SystemCalls.h"
 
 namespace vellumic::test {
@@ -159,8 +160,10 @@ class Faults : public ApoWorld {
     EXPECT_EQ(uses, usesBefore);
     const std::vector<std::string> after = calls.stillOpen();
     // A second reload costs a key, the agreed price.
-    if (reloads == 2 && after.size() > before.size())
+    if (reloads == 2 && after.size() > before.size()) {
       before.insert(std::ranges::upper_bound(before, settings), settings);
+      ++agreedKeys;
+    }
     EXPECT_EQ(after, before);
     return results;
   }
@@ -170,6 +173,7 @@ class Faults : public ApoWorld {
   const ServiceObjects service;
   int mostBlocks = std::numeric_limits<int>::max();  // that may stay after a life
   int reloads = 0;                                   // of the latest life
+  int agreedKeys = 0;                                // left open by all lives
   enum Stage : std::size_t { whole, locking, running };
   std::array<int, 3> turns{};  // what becomes callsLeft when the stage begins
   bool withoutArena = false;   // such an object can never be initialised
@@ -263,6 +267,7 @@ TEST_F(Faults, EachCallToTheSystemAndTheHeapFailsOnceInTurn) {
     ImportTable imports(library());
     ASSERT_TRUE(fault.put(imports, fault.import));
     int lives = 0, refused = 0;
+    const int handles = openHandles() - agreedKeys;
     const std::string_view import = fault.import;
     const bool memory = import == "malloc" || import == "calloc" || import == "_aligned_malloc";
     const bool many = memory || import == "RegQueryValueExW";  // 1365 calls alike for each setting
@@ -294,11 +299,14 @@ TEST_F(Faults, EachCallToTheSystemAndTheHeapFailsOnceInTurn) {
     if (memory)  // whose calls at the start hide the few of later stages
       for (const Stage stage : {locking, running}) livesWithFailures(stage);
     if (import == "_beginthreadex") livesWithFailures(whole, kdmfx);  // whose worker starts last
+    if (import == "RegOpenKeyExW" || import == "_beginthreadex")      // looks for its headset
+      livesWithFailures(whole, efx);
     deviceCallFails = [] { return false; };
     // Registry, named objects and identifiers are done without; devices and threads are not.
     const bool needed = memory || import == "CoCreateInstance" || import == "_beginthreadex" ||
                         import == "a method of a device";
     EXPECT_EQ(refused > 0, needed);
+    EXPECT_LE(openHandles() - agreedKeys, handles + 4);
     std::printf("%-30s %3d lives with a failure, %d refused\n", fault.import, lives, refused);
   }
   EXPECT_LT(residentBytes(), memoryAtFirst + (16U << 20));  // the heap keeps some pages

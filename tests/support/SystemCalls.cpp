@@ -114,6 +114,9 @@ struct SystemCallHooks {
     HOOK(uses, RegSetValueExW);
     HOOK(uses, RegDeleteTreeW);
     HOOK(uses, RegDeleteKeyW);
+    HOOK(uses, RegDeleteKeyExW);
+    HOOK(uses, RegDeleteValueW);
+    HOOK(uses, RegSetKeyValueW);
 #undef HOOK
     realDuplicate = reinterpret_cast<decltype(realDuplicate)>(
         active->imports_.replace("DuplicateHandle", reinterpret_cast<void*>(&duplicate)));

@@ -97,6 +97,7 @@ TEST_F(Reports, EveryErrorOfReportsIsOneLineAndLeavesNoOutput) {
   for (int n = 1; n <= 20; ++n) many += "," + std::to_string(n);
   expectRefused(" in.wav out.wav",
                 {{"--sweep noise.gain.floor1", "NAME=A,B,C"},
+                 {"--sweep noise.gain.floor1=", "NAME=A,B,C"},
                  {"--sweep noise.gain.floor1=0.1,loud", "--sweep noise.gain.floor1=loud"},
                  {"--sweep noise.gain.floor1=0,1,0", "0 twice"},
                  {"--picture ''", "--picture: is empty"},
