@@ -137,42 +137,42 @@ TEST_F(Answers, LockAndUnlock) {
   }
 }
 
-// The ids by mask, in the order of the list; nothing while the effect is off.
-TEST_F(Answers, EffectsByTheirMasks) {
-  struct Case {
-    std::vector<std::size_t> masks;
-    std::vector<unsigned long> listed;  // the ids' first parts
-    bool array = true;
-    float enable = 1.0F;
-  };
-  const Case cases[] = {
-      {{2141}, {0x6F64ADC1}},
-      {{2140}, {0x6F64ADBE}, true, 0.5F},
-      {{634, 2139, 2142}, {0x6F64ADBF}},
-      {{2140, 2141, 2142, 2143}, {0x6F64ADC1, 0x6F64ADBE, 0x6F64ADBF, 0x6F64ADC0}},
-      {{2140, 2141, 2142, 2143}, {}, true, 0.0F},
-      {{634}, {0x6F64ADC3}, false},
-      {{2140, 2141, 2142, 2143}, {}, false},
-      {{634}, {}, false, 0.0F},
-  };
-  for (const Case& test : cases) {
-    std::vector<float> image(imageSize);
-    std::vector<std::uint8_t> mask(imageSize);
-    image[0] = test.enable;
-    for (const std::size_t entry : test.masks) mask[entry] = 1;
-    GUID* ids = reinterpret_cast<GUID*>(std::uintptr_t{1});
-    UINT count = 77;
-    EXPECT_EQ(listEffects(test.array ? ModeEffectTraits::effects : EndpointEffectTraits::effects,
-                          ImageView(image.data()), MaskView(mask.data()), &ids, &count),
-              S_OK);
-    ASSERT_EQ(count, test.listed.size());
-    EXPECT_EQ(ids == nullptr, count == 0);
-    for (UINT i = 0; i < count; ++i) {
-      const GUID id{test.listed[i], 0x8211, 0x11E2, {0x8C, 0x70, 0x2C, 0x27, 0xD7, 0xF0, 1, 0xFA}};
-      EXPECT_TRUE(IsEqualGUID(ids[i], id));
-    }
-    CoTaskMemFree(ids);
+using Ids = std::vector<unsigned long>;  // by their first parts
+
+// What is listed of these effects with these entries of the mask.
+Ids listed(std::span<const ReportedEffect> effects, const std::vector<std::size_t>& entries,
+           float enable = 1.0F) {
+  std::vector<float> image(imageSize);
+  std::vector<std::uint8_t> mask(imageSize);
+  image[0] = enable;
+  for (const std::size_t entry : entries) mask[entry] = 1;
+  GUID* ids = reinterpret_cast<GUID*>(std::uintptr_t{1});
+  UINT count = 77;
+  EXPECT_EQ(listEffects(effects, ImageView(image.data()), MaskView(mask.data()), &ids, &count),
+            S_OK);
+  EXPECT_EQ(ids == nullptr, count == 0);
+  Ids firstParts;
+  for (const GUID& id : std::span(ids, count)) {
+    firstParts.push_back(id.Data1);
+    const GUID whole{id.Data1, 0x8211, 0x11E2, {0x8C, 0x70, 0x2C, 0x27, 0xD7, 0xF0, 1, 0xFA}};
+    EXPECT_TRUE(IsEqualGUID(id, whole));
   }
+  CoTaskMemFree(ids);
+  return firstParts;
+}
+
+// In the order of the list; nothing while the effect is off.
+TEST_F(Answers, EffectsByTheirMasks) {
+  constexpr auto array = ModeEffectTraits::effects, endpoint = EndpointEffectTraits::effects;
+  const std::vector<std::size_t> all{2140, 2141, 2142, 2143};
+  EXPECT_EQ(listed(array, all), (Ids{0x6F64ADC1, 0x6F64ADBE, 0x6F64ADBF, 0x6F64ADC0}));
+  EXPECT_EQ(listed(array, all, 0.0F), Ids{});
+  EXPECT_EQ(listed(array, {2141}), Ids{0x6F64ADC1});
+  EXPECT_EQ(listed(array, {2140}, 0.5F), Ids{0x6F64ADBE});
+  EXPECT_EQ(listed(array, {634, 2139, 2142}), Ids{0x6F64ADBF});
+  EXPECT_EQ(listed(endpoint, {634}), Ids{0x6F64ADC3});
+  EXPECT_EQ(listed(endpoint, {634}, 0.0F), Ids{});
+  EXPECT_EQ(listed(endpoint, all), Ids{});
 }
 
 // What tells the three classes apart beside their records; the ledger and the answers show the

@@ -19,7 +19,6 @@ std::size_t residentBytes() {
 
 CaptureObject::CaptureObject(const CLSID& id, HRESULT* result) {
   ComPtr<IClassFactory> factory;
-  const auto getClass = exported<HRESULT WINAPI(REFCLSID, REFIID, void**)>("DllGetClassObject");
   EXPECT_EQ(getClass(id, IID_IClassFactory, factory.putVoid()), S_OK);
   const HRESULT made =
       factory->CreateInstance(nullptr, __uuidof(IAudioProcessingObject), object.putVoid());

@@ -62,6 +62,11 @@ template <class Function>
 Function* exported(const char* name) {
   return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(library(), name)));
 }
+inline HRESULT getClass(const CLSID& id, const IID& wanted, void** object) {
+  return exported<HRESULT WINAPI(REFCLSID, REFIID, void**)>("DllGetClassObject")(id, wanted,
+                                                                                 object);
+}
+inline HRESULT canUnload() { return exported<HRESULT WINAPI()>("DllCanUnloadNow")(); }
 
 template <class Interface>
 ComPtr<Interface> as(IUnknown* object, const IID& id = __uuidof(Interface)) {

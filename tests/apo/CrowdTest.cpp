@@ -137,7 +137,7 @@ TEST(Crowds, TheBoardIsSoundAndShowsAllOfTwoProcesses) {
   SetEvent(quit.get());
   EXPECT_EQ(child.wait(), 0U);
   world.release();
-  EXPECT_EQ(exported<HRESULT WINAPI()>("DllCanUnloadNow")(), S_OK);
+  EXPECT_EQ(canUnload(), S_OK);
 }
 
 }  // namespace

@@ -51,9 +51,8 @@ constexpr Fault fault(const char* import) {
             using Result = decltype(Here::failure);
             Here::error = error;
             if constexpr (!std::is_pointer_v<Result>) Here::failure = static_cast<Result>(failure);
-            void* const original = imports.replace(name, reinterpret_cast<void*>(&Here::call));
-            Here::real = reinterpret_cast<decltype(Here::real)>(original);
-            return original != nullptr;
+            Here::real = imports.replace(name, &Here::call);
+            return Here::real != nullptr;
           }};
 }
 
@@ -119,9 +118,7 @@ struct Counted<function, held, change> {
       return result;
     }
   }
-  static void put(ImportTable& imports, const char* name) {
-    real = reinterpret_cast<decltype(real)>(imports.replace(name, reinterpret_cast<void*>(&call)));
-  }
+  static void put(ImportTable& imports, const char* name) { real = imports.replace(name, &call); }
 };
 
 class Holdings {
@@ -310,7 +307,7 @@ TEST_F(Faults, EachCallToTheSystemAndTheHeapFailsOnceInTurn) {
     std::printf("%-30s %3d lives with a failure, %d refused\n", fault.import, lives, refused);
   }
   EXPECT_LT(residentBytes(), memoryAtFirst + (16U << 20));  // the heap keeps some pages
-  EXPECT_EQ(exported<HRESULT WINAPI()>("DllCanUnloadNow")(), S_OK);
+  EXPECT_EQ(canUnload(), S_OK);
 }
 
 }  // namespace

@@ -10,42 +10,33 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
-#include <sstream>
 
 #include "tests/control/ServiceObjects.h"
 #include "tests/support/RunProgram.h"
+#include "tests/tools/CommandLine.h"
 #include "tools/ProgramPath.h"
 #include "tools/WaveFile.h"
 
 namespace vellumic::tools {
 namespace {
 
-struct Result {
-  int code = 99;
-  std::string text;  // both streams
-
-  // The number behind a label, or -1.
-  double number(const std::string& label) const {
-    const std::size_t place = text.find(label);
-    return place == std::string::npos ? -1.0 : std::atof(text.c_str() + place + label.size());
-  }
-};
+// The number behind a label, or -1.
+double numberAfter(const std::string& label, const std::string& text) {
+  const std::size_t place = text.find(label);
+  return place == std::string::npos ? -1.0 : std::atof(text.c_str() + place + label.size());
+}
 
 class Host : public testing::Test {
  protected:
   Host() { std::filesystem::create_directories(folder); }
   ~Host() override { std::filesystem::remove_all(folder); }
 
-  Result run(const std::string& program, const std::string& arguments) const {
-    const auto log = folder / "log.txt";
+  // Both streams in `printed`.
+  ToolRun run(const std::string& program, const std::string& arguments) const {
     const std::string command = (programFolder() / (program + ".exe")).string() + " " + arguments +
-                                " > " + log.string() + " 2>&1";
-    Result result;
-    result.code = test::runProgram(command);
-    std::stringstream text;
-    text << std::ifstream(log).rdbuf();
-    result.text = text.str();
-    return result;
+                                " > " + path("log.txt") + " 2>&1";
+    const int code = test::runProgram(command);
+    return {.exitCode = code, .printed = contents(path("log.txt")), .complained = ""};
   }
   std::string path(const char* name) const { return (folder / name).string(); }
 
@@ -86,11 +77,12 @@ TEST_F(Host, GivesTheRenderersSamples) {
     SCOPED_TRACE(line);
     const std::size_t name = line.rfind(' ') + 1;
     const std::string arguments = line.substr(0, name) + path(line.substr(name).c_str()) + " ";
-    const Result hosted = run("vellumic-host", "--endpoint array4 " + arguments + path("host.wav"));
-    const Result rendered = run("vellumic-render", arguments + path("render.wav"));
-    ASSERT_EQ(hosted.code, 0) << hosted.text;
-    ASSERT_EQ(rendered.code, 0) << rendered.text;
-    EXPECT_EQ(hosted.text.find("warning"), std::string::npos) << hosted.text;
+    const ToolRun hosted =
+        run("vellumic-host", "--endpoint array4 " + arguments + path("host.wav"));
+    const ToolRun rendered = run("vellumic-render", arguments + path("render.wav"));
+    ASSERT_EQ(hosted.exitCode, 0) << hosted.printed;
+    ASSERT_EQ(rendered.exitCode, 0) << rendered.printed;
+    EXPECT_EQ(hosted.printed.find("warning"), std::string::npos) << hosted.printed;
     const WaveData a = readWave(path("host.wav")), b = readWave(path("render.wav"));
     ASSERT_EQ(a.samples.size(), b.samples.size());
     EXPECT_EQ(std::memcmp(a.samples.data(), b.samples.data(), a.samples.size() * sizeof(float)), 0);
@@ -107,29 +99,30 @@ TEST_F(Host, TellsWhatIsWrongInOneLine) {
                                         {"--endpoint nowhere ", "array8"},
                                         {"--endpoint array4 ", "refuses"},
                                         {"--reload-every 1 ", "--service"}}) {
-    const Result result =
+    const ToolRun result =
         run("vellumic-host", arguments + path("three.wav") + " " + path("out.wav"));
-    EXPECT_EQ(result.code, 1) << result.text;
-    EXPECT_NE(result.text.find(part), std::string::npos) << result.text;
+    EXPECT_EQ(result.exitCode, 1);
+    expectParts(result.printed, {part});
   }
 }
 
 // Two effects on one live microphone, their setting changed every second, pinged every second.
 TEST_F(Host, LiveWithReloads) {
   std::ofstream(path("change.toml")) << "noise.enabled = false\nequalizer.enabled = true\n";
-  const Result live =
+  const ToolRun live =
       run("vellumic-host",
           "--endpoint array4 --class mfx --class efx --mode speech --settings "
           "settings/factory.toml --reload " +
               path("change.toml") +
               " --reload-every 1 --service --monitor \"Monitor of speaker\" --live 10 " +
               path("live.wav"));
-  ASSERT_EQ(live.code, 0) << live.text;
+  ASSERT_EQ(live.exitCode, 0) << live.printed;
   for (const char* counted : {"Reloads: ", "mfx seen ", "efx seen "})
-    EXPECT_GE(live.number(counted), 5.0) << live.text;
+    EXPECT_GE(numberAfter(counted, live.printed), 5.0) << live.printed;
   // Periods are missed on a busy machine too: what counts is the thread's own time.
-  EXPECT_GT(live.number("Audio thread: "), 0.0) << live.text;
-  EXPECT_LT(live.number("Audio thread: "), 20.0) << live.text;
+  const double ownTime = numberAfter("Audio thread: ", live.printed);
+  EXPECT_GT(ownTime, 0.0) << live.printed;
+  EXPECT_LT(ownTime, 20.0) << live.printed;
   const WaveData wave = readWave(path("live.wav"));
   EXPECT_GE(wave.frames(), 10U * 48000U);
   EXPECT_EQ(wave.format.channels, 4);

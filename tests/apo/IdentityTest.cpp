@@ -6,12 +6,6 @@ namespace {
 
 constexpr IID unknownInterface{0x12345678, 0, 0, {0, 0, 0, 0, 0, 0, 0, 1}};
 
-HRESULT getClass(const CLSID& id, const IID& wanted, void** object) {
-  return exported<HRESULT WINAPI(REFCLSID, REFIID, void**)>("DllGetClassObject")(id, wanted,
-                                                                                 object);
-}
-HRESULT canUnload() { return exported<HRESULT WINAPI()>("DllCanUnloadNow")(); }
-
 std::vector<IID> interfacesOf(const ClassCase& which) {
   return {IID_IUnknown,
           __uuidof(IAudioProcessingObject),

@@ -132,10 +132,8 @@ class Ledger : public ApoWorld {
     registry.write(device + L"\\HeadsetStatus", L"HeadsetStatus", 1);
   }
   void setEffects(float on) {
-    for (const Raw slot : {Raw::masterEnable, Raw::keepInDefaultMode, Raw::beamformer}) {
-      const auto number = static_cast<unsigned>(index(slot) + 1);
-      registry.writeSetting(L"2", number, number, [=](unsigned) { return on; });
-    }
+    for (const Raw slot : {Raw::masterEnable, Raw::keepInDefaultMode, Raw::beamformer})
+      registry.writeSlot(L"2", slot, on);
   }
   // What was asked since the last step. The eight readers and the values one by one are left out.
   void step(const std::string& name, bool withWorker = false) {

@@ -11,8 +11,6 @@
 namespace vellumic::test {
 namespace {
 
-HRESULT canUnload() { return exported<HRESULT WINAPI()>("DllCanUnloadNow")(); }
-
 // A format that asks, whenever it is released, whether the library may go.
 class AskingFormat : public MediaType {
  public:

@@ -1,35 +1,30 @@
 // The file as it ships: sections, resources, the linker's map.
 #include <fstream>
 #include <set>
+#include <span>
 #include <sstream>
+#include <string_view>
 
 #include "tests/apo/ApoWorld.h"
 
 namespace vellumic::test {
 namespace {
 
-const IMAGE_NT_HEADERS64& headers() {
+struct Section {
+  const BYTE *begin = nullptr, *end = nullptr;
+  DWORD flags = 0;
+  bool holds(const void* address) const { return address >= begin && address < end; }
+};
+Section section(std::string_view name) {
   const auto* base = reinterpret_cast<const BYTE*>(library());
   const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
-  return *reinterpret_cast<const IMAGE_NT_HEADERS64*>(base + dos->e_lfanew);
-}
-
-struct Section {
-  std::uintptr_t begin = 0, end = 0;
-  DWORD flags = 0;
-  bool holds(const void* address) const {
-    const auto place = reinterpret_cast<std::uintptr_t>(address);
-    return place >= begin && place < end;
-  }
-};
-Section section(const char* name) {
-  const auto* first = IMAGE_FIRST_SECTION(&headers());
-  for (const auto* s = first; s != first + headers().FileHeader.NumberOfSections; ++s)
-    if (std::string(reinterpret_cast<const char*>(s->Name),
-                    strnlen(reinterpret_cast<const char*>(s->Name), 8)) == name) {
-      const auto begin = reinterpret_cast<std::uintptr_t>(library()) + s->VirtualAddress;
-      return {begin, begin + s->Misc.VirtualSize, s->Characteristics};
-    }
+  const auto* headers = reinterpret_cast<const IMAGE_NT_HEADERS64*>(base + dos->e_lfanew);
+  for (const auto& s :
+       std::span(IMAGE_FIRST_SECTION(headers), headers->FileHeader.NumberOfSections))
+    if (name == std::string_view(reinterpret_cast<const char*>(s.Name),
+                                 strnlen(reinterpret_cast<const char*>(s.Name), sizeof s.Name)))
+      return {base + s.VirtualAddress, base + s.VirtualAddress + s.Misc.VirtualSize,
+              s.Characteristics};
   return {};
 }
 
@@ -50,7 +45,7 @@ TEST(Module, WhatTheRealTimeThreadTouchesIsResident) {
   EXPECT_EQ(code.flags & (IMAGE_SCN_MEM_EXECUTE | IMAGE_SCN_MEM_WRITE), IMAGE_SCN_MEM_EXECUTE);
   EXPECT_EQ(tables.flags & (IMAGE_SCN_MEM_EXECUTE | IMAGE_SCN_MEM_WRITE), 0U);
   EXPECT_NE(data.flags & IMAGE_SCN_MEM_WRITE, 0U);
-  EXPECT_GE(data.end - data.begin, 3U * 0x444);
+  EXPECT_GE(data.end - data.begin, 3 * 0x444);
   FakeSystem system;
   for (const ClassCase& which : classCases) {
     const CaptureObject object(which.id);

@@ -42,8 +42,7 @@ TEST_F(QuietCalls, NoWaitNoAllocationNoLock) {
         packets[i] = {.samples = std::vector<float>(2 * 480, 0.1F * static_cast<float>(i % 7)),
                       .flags = i % 11 == 0 ? DWORD{AUDCLNT_BUFFERFLAGS_SILENT} : 0};
       ImportTable imports(library());
-      realFree = reinterpret_cast<decltype(realFree)>(
-          imports.replace("free", reinterpret_cast<void*>(&watchedFree)));
+      realFree = imports.replace("free", &watchedFree);
       ASSERT_NE(realFree, nullptr);
       CaptureObject object = initialized(which, stream.mode);
       MediaType format = MediaType::plain(stream.channels, stream.rate);
@@ -55,7 +54,7 @@ TEST_F(QuietCalls, NoWaitNoAllocationNoLock) {
         for (std::size_t i = 0; i < samples.size(); ++i)
           samples[i] = 0.3F * std::sin(static_cast<float>(i) * 0.1F + static_cast<float>(call));
         if (call == 40) {  // by a fade
-          registry.writeSetting(L"1", 310, 310, [](unsigned) { return 1.0F; });
+          registry.writeSlot(L"1", Raw::fadeRequest, 1.0F);
           service.signalReload();
           Sleep(60);
         }

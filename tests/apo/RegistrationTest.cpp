@@ -29,12 +29,10 @@ std::wstring libraryPath() { return (programFolder() / L"VellumicAPO64c.dll").ws
 // A classes root of the test's own.
 class Classes : public testing::Test {
  protected:
-  Classes() { RegOverridePredefKey(HKEY_CLASSES_ROOT, root.root()); }
-  ~Classes() override { RegOverridePredefKey(HKEY_CLASSES_ROOT, nullptr); }
   // A line for each key that has values; those of the type library's interfaces are the system's.
-  [[nodiscard]] static std::wstring lines() {
+  [[nodiscard]] std::wstring lines() const {
     std::wstring all;
-    for (const auto& [path, values] : ScratchKey::tree()) {
+    for (const auto& [path, values] : treeOf(root)) {
       if (path.starts_with(L"\\Interface")) continue;
       all += L"\n" + path;
       for (const auto& [name, value] : values) {
@@ -49,7 +47,7 @@ class Classes : public testing::Test {
     }
     return all;
   }
-  const ScratchKey root;
+  const ScratchKey root{HKEY_CLASSES_ROOT};
 };
 
 constexpr wchar_t registered[] =
@@ -76,7 +74,7 @@ TEST_F(Classes, HoldWhatIsWrittenDownHere) {
   for (int round = 0; round < 2; ++round) EXPECT_EQ(registerServer(), S_OK);
   EXPECT_EQ(lines(), registered);
   EXPECT_EQ(unregisterServer(), S_OK);
-  EXPECT_TRUE(classesBelow(HKEY_CURRENT_USER, ScratchKey::name).empty());
+  EXPECT_TRUE(classesBelow(root.root(), L"").empty());
   EXPECT_EQ(unregisterServer(), notFound);
 }
 
@@ -88,7 +86,7 @@ HRESULT WINAPI denied() { return TYPE_E_REGISTRYACCESS; }
 TEST(Registration, ForOneUser) {
   ImportTable imports(library());
   for (const char* function : {"RegisterTypeLib", "UnRegisterTypeLib"})
-    ASSERT_NE(imports.replace(function, reinterpret_cast<void*>(&denied)), nullptr);
+    ASSERT_NE(imports.replace(function, &denied), nullptr);
   const std::wstring classes = L"Software\\Classes\\",
                      application = L"AppID\\{ED8C8A2F-9D0D-4005-ABC8-3529708C3957}",
                      stale = L"CLSID\\" + std::wstring(GuidText(efx.id).c_str()) + L"\\Stale";

@@ -1,15 +1,13 @@
-// What stands below a registry key, and a key of the test's own.
+// What stands below a registry key.
 #pragma once
 
 #include <windows.h>
-
-#include <gtest/gtest.h>
 
 #include <array>
 #include <map>
 #include <string>
 
-#include "control/Handle.h"
+#include "tests/control/RegistrySandbox.h"
 #include "tools/ctl/RegistryValues.h"
 
 namespace vellumic::test {
@@ -34,24 +32,11 @@ inline RegistryTree treeBelow(HKEY root, const wchar_t* path) {
   return all;
 }
 
-class ScratchKey {
- public:
-  ScratchKey() {
-    RegDeleteTreeW(HKEY_CURRENT_USER, name);
-    EXPECT_EQ(RegCreateKeyW(HKEY_CURRENT_USER, name, key_.put()), ERROR_SUCCESS);
-  }
-  ~ScratchKey() { RegDeleteTreeW(HKEY_CURRENT_USER, name); }
-  [[nodiscard]] HKEY root() const { return key_.get(); }
-  // The keys that have values.
-  [[nodiscard]] static RegistryTree tree() {
-    RegistryTree all = treeBelow(HKEY_CURRENT_USER, name);
-    std::erase_if(all, [](const auto& key) { return key.second.empty(); });
-    return all;
-  }
-  static constexpr wchar_t name[] = L"Software\\VellumicTestScratch";
-
- private:
-  RegistryKey key_;
-};
+// The keys that have values.
+inline RegistryTree treeOf(const ScratchKey& key) {
+  RegistryTree all = treeBelow(key.root(), L"");
+  std::erase_if(all, [](const auto& below) { return below.second.empty(); });
+  return all;
+}
 
 }  // namespace vellumic::test

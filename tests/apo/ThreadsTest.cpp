@@ -78,7 +78,7 @@ TEST_F(Threads, ALoopbackThatDoesNotOpenKeepsNobody) {
   const ULONGLONG begin = GetTickCount64();
   object = CaptureObject();
   ASSERT_LT(GetTickCount64() - begin, atLastMs / 2);
-  EXPECT_EQ(exported<HRESULT WINAPI()>("DllCanUnloadNow")(), S_OK);
+  EXPECT_EQ(canUnload(), S_OK);
   FreeLibrary(library());
   ASSERT_NE(GetModuleHandleW(L"VellumicAPO64c.dll"), nullptr);
   SetEvent(go.get());

@@ -30,6 +30,9 @@ namespace vellumic::test {
 #define UNUSED_METHOD(name, ...) \
   HRESULT STDMETHODCALLTYPE name(__VA_ARGS__) override { return E_NOTIMPL; }
 
+// Whether the next call to any double fails that can, on whatever thread.
+inline bool (*deviceCallFails)() = [] { return false; };
+
 // An interface whose counts are kept but never free: the double belongs to its test.
 template <class Interface>
 class Double : public Interface {
@@ -44,15 +47,17 @@ class Double : public Interface {
   ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
   ULONG STDMETHODCALLTYPE Release() override { return --references; }
   std::atomic<ULONG> references{0};  // held by the code under test
-};
+  std::string failing;               // what cannot be asked for
 
-// Whether the next call to any double fails that can, on whatever thread.
-inline bool (*deviceCallFails)() = [] { return false; };
-
-// Or that of a name.
-struct Failing {
-  std::string failing;
-  bool fails(const char* name) const { return failing == name || deviceCallFails(); }
+ protected:
+  HRESULT resultOf(const char* name, HRESULT failure = E_ACCESSDENIED) const {
+    return failing == name || deviceCallFails() ? failure : S_OK;
+  }
+  template <class Value, class Given>
+  HRESULT give(const char* name, Value* value, Given given, HRESULT failure = E_ACCESSDENIED) {
+    *value = static_cast<Value>(given);
+    return resultOf(name, failure);
+  }
 };
 
 // A double with a count for the caller, or a failure without one.
@@ -97,7 +102,7 @@ class FakeStore : public Double<IPropertyStore> {
   UNUSED_METHOD(Commit)
 };
 
-class FakeVolume : public Double<IAudioEndpointVolume>, public Failing {
+class FakeVolume : public Double<IAudioEndpointVolume> {
  public:
   bool muted = false;
   float masterDb = -6.0F, masterScalar = 0.5F;
@@ -162,32 +167,25 @@ class FakeVolume : public Double<IAudioEndpointVolume>, public Failing {
   UNUSED_METHOD(QueryHardwareSupport, DWORD*)
 
  private:
-  template <class Value, class Given>
-  HRESULT give(const char* name, Value* value, Given given) {
-    *value = static_cast<Value>(given);
-    return fails(name) ? E_ACCESSDENIED : S_OK;
-  }
   std::mutex callbacksMutex_;  // objects of several threads come and go
 };
 
 struct FakePacket {
-  std::vector<float> samples;  // interleaved
+  std::vector<float> samples;  // interleaved, of two channels
   DWORD flags = 0;
 };
 
 class FakeCapture : public Double<IAudioCaptureClient> {
  public:
   std::vector<FakePacket> packets;  // first one next
-  UINT32 channels = 2;
-  bool broken = false;
 
   HRESULT STDMETHODCALLTYPE GetNextPacketSize(UINT32* frames) override {
-    *frames = packets.empty() ? 0 : framesOf(packets.front());
-    return broken || deviceCallFails() ? AUDCLNT_E_DEVICE_INVALIDATED : S_OK;
+    return give("packets", frames, packets.empty() ? 0 : framesOf(packets.front()),
+                AUDCLNT_E_DEVICE_INVALIDATED);
   }
   HRESULT STDMETHODCALLTYPE GetBuffer(BYTE** data, UINT32* frames, DWORD* flags, UINT64*,
                                       UINT64*) override {
-    if (broken || deviceCallFails()) return AUDCLNT_E_DEVICE_INVALIDATED;
+    if (resultOf("packets") != S_OK) return AUDCLNT_E_DEVICE_INVALIDATED;
     if (packets.empty()) return AUDCLNT_S_BUFFER_EMPTY;
     FakePacket& packet = packets.front();
     *data = reinterpret_cast<BYTE*>(packet.samples.data());
@@ -202,17 +200,16 @@ class FakeCapture : public Double<IAudioCaptureClient> {
   }
 
  private:
-  UINT32 framesOf(const FakePacket& packet) const {
-    return static_cast<UINT32>(packet.samples.size()) / channels;
+  static UINT32 framesOf(const FakePacket& packet) {
+    return static_cast<UINT32>(packet.samples.size()) / 2;
   }
 };
 
-class FakeClient : public Double<IAudioClient>, public Failing {
+class FakeClient : public Double<IAudioClient> {
  public:
   FakeCapture capture;
   WAVEFORMATEX mix = {WAVE_FORMAT_EXTENSIBLE, 2, 48000, 384000, 8, 32, 0};
   int started = 0;
-  HANDLE event = nullptr;  // the client's
 
   // A shared stream of the mix format: a loopback with a buffer of a second, or a capture's.
   HRESULT STDMETHODCALLTYPE Initialize(AUDCLNT_SHAREMODE share, DWORD flags,
@@ -226,12 +223,11 @@ class FakeClient : public Double<IAudioClient>, public Failing {
     return resultOf("initialize");
   }
   HRESULT STDMETHODCALLTYPE GetBufferSize(UINT32* frames) override {
-    *frames = failing == "empty buffer" ? 0 : 48000;
-    return resultOf("buffer size");
+    return give("buffer size", frames, failing == "empty buffer" ? 0 : 48000);
   }
   HRESULT STDMETHODCALLTYPE GetMixFormat(WAVEFORMATEX** format) override {
     *format = nullptr;
-    if (fails("mix format")) return E_ACCESSDENIED;
+    if (resultOf("mix format") != S_OK) return E_ACCESSDENIED;
     *format = static_cast<WAVEFORMATEX*>(CoTaskMemAlloc(sizeof mix));
     **format = mix;
     return S_OK;
@@ -246,30 +242,26 @@ class FakeClient : public Double<IAudioClient>, public Failing {
     --started;
     return S_OK;
   }
-  HRESULT STDMETHODCALLTYPE SetEventHandle(HANDLE handle) override {
-    event = handle;
-    return S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE SetEventHandle(HANDLE) override { return S_OK; }
   HRESULT STDMETHODCALLTYPE GetService(REFIID id, void** service) override {
-    return fails("service") ? E_ACCESSDENIED : capture.QueryInterface(id, service);
+    return resultOf("service") == S_OK ? capture.QueryInterface(id, service) : E_ACCESSDENIED;
   }
   UNUSED_METHOD(GetStreamLatency, REFERENCE_TIME*)
   UNUSED_METHOD(GetCurrentPadding, UINT32*)
   UNUSED_METHOD(IsFormatSupported, AUDCLNT_SHAREMODE, const WAVEFORMATEX*, WAVEFORMATEX**)
   UNUSED_METHOD(GetDevicePeriod, REFERENCE_TIME*, REFERENCE_TIME*)
   UNUSED_METHOD(Reset)
-
- private:
-  HRESULT resultOf(const char* name) const { return fails(name) ? E_ACCESSDENIED : S_OK; }
 };
 
 class FakeDevice : public Double<IMMDevice> {
  public:
+  explicit FakeDevice(const wchar_t* ownId = L"", const wchar_t* guid = nullptr) : id(ownId) {
+    if (guid != nullptr) store.texts[4] = guid;
+  }
   std::wstring id;
   FakeStore store;
   FakeVolume volume;
   FakeClient client;
-  bool activates = true, tellsId = true;
   DWORD state = DEVICE_STATE_ACTIVE;
   std::function<void()> onActivate;
 
@@ -277,7 +269,7 @@ class FakeDevice : public Double<IMMDevice> {
                                      void** object) override {
     *object = nullptr;
     if (onActivate) onActivate();
-    if (!activates || deviceCallFails()) return E_ACCESSDENIED;
+    if (resultOf("activate") != S_OK) return E_ACCESSDENIED;
     if (context != CLSCTX_ALL || parameters != nullptr) return E_INVALIDARG;
     if (IsEqualIID(wanted, __uuidof(IAudioClient))) return client.QueryInterface(wanted, object);
     return volume.QueryInterface(wanted, object);
@@ -286,14 +278,11 @@ class FakeDevice : public Double<IMMDevice> {
     return handOut<IPropertyStore>(access == STGM_READ ? &store : nullptr, opened);
   }
   HRESULT STDMETHODCALLTYPE GetId(LPWSTR* text) override {
-    const bool told = tellsId && !deviceCallFails();
-    *text = told ? taskText(id) : nullptr;
-    return told ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
+    const HRESULT result = resultOf("id", AUDCLNT_E_DEVICE_INVALIDATED);
+    *text = result == S_OK ? taskText(id) : nullptr;
+    return result;
   }
-  HRESULT STDMETHODCALLTYPE GetState(DWORD* now) override {
-    *now = state;
-    return deviceCallFails() ? E_ACCESSDENIED : S_OK;
-  }
+  HRESULT STDMETHODCALLTYPE GetState(DWORD* now) override { return give("state", now, state); }
   ULONG allReferences() const {
     return references + store.references + volume.references + client.references +
            client.capture.references;
@@ -305,8 +294,7 @@ class FakeCollection : public Double<IMMDeviceCollection> {
   std::vector<FakeDevice*> devices;
 
   HRESULT STDMETHODCALLTYPE GetCount(UINT* count) override {
-    *count = static_cast<UINT>(devices.size());
-    return deviceCallFails() ? E_ACCESSDENIED : S_OK;
+    return give("count", count, devices.size());
   }
   HRESULT STDMETHODCALLTYPE Item(UINT position, IMMDevice** device) override {
     return handOut<IMMDevice>(position < devices.size() ? devices[position] : nullptr, device);
@@ -317,7 +305,6 @@ class FakeSystem : public Double<IMMDeviceEnumerator> {
  public:
   FakeCollection captureEndpoints;
   FakeDevice* defaultRender = nullptr;
-  bool available = true;  // whether an enumerator can be created
 
   ULONG allReferences() const {
     return references + captureEndpoints.references + enumerated_.references;
@@ -359,7 +346,7 @@ class FakeSystem : public Double<IMMDeviceEnumerator> {
     explicit Factory(FakeSystem& system) : system_(system) {}
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID id, void** object) override {
       *object = nullptr;
-      return system_.available ? system_.QueryInterface(id, object) : E_OUTOFMEMORY;
+      return system_.failing == "create" ? E_OUTOFMEMORY : system_.QueryInterface(id, object);
     }
     HRESULT STDMETHODCALLTYPE LockServer(WINBOOL) override { return S_OK; }
 
@@ -377,21 +364,15 @@ class FakeSystem : public Double<IMMDeviceEnumerator> {
 // gives every reference back.
 class FakeMachine : public testing::Test {
  protected:
-  FakeMachine() {
-    filter.id = L"filter";
-    other.id = L"other";
-    microphone.id = L"microphone";
-    other.store.texts[4] = L"{99999999-2222-3333-4444-555555555555}";
-    microphone.store.texts[4] = L"{11111111-2222-3333-4444-555555555555}";
-    system.captureEndpoints.devices = {&filter, &other, &microphone};
-  }
+  FakeMachine() { system.captureEndpoints.devices = {&filter, &other, &microphone}; }
   void TearDown() override {
     for (const FakeDevice* device : {&filter, &other, &microphone, &speaker})
       EXPECT_EQ(device->allReferences(), 0U);
     EXPECT_EQ(system.allReferences(), 0U);
   }
   FakeSystem system;
-  FakeDevice filter, other, microphone, speaker;
+  FakeDevice filter{L"filter"}, other{L"other", L"{99999999-2222-3333-4444-555555555555}"},
+      microphone{L"microphone", L"{11111111-2222-3333-4444-555555555555}"}, speaker;
 };
 
 #undef UNUSED_METHOD

@@ -48,7 +48,7 @@ TEST_F(Devices, LastActiveMatchGivesTheEndpointsId) {
   EXPECT_EQ(endpoint.jackSubTypeString, microphoneGuid);  // no jack sub type of its own
   other.store.texts[guidProperty] = microphoneGuid;
   expectFound(microphone.store, L"microphone", 2);
-  microphone.tellsId = false;  // going away: the match before it stays
+  microphone.failing = "id";  // going away: the match before it stays
   expectFound(microphone.store, L"other", 1);
   EXPECT_EQ(endpoint.identify(&system.captureEndpoints, nullptr, 1), E_INVALIDARG);
   EXPECT_EQ(endpoint.deviceIdString, L"");  // a failure leaves nothing
@@ -181,11 +181,11 @@ TEST_F(Volume, WhatCannotBeReadDecidesWhatTheLockSees) {
     notification.clear();
     EXPECT_TRUE(microphone.volume.callbacks.empty());
   }
-  microphone.activates = false;
+  microphone.failing = "activate";
   EXPECT_TRUE(add());
   EXPECT_EQ(notification.volumes(L"microphone").master, 1.0F);
   EXPECT_EQ(notification.masterGain(L"?"), 1.17549435e-38F);
-  system.available = false;
+  system.failing = "create";
   EXPECT_FALSE(add());
 }
 
@@ -246,7 +246,7 @@ TEST_F(Devices, LoopbackPassesPacketsOnAndClosesEverything) {
   }
   EXPECT_FALSE(source->get(packet));
   EXPECT_EQ(source->nextPacketSize(), 0U);
-  speaker.client.capture.broken = true;
+  speaker.client.capture.failing = "packets";
   EXPECT_EQ(source->nextPacketSize(), std::nullopt);
   source.reset();
   EXPECT_EQ(speaker.client.started, 0);
@@ -273,7 +273,7 @@ TEST_F(Devices, LoopbackThatCannotOpenIsNull) {
   EXPECT_FALSE(opens(2, 48000, 4) || opens(0, 48000, 0) || opens(2, 0, 8) ||
                opens(2, 0x80000000, 8));
   EXPECT_TRUE(opens(2, 48000, 8));
-  speaker.activates = false;
+  speaker.failing = "activate";
   EXPECT_FALSE(openWasapiLoopback());
   system.defaultRender = nullptr;
   EXPECT_FALSE(openWasapiLoopback());

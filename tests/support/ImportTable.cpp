@@ -1,6 +1,7 @@
 #include "tests/support/ImportTable.h"
 
-#include <cstring>
+#include <algorithm>
+#include <cstddef>
 
 namespace vellumic::test {
 namespace {
@@ -17,6 +18,22 @@ bool isCode(const void* address) {
       PAGE_EXECUTE | PAGE_EXECUTE_READ | PAGE_EXECUTE_READWRITE | PAGE_EXECUTE_WRITECOPY;
   return (information.Protect & executable) != 0;
 }
+
+// Both registers are free at a function's entry.
+#pragma pack(push, 1)
+struct CountingCode {
+  // mov r11d, gs:[48h]; mov rax, block
+  std::uint8_t loadThread[11] = {0x65, 0x44, 0x8B, 0x1C, 0x25, 0x48, 0, 0, 0, 0x48, 0xB8};
+  void* block = nullptr;
+  // cmp r11, [rax]; jne over; lock inc [rax + count]
+  std::uint8_t increase[9] = {0x4C, 0x3B, 0x18, 0x75, 0x08, 0xF0, 0x48, 0xFF, 0x80};
+  std::uint32_t count = 0;
+  // over: mov rax, original; jmp rax
+  std::uint8_t loadOriginal[2] = {0x48, 0xB8};
+  void* original = nullptr;
+  std::uint8_t jump[2] = {0xFF, 0xE0};
+};
+#pragma pack(pop)
 
 }  // namespace
 
@@ -35,37 +52,17 @@ ImportTable::ImportTable(HMODULE module) {
       imports_.push_back({entry->Name, slot, *slot});
     }
   }
-  constexpr std::size_t codeBytes = 64;
-  auto* memory =
-      static_cast<unsigned char*>(VirtualAlloc(nullptr, sizeof(Block) + codeBytes * imports_.size(),
-                                               MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
-  block_ = reinterpret_cast<Block*>(memory);
-  unsigned char* code = memory + sizeof(Block);
-  for (std::size_t i = 0; i < imports_.size() && i < std::size(block_->counts); ++i)
-    insertCounter(i, code);
-}
-
-// mov r11d, gs:[48h]; mov rax, &watchedThread; cmp r11, [rax]; jne over; lock inc [rax + count];
-// over: mov rax, original; jmp rax. Both registers are free at a function's entry.
-void ImportTable::insertCounter(std::size_t index, unsigned char*& code) {
-  unsigned char* const start = code;
-  const auto bytes = [&](std::initializer_list<unsigned char> list) {
-    for (const unsigned char byte : list) *code++ = byte;
-  };
-  const auto number = [&](auto value) {
-    std::memcpy(code, &value, sizeof value);
-    code += sizeof value;
-  };
-  bytes({0x65, 0x44, 0x8B, 0x1C, 0x25});
-  number(std::uint32_t{0x48});
-  bytes({0x48, 0xB8});
-  number(reinterpret_cast<std::uint64_t>(block_));
-  bytes({0x4C, 0x3B, 0x18, 0x75, 0x08, 0xF0, 0x48, 0xFF, 0x80});
-  number(static_cast<std::uint32_t>(offsetof(Block, counts) + index * sizeof(std::uint64_t)));
-  bytes({0x48, 0xB8});
-  number(reinterpret_cast<std::uint64_t>(imports_[index].original));
-  bytes({0xFF, 0xE0});
-  write(imports_[index].slot, start);
+  const std::size_t counted = std::min(imports_.size(), std::size(block_->counts));
+  block_ = static_cast<Block*>(VirtualAlloc(nullptr, sizeof(Block) + counted * sizeof(CountingCode),
+                                            MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
+  auto* const code = reinterpret_cast<CountingCode*>(block_ + 1);
+  for (std::size_t i = 0; i < counted; ++i) {
+    const std::size_t place = offsetof(Block, counts) + i * sizeof(std::uint64_t);
+    code[i] = {.block = block_,
+               .count = static_cast<std::uint32_t>(place),
+               .original = imports_[i].original};
+    write(imports_[i].slot, &code[i]);
+  }
 }
 
 ImportTable::~ImportTable() {
@@ -80,7 +77,7 @@ void ImportTable::write(void** slot, void* value) {
   VirtualProtect(slot, sizeof *slot, protection, &protection);
 }
 
-void* ImportTable::replace(const char* function, void* replacement) {
+void* ImportTable::swap(const char* function, void* replacement) {
   for (const Import& import : imports_) {
     if (import.name != function) continue;
     write(import.slot, replacement);

@@ -29,7 +29,10 @@ class ImportTable {
   [[nodiscard]] std::vector<Calls> calls() const;  // functions with any
 
   // Puts another function in an import's place; gives the original. Null when it is not imported.
-  void* replace(const char* function, void* replacement);
+  template <class Function>
+  Function* replace(const char* function, Function* replacement) {
+    return reinterpret_cast<Function*>(swap(function, reinterpret_cast<void*>(replacement)));
+  }
 
  private:
   struct Import {
@@ -41,7 +44,7 @@ class ImportTable {
     std::uint64_t watchedThread;
     std::uint64_t counts[1024];
   };
-  void insertCounter(std::size_t index, unsigned char*& code);
+  void* swap(const char* function, void* replacement);
   static void write(void** slot, void* value);
 
   std::vector<Import> imports_;

@@ -77,8 +77,7 @@ struct SystemCallHooks {
     }
     static void set(const char* import) {
       name = import;
-      if (void* const real = active->imports_.replace(import, reinterpret_cast<void*>(&call)))
-        original = reinterpret_cast<decltype(original)>(real);
+      original = active->imports_.replace(import, &call);
     }
   };
 
@@ -118,8 +117,7 @@ struct SystemCallHooks {
     HOOK(uses, RegDeleteValueW);
     HOOK(uses, RegSetKeyValueW);
 #undef HOOK
-    realDuplicate = reinterpret_cast<decltype(realDuplicate)>(
-        active->imports_.replace("DuplicateHandle", reinterpret_cast<void*>(&duplicate)));
+    realDuplicate = active->imports_.replace("DuplicateHandle", &duplicate);
   }
 };
 

@@ -85,13 +85,12 @@ TEST(CtlAttach, RefusalsLeaveEverythingAsItWas) {
   expectUntouched(endpoint, {}, endpoint.attach(), "folder.reg: cannot be written whole");
   // Rights that nobody gave are no error of the function that asks for them.
   test::ImportTable imports(GetModuleHandleW(nullptr));
-  using Adjust = BOOL WINAPI(HANDLE, BOOL, TOKEN_PRIVILEGES*, DWORD, TOKEN_PRIVILEGES*, DWORD*);
-  Adjust* const without = [](HANDLE, BOOL, TOKEN_PRIVILEGES*, DWORD, TOKEN_PRIVILEGES*,
-                             DWORD*) -> BOOL {
-    SetLastError(ERROR_NOT_ALL_ASSIGNED);
-    return TRUE;
-  };
-  ASSERT_NE(imports.replace("AdjustTokenPrivileges", reinterpret_cast<void*>(without)), nullptr);
+  imports.replace(
+      "AdjustTokenPrivileges",
+      +[](HANDLE, BOOL, TOKEN_PRIVILEGES*, DWORD, TOKEN_PRIVILEGES*, DWORD*) -> BOOL {
+        SetLastError(ERROR_NOT_ALL_ASSIGNED);
+        return TRUE;
+      });
   endpoint.backup = Endpoint().backup;
   expectUntouched(endpoint, {}, endpoint.attach(), "lacks the rights to back up and restore");
 }

@@ -38,10 +38,7 @@ struct Gate<function> {
   static LSTATUS WINAPI pass(Arguments... arguments) {
     return meetsEnd() ? ERROR_ACCESS_DENIED : original(arguments...);
   }
-  Gate(test::ImportTable& imports, const char* name) {
-    original =
-        reinterpret_cast<decltype(original)>(imports.replace(name, reinterpret_cast<void*>(&pass)));
-  }
+  Gate(test::ImportTable& imports, const char* name) { original = imports.replace(name, &pass); }
 };
 
 int runToItsEnd(const std::vector<std::string>& arguments, int writes, End end) {
@@ -178,8 +175,7 @@ TEST(CtlCutShort, OldOrNewSettingIsInForceButNeverAMixture) {
     values[index(Raw::fadeRequest)] = 0.0F;
     registry.writeSetting(L"2", 1, rawCount, [&](unsigned number) { return values[number - 1]; });
     registry.select(L"2");
-    EXPECT_EQ(ended({"settings", "set", "noise.enabled=false"}, writes, end,
-                    "Software\\VellumicTest" + std::to_string(GetCurrentProcessId())),
+    EXPECT_EQ(ended({"settings", "set", "noise.enabled=false"}, writes, end, utf8(registry.name())),
               end == End::killed ? int{cutShort} : 1);
     if (writes >= untilSwitch) values[index(Raw::noisePostfilter)] = 0.0F;
     const Reading after;

@@ -34,21 +34,18 @@ class FakeServices {
     states = {{L"AudioEndpointBuilder", SERVICE_RUNNING}, {L"Audiosrv", SERVICE_RUNNING}};
     calls.clear();
     refused = false;
-    const auto put = [&](const char* name, auto* function) {
-      EXPECT_NE(imports.replace(name, reinterpret_cast<void*>(function)), nullptr) << name;
-    };
-    put("OpenServiceW", &open);
-    put("QueryServiceStatus", &query);
-    put(
+    imports.replace("OpenServiceW", &open);
+    imports.replace("QueryServiceStatus", &query);
+    imports.replace(
         "ControlService", +[](SC_HANDLE service, DWORD control, SERVICE_STATUS*) -> BOOL {
           return change(service, SERVICE_STOP, SERVICE_STOP_PENDING, L"stop ") &&
                  control == SERVICE_CONTROL_STOP;
         });
-    put(
+    imports.replace(
         "StartServiceW", +[](SC_HANDLE service, DWORD, LPCWSTR*) -> BOOL {
           return change(service, SERVICE_START, SERVICE_START_PENDING, L"start ");
         });
-    put(
+    imports.replace(
         "CloseServiceHandle", +[](SC_HANDLE) -> BOOL { return TRUE; });
   }
   static inline std::map<std::wstring, DWORD> states;  // 0: cannot be asked
@@ -113,18 +110,17 @@ class CtlDoctor : public test::ApoWorld {
       registry.remove(key);
     imports.emplace(GetModuleHandleW(nullptr));
     services.emplace(*imports);
+    imports->replace("WinVerifyTrust", &verifyTrust);
     trust = TRUST_E_NOSIGNATURE;
-    EXPECT_NE(imports->replace("WinVerifyTrust", reinterpret_cast<void*>(&verifyTrust)), nullptr);
     registerClasses(L"SOFTWARE\\Classes", L"SOFTWARE\\Classes");
     registry.write(audioKey, L"DisableProtectedAudioDG", 1);
     writeEffects("6=mfx m6=default 7=efx m7=default");
     microphone.state = DEVICE_STATE_ACTIVE;
     microphone.volume.muted = false;
     microphone.volume.masterDb = 0.0F;
-    microphone.client.failing.clear();
-    microphone.client.mix = {WAVE_FORMAT_IEEE_FLOAT, 2, 48000, 384000, 8, 32, 0};
-    microphone.client.capture.broken = false;
-    microphone.client.capture.packets = {{std::vector<float>(960)}, {std::vector<float>(960)}};
+    client.mix = {WAVE_FORMAT_IEEE_FLOAT, 2, 48000, 384000, 8, 32, 0};
+    client.capture.packets = {{std::vector<float>(960)}, {std::vector<float>(960)}};
+    for (std::string* failing : {&client.failing, &client.capture.failing}) failing->clear();
   }
 
   void registerClasses(const std::wstring& classes, const std::wstring& records) {
@@ -144,6 +140,7 @@ class CtlDoctor : public test::ApoWorld {
     return L"SOFTWARE\\Classes\\CLSID\\" + classText(effectSlots[static_cast<std::size_t>(slot)]);
   }
 
+  test::FakeClient& client = microphone.client;
   std::optional<test::ImportTable> imports;
   std::optional<FakeServices> services;
   const std::wstring guid = L"{11111111-2222-3333-4444-555555555555}";
@@ -175,7 +172,6 @@ TEST_F(CtlDoctor, SaysWhatIsWrongAndWhatToDo) {
   const auto audiosrv = [&](DWORD state) {
     return [&, state] { services->states[L"Audiosrv"] = state; };
   };
-  auto& client = microphone.client;
   const struct {
     const char* link;
     Verdict verdict;
@@ -246,13 +242,10 @@ TEST_F(CtlDoctor, SaysWhatIsWrongAndWhatToDo) {
       {"calls", notOk, "0x80070005); allow desktop programs",
        [&] { client.failing = "initialize"; }},
       {"calls", notOk, "0x88890004); end programs that hold it",
-       [&] { client.capture.broken = true; }},
+       [&] { client.capture.failing = "packets"; }},
       // Each over the one before.
       {"setting", notOk, "engine.enabled is off",
-       [&] {
-         registry.writeSetting(L"1", index(Raw::masterEnable) + 1, index(Raw::masterEnable) + 1,
-                               [](unsigned) { return 0.0F; });
-       }},
+       [&] { registry.writeSlot(L"1", Raw::masterEnable, 0.0F); }},
       {"setting", notOk, "Settings\\7 does not exist; run", [&] { registry.select(L"7"); }},
       {"setting", notOk, "none is stored",
        [&] { registry.remove(L"SOFTWARE\\Mirandor\\Vellumic\\Parameters"); }},

@@ -100,16 +100,14 @@ TEST(DriverPackage, BothParseAndReferToSectionsThatExist) {
 TEST(DriverPackage, ComponentWritesWhatRegistrationWrites) {
   test::RegistryTree registered, installed;
   {
-    const test::ScratchKey scratch;
-    RegOverridePredefKey(HKEY_CLASSES_ROOT, scratch.root());
+    const test::ScratchKey classes(HKEY_CLASSES_ROOT);
     EXPECT_EQ(test::exported<HRESULT WINAPI()>("DllRegisterServer")(), S_OK);
-    RegOverridePredefKey(HKEY_CLASSES_ROOT, nullptr);
-    registered = scratch.tree();
+    registered = treeOf(classes);
   }
   {
     const test::ScratchKey scratch;
     Inf("VellumicAPO.inf").runRegistry(L"Component.NT", scratch.root());
-    installed = scratch.tree();
+    installed = treeOf(scratch);
   }
   // Paths apart: classes lie below Classes, and files in folders of their own.
   test::RegistryTree expected;
@@ -133,7 +131,7 @@ TEST(DriverPackage, ExtensionAttachesAllThreeEffects) {
   const test::ScratchKey scratch;
   Inf("VellumicExtension.inf").runRegistry(L"Extension.Interface", scratch.root());
   const auto expected = effectValues("0=null 6=mfx m6=all 7=efx m7=all 9=kdmfx m9=all");
-  EXPECT_EQ(scratch.tree(), (test::RegistryTree{{L"\\FX\\0", expected}}));
+  EXPECT_EQ(treeOf(scratch), (test::RegistryTree{{L"\\FX\\0", expected}}));
 }
 
 }  // namespace

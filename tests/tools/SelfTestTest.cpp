@@ -14,6 +14,7 @@
 
 #include "control/Handle.h"
 #include "tests/control/ChildProcess.h"
+#include "tests/support/MachineNames.h"
 #include "tests/support/RunProgram.h"
 #include "tests/tools/CommandLine.h"
 #include "tools/ProgramPath.h"
@@ -241,9 +242,7 @@ class SelfTestRun : public testing::Test {
     return found;
   }
 
-  static inline const std::wstring tree = L"SOFTWARE\\Mirandor\\Vellumic\\Parameters",
-                                   settings =
-                                       tree + L"\\{DFF21CE1-F70F-11D0-B917-00A0C9223196}\\Settings";
+  static inline const std::wstring settings = test::machine::settings;
   const std::filesystem::path folder =
       std::filesystem::temp_directory_path() /
       ("vellumic-selftest-" + std::to_string(GetCurrentProcessId()));
@@ -299,7 +298,8 @@ TEST_F(SelfTestRun, WhatAnEndedStageLeavesIsPutBack) {
   expectParts(contents(report.string()),
               {"no microphone; connect one", "nobody: not found; there are: "});
   EXPECT_EQ(traces(), before);
-  RegDeleteTreeW(HKEY_LOCAL_MACHINE, tree.c_str());
+  const std::wstring parameters = std::wstring(test::machine::product) + L"\\Parameters";
+  RegDeleteTreeW(HKEY_LOCAL_MACHINE, parameters.c_str());
 }
 
 }  // namespace
