@@ -94,8 +94,7 @@ CaptureObject ApoWorld::initialized(const ClassCase& which, const GUID& processi
 
 void ApoWorld::writeFactorySettings() {
   registry.select(L"1");
-  registry.writeSetting(L"1", 1, rawCount,
-                        [](unsigned number) { return factorySettings()[number - 1]; });
+  registry.writeSetting(L"1", factorySettings());
 }
 
 }  // namespace vellumic::test

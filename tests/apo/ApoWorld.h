@@ -9,8 +9,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <filesystem>
-#include <string>
 
 #include "apo/AudioEngine.h"
 #include "tests/apo/MediaType.h"

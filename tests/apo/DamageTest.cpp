@@ -135,20 +135,7 @@ TEST_F(Damage, EventsAreEverybodys) {
   const CaptureObject object = initialized(mfx);
   const KernelHandle event(
       OpenEventW(EVENT_ALL_ACCESS, FALSE, L"Global\\VellumicServicePingEvent"));
-  ASSERT_TRUE(event);
-  std::byte buffer[1024];
-  DWORD size = 0;
-  ASSERT_TRUE(GetKernelObjectSecurity(event.get(), DACL_SECURITY_INFORMATION, buffer, sizeof buffer,
-                                      &size));
-  BOOL present = FALSE, defaulted = FALSE;
-  PACL list = nullptr;
-  ASSERT_TRUE(GetSecurityDescriptorDacl(buffer, &present, &list, &defaulted));
-  ASSERT_TRUE(present && list != nullptr && list->AceCount == 1);
-  void* entry = nullptr;
-  ASSERT_TRUE(GetAce(list, 0, &entry));
-  auto& allowed = *static_cast<ACCESS_ALLOWED_ACE*>(entry);
-  EXPECT_EQ(allowed.Mask, 0x1F0003U);
-  EXPECT_TRUE(IsWellKnownSid(&allowed.SidStart, WinWorldSid));
+  EXPECT_EQ(accessTo(event), "D:(A;;0x1f0003;;;WD)");
 }
 
 // Somebody made the ping event first, for nobody but himself. Pings come by another event then,

@@ -1,5 +1,4 @@
 // Every pair of formats, against the accepted pairs written down once more.
-#include <algorithm>
 #include <vector>
 
 #include "tests/apo/ApoWorld.h"

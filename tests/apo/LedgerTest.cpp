@@ -54,8 +54,8 @@ worker:
 GetEffectsList with an event
   DuplicateHandle 2 0 0
 LockForProcess at another rate
-A DuplicateHandle 2 0 0
-A DuplicateHandle 2 0 0
+A DuplicateHandle <duplicate> 2 0 0
+A DuplicateHandle <duplicate> 2 0 0
 A CreateEventW 0 0 Global\VellumicAPOVolumeChangeEventmicrophone
 A CloseHandle <duplicate>
   publish

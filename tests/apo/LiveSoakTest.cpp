@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
-#include <memory>
 #include <optional>
 #include <random>
 #include <set>

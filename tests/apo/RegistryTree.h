@@ -14,24 +14,19 @@ namespace vellumic::test {
 
 using RegistryTree = std::map<std::wstring, tools::RegistryValues>;  // by path
 
-inline void readTree(HKEY key, const std::wstring& path, RegistryTree& all) {
-  all[path] = tools::readValues(key, "key");
-  std::array<wchar_t, 512> child{};
-  for (DWORD i = 0; RegEnumKeyW(key, i, child.data(), child.size()) == ERROR_SUCCESS; ++i) {
-    RegistryKey opened;
-    if (RegOpenKeyExW(key, child.data(), 0, KEY_READ, opened.put()) == ERROR_SUCCESS)
-      readTree(opened.get(), path + L"\\" + child.data(), all);
-  }
-}
-// With the keys that have no values.
-inline RegistryTree treeBelow(HKEY root, const wchar_t* path) {
+// Below a key's path, with the keys that have no values.
+inline RegistryTree treeBelow(HKEY root, const std::wstring& path) {
   RegistryTree all;
   RegistryKey key;
-  if (RegOpenKeyExW(root, path, 0, KEY_READ, key.put()) == ERROR_SUCCESS)
-    readTree(key.get(), L"", all);
+  if (RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, key.put()) != ERROR_SUCCESS) return all;
+  all[L""] = tools::readValues(key.get(), "key");
+  std::array<wchar_t, 512> name{};
+  for (DWORD i = 0; RegEnumKeyW(key.get(), i, name.data(), name.size()) == ERROR_SUCCESS; ++i) {
+    const std::wstring child = std::wstring(L"\\") + name.data();
+    for (auto& [below, values] : treeBelow(key.get(), name.data())) all[child + below] = values;
+  }
   return all;
 }
-
 // The keys that have values.
 inline RegistryTree treeOf(const ScratchKey& key) {
   RegistryTree all = treeBelow(key.root(), L"");

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <span>
 #include <string>
 
 #include "control/Handle.h"
@@ -73,6 +74,10 @@ class RegistrySandbox : public ScratchKey {
       RegSetValueExW(key.get(), (L"Param" + std::to_wstring(number)).c_str(), 0, REG_DWORD,
                      reinterpret_cast<const BYTE*>(&value), sizeof value);
     }
+  }
+  void writeSetting(const std::wstring& setting, std::span<const float> values) {
+    writeSetting(setting, 1, static_cast<unsigned>(values.size()),
+                 [&](unsigned number) { return values[number - 1]; });
   }
   void writeSlot(const std::wstring& setting, Raw slot, float value) {
     const auto number = static_cast<unsigned>(index(slot) + 1);

@@ -4,14 +4,30 @@
 #include <windows.h>
 
 #include <gtest/gtest.h>
+#include <sddl.h>
 
+#include <array>
 #include <span>
+#include <string>
 
 #include "control/Handle.h"
 #include "control/StatusBlock.h"
 #include "tests/support/MachineNames.h"
 
 namespace vellumic::test {
+
+// Who may use an object, as Wine tells it: Windows spells "all" as the object's own rights.
+inline std::string accessTo(const KernelHandle& object) {
+  std::array<std::byte, 1024> list{};
+  DWORD size = list.size();
+  LPSTR text = nullptr;
+  GetKernelObjectSecurity(object.get(), DACL_SECURITY_INFORMATION, list.data(), size, &size);
+  ConvertSecurityDescriptorToStringSecurityDescriptorA(list.data(), SDDL_REVISION_1,
+                                                       DACL_SECURITY_INFORMATION, &text, nullptr);
+  const std::string access = text == nullptr ? "" : text;
+  LocalFree(text);
+  return access;
+}
 
 class ServiceObjects {
  public:

@@ -6,7 +6,6 @@
 #include <sstream>
 #include <tuple>
 #include <type_traits>
-#include <utility>
 
 namespace vellumic::test {
 
@@ -39,7 +38,7 @@ struct SystemCallHooks {
     }
   }
 
-  enum class Does { opens, opensKey, closes, uses };
+  enum class Does { opens, opensKey, duplicates, closes, uses };
 
   template <Does does, auto function>
   struct Hook;
@@ -52,13 +51,14 @@ struct SystemCallHooks {
       std::string text;
       {
         const LockScope scope(active->lock_);
-        constexpr bool opens = does == Does::opens || does == Does::opensKey;
+        constexpr bool opens = does != Does::closes && does != Does::uses;
         const bool keepsLines = active->keeps_ == SystemCalls::Keeps::lines;
         if (opens || keepsLines) {
           std::ostringstream line;
           line << name;
           (tell(line, arguments, text), ...);
           if (text.empty() && opens) text = "unnamed";
+          if (does == Does::duplicates) text = "duplicate";
           if (!text.empty() && keepsLines)
             active->lines_.push_back({GetCurrentThreadId(), line.str()});
         }
@@ -72,6 +72,8 @@ struct SystemCallHooks {
       } else if constexpr (does == Does::opensKey) {
         if (result == ERROR_SUCCESS)
           active->open_[*std::get<sizeof...(arguments) - 1>(std::tuple(arguments...))] = text;
+      } else if constexpr (does == Does::duplicates) {
+        if (result != FALSE) active->open_[*std::get<3>(std::tuple(arguments...))] = text;
       }
       return result;
     }
@@ -80,18 +82,6 @@ struct SystemCallHooks {
       original = active->imports_.replace(import, &call);
     }
   };
-
-  static BOOL WINAPI duplicate(HANDLE from, HANDLE handle, HANDLE to, HANDLE* copy, DWORD access,
-                               BOOL inherit, DWORD options) {
-    const BOOL done = realDuplicate(from, handle, to, copy, access, inherit, options);
-    std::ostringstream line;
-    line << "DuplicateHandle " << std::hex << access << ' ' << inherit << ' ' << options;
-    const LockScope scope(active->lock_);
-    active->lines_.push_back({GetCurrentThreadId(), line.str()});
-    if (done) active->open_[*copy] = "duplicate";
-    return done;
-  }
-  static inline decltype(&DuplicateHandle) realDuplicate = nullptr;
 
   static void setAll() {
 #define HOOK(does, function) Hook<Does::does, &function>::set(#function)
@@ -102,6 +92,7 @@ struct SystemCallHooks {
     HOOK(opens, OpenSemaphoreW);
     HOOK(opens, MapViewOfFile);
     HOOK(opensKey, RegOpenKeyExW);
+    HOOK(duplicates, DuplicateHandle);
     HOOK(closes, CloseHandle);
     HOOK(closes, UnmapViewOfFile);
     HOOK(closes, RegCloseKey);
@@ -117,7 +108,6 @@ struct SystemCallHooks {
     HOOK(uses, RegDeleteValueW);
     HOOK(uses, RegSetKeyValueW);
 #undef HOOK
-    realDuplicate = active->imports_.replace("DuplicateHandle", &duplicate);
   }
 };
 

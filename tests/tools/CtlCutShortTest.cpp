@@ -173,7 +173,7 @@ TEST(CtlCutShort, OldOrNewSettingIsInForceButNeverAMixture) {
     std::array<float, rawCount> values{};
     for (std::size_t slot = 0; slot < rawCount; ++slot) values[slot] = static_cast<float>(slot);
     values[index(Raw::fadeRequest)] = 0.0F;
-    registry.writeSetting(L"2", 1, rawCount, [&](unsigned number) { return values[number - 1]; });
+    registry.writeSetting(L"2", values);
     registry.select(L"2");
     EXPECT_EQ(ended({"settings", "set", "noise.enabled=false"}, writes, end, utf8(registry.name())),
               end == End::killed ? int{cutShort} : 1);

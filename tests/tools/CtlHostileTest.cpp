@@ -6,10 +6,8 @@
 #include <algorithm>
 #include <atomic>
 #include <bit>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <random>
 #include <thread>
 
@@ -18,6 +16,7 @@
 #include "tests/support/MachineNames.h"
 #include "tests/support/RandomRounds.h"
 #include "tests/support/RunProgram.h"
+#include "tools/OutputFile.h"
 #include "tools/ctl/RegFile.h"
 #include "tools/ctl/RegistryValues.h"
 #include "tools/ctl/StatusCollector.h"
@@ -94,9 +93,8 @@ RegistryValues imported(const std::wstring& text, const std::wstring& path) {
   RegDeleteTreeW(HKEY_LOCAL_MACHINE, path.c_str());  // of a run that was ended
   const auto file = std::filesystem::temp_directory_path() /
                     ("vellumic-hostile-" + std::to_string(GetCurrentProcessId()) + ".reg");
-  std::ofstream(file, std::ios::binary)
-      .write(reinterpret_cast<const char*>(text.data()),
-             static_cast<std::streamsize>(text.size() * sizeof(wchar_t)));
+  writeWholeFile(file.string(),
+                 {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)});
   EXPECT_EQ(test::runProgram("regedit /S " + file.string()), 0);
   std::filesystem::remove(file);
   const RegistryKey key = CRegistryUtils::openKey(HKEY_LOCAL_MACHINE, path.c_str());

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <filesystem>
 #include <fstream>
@@ -28,10 +27,6 @@ class CtlSettings : public testing::Test {
   std::string file(const std::string& name, const std::string& content) const {
     std::ofstream(path(name), std::ios::binary) << content;
     return path(name);
-  }
-  void store(const std::wstring& setting, const RawValues& values) {
-    registry.writeSetting(setting, 1, rawCount,
-                          [&](unsigned number) { return values[number - 1]; });
   }
   static RawValues stored(const std::wstring& setting) {
     return SettingsTree::read(setting).value_or(StoredSetting{}).values;
@@ -59,7 +54,7 @@ TEST_F(CtlSettings, ApplyMakesTheTree) {
 }
 
 TEST_F(CtlSettings, TwoChangesAtOnceLoseNothing) {
-  store(L"2", factorySettings());
+  registry.writeSetting(L"2", factorySettings());
   registry.select(L"2");
   std::thread other;
   {
@@ -78,8 +73,8 @@ TEST_F(CtlSettings, TwoChangesAtOnceLoseNothing) {
 TEST_F(CtlSettings, SetKeepsEverythingElse) {
   RawValues values = factorySettings();
   values[unread] = 7.0F;
-  store(L"5", values);
-  store(L"2", factorySettings());
+  registry.writeSetting(L"5", values);
+  registry.writeSetting(L"2", factorySettings());
   registry.select(L"2");
   const ToolRun set =
       captured({"settings", "set", "5", "noise.enabled=off", "limiter.level_db=-6", "--fade"});
@@ -104,13 +99,13 @@ TEST_F(CtlSettings, ExportsCarryEveryValue) {
   RawValues values = factorySettings();
   values[index(Raw::echoReservedFloor)] = 1.0F / 3.0F;
   values[index(bandSlot(1, 9, BandField::type))] = 6.0F;
-  store(L"4", values);
+  registry.writeSetting(L"4", values);
   ASSERT_EQ(ctl({"settings", "export", "4", path("all.toml")}), 0);
   ASSERT_EQ(ctl({"settings", "apply", path("all.toml"), "6"}), 0);
   EXPECT_EQ(stored(L"6"), values);
 
   values[unread] = std::bit_cast<float>(0x7FC12345U);
-  store(L"4", values);
+  registry.writeSetting(L"4", values);
   expectParts(captured({"settings", "export", "4", path("all.toml")}).complained,
               {"warning: 1 stored without a name"});
   ASSERT_EQ(ctl({"settings", "export", "4", path("all.reg")}), 0);
@@ -128,8 +123,8 @@ TEST_F(CtlSettings, ShortSettingIsReadAsTheEffectsReadIt) {
 }
 
 TEST_F(CtlSettings, FaultsAreOneLineAndChangeNothing) {
-  store(L"2", factorySettings());
-  store(L"3", factorySettings());
+  registry.writeSetting(L"2", factorySettings());
+  registry.writeSetting(L"3", factorySettings());
   registry.select(L"2");
   const auto broken = file("broken.toml", "[noise]\nenabled = false\nenabld = true\n");
   const std::pair<std::string, const char*> cases[] = {
