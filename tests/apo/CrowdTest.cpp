@@ -69,8 +69,7 @@ class Crowd : public ApoWorld {
     const unsigned action = random() % 8;
     if (!member.object.object || action == 0) return create(member, random);
     if (action == 1) {  // of the object that published last, whosever it is
-      const KernelHandle event(
-          OpenEventW(EVENT_MODIFY_STATE, FALSE, service.block().propertyEvent.data()));
+      const KernelHandle event = service.propertyEvent();
       if (event) SetEvent(event.get());
     } else if (action < 4) {
       const std::array<unsigned, 3> rates{16000, 44100, 48000};

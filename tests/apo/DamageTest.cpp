@@ -116,9 +116,8 @@ TEST_F(Damage, ASettingHalfWrittenIsSomeSoundAndAWholeOneIsTaken) {
 // Every local user may signal the events of an object, and reset them.
 TEST_F(Damage, SignalsWithoutEndNeitherStopTheSoundNorTheTeardown) {
   CaptureObject object = playing();
-  const KernelHandle reload(
-      OpenEventW(EVENT_MODIFY_STATE, FALSE, service.block().propertyEvent.data())),
-      ping(OpenEventW(EVENT_MODIFY_STATE, FALSE, pingEventName));
+  const KernelHandle reload = service.propertyEvent(),
+                     ping(OpenEventW(EVENT_MODIFY_STATE, FALSE, pingEventName));
   const std::jthread storm([&](const std::stop_token& stop) {
     while (!stop.stop_requested())
       for (HANDLE event : {reload.get(), ping.get()}) SetEvent(event), ResetEvent(event);

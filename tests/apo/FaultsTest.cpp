@@ -200,8 +200,7 @@ class Faults : public ApoWorld {
     begin(running);
     registry.select(L"1");
     // The object told no name when a failure took it.
-    const KernelHandle reload(
-        OpenEventW(EVENT_MODIFY_STATE, FALSE, service.block().propertyEvent.data()));
+    const KernelHandle reload = service.propertyEvent();
     const UINT wanted = which.endpointEffect ? 0 : 4;
     UINT effects = 99;
     do {

@@ -1,7 +1,6 @@
 #include <array>
 #include <bit>
 #include <cstring>
-#include <vector>
 
 #include "control/ParametersInRegistry.h"
 #include "tests/control/ChildProcess.h"
@@ -16,20 +15,21 @@ constexpr float numbered(unsigned number) { return static_cast<float>(number); }
 constexpr float untouched = -7.0F;
 
 struct Values {
-  std::vector<float> a = std::vector<float>(rawCount, untouched), b = a;
-  RawValues first() { return RawValues(a.data(), rawCount); }
-  RawValues second() { return RawValues(b.data(), rawCount); }
+  Values() {
+    a.fill(untouched);
+    b = a;
+  }
+  std::array<float, rawCount> a, b;
 };
 
 class RegistryTest : public testing::Test {
  protected:
-  void load() { parameters.readInitialSetting(values.first(), values.second()); }
-  bool reload() { return parameters.reloadSetting(held, values.first()); }
+  void load() { parameters.readInitialSetting(values.a, values.b); }
+  bool reload() { return parameters.reloadSetting(held, values.a); }
   unsigned parallelCount(const wchar_t* setting) {
     unsigned count = 999;
     const RegistryKey settings = parameters.openSettings();
-    parameters.readSettingParallel(settings.get(), &count, setting, values.first(),
-                                   values.second());
+    parameters.readSettingParallel(settings.get(), &count, setting, values.a, values.b);
     return count;
   }
   int outputPath() {
@@ -113,7 +113,7 @@ TEST_F(RegistryTest, GapEndsItsChunkButNotTheReload) {
   EXPECT_EQ(values.a[101], untouched);  // behind the gap, to the end of the chunk
   EXPECT_EQ(values.a[170], 171.0F);
   const RegistryKey setting = CRegistryUtils::openKey(parameters.openSettings().get(), L"2");
-  EXPECT_EQ(CParametersInRegistry::readSettingSequential(setting.get(), values.first()), 100U);
+  EXPECT_EQ(CParametersInRegistry::readSettingSequential(setting.get(), values.a), 100U);
   EXPECT_EQ(values.a[100], 0.0F);
   EXPECT_EQ(values.a[101], 102.0F);
 }

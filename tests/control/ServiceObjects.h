@@ -50,9 +50,12 @@ class ServiceObjects {
   [[nodiscard]] bool signalled(DWORD patienceMs = 0) const {
     return WaitForSingleObject(event_.get(), patienceMs) == WAIT_OBJECT_0;
   }
-  // The object that published last re-reads its setting.
+  // By which the object that published last is told to read its setting again.
+  [[nodiscard]] KernelHandle propertyEvent() const {
+    return KernelHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, block().propertyEvent.data()));
+  }
   void signalReload() const {
-    const KernelHandle event(OpenEventW(EVENT_MODIFY_STATE, FALSE, block().propertyEvent.data()));
+    const KernelHandle event = propertyEvent();
     ASSERT_TRUE(event);
     SetEvent(event.get());
   }
