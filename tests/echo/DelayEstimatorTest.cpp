@@ -14,6 +14,7 @@ namespace {
 TEST(DelayEstimator, MeasuresLagsOfBothSignsAtTheFourthUpdate) {
   constexpr int block = 1024;
   const Eigen::ArrayXf noise = Eigen::ArrayXf::Random(16 * block);
+  const Eigen::ArrayXf hum = Eigen::ArrayXf::Constant(block, 3.0F);  // nothing of it in the sum
   Eigen::ArrayXXf reference(block, 2), microphones(block, 3);
   DelayEstimator estimator;
   for (const int lag : {1, 102, 1500, 3000, -1, -320, -2500})
@@ -22,7 +23,7 @@ TEST(DelayEstimator, MeasuresLagsOfBothSignsAtTheFourthUpdate) {
       for (int update = 1; update <= 8; ++update) {
         const int at = (3 + update) * block;
         reference.colwise() = noise.segment(at, block);
-        microphones.colwise() = gain * noise.segment(at - lag, block);
+        microphones << gain * noise.segment(at - lag, block), hum, -hum;
         estimator.update(reference, microphones);
         if (update == 8 || std::abs(lag) < 1000) {
           EXPECT_EQ(estimator.committedLag, update < 4 ? 0 : lag) << gain;

@@ -95,12 +95,14 @@ TEST(Fade, VolumesWrittenInMidFadeSurviveBothExchanges) {
   EngineRig rig(equalizerGain(0.5F));
   for (int fade = 0; fade < 3; ++fade) {
     rig.reload(byFade(equalizerGain(0.5F)));
-    rig.call(constant(200, 0.0F));
+    rig.core->sets.setVolumes({.master = 1.0F, .first = 1.0F, .second = 1.0F});
+    rig.call(constant(200, 0.0F));  // makes the mask again
     const float volume = 0.1F * static_cast<float>(fade + 1);
     rig.core->sets.setVolumes({.master = volume, .first = volume, .second = volume});
     rig.call(constant(2 * rampFrames, 0.0F));
     rig.call(constant(2, 0.0F));
     EXPECT_EQ(rig.core->sets.masterVolume(), volume);
+    EXPECT_EQ(rig.core->sets.currentMask().at(23), 1);
     EXPECT_EQ(loadVolumes(*rig.core->context.pendingImageSlot).master, volume);
   }
 }
