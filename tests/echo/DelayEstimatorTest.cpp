@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <limits>
+#include <tuple>
 #include <vector>
 
 #include "echo/DelayEstimator.h"
@@ -61,17 +62,11 @@ TEST(CorrelationKernels, TheFirstOfEqualPeaksCounts) {
   for (const InstructionSet set : {InstructionSet::Base, InstructionSet::Avx2}) {
     const ScopedInstructionSet scope(set);
     std::vector<float> samples(37);
-    const auto peak = [&] {
-      return correlationKernels().firstPeak(samples.data(), static_cast<int>(samples.size()));
-    };
-    samples[0] = nan;
-    EXPECT_EQ(peak(), 0);
-    samples[36] = 2.0F;
-    EXPECT_EQ(peak(), 36);
-    samples[20] = -2.0F;
-    EXPECT_EQ(peak(), 20);
-    samples[19] = nan;
-    EXPECT_EQ(peak(), 20);
+    for (const auto& [at, sample, peak] :
+         {std::tuple{0, nan, 0}, {36, 2.0F, 36}, {20, -2.0F, 20}, {19, nan, 20}}) {
+      samples[static_cast<std::size_t>(at)] = sample;
+      EXPECT_EQ(correlationKernels().firstPeak(samples.data(), 37), peak);
+    }
   }
 }
 

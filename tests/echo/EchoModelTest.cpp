@@ -213,20 +213,16 @@ class EchoModel {
   int counter_ = 0;
 };
 
-EchoCancellerSettings otherSettings() {
-  EchoCancellerSettings s;
-  s.powerSmoothing = 0.6F;
-  s.filterPole = 0.5F;
-  s.overSubtraction = 4.0F;
-  s.couplingStep = 0.05F;
-  s.referenceSmoothing = 0.5F;
-  s.levelSmoothing = 0.9F;
-  s.suppressionFloor = 0.1F;
-  s.crossFactor = 0.6F;
-  s.updateThreshold = 3e-3F;
-  s.warmupBlocks = 3;
-  return s;
-}
+constexpr EchoCancellerSettings otherSettings{.powerSmoothing = 0.6F,
+                                              .filterPole = 0.5F,
+                                              .overSubtraction = 4.0F,
+                                              .couplingStep = 0.05F,
+                                              .referenceSmoothing = 0.5F,
+                                              .levelSmoothing = 0.9F,
+                                              .suppressionFloor = 0.1F,
+                                              .crossFactor = 0.6F,
+                                              .updateThreshold = 3e-3F,
+                                              .warmupBlocks = 3};
 
 struct ModelCase {
   EchoCancellerSettings settings;
@@ -302,12 +298,12 @@ TEST_P(EchoModels, TheCancellersFollowTheirEquations) {
   EXPECT_TRUE(otherModel.converged);
   EXPECT_LT(difference, 1e-10 * heard);
 }
-INSTANTIATE_TEST_SUITE_P(
-    Settings, EchoModels,
-    ::testing::Values(ModelCase{{}, 64, InstructionSet::Avx2, 1.0F},
-                      ModelCase{{}, 64, InstructionSet::Avx2, 0.003F},
-                      ModelCase{otherSettings(), 60, InstructionSet::Avx2, 1.0F},
-                      ModelCase{otherSettings(), 60, InstructionSet::Base, 0.003F}));
+INSTANTIATE_TEST_SUITE_P(Settings, EchoModels,
+                         ::testing::Values(ModelCase{{}, 64, InstructionSet::Avx2, 1.0F},
+                                           ModelCase{{}, 64, InstructionSet::Avx2, 0.003F},
+                                           ModelCase{otherSettings, 60, InstructionSet::Avx2, 1.0F},
+                                           ModelCase{otherSettings, 60, InstructionSet::Base,
+                                                     0.003F}));
 
 }  // namespace
 }  // namespace vellumic::testing

@@ -70,13 +70,8 @@ class ScriptedPackets final : public PacketSource {
   std::vector<float> samples_;
 };
 
-LoopbackOpener openerOf(Device& device) {
-  return {[&device] { return std::make_unique<ScriptedPackets>(device); }, false};
-}
-
 class Loopback : public ::testing::Test {
  protected:
-  Loopback() : source(openerOf(device)), rows(2, std::vector<float>(16384, 99.0F)) {}
   ~Loopback() override {
     source.stop();
     EXPECT_EQ(device.alive, 0);
@@ -94,8 +89,8 @@ class Loopback : public ::testing::Test {
     return got;
   }
   Device device;
-  LoopbackSource source;
-  ChannelArrays rows;
+  LoopbackSource source{{[this] { return std::make_unique<ScriptedPackets>(device); }, false}};
+  ChannelArrays rows = ChannelArrays(2, std::vector<float>(16384, 99.0F));
 };
 
 // What one block after another brings, as the packets before it are numbered from 1 on.

@@ -15,13 +15,10 @@ namespace {
 constexpr float nan = std::numeric_limits<float>::quiet_NaN();
 constexpr float infinity = std::numeric_limits<float>::infinity();
 
-struct Set {
-  Raw slot;
-  float value;
-};
-RawValues with(std::initializer_list<Set> sets) {
+using Changes = std::initializer_list<std::pair<Raw, float>>;
+RawValues with(Changes changes) {
   RawValues raw = factorySettings();
-  for (const Set& set : sets) raw[index(set.slot)] = set.value;
+  for (const auto& [slot, value] : changes) raw[index(slot)] = value;
   return raw;
 }
 
@@ -29,15 +26,14 @@ TEST(EqualizerSettings, FilterTypesAreTruncatedAndFallToFlatGain) {
   const std::pair<float, int> types[] = {{3.9F, 3},  {7.99F, 7}, {8, 0},     {-0.9F, 0},
                                          {1e30F, 0}, {nan, 0},   {-1e30F, 0}};
   for (const auto& [stored, type] : types) {
-    const auto settings =
-        EqualizerSettings::from(with({{bandSlot(1, 9, BandField::type), stored}}));
-    EXPECT_EQ(settings.bands[1][9].type, type) << stored;
+    const RawValues raw = with({{bandSlot(1, 9, BandField::type), stored}});
+    EXPECT_EQ(EqualizerSettings::from(raw).bands[1][9].type, type) << stored;
   }
 }
 
 TEST(EqualizerSettings, BandsAreNeutralByUnityGainOrAnEnableOfZero) {
-  const auto neutral = [](std::initializer_list<Set> sets) {
-    return EqualizerSettings::from(with(sets)).allBandsNeutral();
+  const auto neutral = [](Changes changes) {
+    return EqualizerSettings::from(with(changes)).allBandsNeutral();
   };
   const Raw enable = bandSlot(1, 4, BandField::enable), gain = bandSlot(1, 4, BandField::gain);
   EXPECT_TRUE(neutral({}));

@@ -51,14 +51,6 @@ std::string repeated(std::string_view part, std::size_t times) {
   return text;
 }
 
-TEST(Catalogue, FindsByNameAndBySlot) {
-  const auto found = findParameter("equalizer.right.band10.q");
-  ASSERT_TRUE(found);
-  EXPECT_EQ(index(found->parameter->slot), 1280U);
-  EXPECT_FALSE(findParameter("level.envelope_s_db"));  // seconds
-  EXPECT_EQ(findParameter(Raw{1286}), nullptr);
-}
-
 std::string contents(const char* path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
@@ -71,14 +63,12 @@ TEST(Catalogue, GeneratedFilesAreUpToDate) {
       << "settings/factory.toml is old";
 }
 
-struct Fault {
-  std::string text;
-  std::vector<const char*> told;  // what the message must hold
-};
-
 // Every fault stands behind a good line, which must then have no effect.
 TEST(SettingsFile, FaultsNameLineSettingAndRemedyAndChangeNothing) {
-  const Fault faults[] = {
+  const struct {
+    std::string text;
+    std::vector<const char*> told;  // what the message must hold
+  } faults[] = {
       {"echo.power_smothing = 1",
        {"test.toml:2: ", "echo.power_smothing", "echo.power_smoothing?"}},
       {"[equalizer.left.band1]\ngian_db = 3", {"test.toml:3: ", "equalizer.left.band1.gain_db?"}},
@@ -93,6 +83,7 @@ TEST(SettingsFile, FaultsNameLineSettingAndRemedyAndChangeNothing) {
       {"level.level = nan", {":2: level.level: nan is not a number that can be stored"}},
       {"level.level = 1e39", {"1e+39 is not a number"}},
       {"level.level_db = 900", {"900 is not a number", "level.level_db = -16"}},
+      {"level.envelope_s_db = 3", {":2: level.envelope_s_db: no such setting"}},
       {"level.level_db = \"loud\"", {"a number of decibels", "loud"}},
       {"level.level = 1\nlevel.level_db = 0", {"level.level_db", "given twice"}},
       {"equalizer.left.band1.type = \"peek\"", {":2: ", "\"high_pass\"", "peek"}},
@@ -103,20 +94,20 @@ TEST(SettingsFile, FaultsNameLineSettingAndRemedyAndChangeNothing) {
       {"a = \"\"\"\\\n \u00E4\"\"\"", {"test.toml:3: not valid TOML", "beyond ASCII"}},
       {"#'\nx = '''\n'''\n" + repeated("'='.", 300000) + "a = 1", {"test.toml:5: ", "16 parts"}},
       {repeated("a", 300000) + " = 1", {":2: aaa", "no such setting; did you mean"}}};
-  for (const Fault& fault : faults) {
+  for (const auto& [text, parts] : faults) {
     RawValues values = factorySettings();
     SettingsWarnings warnings;
     try {
-      applySettingsText("echo.enabled = false\n" + fault.text, "test.toml", values, warnings);
-      ADD_FAILURE() << "accepted: " << fault.text;
+      applySettingsText("echo.enabled = false\n" + text, "test.toml", values, warnings);
+      ADD_FAILURE() << "accepted: " << text;
     } catch (const SettingsError& error) {
       const std::string told = error.what();
       EXPECT_EQ(told.find('\n'), std::string::npos) << told;
       EXPECT_LT(told.size(), 1100U);
-      for (const char* part : fault.told)
+      for (const char* part : parts)
         EXPECT_NE(told.find(part), std::string::npos) << part << " is missing in: " << told;
     }
-    EXPECT_EQ(values, factorySettings()) << fault.text;
+    EXPECT_EQ(values, factorySettings()) << text;
     EXPECT_TRUE(warnings.empty());
   }
 }

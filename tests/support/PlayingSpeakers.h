@@ -81,25 +81,14 @@ class PlayingSpeakers {
 
   bool waits() const { return read_ + late < written_; }
 
-  // Two running means of eight samples: little is left above 5 kHz, so that microphones of lower
-  // rates hear what the references hold.
+  // Three low-passes at 2 kHz: little is left above 5 kHz, so that microphones of lower rates hear
+  // what the references hold.
   float smooth(std::size_t channel, float sample) {
-    for (Mean& mean : means_[channel]) {
-      float& oldest = mean.past[mean.next];
-      mean.next = (mean.next + 1) % mean.past.size();
-      mean.sum += sample - oldest;
-      oldest = sample;
-      sample = mean.sum / 4.0F;
-    }
+    for (float& mean : means_[channel]) sample = mean += 0.25F * (1.7F * sample - mean);
     return sample;
   }
 
-  struct Mean {
-    std::array<float, 8> past{};
-    std::size_t next = 0;
-    float sum = 0.0F;
-  };
-  std::array<std::array<Mean, 2>, 2> means_{};
+  std::array<std::array<float, 3>, 2> means_{};
   std::vector<std::vector<float>> packets_ =
       std::vector<std::vector<float>>(mostWaiting, std::vector<float>(2 * packetFrames));
   std::size_t written_ = 0, read_ = 0;  // packets

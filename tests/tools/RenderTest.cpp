@@ -1,5 +1,5 @@
 // vellumic-render from command line to output file.
-#include <span>
+#include <numeric>
 
 #include "parameters/Catalogue.h"
 #include "tests/tools/RenderFiles.h"
@@ -10,9 +10,8 @@ namespace {
 
 TEST_F(RenderFiles, SettingsComeInTheirOrder) {
   RawValues stored{};
-  stored[index(Raw::masterEnable)] = 1.0F;
-  stored[index(Raw::equalizerMaster)] = 1.0F;
-  stored[index(bandSlot(0, 0, BandField::enable))] = 1.0F;
+  for (const Raw on : {Raw::masterEnable, Raw::equalizerMaster, bandSlot(0, 0, BandField::enable)})
+    stored[index(on)] = 1.0F;
   stored[index(bandSlot(0, 0, BandField::gain))] = 0.5F;
   text("raw", std::string(reinterpret_cast<const char*>(stored.data()), sizeof stored));
   text("quarter.toml", "equalizer.left.band1.gain = 0.25");
@@ -139,16 +138,12 @@ TEST_F(RenderFiles, TheFarFileIsTheEchoReference) {
     microphones.insert(microphones.end(), 2, n < 320 ? 0.0F : 0.5F * far[n - 320]);
   wave("in.wav", {.sampleRate = rate, .channels = 2}, microphones);
   wave("far.wav", {.sampleRate = rate, .channels = 1}, far);
-  const auto lastSecond = [&](const std::string& options) {
-    rendered(
-        "--set noise.enabled=0 --set beamformer.enabled=0 --set level.enabled=0 in.wav "
-        "out.wav " +
-        options);
-    double energy = 0.0;
+  text("echo.toml", "noise.enabled = false\nbeamformer.enabled = false\nlevel.enabled = false");
+  const auto lastSecond = [&](const std::string& options) {  // dB
+    rendered("--settings echo.toml in.wav out.wav " + options);
     const std::vector<float> sound = heard("out.wav");
-    for (const float sample : std::span(sound).last(rate))
-      energy += double{sample} * double{sample};
-    return 10.0 * std::log10(energy);
+    return 10.0 *
+           std::log10(std::inner_product(sound.end() - rate, sound.end(), sound.end() - rate, 0.0));
   };
   const double withoutFar = lastSecond("");
   EXPECT_LT(lastSecond("--far far.wav"), withoutFar - 20.0);
@@ -172,12 +167,10 @@ TEST_F(RenderFiles, EveryErrorIsOneLineAndLeavesNoOutput) {
                                     {"--far in.wav --far-gap 1", "--far-gap 1"}});
   expectRefused("", {{"wide.wav out.wav", "13 channels"},
                      {"in.wav", "OUTPUT.wav"},
-                     {"in.wav none/out.wav", "none"}});
-  // Half an hour of delay, 800 MB of it.
-  const ToolRun outcome = run("--set pipeline.internal_rate_hz=1 --tail in.wav out.wav");
-  EXPECT_EQ(outcome.exitCode, 1);
-  EXPECT_NE(outcome.complained.find("raise pipeline.internal_rate_hz"), std::string::npos);
-  EXPECT_FALSE(std::filesystem::exists("out.wav"));
+                     {"in.wav none/out.wav", "none"},
+                     // Half an hour of delay, 800 MB of it.
+                     {"--set pipeline.internal_rate_hz=1 --tail in.wav out.wav",
+                      "raise pipeline.internal_rate_hz"}});
 }
 
 TEST_F(RenderFiles, BlocksThatOutlastThePeriodAreWarnedOf) {

@@ -8,18 +8,6 @@
 namespace vellumic::tools {
 namespace {
 
-// The first block of a printed table, by white space; row 0 is the head.
-std::vector<std::vector<std::string>> tableIn(const std::string& printed) {
-  std::vector<std::vector<std::string>> rows;
-  std::istringstream lines(printed);
-  for (std::string line; std::getline(lines, line);) {
-    std::istringstream words(line);
-    rows.emplace_back(std::istream_iterator<std::string>(words),
-                      std::istream_iterator<std::string>());
-  }
-  return rows;
-}
-
 class Reports : public RenderFiles {
  protected:
   void noise(const std::string& name, int channels, std::size_t frames) const {
@@ -70,15 +58,15 @@ TEST_F(Reports, ASweepTabulatesWhatTheFilesHold) {
   std::vector<float> steady(48000, 0.5F);
   std::fill(steady.begin() + 24000, steady.begin() + 28800, 0.005F);
   wave("in.wav", {.sampleRate = 48000, .channels = 1}, steady);
-  const auto rows = tableIn(
-      rendered("--class efx --set equalizer.enabled=1 --set equalizer.left.band1.enabled=1 --set "
-               "equalizer.left.band1.type=gain --sweep equalizer.left.band1.gain_db=-6,12 "
-               "in.wav out.wav")
-          .printed);
-  ASSERT_EQ(rows.size(), 3U);
-  EXPECT_EQ(rows[0][0], "equalizer.left.band1.gain_db");
+  const ToolRun sweep = rendered(
+      "--class efx --set equalizer.enabled=1 --set equalizer.left.band1.enabled=1 --set "
+      "equalizer.left.band1.type=gain --sweep equalizer.left.band1.gain_db=-6,12 in.wav out.wav");
+  const std::vector<std::string> lines = split(sweep.printed, '\n');
+  ASSERT_EQ(lines.size(), 3U);
+  EXPECT_TRUE(lines[0].starts_with("equalizer.left.band1.gain_db "));
   const double inputLevel = 10.0 * std::log10(0.25 * 0.9 + 0.000025 * 0.1);
-  for (const auto& row : {rows[1], rows[2]}) {
+  for (const std::string& line : {lines[1], lines[2]}) {
+    const std::vector<std::string> row = split(line, ' ');
     const double gain = std::stod(row[0]);
     EXPECT_NEAR(std::stod(row[1]), inputLevel + gain, 0.06);
     EXPECT_NEAR(std::stod(row[2]), -46.02 + gain, 0.06);
