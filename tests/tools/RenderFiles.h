@@ -24,16 +24,12 @@ class RenderFiles : public testing::Test {
     std::filesystem::remove_all(folder_);
   }
 
-  std::string path(const std::string& name) const { return (folder_ / name).string(); }
-
-  std::string text(const std::string& name, const std::string& content) const {
-    std::ofstream(path(name), std::ios::binary) << content;
-    return path(name);
+  static std::string text(const std::string& name, const std::string& content) {
+    std::ofstream(name, std::ios::binary) << content;
+    return name;
   }
-  std::string wave(const std::string& name, WaveFormat format,
-                   const std::vector<float>& samples) const {
-    writeWave(path(name), {.format = format, .samples = samples});
-    return path(name);
+  static void wave(const std::string& name, WaveFormat format, const std::vector<float>& samples) {
+    writeWave(name, {.format = format, .samples = samples});
   }
   // The first channel.
   static std::vector<float> heard(const std::string& name) {

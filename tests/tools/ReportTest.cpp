@@ -10,7 +10,7 @@ namespace {
 
 class Reports : public RenderFiles {
  protected:
-  void noise(const std::string& name, int channels, std::size_t frames) const {
+  static void noise(const std::string& name, int channels, std::size_t frames) {
     wave(name, {.sampleRate = 48000, .channels = channels},
          softNoise(frames, static_cast<std::size_t>(channels), 1));
   }

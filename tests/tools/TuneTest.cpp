@@ -206,7 +206,8 @@ TEST_F(TuningRun, JournalsOfOtherRunsAndDamagedOnesAreRefused) {
 TEST_F(TuningRun, AFigureIsJudgedOverFourShiftsAndQuicklyOverOne) {
   const tools::WaveData sound{{.sampleRate = 16000, .channels = 1}, tools::softNoise(48000, 1, 5)};
   Matter matter;
-  matter.recording = wave("room.wav", sound.format, sound.samples);
+  matter.recording = "room.wav";
+  wave(matter.recording, sound.format, sound.samples);
   const std::atomic<bool> stop{false};
   const Panel panel({matter}, {}, 2, stop);
   const auto material = quality::recordedMaterial("room", sound, std::nullopt, std::nullopt);
