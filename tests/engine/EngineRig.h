@@ -97,7 +97,6 @@ inline std::vector<float> constant(std::size_t samples, float value) {
 inline std::vector<float> sine(std::size_t frames, std::uint32_t channels, double radiansPerFrame,
                                std::size_t firstFrame = 0, float amplitude = 0.1F) {
   std::vector<float> samples;
-  samples.reserve(frames * channels);
   for (std::size_t n = 0; n < frames; ++n)
     samples.insert(samples.end(), channels,
                    amplitude * static_cast<float>(std::sin(radiansPerFrame *

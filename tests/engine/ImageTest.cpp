@@ -108,18 +108,6 @@ TEST(Image, OfTheEqualizer) {
   EXPECT_TRUE(flat.core->engine.equalizer.active());
 }
 
-TEST(Image, EachEffectHasItsBitAndItsEntry) {
-  constexpr Raw effects[] = {Raw::echoCancellation, Raw::beamformer, Raw::noisePostfilter,
-                             Raw::levelControl};
-  for (std::size_t on = 0; on < 4; ++on) {
-    RawValues raw = factorySettings();
-    for (std::size_t i = 0; i < 4; ++i) raw[index(effects[i])] = i == on ? 1.0F : 0.0F;
-    EngineRig rig(raw, {.mode = EffectMode::array});
-    EXPECT_EQ(rig.core->sets.effectFlags(), 0x200U << on);
-    for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(rig.image().at(2140 + i), i == on) << i;
-  }
-}
-
 // Entries of the latencies that stages might announce, and the sum.
 TEST(Image, SumsTheLatenciesThatAreSwitchedOn) {
   const std::pair<Facts, float> cases[] = {
@@ -176,8 +164,11 @@ TEST(Image, ModesDecideWhatIsReportedHowManyMicrophonesRunAndWhetherTheLoopbackO
     std::uint32_t flags;
     int microphones;
     bool opens;
+    Raw off = Raw::noisePostfilter;  // beside the echo canceller
   } cases[] = {{ProcessingMode::standard, array, 12, 1, 0, 0x1400, 12, true},
                {ProcessingMode::standard, array, 1, 0.5F, 0, 0, 2, true},
+               {ProcessingMode::standard, array, 2, 1, 0, 0x1800, 2, true, Raw::beamformer},
+               {ProcessingMode::standard, array, 2, 1, 0, 0xc00, 2, true, Raw::levelControl},
                {ProcessingMode::standard, fourChannel, 4, 1, 0, 0x1400, 2, false},
                {ProcessingMode::raw, array, 8, 1, 1, 0, 2, false},
                {ProcessingMode::speech, array, 4, 0, 2, 0x1e00, 4, true},
@@ -194,15 +185,17 @@ TEST(Image, ModesDecideWhatIsReportedHowManyMicrophonesRunAndWhetherTheLoopbackO
       opened = true;
       return std::unique_ptr<PacketSource>();
     };
-    EngineRig rig(factoryWith({{Raw::keepInDefaultMode, row.keep},
-                               {Raw::echoCancellation, 0.0F},
-                               {Raw::noisePostfilter, 0.0F}}),
-                  {.mode = row.mode,
-                   .processingMode = row.processingMode,
-                   .format = {.inputChannels = row.channels, .outputChannels = row.channels},
-                   .openLoopback = {.open = open, .onHelperThread = false}});
+    EngineRig rig(
+        factoryWith(
+            {{Raw::keepInDefaultMode, row.keep}, {Raw::echoCancellation, 0.0F}, {row.off, 0.0F}}),
+        {.mode = row.mode,
+         .processingMode = row.processingMode,
+         .format = {.inputChannels = row.channels, .outputChannels = row.channels},
+         .openLoopback = {.open = open, .onHelperThread = false}});
     EXPECT_EQ(rig.image().at(5), row.category);
     EXPECT_EQ(rig.core->sets.effectFlags(), row.flags);
+    for (std::size_t effect = 0; effect < 4; ++effect)
+      EXPECT_EQ(rig.image().at(2140 + effect), row.flags >> (9 + effect) & 1U) << effect;
     EXPECT_EQ(rig.core->engine.pipeline.micCount(), row.microphones);
     EXPECT_EQ(opened, row.opens);
   }

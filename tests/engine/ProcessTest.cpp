@@ -3,6 +3,7 @@
 
 #include <cfenv>
 #include <limits>
+#include <numeric>
 #include <thread>
 
 #include "engine/ProcessCall.h"
@@ -42,12 +43,11 @@ TEST(Process, ChannelsTravelByPosition) {
 // Where no stage runs by position, speakers beyond the front pair travel by marks in the mask,
 // which a lock clears: none on the way in or out means that a channel keeps what the buffer held.
 TEST(Process, SpeakersTravelByTheirMarks) {
-  struct Marks {
+  const struct {
     std::size_t in, out;
     std::vector<std::size_t> slots;
-  };
-  const Marks cases[] = {{9, 14, {2}},     {10, 15, {4}}, {11, 16, {7}}, {12, 17, {5, 6}},
-                         {13, 18, {8, 9}}, {0, 1648, {3}}};  // the vendor channel is never read
+  } cases[] = {{9, 14, {2}},     {10, 15, {4}}, {11, 16, {7}}, {12, 17, {5, 6}},
+               {13, 18, {8, 9}}, {0, 1648, {3}}};  // the vendor channel is never read
   RawValues off = equalizerGain(0.5F);
   off[index(Raw::masterEnable)] = 0.0F;
   const RigSetup setup{.format = {.inputChannels = 10, .outputChannels = 10}};
@@ -55,9 +55,8 @@ TEST(Process, SpeakersTravelByTheirMarks) {
     for (const bool marked : {true, false})
       for (const auto& [in, out, slots] : cases) {
         EngineRig rig(off, setup);
-        for (int slot = 0; slot < 10; ++slot)
-          rig.core->engine.inputIndex[static_cast<std::size_t>(slot)] =
-              rig.core->engine.outputIndex[static_cast<std::size_t>(slot)] = slot;
+        std::iota(rig.core->engine.inputIndex.begin(), rig.core->engine.inputIndex.begin() + 10, 0);
+        rig.core->engine.outputIndex = rig.core->engine.inputIndex;
         float gain = 1.0F;
         rig.core->lockBlock.holdFlag = fading ? 0 : 1;
         if (fading) {

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <random>
 #include <utility>
 #include <vector>
 
@@ -39,12 +40,10 @@ std::vector<double> tone(double frequency, double rate, int count) {
 }
 
 std::vector<double> noise(int count) {
+  std::minstd_rand random;
+  std::uniform_real_distribution<double> level(-0.5, 0.5);
   std::vector<double> samples(static_cast<std::size_t>(count));
-  unsigned state = 1;
-  for (double& sample : samples) {
-    state = state * 1664525U + 1013904223U;
-    sample = static_cast<double>(state >> 8U) / 16777216.0 - 0.5;
-  }
+  for (double& sample : samples) sample = level(random);
   return samples;
 }
 
