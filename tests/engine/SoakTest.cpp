@@ -82,7 +82,7 @@ class SoakedObject {
     if (chance(4)) play(static_cast<int>(random_() % 150), 1);
     play(50);
   }
-  // Sound comes back, and an array's echo goes.
+  // Sound comes back, and 15 dB of an array's echo go.
   void recover() {
     build(1.0F, factorySettings());
     lock(rate_, channels_);
