@@ -1,7 +1,6 @@
 // What vellumic-quality says about sound files that are empty or cut.
 #include <algorithm>
 #include <cstdlib>
-#include <sstream>
 
 #include "tests/tools/RenderFiles.h"
 
