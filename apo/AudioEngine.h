@@ -26,6 +26,12 @@ inline constexpr HRESULT invalidConnectionFormat = static_cast<HRESULT>(0x887D00
 inline constexpr HRESULT locked = static_cast<HRESULT>(0x887D000A);
 }  // namespace vellumic::apo_error
 
+namespace vellumic {
+// KSDATAFORMAT_SUBTYPE_IEEE_FLOAT: the samples are floats.
+inline constexpr GUID ieeeFloat{
+    0x00000003, 0x0000, 0x0010, {0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71}};
+}  // namespace vellumic
+
 enum APO_CONNECTION_BUFFER_TYPE {
   APO_CONNECTION_BUFFER_TYPE_ALLOCATED = 0,
   APO_CONNECTION_BUFFER_TYPE_EXTERNAL = 1,

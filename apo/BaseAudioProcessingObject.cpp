@@ -7,9 +7,6 @@
 namespace vellumic {
 namespace {
 
-constexpr GUID ieeeFloat{
-    0x00000003, 0x0000, 0x0010, {0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71}};
-
 constexpr UNCOMPRESSEDAUDIOFORMAT defaultFormat{.guidFormatType = ieeeFloat,
                                                 .dwSamplesPerFrame = 2,
                                                 .dwBytesPerSampleContainer = 4,

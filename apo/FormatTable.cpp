@@ -94,8 +94,6 @@ std::optional<Position> positionOf(IAudioMediaType* format) noexcept {
     static_assert(extensionSize == 22);
     if (wave->cbSize < extensionSize) return std::nullopt;
     const auto* extensible = reinterpret_cast<const WAVEFORMATEXTENSIBLE*>(wave);
-    static constexpr GUID ieeeFloat{
-        0x00000003, 0x0000, 0x0010, {0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71}};
     if (!IsEqualGUID(extensible->SubFormat, ieeeFloat)) return std::nullopt;
     kind = Kind::extensible;
     record.mask = extensible->dwChannelMask;

@@ -1,32 +1,27 @@
 #include "array/ActivityEstimator.h"
 
-#include <cmath>
-
+#include "array/SmoothingRate.h"
 #include "array/kernels/Activity.h"
 
 namespace vellumic {
 namespace {
 
 constexpr float startProbability = 0.5F;
-constexpr float startNoise = 1e-5F;
-
-float rateOf(float frameRate, float timeConstant) {
-  return 1.0F - std::exp(-1.0F / (frameRate * timeConstant));
-}
+constexpr float startNoisePower = 1e-5F;
 
 }  // namespace
 
 ActivityEstimator::ActivityEstimator(int bins, float framesPerSecond) {
   binCount = bins;
   frameRate = framesPerSecond;
-  smoothingRate = rateOf(frameRate, smoothingTimeConstant);
-  noiseRate = rateOf(frameRate, noiseTimeConstant);
+  smoothingRate = smoothingRateOf(frameRate, smoothingTimeConstant);
+  noiseRate = smoothingRateOf(frameRate, noiseTimeConstant);
   init(false);
 }
 
 bool ActivityEstimator::init(bool /*resetChildren*/) {
   smoothedProbability.setConstant(binCount, startProbability);
-  noisePower.setConstant(binCount, startNoise);
+  noisePower.setConstant(binCount, startNoisePower);
   return true;
 }
 

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "array/PrincipalComponent.h"
+#include "array/SmoothingRate.h"
 #include "array/kernels/Beam.h"
 #include "array/kernels/PrincipalVectors.h"
 
@@ -16,17 +17,13 @@ constexpr float startNoise = 1e-6F;
 constexpr float signalLoading = 1e-16F;  // power, on the working copies only
 constexpr float noiseLoading = 1e-17F;
 
-float rateOf(float frameRate, float timeConstant) {
-  return 1.0F - std::exp(-1.0F / (timeConstant * frameRate));
-}
-
 }  // namespace
 
 BeamformerAdaptive::BeamformerAdaptive(int microphones, int bins, float framesPerSecond) {
   binCount = bins;
   channelCount = microphones;
   frameRate = framesPerSecond;
-  covarianceRate = rateOf(frameRate, covarianceTimeConstant);
+  covarianceRate = smoothingRateOf(frameRate, covarianceTimeConstant);
   binsPerFrame =
       static_cast<std::int32_t>(static_cast<float>(binCount) * binUpdateRate / frameRate);
   estimators.assign(static_cast<std::size_t>(channelCount), ActivityEstimator(binCount, frameRate));
@@ -59,7 +56,7 @@ bool BeamformerAdaptive::init(bool resetChildren) {
 
 void BeamformerAdaptive::apply(const BeamformerSettings& settings) noexcept VELLUMIC_NONBLOCKING {
   covarianceTimeConstant = settings.covarianceTimeConstant;
-  covarianceRate = rateOf(frameRate, covarianceTimeConstant);
+  covarianceRate = smoothingRateOf(frameRate, covarianceTimeConstant);
   thresholdScale = settings.thresholdScale;
 }
 

@@ -16,10 +16,6 @@ constexpr std::array sampleRates{16000.0F, 22050.0F, 24000.0F, 44100.0F,
 // NaN falls to 1 like everything outside the range.
 float trimOr1(float gain) noexcept { return gain >= 0.1F && gain <= 10.0F ? gain : 1.0F; }
 
-void clear(ImageView image, Entry first, Entry last) noexcept {
-  for (std::size_t i = index(first); i <= index(last); ++i) image.at(i) = 0.0F;
-}
-
 float largest(ConstImageView image, Entry a, Entry b, Entry c) noexcept {
   return std::max({image[a], image[b], image[c]});
 }

@@ -13,10 +13,6 @@ constexpr int streamBlockSize = 1024;  // samples at the internal rate
 constexpr int frameReferences = 2;     // carried by a four-channel frame
 constexpr std::size_t fadeMarks = 40;  // two groups of ten 8-byte marks at the block's end
 
-void clear(ImageView image, Entry first, Entry last) noexcept {
-  for (std::size_t i = index(first); i <= index(last); ++i) image.at(i) = 0.0F;
-}
-
 void preparePipeline(PipelineHandover& handover, EffectMode mode, int channels) {
   if (mode == EffectMode::array)
     handover.prepareStream(streamBlockSize, channels, false);

@@ -8,11 +8,6 @@
 #include "frontend/BoundedSample.h"
 
 namespace vellumic {
-namespace {
-
-constexpr int maxInput = 5000;  // frames of a packet
-
-}  // namespace
 
 LoopbackStream::LoopbackStream(std::unique_ptr<PacketSource> source, double targetRate)
     : source_(std::move(source)), format_(source_->mixFormat()), targetRate_(targetRate) {

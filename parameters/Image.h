@@ -103,6 +103,11 @@ using MaskView = NamedView<Entry, std::uint8_t, imageSize>;
 using ConstMaskView = NamedView<Entry, const std::uint8_t, imageSize>;
 using FadeView = NamedView<Fade, float, fadeBlockSize>;
 
+// From the first to the last entry, both included.
+constexpr void clear(ImageView image, Entry first, Entry last) noexcept {
+  for (std::size_t i = index(first); i <= index(last); ++i) image.at(i) = 0.0F;
+}
+
 enum class EffectMode : int { array = 9, equalizer = 10, arrayFourChannel = 12 };
 
 // Image entry 5, from the audio processing mode.

@@ -8,8 +8,6 @@ namespace {
 
 Floats at(const float* plane, int k) { return FullLanes::load(plane + k); }
 
-Floats powerOf(const ComplexFloats& x) { return x.real() * x.real() + x.imag() * x.imag(); }
-
 void zeroAbove(float* spectrum, int bins, float largest) noexcept {
   forLanes(bins, [=](auto lanes, int k) {
     const ComplexFloats x = lanes.loadComplex(spectrum + 2 * k);

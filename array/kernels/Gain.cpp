@@ -6,8 +6,6 @@
 namespace vellumic::VELLUMIC_KERNEL_SET {
 namespace {
 
-Floats powerOf(const ComplexFloats& x) { return x.real() * x.real() + x.imag() * x.imag(); }
-
 void power(const float* spectrum, int bins, float* to) noexcept {
   forLanes(bins, [=](auto lanes, int k) {
     lanes.store(to + k, powerOf(lanes.loadComplex(spectrum + 2 * k)));
