@@ -78,7 +78,7 @@ TEST_F(Classes, HoldWhatIsWrittenDownHere) {
   EXPECT_EQ(unregisterServer(), notFound);
 }
 
-HRESULT WINAPI denied() { return TYPE_E_REGISTRYACCESS; }
+HRESULT WINAPI registryDenied() { return TYPE_E_REGISTRYACCESS; }
 
 // A user's registration asks for no right on the machine: there the general functions for type
 // libraries write to the machine's classes, which a limited user may not. What others keep in the
@@ -86,7 +86,7 @@ HRESULT WINAPI denied() { return TYPE_E_REGISTRYACCESS; }
 TEST(Registration, ForOneUser) {
   ImportTable imports(library());
   for (const char* function : {"RegisterTypeLib", "UnRegisterTypeLib"})
-    ASSERT_NE(imports.replace(function, &denied), nullptr);
+    ASSERT_NE(imports.replace(function, &registryDenied), nullptr);
   const std::wstring classes = L"Software\\Classes\\",
                      application = L"AppID\\{ED8C8A2F-9D0D-4005-ABC8-3529708C3957}",
                      stale = L"CLSID\\" + std::wstring(GuidText(efx.id).c_str()) + L"\\Stale";

@@ -16,7 +16,7 @@
 namespace vellumic {
 namespace {
 
-using Complex = std::complex<float>;
+using ComplexFloat = std::complex<float>;
 constexpr int bins = 257;
 
 struct Pair {
@@ -25,8 +25,8 @@ struct Pair {
 
 Eigen::MatrixXcf gaussian(int rows, int columns, std::mt19937& random) {
   std::normal_distribution<float> normal;
-  return Eigen::MatrixXcf::NullaryExpr(rows, columns,
-                                       [&] { return Complex(normal(random), normal(random)); });
+  return Eigen::MatrixXcf::NullaryExpr(
+      rows, columns, [&] { return ComplexFloat(normal(random), normal(random)); });
 }
 
 // The mean of `count` outer products.
@@ -52,8 +52,9 @@ TEST(PrincipalComponent, HasTheScaleAndPolarityOfTheDeterminantFormula) {
         std::sqrt(level);
     const Eigen::VectorXd values = Eigen::VectorXd::LinSpaced(size, 1.0, 10.0 * size);
     const Eigen::MatrixXcd inverse = vectors.inverse();
-    Eigen::MatrixXcf noise = (inverse.adjoint() * inverse).cast<Complex>();
-    Eigen::MatrixXcf signal = (inverse.adjoint() * values.asDiagonal() * inverse).cast<Complex>();
+    Eigen::MatrixXcf noise = (inverse.adjoint() * inverse).cast<ComplexFloat>();
+    Eigen::MatrixXcf signal =
+        (inverse.adjoint() * values.asDiagonal() * inverse).cast<ComplexFloat>();
     noise.triangularView<Eigen::StrictlyUpper>().setConstant(1e9F);  // must not be read
     signal.triangularView<Eigen::StrictlyUpper>().setConstant(1e9F);
 
@@ -77,7 +78,7 @@ TEST(PrincipalComponent, OfBadMatricesIsNanOrTheFirstMicrophone) {
   EXPECT_TRUE(std::isnan(weights[0].real()));
   const Eigen::MatrixXcf twins = Eigen::MatrixXcf::Constant(4, 4, 0.25F);  // equal microphones
   solvePrincipalComponent(twins, twins, weights);
-  EXPECT_NEAR(std::abs(weights.sum() - Complex(1.0F)), 0.0F, 1e-3F);
+  EXPECT_NEAR(std::abs(weights.sum() - ComplexFloat(1.0F)), 0.0F, 1e-3F);
 }
 
 enum class Kind { Ordinary, NearlyEqual, Equal, RankOneSignal, SingularNoise, Zero, NotFinite };

@@ -64,7 +64,7 @@ TEST(Image, OfTheArray) {
        Facts{{8, 44100}, {19, 8}, {20, 4}, {22, 0.5F}, {23, 0.25F}, {24, 0.125F}, {671, 9188}})
     facts[at] = value;
   rig.call({});
-  for (const std::size_t late : {23, 24}) EXPECT_EQ(rig.image().at(late), facts[late]);
+  for (const std::size_t late : {23U, 24U}) EXPECT_EQ(rig.image().at(late), facts[late]);
   rig.reload(raw);  // the volumes went in after the mask was made
   rig.call({});
   expectImage(rig, facts);

@@ -12,7 +12,7 @@
 namespace vellumic {
 namespace {
 
-constexpr float sampleRate = 48000.0F;
+constexpr float streamRate = 48000.0F;
 constexpr float nan = std::numeric_limits<float>::quiet_NaN();
 constexpr float infinity = std::numeric_limits<float>::infinity();
 
@@ -63,7 +63,7 @@ struct PlainEqualizer {
       for (std::size_t side = 0; side < equalizerSides; ++side) {
         const EqualizerBandSettings& wanted = settings.bands[side][band];
         auto& [section, enabled] = designs[side][band];
-        section.set(wanted.type, wanted.frequency, wanted.gain, wanted.q, sampleRate);
+        section.set(wanted.type, wanted.frequency, wanted.gain, wanted.q, streamRate);
         enabled = wanted.enable == 1.0F && (wanted.type != 1 || wanted.gain != 1.0F);
       }
     eachBand([](EqualizerBand& band, EqualizerBand next) {
@@ -132,8 +132,8 @@ TEST_P(BiquadEqualizerSets, EqualsThePlainCascadeToTheBitByFrameAndByBlock) {
       }
       for (auto builds = random() % 3; builds > 0; --builds) {
         const EqualizerSettings settings = randomSettings(random, round % 3 == 2);
-        record = EqualizerRecord::design(settings, sampleRate, record);
-        byFrame.applyParameters(settings, sampleRate);
+        record = EqualizerRecord::design(settings, streamRate, record);
+        byFrame.applyParameters(settings, streamRate);
         if (builds == 1) byBlock.adopt(record);
         plain.apply(settings);
       }
@@ -168,9 +168,9 @@ INSTANTIATE_TEST_SUITE_P(EverySet, BiquadEqualizerSets,
 TEST(BiquadChannelPair, TakesTheTwentyBandsAndNoOthers) {
   BiquadChannelPair pair;
   for (const auto& [channel, band] : {std::pair{2, 0}, {-1, 0}, {0, 10}, {1, -1}})
-    pair.setBand(channel, band, 1, 0, 1000, 0.5F, 1, sampleRate);
-  pair.setBand(0, 0, 1, 0, 1000, 0.5F, 1, sampleRate);
-  pair.setBand(1, 9, 1, 0, 1000, 0.25F, 1, sampleRate);
+    pair.setBand(channel, band, 1, 0, 1000, 0.5F, 1, streamRate);
+  pair.setBand(0, 0, 1, 0, 1000, 0.5F, 1, streamRate);
+  pair.setBand(1, 9, 1, 0, 1000, 0.25F, 1, streamRate);
   float first = 1, second = 1;
   pair.process(first, second);
   EXPECT_EQ(first, 0.5F);

@@ -17,7 +17,7 @@ namespace vellumic::tools {
 namespace {
 
 constexpr wchar_t mutexName[] = L"Global\\VellumicCtlAttachment";
-constexpr DWORD patienceMs = 10000;
+constexpr DWORD attachPatienceMs = 10000;
 constexpr wchar_t stateName[] = L"State";
 constexpr wchar_t madeKeyName[] = L"MadeKey";
 constexpr wchar_t attaching[] = L"attaching", attached[] = L"attached", detaching[] = L"detaching",
@@ -140,7 +140,7 @@ std::optional<Attachment> readAttachment(const std::wstring& endpoint) {
 }
 
 AttachmentWriter::AttachmentWriter() : mutex_(CreateMutexW(nullptr, FALSE, mutexName)) {
-  if (!mutex_ || WaitForSingleObject(mutex_.get(), patienceMs) == WAIT_TIMEOUT)
+  if (!mutex_ || WaitForSingleObject(mutex_.get(), attachPatienceMs) == WAIT_TIMEOUT)
     throw CtlError("another vellumic-ctl is attaching or detaching; wait for its end");
 }
 

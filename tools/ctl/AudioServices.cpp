@@ -12,7 +12,7 @@
 namespace vellumic::tools {
 namespace {
 
-constexpr ULONGLONG patienceMs = 30000;
+constexpr ULONGLONG servicePatienceMs = 30000;
 constexpr DWORD stepMs = 50;
 
 struct ServiceHandleTraits {
@@ -62,7 +62,7 @@ class Service {
                    std::to_string(error) + "); run as administrator: " + restartByHand);
   }
   void await(DWORD wanted, const char* action) const {
-    const ULONGLONG end = GetTickCount64() + patienceMs;
+    const ULONGLONG end = GetTickCount64() + servicePatienceMs;
     while (state() != wanted) {
       if (GetTickCount64() > end) fail(action, ERROR_SERVICE_REQUEST_TIMEOUT);
       Sleep(stepMs);

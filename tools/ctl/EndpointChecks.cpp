@@ -45,7 +45,7 @@ void checkEnhancements(Findings& findings, const RegistryValues& values) {
 void checkFormat(Findings& findings, const Microphone& microphone,
                  const std::vector<AttachedEffect>& attached) {
   if (!microphone.device) return findings.unknown("format", "the audio service does not show it");
-  const MixFormat format = mixFormatOf(*microphone.device.get());
+  const EndpointMixFormat format = mixFormatOf(*microphone.device.get());
   if (FAILED(format.result)) return findings.unknown("format", "the system does not tell it");
   std::string refusals;
   for (const AttachedEffect& effect : attached)

@@ -32,7 +32,7 @@ std::vector<std::string> modesOf(const AttachedEffect& effect) {
 
 struct Row {
   Microphone microphone;
-  MixFormat format;
+  EndpointMixFormat format;
   std::vector<AttachedEffect> attached;
   std::vector<std::string> others;  // ids of effects that are not ours
   std::string attachment;           // how it stands with ours

@@ -63,8 +63,8 @@ Microphone defaultMicrophone() {
 
 }  // namespace
 
-MixFormat mixFormatOf(IMMDevice& device) {
-  MixFormat format;
+EndpointMixFormat mixFormatOf(IMMDevice& device) {
+  EndpointMixFormat format;
   ComPtr<IAudioClient> client;
   format.result = device.Activate(__uuidof(IAudioClient), CLSCTX_ALL, nullptr, client.putVoid());
   if (FAILED(format.result)) return format;

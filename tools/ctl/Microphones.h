@@ -36,11 +36,11 @@ struct Microphone {
 };
 
 // The system's mix format. A plain format has an extension of zeros.
-struct MixFormat {
+struct EndpointMixFormat {
   HRESULT result = E_FAIL;  // of asking
   WAVEFORMATEXTENSIBLE wave{};
 };
-MixFormat mixFormatOf(IMMDevice& device);
+EndpointMixFormat mixFormatOf(IMMDevice& device);
 std::string formatText(const WAVEFORMATEXTENSIBLE& wave);  // "4 channels, 48000 Hz, 32-bit float"
 
 const char* stateText(DWORD state);

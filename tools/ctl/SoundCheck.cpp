@@ -18,7 +18,7 @@ namespace vellumic::tools {
 namespace {
 
 constexpr REFERENCE_TIME bufferDuration = 5'000'000;  // 500 ms in units of 100 ns
-constexpr ULONGLONG patienceMs = 3000, listeningMs = 500;
+constexpr ULONGLONG soundPatienceMs = 3000, listeningMs = 500;
 constexpr DWORD stepMs = 10;
 
 // A running recording in the system's mix format; what comes is thrown away.
@@ -43,7 +43,7 @@ class Recording {
   // What came until `listeningMs` after the first packet.
   int listen() {
     int packets = 0;
-    ULONGLONG end = GetTickCount64() + patienceMs;
+    ULONGLONG end = GetTickCount64() + soundPatienceMs;
     for (bool first = true; SUCCEEDED(result_) && GetTickCount64() < end; Sleep(stepMs)) {
       packets += drain();
       if (first && packets > 0) {

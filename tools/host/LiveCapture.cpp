@@ -8,7 +8,7 @@ namespace {
 
 constexpr REFERENCE_TIME bufferDuration = 2'000'000;  // 200 ms in units of 100 ns
 constexpr double periodMs = 10.0;
-constexpr DWORD patienceMs = 5000;  // without a packet
+constexpr DWORD packetPatienceMs = 5000;  // without a packet
 
 // A started stream on an urgent thread, until its end.
 class Running {
@@ -59,10 +59,10 @@ LiveFigures LiveCapture::run(double seconds,
   heardFrames_ = 0.0;
   Clock::time_point last = Clock::now(), lastPacket = last;
   while (heardFrames_ < seconds * sampleRate_) {
-    const DWORD woken = WaitForSingleObject(event_.get(), patienceMs);
+    const DWORD woken = WaitForSingleObject(event_.get(), packetPatienceMs);
     const Clock::time_point now = Clock::now();
     // A sound server that is in trouble may go on signalling: packets count.
-    if (woken != WAIT_OBJECT_0 || now - lastPacket > std::chrono::milliseconds(patienceMs))
+    if (woken != WAIT_OBJECT_0 || now - lastPacket > std::chrono::milliseconds(packetPatienceMs))
       throw std::runtime_error("the microphone sends nothing; check its cable and its switch");
     const std::chrono::duration<double, std::milli> waited = now - last;
     last = now;

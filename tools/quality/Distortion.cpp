@@ -8,7 +8,7 @@
 namespace vellumic::quality {
 namespace {
 
-constexpr int taps = 512, ahead = 256;  // the filter reaches that far into the future
+constexpr int taps = 512, lookahead = 256;  // the filter reaches that far into the future
 
 }  // namespace
 
@@ -33,7 +33,8 @@ FilterInvariantSdr& FilterInvariantSdr::operator=(FilterInvariantSdr&&) noexcept
 
 double FilterInvariantSdr::operator()(View signal) const {
   if (!factor_) return 0.0;
-  const std::vector<double> lags = crossCorrelation(target_, signal, -ahead, taps - 1 - ahead);
+  const std::vector<double> lags =
+      crossCorrelation(target_, signal, -lookahead, taps - 1 - lookahead);
   const Eigen::Map<const Eigen::VectorXd> cross(lags.data(), taps);
   const Eigen::VectorXd filter = factor_->toeplitz.solve(cross);
   const double explained = filter.dot(cross);  // energy of the filtered target in the signal

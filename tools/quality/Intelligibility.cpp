@@ -18,27 +18,27 @@ constexpr double dynamicRange = 40.0;  // dB below the loudest frame
 constexpr double clipping = 15.0;      // dB of distortion that one moment can have at most
 
 // 16 kHz to 10 kHz by a windowed sinc: the output's positions fall on five phases of the input.
-constexpr int halfTaps = 64, phases = 5, inputPerPhases = 8;
-using Kernel = std::array<float, 2 * halfTaps>;
+constexpr int kernelHalfTaps = 64, phases = 5, inputPerPhases = 8;
+using Kernel = std::array<float, 2 * kernelHalfTaps>;
 
 std::array<Kernel, phases> makeKernels() {
   constexpr double cutoff = 0.96 * rate / rateIn;
   std::array<Kernel, phases> kernels{};
   for (int phase = 0; phase < phases; ++phase)
-    for (int tap = 0; tap < 2 * halfTaps; ++tap) {
+    for (int tap = 0; tap < 2 * kernelHalfTaps; ++tap) {
       const double fraction = (phase * inputPerPhases % phases) / static_cast<double>(phases);
-      const double t = fraction + halfTaps - 1 - tap, x = std::numbers::pi * cutoff * t;
+      const double t = fraction + kernelHalfTaps - 1 - tap, x = std::numbers::pi * cutoff * t;
       kernels[static_cast<std::size_t>(phase)][static_cast<std::size_t>(tap)] =
           static_cast<float>((x == 0.0 ? cutoff : cutoff * std::sin(x) / x) *
-                             (0.5 + 0.5 * std::cos(std::numbers::pi * t / (halfTaps + 1))));
+                             (0.5 + 0.5 * std::cos(std::numbers::pi * t / (kernelHalfTaps + 1))));
     }
   return kernels;
 }
 
 std::vector<float> resampled(View in) {
   static const std::array<Kernel, phases> kernels = makeKernels();
-  std::vector<float> padded(in.size() + 2 * halfTaps);
-  std::ranges::copy(in, padded.begin() + halfTaps - 1);
+  std::vector<float> padded(in.size() + 2 * kernelHalfTaps);
+  std::ranges::copy(in, padded.begin() + kernelHalfTaps - 1);
   std::vector<float> out(in.size() * phases / inputPerPhases);
   for (std::size_t n = 0; n < out.size(); ++n) {
     const Kernel& kernel = kernels[n % phases];

@@ -8,7 +8,7 @@
 namespace vellumic::quality {
 namespace {
 
-constexpr int halfTaps = 40;  // of the windowed sinc
+constexpr int sincHalfTaps = 40;  // of the windowed sinc
 
 // Wall reflection coefficient that gives the room's RT60 (Eyring).
 double reflection(const Room& room) {
@@ -36,11 +36,11 @@ AxisImage axisImage(double source, double microphone, double length, int order, 
 void addImpulse(std::vector<float>& response, double position, double gain) {
   constexpr double pi = std::numbers::pi;
   const int centre = static_cast<int>(std::lround(position));
-  const int first = std::max(0, centre - halfTaps);
-  const int last = std::min(static_cast<int>(response.size()) - 1, centre + halfTaps);
+  const int first = std::max(0, centre - sincHalfTaps);
+  const int last = std::min(static_cast<int>(response.size()) - 1, centre + sincHalfTaps);
   // sin(pi t) only changes its sign from tap to tap, and the window's phase turns by one step.
   double sine = std::sin(pi * (first - position));
-  const double step = pi / (halfTaps + 1);
+  const double step = pi / (sincHalfTaps + 1);
   std::complex<double> phase = std::polar(1.0, step * (first - position));
   const std::complex<double> turn = std::polar(1.0, step);
   for (int n = first; n <= last; ++n, sine = -sine, phase *= turn) {

@@ -11,7 +11,7 @@ namespace {
 constexpr double settling = 4.0;  // s given to the noise estimate before its pauses count
 constexpr double early = 0.3;  // s by which an output that nothing aligns may come before its time
 constexpr int alignmentReach = 4096;
-constexpr std::size_t step = 160;
+constexpr std::size_t tenMilliseconds = 160;
 
 bool inside(const std::vector<Span>& spans, double time) {
   return std::any_of(spans.begin(), spans.end(),
@@ -22,17 +22,17 @@ bool inside(const std::vector<Span>& spans, double time) {
 template <class Wanted>
 std::vector<std::size_t> stepsOf(std::size_t length, Wanted wanted) {
   std::vector<std::size_t> steps;
-  for (std::size_t n = 0; n + step <= length; n += step)
+  for (std::size_t n = 0; n + tenMilliseconds <= length; n += tenMilliseconds)
     if (wanted(static_cast<double>(n) / sceneRate)) steps.push_back(n);
   return steps;
 }
 
 Signal gathered(const Signal& signal, const std::vector<std::size_t>& steps) {
   Signal out;
-  out.reserve(steps.size() * step);
+  out.reserve(steps.size() * tenMilliseconds);
   for (const std::size_t n : steps)
     out.insert(out.end(), signal.begin() + static_cast<std::ptrdiff_t>(n),
-               signal.begin() + static_cast<std::ptrdiff_t>(n + step));
+               signal.begin() + static_cast<std::ptrdiff_t>(n + tenMilliseconds));
   return out;
 }
 

@@ -28,9 +28,9 @@ double threeDigits(double value) {
   return std::round(value * scale) / scale;
 }
 
-class Run {
+class SearchRun {
  public:
-  Run(const Space& space, const PointValue& function) : space_(space), function_(function) {
+  SearchRun(const Space& space, const PointValue& function) : space_(space), function_(function) {
     for (std::size_t n = 0; n < space.size(); ++n)
       (space[n].isSwitch ? switches_ : ranges_).push_back(n);
     result_.value = -std::numeric_limits<double>::infinity();
@@ -52,7 +52,7 @@ class Run {
   std::vector<std::pair<double, Point>> quick_;  // of one global search
 };
 
-double Run::evaluate(const Point& point) {
+double SearchRun::evaluate(const Point& point) {
   const Point at = rounded(space_, point);
   const double value = function_(at, Depth::full);
   if (value > result_.value) {
@@ -62,19 +62,19 @@ double Run::evaluate(const Point& point) {
   return value;
 }
 
-double Run::evaluateQuickly(const Point& point) {
+double SearchRun::evaluateQuickly(const Point& point) {
   const Point at = rounded(space_, point);
   return quick_.emplace_back(function_(at, Depth::quick), at).first;
 }
 
-Point Run::combination(Point point, std::size_t which) const {
+Point SearchRun::combination(Point point, std::size_t which) const {
   for (std::size_t n = 0; n < switches_.size(); ++n)
     point[switches_[n]] =
         (which >> n & 1U) != 0 ? space_[switches_[n]].high : space_[switches_[n]].low;
   return point;
 }
 
-void Run::optimise(nlopt::opt optimiser, const Point& from, int evaluations, Depth depth) {
+void SearchRun::optimise(nlopt::opt optimiser, const Point& from, int evaluations, Depth depth) {
   std::vector<double> unit;
   for (const std::size_t n : ranges_) unit.push_back(toUnit(space_[n], from[n]));
   optimiser.set_lower_bounds(0.0);
@@ -82,7 +82,7 @@ void Run::optimise(nlopt::opt optimiser, const Point& from, int evaluations, Dep
   optimiser.set_maxeval(evaluations);
   optimiser.set_xtol_abs(0.005);
   struct Call {
-    Run* run;
+    SearchRun* run;
     Point from;
     Depth depth;
     std::exception_ptr failure;  // NLopt passes only its own exceptions on
@@ -111,7 +111,8 @@ void Run::optimise(nlopt::opt optimiser, const Point& from, int evaluations, Dep
   }
 }
 
-void Run::searchGlobally(const Point& from, int evaluations, std::uint64_t seed, Depth depth) {
+void SearchRun::searchGlobally(const Point& from, int evaluations, std::uint64_t seed,
+                               Depth depth) {
   const auto dimensions = static_cast<unsigned>(ranges_.size());
   nlopt::srand(static_cast<unsigned long>(seed));
   nlopt::opt global(nlopt::GN_CRS2_LM, dimensions);
@@ -124,7 +125,7 @@ void Run::searchGlobally(const Point& from, int evaluations, std::uint64_t seed,
   quick_.clear();
 }
 
-SearchResult Run::go(const Budget& budget, std::uint64_t seed) {
+SearchResult SearchRun::go(const Budget& budget, std::uint64_t seed) {
   Point start, factory;
   for (const Dimension& d : space_) {
     start.push_back(d.start);
@@ -185,7 +186,7 @@ Point rounded(const Space& space, Point point) {
 
 SearchResult search(const Space& space, const Budget& budget, std::uint64_t seed,
                     const PointValue& function) {
-  return Run(space, function).go(budget, seed);
+  return SearchRun(space, function).go(budget, seed);
 }
 
 }  // namespace vellumic::tune

@@ -6,9 +6,10 @@
 namespace vellumic::tune {
 namespace {
 
-class Run {
+class TuningRun {
  public:
-  Run(const Plan& plan, Journal& journal, const PointJudge& judge, const ProgressReport& progress)
+  TuningRun(const Plan& plan, Journal& journal, const PointJudge& judge,
+            const ProgressReport& progress)
       : plan_(plan), journal_(journal), judge_(judge), progress_(progress) {
     for (const Dimension& d : plan.space) factory_.push_back(d.factory);
     quickLeft_ = plan.budget.quick ? plan.budget.global : 0;
@@ -89,7 +90,7 @@ class Run {
 
 Tuning tune(const Plan& plan, Journal& journal, const PointJudge& judge,
             const ProgressReport& progress) {
-  return Run(plan, journal, judge, progress).go();
+  return TuningRun(plan, journal, judge, progress).go();
 }
 
 }  // namespace vellumic::tune

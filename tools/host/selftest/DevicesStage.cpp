@@ -15,7 +15,7 @@ void describe(StageLog& log, IMMDeviceEnumerator& enumerator, EDataFlow flow, co
   });
   for (const Endpoint& endpoint : all)
     log.attempt(std::string(kind) + " " + endpoint.name, [&] {
-      const MixFormat mix = mixFormatOf(*endpoint.device.get());
+      const EndpointMixFormat mix = mixFormatOf(*endpoint.device.get());
       return SUCCEEDED(mix.result) ? good(endpoint.guid + ", " + formatText(mix.wave))
                                    : explained(mix.result, "its mix format");
     });

@@ -23,7 +23,7 @@ namespace vellumic::tools {
 namespace {
 
 constexpr double listenSeconds = 1.2;  // the board is pinged every second
-constexpr DWORD patienceMs = 5000;
+constexpr DWORD boardPatienceMs = 5000;
 
 class DeviceWatch final : public Counted<IMMNotificationClient> {
  public:
@@ -133,7 +133,7 @@ void LiveRun::makeEffects() {
   log_.attempt("effects on the status board", [&] {
     if (!board_) return untold("there is none of ours");
     for (const auto& effect : effects_)
-      if (!board_->waitFor(effect->classId(), patienceMs))
+      if (!board_->waitFor(effect->classId(), boardPatienceMs))
         return bad(effect->name() + " did not show itself; send the report");
     return good();
   });

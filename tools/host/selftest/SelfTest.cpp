@@ -16,8 +16,8 @@
 namespace vellumic::tools {
 namespace {
 
-constexpr DWORD patienceMs = 30000;      // without a line from a stage, beside the live sound
-constexpr DWORD closingPatience = 4500;  // the system ends a closed console's programs after 5 s
+constexpr DWORD stagePatienceMs = 30000;  // without a line from a stage, beside the live sound
+constexpr DWORD closingPatience = 4500;   // the system ends a closed console's programs after 5 s
 
 // Ctrl+C, and the console that closes: the test ends early and puts everything back.
 class InterruptWatch {
@@ -99,7 +99,7 @@ bool selfTest(const StageOptions& options, const std::string& wantedFile) {
               facts.program.c_str(), facts.system.c_str(), options.seconds + 10.0);
   std::fflush(stdout);
   Supervisor supervisor([&](const std::string& stage) { return commandOf(stage, options); },
-                        patienceMs + static_cast<DWORD>(1000.0 * options.seconds));
+                        stagePatienceMs + static_cast<DWORD>(1000.0 * options.seconds));
   const InterruptWatch watch(supervisor);
   for (const std::string& stage : stageNames()) supervisor.run(stage);
   supervisor.putBack();

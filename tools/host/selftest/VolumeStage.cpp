@@ -11,7 +11,7 @@
 namespace vellumic::tools {
 namespace {
 
-constexpr ULONGLONG patienceMs = 1000;
+constexpr ULONGLONG volumePatienceMs = 1000;
 
 ComPtr<IAudioEndpointVolume> controlOf(IMMDevice& device) {
   ComPtr<IAudioEndpointVolume> control;
@@ -55,7 +55,7 @@ class Listener final : public Counted<IAudioEndpointVolumeCallback> {
 
 template <class Condition>
 bool comes(Condition condition) {
-  for (const ULONGLONG end = GetTickCount64() + patienceMs; !condition(); Sleep(1))
+  for (const ULONGLONG end = GetTickCount64() + volumePatienceMs; !condition(); Sleep(1))
     if (GetTickCount64() > end) return false;
   return true;
 }
