@@ -1,7 +1,7 @@
 # Language, warnings and sanitizers; everything that all targets share.
 option(VELLUMIC_TOOLS "Build the command-line tools" OFF)
 option(VELLUMIC_BENCH "Build the benchmarks" OFF)
-option(VELLUMIC_FUZZ "Build the fuzzers instead of the tests" OFF)
+option(VELLUMIC_FUZZ "Build the fuzzers" OFF)
 option(VELLUMIC_SHORT_TESTS "Run the short forms of long convergence tests" OFF)
 set(VELLUMIC_SANITIZER "" CACHE STRING "address, thread, realtime or empty")
 
@@ -44,11 +44,12 @@ if(VELLUMIC_SANITIZER)
   target_link_options(vellumic_options INTERFACE ${sanitizer_flags})
 endif()
 if(VELLUMIC_FUZZ)
-  set(coverage -fsanitize=fuzzer-no-link)
-  if(NOT VELLUMIC_SANITIZER)  # comparisons are not watched: that halves the speed
-    set(coverage -fsanitize-coverage=inline-8bit-counters,pc-table)
+  if(VELLUMIC_SANITIZER)
+    target_compile_options(vellumic_options INTERFACE -fsanitize=fuzzer-no-link)
+  else()  # comparisons are not watched: that halves the speed
+    target_compile_options(vellumic_options INTERFACE -O2 -g1 -D_GLIBCXX_ASSERTIONS
+      -fsanitize-coverage=inline-8bit-counters,pc-table)
   endif()
-  target_compile_options(vellumic_options INTERFACE -O2 -g1 ${coverage} -D_GLIBCXX_ASSERTIONS)
 endif()
 
 if(WIN32)
