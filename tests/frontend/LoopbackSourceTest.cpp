@@ -13,7 +13,7 @@
 namespace vellumic {
 namespace {
 
-constexpr int block = 1024;
+constexpr int streamBlock = 1024;
 
 // What the test's device does. Its sample number n (from 1) is n on the first channel, -n on the
 // second, 0.5 on all others.
@@ -84,7 +84,7 @@ class Loopback : public ::testing::Test {
       source.discard();
     else
       source.drain();
-    const bool got = source.popBlock(rows, block);
+    const bool got = source.popBlock(rows, streamBlock);
     EXPECT_EQ(guard.violations(), 0) << guard.first();
     return got;
   }
@@ -136,7 +136,7 @@ TEST_F(Loopback, BlocksFollowOneAnotherThroughPausesDelaysAndDiscards) {
         const bool filled = !expected.empty() && static_cast<int>(r) < channels;
         const float sign = r == 0 ? 1.0F : -1.0F;
         EXPECT_EQ(row[0], filled ? sign * expected[0] : was[0]);
-        EXPECT_EQ(row[block - 1], filled ? sign * expected[1] : was[block - 1]);
+        EXPECT_EQ(row[streamBlock - 1], filled ? sign * expected[1] : was[streamBlock - 1]);
       }
     }
     EXPECT_TRUE(source.setDelay(std::numeric_limits<int>::max()));
@@ -171,7 +171,7 @@ TEST_F(Loopback, ConvertsToTheRateInForceAtStart) {
     EXPECT_EQ(device.packets.size(), 2U);  // a second is taken
     int queued = 0;
     while (source.popBlock(rows, 1)) ++queued;
-    EXPECT_EQ(queued, static_cast<int>(rate) - 1 - block);  // and kept
+    EXPECT_EQ(queued, static_cast<int>(rate) - 1 - streamBlock);  // and kept
     EXPECT_NEAR(rows[0][0], 2 * 48000.0F, 2000.0F);
   }
   EXPECT_EQ(device.opened, 3);
@@ -215,13 +215,13 @@ class LoopbackOpening : public ::testing::Test {
  protected:
   // A block's worth more has been played; true if the block has references.
   bool play() {
-    device.packets = {block};
+    device.packets = {streamBlock};
     source.drain();
-    return source.popBlock(rows, block);
+    return source.popBlock(rows, streamBlock);
   }
   Device device;
   std::atomic<bool> opening{false}, go{false};
-  ChannelArrays rows = ChannelArrays(2, std::vector<float>(block));
+  ChannelArrays rows = ChannelArrays(2, std::vector<float>(streamBlock));
   LoopbackSource source{{[this] {
                            opening = true;
                            while (!go) std::this_thread::yield();
@@ -242,7 +242,7 @@ TEST_F(LoopbackOpening, RunsBesideTheAudioThreadAndServesTheLatestRate) {
   while (!source.streaming()) play();
   // What piled up meanwhile is dropped, and the first block.
   for (const bool expected : {false, true}) EXPECT_EQ(play(), expected);
-  EXPECT_EQ(rows[0][block - 1] - rows[0][0], block - 1.0F);  // at the device's own rate
+  EXPECT_EQ(rows[0][streamBlock - 1] - rows[0][0], streamBlock - 1.0F);  // at the device's own rate
   go = false;
   source.setTargetRate(8000.0);
   ASSERT_TRUE(source.start());
