@@ -89,7 +89,7 @@ void ParameterWorker::loop() noexcept {
 }
 
 void ParameterWorker::reload() {
-  if (!subject_.parameters.reloadSetting(settings_, RawValueView(values_, rawCount))) return;
+  if (!subject_.parameters.reloadSetting(settings_, WritableRawView(values_, rawCount))) return;
   const LockScope scope(subject_.sync.parameterLock);
   const EffectsChange change =
       subject_.sets.reload(RawView(values_, rawCount), subject_.processingMode, traits_.mode);

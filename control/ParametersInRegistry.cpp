@@ -37,7 +37,7 @@ LSTATUS readSlot(HKEY setting, std::size_t slot, float& value) noexcept {
       .status;
 }
 
-void readChunk(HKEY setting, const Chunk& chunk, RawValueView valuesA, RawValueView valuesB,
+void readChunk(HKEY setting, const Chunk& chunk, WritableRawView valuesA, WritableRawView valuesB,
                unsigned& counter) noexcept {
   for (std::size_t slot = chunk.first; slot < chunk.end; ++slot) {
     valuesA[slot] = valuesB[slot] = 0.0F;
@@ -85,7 +85,7 @@ SettingName CParametersInRegistry::readActiveSetting(HKEY settings, NameType acc
   return name;
 }
 
-void CParametersInRegistry::readInitialSetting(RawValueView valuesA, RawValueView valuesB) {
+void CParametersInRegistry::readInitialSetting(WritableRawView valuesA, WritableRawView valuesB) {
   const RegistryKey settings = openSettings();
   if (!settings) return;
   const SettingName name = readActiveSetting(settings.get(), NameType::any);
@@ -94,8 +94,8 @@ void CParametersInRegistry::readInitialSetting(RawValueView valuesA, RawValueVie
 }
 
 void CParametersInRegistry::readSettingParallel(HKEY settings, unsigned* count,
-                                                const wchar_t* settingName, RawValueView valuesA,
-                                                RawValueView valuesB) {
+                                                const wchar_t* settingName, WritableRawView valuesA,
+                                                WritableRawView valuesB) {
   const RegistryKey setting = openKey(settings, settingName);
   if (!setting) return;
   *count = 0;
@@ -114,7 +114,7 @@ void CParametersInRegistry::readSettingParallel(HKEY settings, unsigned* count,
     valuesA[index(Raw::shortSettingMark)] = valuesB[index(Raw::shortSettingMark)] = on;
 }
 
-bool CParametersInRegistry::reloadSetting(RegistryKey& settings, RawValueView values) {
+bool CParametersInRegistry::reloadSetting(RegistryKey& settings, WritableRawView values) {
   settings.release();  // one open key per reload is the agreed price; only the last is closed
   settings = openSettings();
   if (!settings) return false;
@@ -124,7 +124,8 @@ bool CParametersInRegistry::reloadSetting(RegistryKey& settings, RawValueView va
   return true;
 }
 
-unsigned CParametersInRegistry::readSettingSequential(HKEY setting, RawValueView values) noexcept {
+unsigned CParametersInRegistry::readSettingSequential(HKEY setting,
+                                                      WritableRawView values) noexcept {
   unsigned count = 0;
   bool missing = false;
   for (std::size_t slot = 0; slot < rawCount; ++slot) {

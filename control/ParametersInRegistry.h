@@ -17,28 +17,28 @@
 
 namespace vellumic {
 
-using RawValueView = std::span<float, rawCount>;
+using WritableRawView = std::span<float, rawCount>;
 
 class CParametersInRegistry : public CRegistryUtils {
  public:
   // The active setting at Initialize, with readSettingParallel. Without the tree, or without the
   // setting's subkey, the values stay as they are. Throws std::system_error if a thread fails.
-  void readInitialSetting(RawValueView valuesA, RawValueView valuesB);
+  void readInitialSetting(WritableRawView valuesA, WritableRawView valuesB);
 
   // Reads the subkey settingName with eight short-lived threads, each on its own slots, into both
   // arrays. count := the sum of the chunks' counters; a chunk that meets a missing value ends
   // there, and its counter is that slot's number. A subkey that cannot be opened changes nothing.
   // Throws std::system_error, after joining the others, if a thread cannot be started.
   void readSettingParallel(HKEY settings, unsigned* count, const wchar_t* settingName,
-                           RawValueView valuesA, RawValueView valuesB);
+                           WritableRawView valuesA, WritableRawView valuesB);
 
   // The reload's reader, sequential. `settings` keeps the tree's key open afterwards; the key of
   // an earlier reload is replaced, not closed. False: the tree is absent and nothing was read.
   // A missing subkey leaves the values as they are, which is no failure.
-  bool reloadSetting(RegistryKey& settings, RawValueView values);
+  bool reloadSetting(RegistryKey& settings, WritableRawView values);
 
   // Present values before the first missing one; those behind a gap are read all the same.
-  static unsigned readSettingSequential(HKEY setting, RawValueView values) noexcept;
+  static unsigned readSettingSequential(HKEY setting, WritableRawView values) noexcept;
 
   // Sets hardwareOutputPath from the machine's choice and the headset override.
   // The Driver text of an audio device class is trusted to fit its buffer as characters: one of

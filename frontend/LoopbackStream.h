@@ -49,7 +49,7 @@ class LoopbackStream {
 
  private:
   static constexpr double transitionBand = 10.0;  // percent
-  static constexpr int maxInput = 5000;           // frames of a packet, or a second's if less
+  static constexpr int maxInput = 5000;           // frames of a packet; a second's where less
   static constexpr int maxOutput = 5000;          // samples per packet
   static constexpr int patience = 3;              // failed packets in a row
 

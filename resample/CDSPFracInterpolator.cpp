@@ -12,14 +12,14 @@ namespace {
 // When a call leaves more outputs than this behind, the counters start over: keeps the product of
 // count and rate exact.
 constexpr int outputsBeforeReset = 1000;
-constexpr double fractionalAttenuation =
+constexpr double interpolatorAttenuation =
     180.15;  // dB, what 24 taps reach from half the band upward
 
 // Rows of c0, c1, c2, each `taps` long: tap value = c0 + r * (c1 + r * c2), r from 0 to 1 across
 // the row. The parabolas meet the window's sinc at both ends and in the middle.
 template <int taps, int phases>
 std::vector<double> buildTable() {
-  const KaiserWindow window(fractionalAttenuation);
+  const KaiserWindow window(interpolatorAttenuation);
   constexpr int half = taps / 2;
   const auto tapAt = [&](int tap, double position) {
     const double time = tap - (half - 1) - position;

@@ -14,6 +14,7 @@
 namespace vellumic::VELLUMIC_KERNEL_SET {
 
 using ComplexFloats = xsimd::batch<std::complex<float>, Arch>;  // a register of each part
+
 inline Floats powerOf(const ComplexFloats& x) { return x.real() * x.real() + x.imag() * x.imag(); }
 
 struct FullLanes {

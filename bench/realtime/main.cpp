@@ -121,5 +121,10 @@ int run(bool checking) {
 }  // namespace vellumic::bench
 
 int main(int argc, char** argv) {
-  return vellumic::bench::run(argc > 1 && std::strcmp(argv[1], "--check") == 0);
+  try {
+    return vellumic::bench::run(argc > 1 && std::strcmp(argv[1], "--check") == 0);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "vellumic-realtime: %s\n", error.what());
+    return 1;
+  }
 }

@@ -2,6 +2,7 @@
 #include <cmath>
 #include <cstring>
 #include <functional>
+#include <utility>
 
 #include "apo/CaptureApo.h"
 #include "apo/ComObject.h"
@@ -93,6 +94,14 @@ TEST_F(Answers, UnknownModesAndTheShortBlobMeanDefault) {
   VirtualFree(page, 0, MEM_RELEASE);
 }
 
+struct AnsweringOnce : MediaType {
+  explicit AnsweringOnce(const MediaType& format) : MediaType(format) {}
+  const WAVEFORMATEX* STDMETHODCALLTYPE GetAudioFormat() override {
+    return std::exchange(asked, true) ? nullptr : &wave.Format;
+  }
+  bool asked = false;
+};
+
 TEST_F(Answers, LockAndUnlock) {
   for (const ClassCase& which : classCases) {
     SCOPED_TRACE(which.name);
@@ -101,6 +110,7 @@ TEST_F(Answers, LockAndUnlock) {
     APO_CONNECTION_DESCRIPTOR formatless = good;
     formatless.pFormat = nullptr;
     APO_CONNECTION_DESCRIPTOR *connection = &good, *null = nullptr, *bare = &formatless;
+    AnsweringOnce input(format), output(format);
     CaptureObject object(which.id);
     auto* const configuration = object.configuration.get();
     const auto lockWith = std::bind_front(&IAudioProcessingObjectConfiguration::LockForProcess,
@@ -119,6 +129,8 @@ TEST_F(Answers, LockAndUnlock) {
     ASSERT_EQ(initialize(object, blob()), S_OK);
     EXPECT_EQ(lockWith(1, &bare, 1, &connection), E_UNEXPECTED);
     EXPECT_EQ(lockWith(1, &connection, 1, &bare), E_UNEXPECTED);
+    EXPECT_EQ(object.lock(input, format), invalidFormat);
+    EXPECT_EQ(object.lock(format, output), invalidFormat);
     EXPECT_EQ(object.lock(wrong), invalidFormat);
     EXPECT_EQ(configuration->UnlockForProcess(), alreadyUnlocked);
     EXPECT_EQ(lockWith(1, &connection, 1, &connection), S_OK);
@@ -242,6 +254,12 @@ TEST_F(Answers, OtherInterfaces) {
     EXPECT_FALSE(as<IClassFactory>(held.get()));
     EXPECT_EQ(held->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
   }
+}
+
+TEST_F(Answers, ABoardWithoutItsEventIsLeftAlone) {
+  const ServiceObjects service(L"OfNobody");
+  const CaptureObject object = initialized(mfx);
+  EXPECT_TRUE(IsEqualGUID(service.block().classId, GUID{}));
 }
 
 // The operations behind the last slot that COM sees, on an object of the same code in this program.

@@ -113,7 +113,9 @@ TEST_F(Formats, OddEncodingsAreRefused) {
   }
   absent.absent = true;
   EXPECT_FALSE(supported(object, &absent, &absent));
-  EXPECT_EQ(object.object->IsInputFormatSupported(&absent, nullptr, nullptr), E_POINTER);
+  IAudioMediaType* answer = nullptr;
+  EXPECT_EQ(object.object->IsInputFormatSupported(&format, nullptr, &answer), E_POINTER);
+  EXPECT_EQ(object.object->IsInputFormatSupported(&format, &format, nullptr), E_POINTER);
 }
 
 // A supported question replaces the table's pair, a refused one keeps it, a lock holds its own.

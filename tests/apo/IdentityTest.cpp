@@ -103,6 +103,7 @@ TEST_F(Identity, ClassObjects) {
   EXPECT_EQ(factory->CreateInstance(&outer, __uuidof(IAudioProcessingObject), &object),
             CLASS_E_NOAGGREGATION);
   EXPECT_EQ(factory->LockServer(TRUE), S_OK);
+  EXPECT_EQ(canUnload(), S_FALSE);
   factory.reset();
   EXPECT_EQ(canUnload(), S_FALSE);
   ASSERT_EQ(getClass(efx.id, IID_IClassFactory, factory.putVoid()), S_OK);

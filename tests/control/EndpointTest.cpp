@@ -36,13 +36,15 @@ TEST_F(Devices, LastActiveMatchGivesTheEndpointsId) {
     EXPECT_EQ(endpoint.deviceIdString, id);
     EXPECT_EQ(endpoint.matchingEndpointCount, count);
   };
-  FakeStore number, malformed;
+  FakeStore number, malformed, unclosed;
   number.numbers[guidProperty] = 7;
   malformed.texts[guidProperty] = L"{not a guid}";
   malformed.texts[jackProperty] = L"{jack}";
   expectFound(number, L"", 0);
   expectFound(malformed, L"", 0);
   EXPECT_EQ(endpoint.jackSubTypeString, L"{jack}");
+  unclosed.texts[guidProperty] = std::wstring(microphoneGuid).substr(0, 37);
+  expectFound(unclosed, L"microphone", 1);  // the last brace is not looked at
   expectFound(microphone.store, L"microphone", 1);
   EXPECT_EQ(endpoint.endpointGuidString, microphoneGuid);
   EXPECT_EQ(endpoint.jackSubTypeString, microphoneGuid);  // no jack sub type of its own

@@ -178,6 +178,8 @@ TEST_F(RegistryTest, HeadsetOverrideIsTheLastMatchingDevices) {
     registry.write(second, L"HeadsetStatus", type, tooLong.data(), size);
     EXPECT_EQ(outputPath(), 1);
   }
+  registry.write(second, L"HeadsetStatus", REG_DWORD, tooLong.data(), 0);
+  EXPECT_EQ(outputPath(), 0);
   registry.remove(second);
   EXPECT_EQ(outputPath(), 1);
   EXPECT_FALSE(parameters.headsetStatusKey);

@@ -31,9 +31,9 @@ inline std::string accessTo(const KernelHandle& object) {
 
 class ServiceObjects {
  public:
-  explicit ServiceObjects(std::uint32_t version = 5, const wchar_t* event = machine::boardEvent)
+  explicit ServiceObjects(const wchar_t* event = machine::boardEvent)
       : event_(CreateEventW(nullptr, FALSE, FALSE, event)) {
-    status().version = version;
+    status().version = 5;
   }
   [[nodiscard]] StatusBlock block() const {
     EXPECT_EQ(WaitForSingleObject(mutex_.get(), 5000), WAIT_OBJECT_0);

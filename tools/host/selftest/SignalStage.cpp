@@ -14,7 +14,7 @@ namespace {
 
 constexpr unsigned rate = 48000, channels = 2, period = 480;
 constexpr double peakDb = 6.0;
-constexpr ULONGLONG reloadPatienceMs = 10000;  // for a reload
+constexpr ULONGLONG signalPatienceMs = 10000;  // for a reload, for the loopback
 
 RawValues peakSettings() {
   std::vector<std::string> assignments{"equalizer.enabled=true"};
@@ -60,7 +60,7 @@ void knownSound(StageLog& log, const TestSite& site, const ServiceStandIn* board
     settings.store(factorySettings());
     board->tellToReload();
     double gain = peakDb;
-    for (const ULONGLONG end = GetTickCount64() + reloadPatienceMs;
+    for (const ULONGLONG end = GetTickCount64() + signalPatienceMs;
          std::abs(gain) > gainToleranceDb && GetTickCount64() < end;)
       gain = probe.measure();
     return judgeGain(gain, 0.0);
@@ -83,7 +83,7 @@ void effectsChange(StageLog& log, const TestSite& site, const ServiceStandIn* bo
     bool told = false;
     std::string after = before;
     // The signal comes when the set is built; a call adopts it that finds its lock free.
-    for (const ULONGLONG end = GetTickCount64() + reloadPatienceMs;
+    for (const ULONGLONG end = GetTickCount64() + signalPatienceMs;
          (!told || after == before) && GetTickCount64() < end;) {
       told = WaitForSingleObject(changed.get(), 5) == WAIT_OBJECT_0 || told;
       effect->process(samples.data(), period);
@@ -105,7 +105,7 @@ void echo(StageLog& log, const TestSite& site, bool ownSettings) {
                                 {.far = &far, .clock = &clock, .monitor = {}, .volume = 1.0F});
     const auto effect = site.effect("mfx", modeSpeech);
     effect->lock({.extensible = true, .channels = 2, .sampleRate = slow, .mask = 3}, call);
-    if (!proxy.waitForLoopback(static_cast<DWORD>(reloadPatienceMs)))
+    if (!proxy.waitForLoopback(static_cast<DWORD>(signalPatienceMs)))
       return untold("this system's list of devices could not be stood in for");
     double before = 0.0, after = 0.0;
     for (std::size_t at = 0; at + call <= far.samples.size(); at += call) {
