@@ -157,7 +157,8 @@ class EchoModel {
     const double factor = settings.crossFactor, pole = settings.filterPole;
     const ArrayXd coherence = cross_.abs2() / ((f.P * other.P).sqrt() + 1e-10).square();
     const ArrayXd G = f.P * (1.0 - factor * factor * coherence), C = f.A + f.Q,
-                  limit = 2.0 / G.abs().max(1e-5), H = (C / (3.0 * C * G + T)).min(limit);
+                  prior = C / (3.0 * C * G + T), limit = 2.0 / G.abs().max(1e-5),
+                  H = (prior.abs() >= limit).select(limit, prior);
     const ArrayXcd D = f.X.conjugate() - factor * cross_ / (other.P + 1e-10) * other.X.conjugate();
     f.A = (1.0 - H * G) * C;
     ArrayXd gradient = inverse(D * H * error);

@@ -13,7 +13,7 @@ namespace vellumic::tools {
 namespace {
 
 constexpr ULONGLONG servicePatienceMs = 30000;
-constexpr DWORD stepMs = 50;
+constexpr DWORD servicePollMs = 50;
 
 struct ServiceHandleTraits {
   using Value = SC_HANDLE;
@@ -48,7 +48,7 @@ class Service {
       const DWORD error = GetLastError();
       if (error == ERROR_SERVICE_ALREADY_RUNNING) break;
       if (error != ERROR_INTERNAL_ERROR || attempt == 20) fail("started", error);
-      Sleep(stepMs);
+      Sleep(servicePollMs);
     }
     await(SERVICE_RUNNING, "started");
   }
@@ -65,7 +65,7 @@ class Service {
     const ULONGLONG end = GetTickCount64() + servicePatienceMs;
     while (state() != wanted) {
       if (GetTickCount64() > end) fail(action, ERROR_SERVICE_REQUEST_TIMEOUT);
-      Sleep(stepMs);
+      Sleep(servicePollMs);
     }
   }
 

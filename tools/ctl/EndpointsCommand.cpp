@@ -30,7 +30,7 @@ std::vector<std::string> modesOf(const AttachedEffect& effect) {
   return names;
 }
 
-struct Row {
+struct MicrophoneRow {
   Microphone microphone;
   EndpointMixFormat format;
   std::vector<AttachedEffect> attached;
@@ -39,8 +39,8 @@ struct Row {
   std::vector<std::string> accepted, refusals;
 };
 
-Row rowOf(Microphone microphone) {
-  Row row;
+MicrophoneRow microphoneRowOf(Microphone microphone) {
+  MicrophoneRow row;
   if (microphone.device && microphone.state == DEVICE_STATE_ACTIVE)
     row.format = mixFormatOf(*microphone.device.get());
   try {
@@ -64,7 +64,7 @@ Row rowOf(Microphone microphone) {
   return row;
 }
 
-void print(const Row& row) {
+void print(const MicrophoneRow& row) {
   std::printf("%s  %s\n  id        %s\n", utf8(row.microphone.name).c_str(),
               stateText(row.microphone.state), utf8(row.microphone.id).c_str());
   if (SUCCEEDED(row.format.result))
@@ -83,7 +83,7 @@ void print(const Row& row) {
   if (!row.attachment.empty()) std::printf("  problem   %s\n", row.attachment.c_str());
 }
 
-std::string json(const Row& row) {
+std::string json(const MicrophoneRow& row) {
   std::vector<std::string> attached, accepted, refusals;
   const auto texts = [](const std::vector<std::string>& plain) {
     std::vector<std::string> all;
@@ -125,7 +125,7 @@ void listEndpoints(bool asJson) {
   if (found.empty() && !asJson)
     std::puts("There is no microphone; connect one, or switch it on in the sound settings.");
   for (Microphone& microphone : found) {
-    const Row row = rowOf(std::move(microphone));
+    const MicrophoneRow row = microphoneRowOf(std::move(microphone));
     if (asJson)
       all.push_back(json(row));
     else

@@ -19,7 +19,7 @@ namespace {
 
 constexpr REFERENCE_TIME bufferDuration = 5'000'000;  // 500 ms in units of 100 ns
 constexpr ULONGLONG soundPatienceMs = 3000, listeningMs = 500;
-constexpr DWORD stepMs = 10;
+constexpr DWORD soundPollMs = 10;
 
 // A running recording in the system's mix format; what comes is thrown away.
 class Recording {
@@ -44,7 +44,7 @@ class Recording {
   int listen() {
     int packets = 0;
     ULONGLONG end = GetTickCount64() + soundPatienceMs;
-    for (bool first = true; SUCCEEDED(result_) && GetTickCount64() < end; Sleep(stepMs)) {
+    for (bool first = true; SUCCEEDED(result_) && GetTickCount64() < end; Sleep(soundPollMs)) {
       packets += drain();
       if (first && packets > 0) {
         end = GetTickCount64() + listeningMs;
