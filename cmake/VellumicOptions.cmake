@@ -43,10 +43,13 @@ if(VELLUMIC_SANITIZER)
   target_compile_options(vellumic_options INTERFACE -O1 -g1 ${sanitizer_flags})
   target_link_options(vellumic_options INTERFACE ${sanitizer_flags})
 endif()
+# Without a sanitizer only a fuzzer brings the coverage counters: no other program can be linked.
+set(VELLUMIC_FUZZERS_ONLY OFF)
 if(VELLUMIC_FUZZ)
   if(VELLUMIC_SANITIZER)
     target_compile_options(vellumic_options INTERFACE -fsanitize=fuzzer-no-link)
   else()  # comparisons are not watched: that halves the speed
+    set(VELLUMIC_FUZZERS_ONLY ON)
     target_compile_options(vellumic_options INTERFACE -O2 -g1 -D_GLIBCXX_ASSERTIONS
       -fsanitize-coverage=inline-8bit-counters,pc-table)
   endif()

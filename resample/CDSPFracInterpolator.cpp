@@ -12,8 +12,8 @@ namespace {
 // When a call leaves more outputs than this behind, the counters start over: keeps the product of
 // count and rate exact.
 constexpr int outputsBeforeReset = 1000;
-constexpr double interpolatorAttenuation =
-    180.15;  // dB, what 24 taps reach from half the band upward
+// dB, what 24 taps reach from half the band upward.
+constexpr double interpolatorAttenuation = 180.15;
 
 // Rows of c0, c1, c2, each `taps` long: tap value = c0 + r * (c1 + r * c2), r from 0 to 1 across
 // the row. The parabolas meet the window's sinc at both ends and in the middle.

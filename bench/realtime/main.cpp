@@ -94,7 +94,7 @@ void checkPaint(PaintedStack& stack) {
 
 int run(bool checking) {
   int faults = 0;
-  std::string failure;
+  std::exception_ptr failure;
   PaintedStack painted;
   painted.run([&](PaintedStack& stack) {
     try {
@@ -109,12 +109,12 @@ int run(bool checking) {
         faults = check(stack);
       else
         printTables(stack, 2.0, trapped);
-    } catch (const std::exception& error) {
-      failure = error.what();
+    } catch (...) {
+      failure = std::current_exception();
     }
   });
-  if (!failure.empty()) std::fprintf(stderr, "vellumic-realtime: %s\n", failure.c_str());
-  return faults > 0 || !failure.empty() ? 1 : 0;
+  if (failure) std::rethrow_exception(failure);
+  return faults > 0 ? 1 : 0;
 }
 
 }  // namespace

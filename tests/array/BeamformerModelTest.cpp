@@ -2,18 +2,20 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <complex>
 #include <random>
 #include <vector>
 
 #include "array/BeamformerAdaptive.h"
 #include "array/PrincipalComponent.h"
 #include "platform/InstructionSet.h"
-#include "tests/support/PlainTransform.h"
 
 namespace vellumic {
 namespace {
 
 using Complex = std::complex<double>;
+using Reals = std::vector<double>;
 
 class BeamformerModels : public testing::TestWithParam<InstructionSet> {
   ScopedInstructionSet set_{GetParam()};

@@ -2,16 +2,22 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <complex>
 #include <deque>
+#include <numbers>
+#include <unsupported/Eigen/FFT>
 #include <vector>
 
 #include "array/NoisePostfilter.h"
 #include "platform/InstructionSet.h"
 #include "tests/array/Signals.h"
-#include "tests/support/PlainTransform.h"
 
 namespace vellumic {
 namespace {
+
+using Reals = std::vector<double>;
+using Spectrum = std::vector<std::complex<double>>;  // half
 
 class PostfilterModels : public testing::TestWithParam<InstructionSet> {
   ScopedInstructionSet set_{GetParam()};
@@ -20,7 +26,8 @@ INSTANTIATE_TEST_SUITE_P(Sets, PostfilterModels,
                          testing::Values(InstructionSet::Base, InstructionSet::Avx2));
 
 struct PostfilterModel {
-  explicit PostfilterModel(std::size_t bins) : n(bins), transform(2 * bins - 2) {
+  explicit PostfilterModel(std::size_t bins) : n(bins) {
+    fft.SetFlag(Eigen::FFT<double>::HalfSpectrum);
     for (Reals* values : {&S, &minimumS, &S2, &minimumS2, &biased, &unbiased, &clean})
       *values = Reals(n);
     restart();
@@ -103,14 +110,16 @@ struct PostfilterModel {
       passes[k] = std::max<double>(g.floor2, std::pow(y / (y + g.offset2), g.exponent2));
     }
     first = false;
-    Reals impulse = transform.inverse(passes);
+    Reals impulse;
+    fft.inv(impulse, passes);
     const std::size_t length = impulse.size();
     for (std::size_t i = 0; i < length; ++i) {
       const double place = static_cast<double>((i + length / 2) % length);
       impulse[i] *=
           0.54 - 0.46 * std::cos(2.0 * std::numbers::pi * place / static_cast<double>(length - 1));
     }
-    const Spectrum shaped = transform.forward(impulse);
+    Spectrum shaped;
+    fft.fwd(shaped, impulse);
     const auto energy = [&](const Spectrum& x) {
       double sum = -std::norm(x[0]) - std::norm(x[n - 1]);
       for (const std::complex<double>& value : x) sum += 2.0 * std::norm(value);
@@ -127,7 +136,7 @@ struct PostfilterModel {
   NoiseEstimatorSettings e{};
   SpectralGainSettings g{};
   std::size_t n;
-  PlainTransform transform;
+  Eigen::FFT<double> fft;
   bool first = true;
   Reals S, minimumS, S2, minimumS2, biased, unbiased, clean;
   std::deque<Reals> historyS, historyS2;

@@ -14,13 +14,16 @@
 
 namespace vellumic::test {
 
-// Empty at first and gone at the end; stands for another key's root, if wanted.
+// Empty at first and gone at the end; stands for another key's root, if wanted. One at a time: all
+// have the same name.
 class ScratchKey {
  public:
   explicit ScratchKey(HKEY inPlaceOf = nullptr) : replaced_(inPlaceOf) {
     RegDeleteTreeW(HKEY_CURRENT_USER, name().c_str());  // of a process that did not end by itself
     EXPECT_EQ(RegCreateKeyW(HKEY_CURRENT_USER, name().c_str(), key_.put()), ERROR_SUCCESS);
-    if (replaced_ != nullptr) RegOverridePredefKey(replaced_, root());
+    if (replaced_ != nullptr) {
+      EXPECT_EQ(RegOverridePredefKey(replaced_, root()), ERROR_SUCCESS);
+    }
   }
   ~ScratchKey() {
     if (replaced_ != nullptr) RegOverridePredefKey(replaced_, nullptr);

@@ -99,7 +99,8 @@ class SoakedObject {
       after += probe.residualEnergy;
     }
     EXPECT_TRUE(allFinite);
-    EXPECT_TRUE(lockMode_ != EffectMode::array || before > 31.6F * after) << before / after;
+    EXPECT_TRUE(lockMode_ != EffectMode::array || before > std::pow(10.0F, 1.5F) * after)
+        << before / after;
   }
   std::size_t arenaBytes() const { return rig_.core->arena.used(); }
 

@@ -51,6 +51,14 @@ std::string repeated(std::string_view part, std::size_t times) {
   return text;
 }
 
+TEST(Catalogue, FindsByNameAndBySlot) {
+  const auto found = findParameter("equalizer.right.band10.q");
+  ASSERT_TRUE(found);
+  EXPECT_EQ(index(found->parameter->slot), 1280U);
+  EXPECT_FALSE(findParameter("level.envelope_s_db"));  // seconds
+  EXPECT_EQ(findParameter(Raw{1286}), nullptr);
+}
+
 std::string contents(const char* path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};

@@ -7,6 +7,8 @@
 
 #include <windows.h>
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -32,6 +34,14 @@ class ImportTable {
   template <class Function>
   Function* replace(const char* function, Function* replacement) {
     return reinterpret_cast<Function*>(swap(function, reinterpret_cast<void*>(replacement)));
+  }
+
+  // The same of an import that is there.
+  template <class Function>
+  Function* put(const char* function, Function* replacement) {
+    Function* const original = replace(function, replacement);
+    EXPECT_TRUE(original != nullptr) << function;
+    return original;
   }
 
  private:

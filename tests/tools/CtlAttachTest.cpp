@@ -85,7 +85,7 @@ TEST(CtlAttach, RefusalsLeaveEverythingAsItWas) {
   expectUntouched(endpoint, {}, endpoint.attach(), "folder.reg: cannot be written whole");
   // Rights that nobody gave are no error of the function that asks for them.
   test::ImportTable imports(GetModuleHandleW(nullptr));
-  imports.replace(
+  imports.put(
       "AdjustTokenPrivileges",
       +[](HANDLE, BOOL, TOKEN_PRIVILEGES*, DWORD, TOKEN_PRIVILEGES*, DWORD*) -> BOOL {
         SetLastError(ERROR_NOT_ALL_ASSIGNED);

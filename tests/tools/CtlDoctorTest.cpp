@@ -34,18 +34,18 @@ class FakeServices {
     states = {{L"AudioEndpointBuilder", SERVICE_RUNNING}, {L"Audiosrv", SERVICE_RUNNING}};
     calls.clear();
     refused = false;
-    imports.replace("OpenServiceW", &open);
-    imports.replace("QueryServiceStatus", &query);
-    imports.replace(
+    imports.put("OpenServiceW", &open);
+    imports.put("QueryServiceStatus", &query);
+    imports.put(
         "ControlService", +[](SC_HANDLE service, DWORD control, SERVICE_STATUS*) -> BOOL {
           return change(service, SERVICE_STOP, SERVICE_STOP_PENDING, L"stop ") &&
                  control == SERVICE_CONTROL_STOP;
         });
-    imports.replace(
+    imports.put(
         "StartServiceW", +[](SC_HANDLE service, DWORD, LPCWSTR*) -> BOOL {
           return change(service, SERVICE_START, SERVICE_START_PENDING, L"start ");
         });
-    imports.replace(
+    imports.put(
         "CloseServiceHandle", +[](SC_HANDLE) -> BOOL { return TRUE; });
   }
   static inline std::map<std::wstring, DWORD> states;  // 0: cannot be asked
@@ -110,7 +110,7 @@ class CtlDoctor : public test::ApoWorld {
       registry.remove(key);
     imports.emplace(GetModuleHandleW(nullptr));
     services.emplace(*imports);
-    imports->replace("WinVerifyTrust", &verifyTrust);
+    imports->put("WinVerifyTrust", &verifyTrust);
     trust = TRUST_E_NOSIGNATURE;
     registerClasses(L"SOFTWARE\\Classes", L"SOFTWARE\\Classes");
     registry.write(audioKey, L"DisableProtectedAudioDG", 1);

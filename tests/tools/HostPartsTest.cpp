@@ -18,7 +18,7 @@ std::string standInFault() {
   }
 }
 
-// The system, administrators and local services.
+// The system, administrators and local services; effects make the ping event, for everybody.
 TEST(Companion, AdmitsTheAudioServiceAndNobodyBesideIt) {
   using namespace test::machine;
   EXPECT_EQ(standInFault(), "none");
@@ -26,9 +26,11 @@ TEST(Companion, AdmitsTheAudioServiceAndNobodyBesideIt) {
     const CompanionLink link(CompanionLink::Missing::make);
     const KernelHandle mapping(OpenFileMappingW(READ_CONTROL, FALSE, board)),
         mutex(OpenMutexW(READ_CONTROL, FALSE, boardMutex)),
-        event(OpenEventW(READ_CONTROL, FALSE, boardEvent));
+        event(OpenEventW(READ_CONTROL, FALSE, boardEvent)),
+        ping(OpenEventW(READ_CONTROL, FALSE, pingEvent));
     for (const KernelHandle* object : {&mapping, &mutex, &event})
       EXPECT_EQ(test::accessTo(*object), "D:(A;;GA;;;SY)(A;;GA;;;BA)(A;;GA;;;LS)");
+    EXPECT_EQ(test::accessTo(ping), "D:(A;;0x1f0003;;;WD)");
     EXPECT_NE(standInFault().find("is there already"), std::string::npos) << standInFault();
   }
   SECURITY_ATTRIBUTES nobody = {sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};

@@ -3,11 +3,7 @@
 #include <cstring>
 
 namespace vellumic::tools {
-namespace {
-
-constexpr GUID ieeeFloat{3, 0, 0x10, {0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71}};
-
-}  // namespace
+namespace {}  // namespace
 
 std::string FormatShape::text() const {
   char buffer[64];
