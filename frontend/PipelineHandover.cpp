@@ -75,7 +75,7 @@ void PipelineHandover::stageBanks(int deviceRate, int internalRate) {
   bankInternalRate_ = internalRate;
 }
 
-// Comes fully tuned, so that what waited for the present one is void.
+// Comes fully tuned, so that what waited for the present one is void. A fresh block comes with it.
 void PipelineHandover::stageNoise() {
   auto noise = std::make_unique<ArrayNoiseProcessing>(channels_, noiseFrameSize);
   const PipelineSettings& now = record_.settings;
@@ -84,7 +84,6 @@ void PipelineHandover::stageNoise() {
   noiseHistory_.withdraw();
   noiseResetRequested_ = false;
   record_.processingEnabled = true;
-  recordWaits_ = true;
 }
 
 // Any audible change of the noise estimator starts it over, with a history of its own length.

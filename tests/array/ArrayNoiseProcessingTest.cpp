@@ -35,7 +35,7 @@ Eigen::ArrayXf processed(ArrayNoiseProcessing& chain, Eigen::ArrayXXf block) {
 
 TEST(ArrayNoiseProcessing, HasUnitGainAndADelayOfThreeHops) {
   for (const auto& [requested, taken] :
-       {std::pair{64, 64}, {500, 512}, {512, 512}, {1024, 1024}, {4096, 4096}}) {
+       {std::pair{64, 64}, {500, 512}, {512, 512}, {1024, 1024}, {2048, 2048}, {4096, 4096}}) {
     ArrayNoiseProcessing chain(2, requested);
     chain.beamformerEnabled = chain.postfilterEnabled = false;
     ASSERT_EQ(chain.frameSize, taken);

@@ -149,10 +149,13 @@ TEST_P(BeamformerModels, TheBeamformerFollowsItsEquations) {
       ASSERT_EQ(beamformer.signalActive, model.active) << frame;
       ASSERT_LE((output.matrix().cast<Complex>() - expected).norm(), 1e-3 * expected.norm())
           << frame;
-      for (int k = 0; k < bins; ++k)
-        ASSERT_NEAR(beamformer.estimators[1].noisePower[k],
-                    model.estimators[1].noise[static_cast<std::size_t>(k)],
-                    1e-4 * model.estimators[1].noise[static_cast<std::size_t>(k)]);
+      const ActivityEstimator& estimator = beamformer.estimators[1];
+      for (int k = 0; k < bins; ++k) {
+        const auto bin = static_cast<std::size_t>(k);
+        const double noise = model.estimators[1].noise[bin];
+        ASSERT_NEAR(estimator.noisePower[k], noise, 1e-4 * noise);
+        ASSERT_NEAR(estimator.smoothedProbability[k], model.estimators[1].smoothed[bin], 1e-4);
+      }
     }
     EXPECT_EQ(beamformer.nextBin, model.next);
   }

@@ -78,6 +78,17 @@ TEST(EchoCanceller, RecoversFromSettingsThatNoArithmeticSurvives) {
       settings.*field = odd;
       for (int block = 0; block < 60; ++block) EXPECT_TRUE(play(settings, 1e6F)) << odd;
     }
+  EXPECT_TRUE(play({.levelSmoothing = 1e30F}, 1e25F));  // squares beyond float
+  for (const float kept :
+       {canceller.covarianceEnergy, canceller.blockEnergy, canceller.suppressor.longTermLevel})
+    EXPECT_EQ(kept, 0.0F);
+  for (float* number : {&canceller.suppressor.longTermLevel, &canceller.suppressor.cleanBlock[9],
+                        &canceller.suppressor.referenceMagnitude[9]}) {
+    EXPECT_TRUE(canceller.suppressor.isFinite());
+    *number = std::numeric_limits<float>::infinity();
+    EXPECT_FALSE(canceller.suppressor.isFinite());
+    EXPECT_TRUE(play({}, 0.3F));
+  }
   for (int block = 0; block < 200; ++block) play({}, 0.3F);
   EXPECT_LT(output.square().sum(), 0.1F * sound.square().sum());
   EXPECT_GT(output.square().sum(), 0.0F);

@@ -13,6 +13,9 @@
 namespace vellumic {
 namespace {
 
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
 constexpr int streamBlock = 1024;
 
 // What the test's device does. Its sample number n (from 1) is n on the first channel, -n on the
@@ -23,8 +26,9 @@ struct Device {
   bool gone = false;         // nextPacketSize fails
   bool stuck = false;        // get fails
   bool endless = false;      // announces empty packets without end
-  int played = 0;            // frames
-  int refused = 0;           // get failed
+  std::atomic<bool> closes{true};
+  int played = 0;   // frames
+  int refused = 0;  // get failed
   std::atomic<int> opened{0};
   std::atomic<int> alive{0};
 };
@@ -35,7 +39,11 @@ class ScriptedPackets final : public PacketSource {
     ++device_.alive;
     ++device_.opened;
   }
-  ~ScriptedPackets() override { --device_.alive; }
+  ~ScriptedPackets() override {
+    const auto end = Clock::now() + 5s;  // so that a wait fails instead of hanging
+    while (!device_.closes && Clock::now() < end) std::this_thread::sleep_for(1ms);
+    --device_.alive;
+  }
   MixFormat mixFormat() const noexcept override { return device_.format; }
   bool start() noexcept override { return true; }
   void stop() noexcept override {}
@@ -147,6 +155,20 @@ TEST_F(Loopback, BlocksFollowOneAnotherThroughPausesDelaysAndDiscards) {
   }
 }
 
+TEST_F(Loopback, KeepsTheLatestSecondButASample) {
+  device.format.sampleRate = 1000;
+  source.setTargetRate(1000.0);
+  source.start();
+  rows.resize(1);
+  step({1});
+  for (int times = 0; times < 2; ++times) step({1000});  // each as long as the ring
+  for (int n = 2001 - 998; n <= 2001; ++n) {
+    ASSERT_TRUE(source.popBlock(rows, 1));
+    ASSERT_EQ(rows[0][0], static_cast<float>(n));
+  }
+  EXPECT_FALSE(source.popBlock(rows, 1));
+}
+
 TEST_F(Loopback, TakesAnyRate) {
   // Rings smaller than a packet, and upsampling beyond what a packet may become.
   for (double rate : {1.0, 2.5, 100.0, 192000.0}) {
@@ -167,9 +189,13 @@ TEST_F(Loopback, ConvertsToTheRateInForceAtStart) {
     source.setTargetRate(24000.0);  // too late
     device.played = 0;
     step({48000});
+    int queued = 0;
+    while (source.popBlock(rows, 1)) ++queued;
+    // Of 5000 frames, less the filters' delays of 740 and 1484.
+    EXPECT_EQ(queued, rate == 16000.0 ? 4260 / 3 : 3516 / 6);
     step(std::vector(12, 4800));
     EXPECT_EQ(device.packets.size(), 2U);  // a second is taken
-    int queued = 0;
+    queued = 0;
     while (source.popBlock(rows, 1)) ++queued;
     EXPECT_EQ(queued, static_cast<int>(rate) - 1 - streamBlock);  // and kept
     EXPECT_NEAR(rows[0][0], 2 * 48000.0F, 2000.0F);
@@ -264,8 +290,6 @@ TEST_F(LoopbackOpening, RunsBesideTheAudioThreadAndServesTheLatestRate) {
 // The audio service may keep a caller. Whoever stops goes on; what comes of the opening later is
 // closed again. The test's device gives in at last, so that a wait fails instead of hanging.
 TEST(LoopbackLeaving, AnOpeningThatDoesNotReturnIsLeftBehind) {
-  using Clock = std::chrono::steady_clock;
-  using namespace std::chrono_literals;
   Device device;
   std::atomic<bool> go{false};
   int leftBehind = 0;
@@ -292,6 +316,30 @@ TEST(LoopbackLeaving, AnOpeningThatDoesNotReturnIsLeftBehind) {
     std::this_thread::sleep_for(1ms);
   EXPECT_EQ(device.opened, 2);
   EXPECT_EQ(device.alive, 0);
+}
+
+TEST(LoopbackLeaving, SoIsAStreamThatNobodyTookAndThatDoesNotClose) {
+  Device devices[2];
+  int leftBehind = 0, opened = 0;
+  LoopbackOpener opener;
+  opener.open = [&] { return std::make_unique<ScriptedPackets>(devices[opened++ % 2]); };
+  opener.patience = 20ms;
+  opener.onLeftBehind = [&leftBehind] { ++leftBehind; };
+  LoopbackSource source(opener);
+  devices[0].closes = false;
+  for (const double rate : {8000.0, 16000.0}) {
+    source.setTargetRate(rate);
+    ASSERT_TRUE(source.start());
+    std::this_thread::sleep_for(50ms);  // most likely it has arrived
+  }
+  const auto begin = Clock::now();
+  source.stop();
+  EXPECT_EQ(leftBehind, 1);
+  EXPECT_LT(Clock::now() - begin, 2s);
+  EXPECT_EQ(devices[0].alive, 1);
+  devices[0].closes = true;
+  while (devices[0].alive > 0 && Clock::now() < begin + 10s) std::this_thread::sleep_for(1ms);
+  EXPECT_EQ(devices[0].alive + devices[1].alive, 0);
 }
 
 }  // namespace

@@ -102,10 +102,14 @@ TEST(ResamplerBank, TakesFromOneToSixteenChannelsAndTellsItsDelay) {
     EXPECT_EQ(ResamplerBank(asked, 1.0, 1.0).channels(), channels);
   }
   bank.setRates(16000.0, 48000.0);
-  const float one = 1.0F;
+  bank.setChannels(2);
+  const float oneAndMore[] = {1.0F, 99.0F};
   int made = 0, pushes = 0;
-  while (bank.push({&one, 0, 1, 1}, 1, {&made, 1}) == 0) ++pushes;
+  while (bank.push({oneAndMore, 0, 1, 1}, 1, {&made, 1}) == 0) ++pushes;
   EXPECT_EQ(pushes, bank.framesBeforeOutput());
+  ChannelArrays samples(2, std::vector<float>(static_cast<std::size_t>(made), 7.0F));
+  ASSERT_TRUE(bank.pop(samples, made));
+  EXPECT_EQ(samples[1], std::vector<float>(samples[1].size())) << "a channel that nobody brings";
 }
 
 }  // namespace
