@@ -61,10 +61,10 @@ TEST_F(RenderFiles, TellsWhatDoesNotRunAndWhy) {
       {"--mode speech --set noise.enabled=0 16000.wav", note + "the speech mode runs noise supp"},
       {"--set echo.enabled=0 --set noise.enabled=0 16000.wav", ""},
       {"--class kdmfx --mode speech --set noise.enabled=0 16000.wav", ""},
-      {"--class efx --set equalizer.enabled=1 --set equalizer.right.band1.enabled=1 "
-       "--set equalizer.right.band1.type=notch --set equalizer.right.band1.frequency_hz=8001 "
+      {"--class efx --set equalizer.enabled=1 --set equalizer.right.band2.enabled=1 "
+       "--set equalizer.right.band2.type=notch --set equalizer.right.band2.frequency_hz=8001 "
        "16000.wav",
-       note + "equalizer.right.band1.frequency_hz of 8001.0 is above half the rate of 16000 Hz"},
+       note + "equalizer.right.band2.frequency_hz of 8001.0 is above half the rate of 16000 Hz"},
       {"--far 16000.wav --change 0.05:change.toml 16000.wav",
        note + "pipeline.internal_rate_hz goes from 16000 to 24000: a running"},
   };
