@@ -13,6 +13,7 @@
 #include "echo/EchoCanceller.h"
 #include "filters/BiquadSection.h"
 #include "frontend/LoopbackSource.h"
+#include "frontend/PipelineProbe.h"
 #include "frontend/ResamplerBank.h"
 #include "parameters/PipelineSettings.h"
 #include "tests/support/PlayingSpeakers.h"
@@ -83,8 +84,7 @@ class PipelineModel {
   }
 
   LoopbackSource loopback;
-  int micDelay = 0, lag = 0, blocks = 0, cancelled = 0;
-  bool locked = false;
+  PipelineProbe probe;
 
  private:
   static constexpr int rate = 16000;  // Hz, internal
@@ -110,16 +110,17 @@ class PipelineModel {
     estimator.setWindowSize(s.delaySearchBlocks * s.blockSize);
     estimator.rebuild();
     loopback.setDelay(0);
-    micDelay = 1024;
-    locked = false;
+    probe.microphoneDelay = 1024;
+    probe.delayLocked = false;
     skipped = skipped || used;
+    noteEchoState();
   }
 
   void takeSample() {
     input.pop(taken, 1);  // an overrun leaves the last one
     for (std::size_t m = 0; m < mics; ++m) {
       heard[m].push_back(taken[m][0]);
-      const int past = static_cast<int>(heard[m].size()) - 1 - micDelay;
+      const int past = static_cast<int>(heard[m].size()) - 1 - probe.microphoneDelay;
       float& sample = taken[m][0] = past < 0 ? 0.0F : heard[m][static_cast<std::size_t>(past)];
       highPass[m].process(sample);
       inHand[m] = collected(at, static_cast<Eigen::Index>(m)) = sample;
@@ -137,13 +138,23 @@ class PipelineModel {
       finished = collected;
     }
     if (at % 128 != 0) return;
-    if (128 * ++slice <= n)
-      noise->process(finished.middleRows(128 * slice - 128, 128),
-                     finished.col(0).segment(128 * slice - 128, 128));
+    if (128 * ++slice > n) return;
+    noise->process(finished.middleRows(128 * slice - 128, 128),
+                   finished.col(0).segment(128 * slice - 128, 128));
+    probe.signalActive = noise->beamformer.signalActive;
+    probe.levelGain = level.levelStage.gain * level.limiterStage.gain;
+  }
+
+  void noteEchoState() {
+    probe.loopbackDelay = loopback.delay();
+    probe.streaming = loopback.streaming();
+    probe.covarianceEnergy = cancellers[0].covarianceEnergy;
+    probe.converged = cancellers[0].converged;
   }
 
   void processBlock() {
-    ++blocks;
+    ++probe.blocks;
+    probe.microphoneEnergy = collected.col(0).square().mean();
     const bool passedOver = s.bandTest || !s.echoCancelEnabled || s.echoBypass;
     if (s.bandTest)
       for (int pass = 0; pass < std::min(s.bandTestPasses, 102400 / s.blockSize); ++pass)
@@ -152,6 +163,9 @@ class PipelineModel {
             bandTest[static_cast<std::size_t>(m)].process(collected(j, m));
     if (!passedOver) cancelEcho();
     skipped = passedOver;
+    probe.residualEnergy = collected.col(0).square().mean();
+    probe.referenceEnergy = (reference.col(0) + reference.col(1)).square().mean();
+    noteEchoState();
   }
 
   void cancelEcho() {
@@ -162,7 +176,7 @@ class PipelineModel {
     else
       afresh = loopback.drain();
     if (afresh) {
-      locked = false;
+      probe.delayLocked = false;
       estimator.reset();
     }
     const bool fresh = loopback.popBlock(popped, s.blockSize);
@@ -173,10 +187,10 @@ class PipelineModel {
       if (s.referenceMonitor) collected.col(1) = 0.0F;
       return;
     }
-    if (!locked)
+    if (!probe.delayLocked)
       align();
     else if (cancellers[0].converged && cancellers[0].covarianceEnergy > 0.03F)
-      locked = false;
+      probe.delayLocked = false;
     if (s.referenceMonitor) {
       collected.col(1) = reference.col(0);
       return;
@@ -189,12 +203,12 @@ class PipelineModel {
       const auto column = samples(collected, static_cast<Eigen::Index>(m));
       cancellers[m].process(*references, column, column);
     }
-    ++cancelled;
+    ++probe.cancelledBlocks;
   }
 
   void align() {
     estimator.update(reference, collected);
-    lag = estimator.committedLag;
+    const int lag = probe.lastLag = estimator.committedLag;
     if (lag == 0) return;
     const int target = static_cast<int>(std::lround(0.1 * s.blockSize));
     if (std::abs(lag - target) > std::lround(0.3 * target)) {
@@ -202,10 +216,10 @@ class PipelineModel {
       if (loopback.delay() + correction >= 0)
         loopback.setDelay(loopback.delay() + correction);
       else
-        micDelay -= correction;
+        probe.microphoneDelay -= correction;
     }
     estimator.reset();
-    locked = true;
+    probe.delayLocked = true;
   }
 
   PipelineSettings s;

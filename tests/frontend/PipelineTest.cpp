@@ -96,6 +96,7 @@ TEST(SampleRing, HoldsAnyDelayAndAnyCountWithinItsCapacity) {
 TEST(ResamplerBank, TakesFromOneToSixteenChannelsAndTellsItsDelay) {
   ResamplerBank bank;
   EXPECT_EQ(bank.channels(), 2);
+  EXPECT_EQ(bank.framesBeforeOutput(), 0);
   for (const auto& [asked, channels] : {std::pair{16, 16}, {17, 16}, {1, 1}, {0, 1}}) {
     bank.setChannels(asked);
     EXPECT_EQ(bank.channels(), channels);
