@@ -113,6 +113,9 @@ TEST(ArrayNoiseProcessing, HoldsSizesAndBounds) {
     Eigen::ArrayXcf spectrum = Eigen::ArrayXcf::Ones(size + 1);
     filter.process(spectrum, spectrum);
     EXPECT_TRUE(spectrum.isFinite().all());
+    spectrum.setConstant(1e25F);  // powers beyond float
+    filter.process(spectrum, spectrum);
+    EXPECT_EQ(filter.spectralGain.cleanPower[1], 0.0F);
   }
 }
 

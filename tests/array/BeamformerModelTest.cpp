@@ -111,7 +111,8 @@ struct BeamformerModel {
   bool active = false;
 };
 
-// A talker of wandering level from one side, noise from another, noise of each microphone.
+// A talker, for long steady and then of wandering level, from one side, noise from another, noise
+// of each microphone.
 TEST_P(BeamformerModels, TheBeamformerFollowsItsEquations) {
   constexpr int bins = 65;
   struct Case {
@@ -134,7 +135,7 @@ TEST_P(BeamformerModels, TheBeamformerFollowsItsEquations) {
     std::normal_distribution<double> normal;
     const auto draw = [&] { return Complex(normal(random), normal(random)); };
     for (int frame = 0; frame < 600; ++frame) {
-      const double level = std::max(0.0, 2.5 * std::sin(0.05 * frame));
+      const double level = frame < 150 ? 2.5 : std::max(0.0, 2.5 * std::sin(0.05 * frame));
       Eigen::MatrixXcf x(bins, microphones);
       for (int k = 0; k < bins; ++k) {
         const Complex talker = level * draw(), other = draw();

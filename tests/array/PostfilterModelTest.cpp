@@ -196,9 +196,12 @@ TEST_P(PostfilterModels, ThePostfilterFollowsItsEquations) {
     filter.applyParameters(model.e, model.g);
     if (reset) model.restart();
   };
-  model.g = otherGain;
-  apply();
-  run(10);
+  for (const float exponent : {0.0F, 1.4F}) {
+    model.g = otherGain;
+    model.g.exponent2 = exponent;
+    apply();
+    run(10);
+  }
   model.e = otherNoise;
   for (const int window : {25, 1, 2, 7, 7}) {
     model.e.zeta0 += 0.1F;

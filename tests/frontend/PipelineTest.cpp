@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <tuple>
 
 #include "frontend/BankPair.h"
 #include "frontend/BlockPart.h"
@@ -38,6 +39,18 @@ TEST(Pipeline, FourChannelFormReturnsTwoMicrophonesAndCancelsNothing) {
   // A live reload runs the same object frame by frame in the plain form: references are silent.
   for (int n = 0; n < 3000; ++n) rig.run({0.1F, 0.1F});
   EXPECT_EQ(rig.pipeline.probe().referenceEnergy, 0.0F);
+}
+
+TEST(Pipeline, TellsOfNothingBeforeTheFirstFrame) {
+  const PipelineRig rig;
+  const PipelineProbe& probe = rig.pipeline.probe();
+  EXPECT_EQ(std::tuple(probe.blocks, probe.cancelledBlocks, probe.adoptions, probe.lastLag,
+                       probe.loopbackDelay, probe.microphoneDelay),
+            std::tuple(0, 0, 1, 0, 0, 1024));
+  EXPECT_FALSE(probe.delayLocked || probe.streaming || probe.converged || probe.signalActive);
+  EXPECT_EQ(probe.microphoneEnergy + probe.residualEnergy + probe.referenceEnergy +
+                probe.covarianceEnergy + probe.levelGain,
+            0.0F);
 }
 
 // The 150 Hz high-pass has no stable form at an internal rate of 200 Hz.
