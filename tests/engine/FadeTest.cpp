@@ -173,6 +173,8 @@ TEST(Fade, OfAPipelineMixesWhatBothSettingsSoundLike) {
       }
     }
     EXPECT_LT(worst, 1e-5F);
+    const FrameEngine& engine = rig.core->engine;
+    EXPECT_EQ(engine.pipeline.running(), engine.latestRunsPipeline()) << "after the fade";
   }
 }
 
