@@ -29,6 +29,7 @@ struct Device {
   std::atomic<bool> closes{true};
   int played = 0;   // frames
   int refused = 0;  // get failed
+  int asked = 0;    // get, in all
   std::atomic<int> opened{0};
   std::atomic<int> alive{0};
 };
@@ -54,6 +55,7 @@ class ScriptedPackets final : public PacketSource {
     return static_cast<std::uint32_t>(std::abs(device_.packets.front()));
   }
   bool get(Packet& packet) noexcept override {
+    ++device_.asked;
     device_.refused += device_.stuck;
     if (device_.stuck) return false;
     if (device_.endless) return true;
@@ -82,21 +84,30 @@ class Loopback : public ::testing::Test {
  protected:
   ~Loopback() override {
     source.stop();
+    EXPECT_FALSE(source.streaming());
     EXPECT_EQ(device.alive, 0);
   }
   // One step of the block stage with these packets; true if the block has references.
   bool step(std::vector<int> packets, bool discards = false) {
     device.packets = std::move(packets);
     const RealtimeGuard guard;
+    afresh = false;
     if (discards)
       source.discard();
     else
-      source.drain();
+      afresh = source.drain();
     const bool got = source.popBlock(rows, streamBlock);
     EXPECT_EQ(guard.violations(), 0) << guard.first();
     return got;
   }
+  // The samples that wait, from now on taken.
+  int taken() {
+    int count = 0;
+    while (source.popBlock(rows, 1)) ++count;
+    return count;
+  }
   Device device;
+  bool afresh = false;  // the latest drain's answer
   LoopbackSource source{{[this] { return std::make_unique<ScriptedPackets>(device); }, false}};
   ChannelArrays rows = ChannelArrays(2, std::vector<float>(16384, 99.0F));
 };
@@ -107,15 +118,15 @@ TEST_F(Loopback, BlocksFollowOneAnotherThroughPausesDelaysAndDiscards) {
     std::vector<int> packets;
     std::vector<float> block;  // its first and last sample; none without references
     int delay = -1;            // set before
-    bool discards = false;
+    bool discards = false, afresh = false;
   };
   const std::vector<int> trickle{1};  // no pause
   const Step steps[] = {
-      {{512, 512}, {}},
+      {{512, 512}, {}, -1, false, true},
       {{1024}, {1, 1024}},
       {{1024, 300}, {1025, 2048}},
       {{}, {}},  // a pause: the stream begins afresh, and its first block is dropped
-      {{700}, {}, 10},
+      {{700}, {}, 10, false, true},
       {{1024}, {0, 3372 + 1014}},
       {{1024}, {4387 - 30, 4356 + 1024}, 40},
       {{-1024}, {5381 + 40, 0}, 0},
@@ -134,11 +145,12 @@ TEST_F(Loopback, BlocksFollowOneAnotherThroughPausesDelaysAndDiscards) {
     EXPECT_FALSE(step({512}));  // not started
     ASSERT_TRUE(source.start());
     device.played = 0;
-    for (const auto& [packets, expected, delay, discards] : steps) {
+    for (const auto& [packets, expected, delay, discards, begins] : steps) {
       SCOPED_TRACE(device.played);
       EXPECT_EQ(source.setDelay(delay), delay >= 0);
       ChannelArrays before = rows;
       EXPECT_EQ(step(packets, discards), !expected.empty());
+      EXPECT_EQ(afresh, begins);
       for (const std::size_t r : {0U, 1U}) {  // of a mono device only the first
         std::vector<float>&row = rows[r], &was = before[r];
         const bool filled = !expected.empty() && static_cast<int>(r) < channels;
@@ -161,8 +173,8 @@ TEST_F(Loopback, KeepsTheLatestSecondButASample) {
   source.start();
   rows.resize(1);
   step({1});
-  for (int times = 0; times < 2; ++times) step({1000});  // each as long as the ring
-  for (int n = 2001 - 998; n <= 2001; ++n) {
+  for (const int frames : {1000, 1000, 300}) step({frames});  // the ring holds 999
+  for (int n = 2301 - 998; n <= 2301; ++n) {
     ASSERT_TRUE(source.popBlock(rows, 1));
     ASSERT_EQ(rows[0][0], static_cast<float>(n));
   }
@@ -177,6 +189,8 @@ TEST_F(Loopback, TakesAnyRate) {
     ASSERT_TRUE(source.start());
     step({5000, 5000, 5000});
     step({5000, 5000, 5000});
+    // A packet becomes 5000 samples at most.
+    EXPECT_EQ(taken(), rate == 192000.0 ? 30000 - streamBlock : 0);
   }
 }
 
@@ -189,15 +203,11 @@ TEST_F(Loopback, ConvertsToTheRateInForceAtStart) {
     source.setTargetRate(24000.0);  // too late
     device.played = 0;
     step({48000});
-    int queued = 0;
-    while (source.popBlock(rows, 1)) ++queued;
     // Of 5000 frames, less the filters' delays of 740 and 1484.
-    EXPECT_EQ(queued, rate == 16000.0 ? 4260 / 3 : 3516 / 6);
+    EXPECT_EQ(taken(), rate == 16000.0 ? 4260 / 3 : 3516 / 6);
     step(std::vector(12, 4800));
-    EXPECT_EQ(device.packets.size(), 2U);  // a second is taken
-    queued = 0;
-    while (source.popBlock(rows, 1)) ++queued;
-    EXPECT_EQ(queued, static_cast<int>(rate) - 1 - streamBlock);  // and kept
+    EXPECT_EQ(device.packets.size(), 2U);                          // a second is taken
+    EXPECT_EQ(taken(), static_cast<int>(rate) - 1 - streamBlock);  // and kept
     EXPECT_NEAR(rows[0][0], 2 * 48000.0F, 2000.0F);
   }
   EXPECT_EQ(device.opened, 3);
@@ -206,12 +216,14 @@ TEST_F(Loopback, ConvertsToTheRateInForceAtStart) {
 TEST_F(Loopback, ADeviceThatFailsEndsTheDrainAndIsOpenedAgain) {
   source.start();
   step({1024});
-  for (bool Device::*fault : {&Device::gone, &Device::stuck}) {
+  for (const auto& [fault, discards] :
+       {std::pair{&Device::gone, false}, {&Device::stuck, false}, {&Device::gone, true}}) {
     const int opened = device.opened.load();
     source.start();
     EXPECT_EQ(device.opened, opened);  // it works: nothing to open
     device.*fault = true;
-    step({1024});
+    step({1024}, discards);
+    EXPECT_EQ(source.streaming(), !discards) << "no pause of the loudspeakers";
     device.*fault = false;
     source.start();
     EXPECT_EQ(device.opened, opened + 1);
@@ -221,7 +233,9 @@ TEST_F(Loopback, ADeviceThatFailsEndsTheDrainAndIsOpenedAgain) {
   EXPECT_EQ(device.alive, 2);  // in use and retired
   EXPECT_EQ(device.refused, 3);
   device.endless = true;
+  device.asked = 0;
   step({});
+  EXPECT_EQ(device.asked, 1000);  // a millisecond each
   device.endless = false;
 }
 

@@ -39,6 +39,11 @@ TEST(Pipeline, FourChannelFormReturnsTwoMicrophonesAndCancelsNothing) {
   // A live reload runs the same object frame by frame in the plain form: references are silent.
   for (int n = 0; n < 3000; ++n) rig.run({0.1F, 0.1F});
   EXPECT_EQ(rig.pipeline.probe().referenceEnergy, 0.0F);
+  EXPECT_FALSE(rig.pipeline.probe().signalActive);
+  rig.handover.prepareStream(1024, 2, false);  // the plain form from its first frame on
+  rig.apply();
+  for (int n = 0; n < 5000; ++n) rig.run({sample(n), sample(n)});
+  EXPECT_TRUE(rig.pipeline.probe().signalActive);
 }
 
 TEST(Pipeline, TellsOfNothingBeforeTheFirstFrame) {
@@ -77,6 +82,7 @@ TEST(Pipeline, BuildsMergeUntilTheyAreAdopted) {
   }
   rig.handover.prepareStream(1024, 4, false);
   rig.handover.build(rig.raw, rig.stream);
+  for (const int refused : {1, 13}) EXPECT_FALSE(rig.handover.setChannels(refused));
   EXPECT_EQ(parts(), before + 2);
   for (int times = 0; times < 2; ++times) rig.pipeline.adopt(rig.handover);
   EXPECT_EQ(rig.pipeline.probe().adoptions, adoptions + 1);
@@ -120,10 +126,15 @@ TEST(ResamplerBank, TakesFromOneToSixteenChannelsAndTellsItsDelay) {
   const float oneAndMore[] = {1.0F, 99.0F};
   int made = 0, pushes = 0;
   while (bank.push({oneAndMore, 0, 1, 1}, 1, {&made, 1}) == 0) ++pushes;
+  EXPECT_EQ(pushes, 251);
   EXPECT_EQ(pushes, bank.framesBeforeOutput());
   ChannelArrays samples(2, std::vector<float>(static_cast<std::size_t>(made), 7.0F));
   ASSERT_TRUE(bank.pop(samples, made));
   EXPECT_EQ(samples[1], std::vector<float>(samples[1].size())) << "a channel that nobody brings";
+  for (const double rate : {16000.0, 48000.0}) bank.setRates(rate, 48000.0);
+  EXPECT_EQ(bank.framesBeforeOutput(), 0);
+  for (const auto& [asked, run] : {std::pair{0, 1}, {1, 1}, {64, 64}, {65, 64}})
+    EXPECT_EQ(ResamplerBank(2, 1.0, 1.0, asked).runLength(), run);
 }
 
 }  // namespace
