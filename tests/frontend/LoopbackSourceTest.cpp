@@ -25,6 +25,7 @@ struct Device {
   std::vector<int> packets;  // frames; negative: that many silent ones
   bool gone = false;         // nextPacketSize fails
   bool stuck = false;        // get fails
+  bool moody = false;        // get fails two times of three
   bool endless = false;      // announces empty packets without end
   std::atomic<bool> closes{true};
   int played = 0;   // frames
@@ -57,7 +58,7 @@ class ScriptedPackets final : public PacketSource {
   bool get(Packet& packet) noexcept override {
     ++device_.asked;
     device_.refused += device_.stuck;
-    if (device_.stuck) return false;
+    if (device_.stuck || (device_.moody && device_.asked % 3 != 0)) return false;
     if (device_.endless) return true;
     const int frames = std::abs(device_.packets.front());
     packet = {samples_.data(), static_cast<std::uint32_t>(frames), device_.packets.front() < 0};
@@ -232,6 +233,10 @@ TEST_F(Loopback, ADeviceThatFailsEndsTheDrainAndIsOpenedAgain) {
   }
   EXPECT_EQ(device.alive, 2);  // in use and retired
   EXPECT_EQ(device.refused, 3);
+  device.moody = true;
+  step(std::vector(6, 256));
+  device.moody = false;
+  EXPECT_EQ(device.packets.size(), 0U) << "three failures in a row end it, not six";
   device.endless = true;
   device.asked = 0;
   step({});
