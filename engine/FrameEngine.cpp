@@ -4,14 +4,7 @@
 
 namespace vellumic {
 
-FrameEngine::FrameEngine(LoopbackOpener openLoopback) : pipeline(std::move(openLoopback)) {
-  inputIndex.fill(-1);
-  outputIndex.fill(-1);
-  for (const std::size_t slot : {0U, 1U}) {
-    inputIndex[slot] = static_cast<std::int32_t>(slot);
-    outputIndex[slot] = static_cast<std::int32_t>(slot);
-  }
-}
+FrameEngine::FrameEngine(LoopbackOpener openLoopback) : pipeline(std::move(openLoopback)) {}
 
 VELLUMIC_RT_CODE void FrameEngine::adopt(bool setWaits) noexcept VELLUMIC_NONBLOCKING {
   if (handover.equalizerWaiting) {

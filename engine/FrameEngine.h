@@ -49,8 +49,8 @@ class FrameEngine {
   std::array<float, 64 * slotCount> run{};
 
   Arena* arena = nullptr;
-  SlotMap inputIndex;  // slot to stream position
-  SlotMap outputIndex;
+  SlotMap inputIndex = slotMapOf(2, 0);  // slot to stream position
+  SlotMap outputIndex = slotMapOf(2, 0);
 
   ArrayPipeline pipeline;         // modes 9 and 12
   bool runsPipeline = false;      // the set in force does: enabled, and not in run state off

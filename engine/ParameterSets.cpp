@@ -54,11 +54,10 @@ void ParameterSets::settingRead() noexcept {
 }
 
 EffectsChange ParameterSets::build(ProcessingMode processingMode, EffectMode effectMode) {
-  EffectsChange change{.before = effectFlags_};
+  const std::uint32_t before = effectFlags_;
   effectFlags_ = buildImage(engine_, rawParameters(), pendingImage(), pendingMask(), processingMode,
                             effectMode);
-  change.after = effectFlags_;
-  return change;
+  return {.before = before, .after = effectFlags_};
 }
 
 EffectsChange ParameterSets::initialize(ProcessingMode processingMode, EffectMode effectMode) {

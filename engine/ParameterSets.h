@@ -35,7 +35,7 @@ struct StreamFormat {
 };
 
 struct EffectsChange {  // effect_flags before and after a build
-  std::uint32_t before = 0, after = 0;
+  std::uint32_t before, after;
   bool changed() const noexcept { return before != after; }
 };
 

@@ -25,9 +25,9 @@ struct CallState {
 };
 
 struct StreamBuffer {
-  float* samples = nullptr;  // interleaved
-  std::uint32_t validFrames = 0;
-  std::uint32_t flags = 0;  // buffer_flags
+  float* samples;  // interleaved
+  std::uint32_t validFrames;
+  std::uint32_t flags;  // buffer_flags
 };
 
 // False: return at once, output untouched. The control bits are set, and stay set, on every call

@@ -2,6 +2,8 @@
 // engine would call it.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <cstdint>
 #include <memory>
@@ -43,17 +45,19 @@ class EngineRig {
     core->sets.reload(settings, setup_.processingMode, setup_.mode);
   }
 
-  // One call; the output starts as `untouched` everywhere.
+  // One call; the output starts as `untouched` everywhere, and stays so behind the last frame.
   static constexpr float untouched = -77.0F;
   std::vector<float> call(std::vector<float> input, std::uint32_t flags = buffer_flags::valid) {
     const auto frames = static_cast<std::uint32_t>(input.size()) / setup_.format.inputChannels;
-    std::vector<float> output(frames * setup_.format.outputChannels, untouched);
+    const std::size_t samples = std::size_t{frames} * setup_.format.outputChannels;
+    std::vector<float> output(samples + setup_.format.outputChannels, untouched);
     ProcessContext& context = core->context;
     context.inputBuffer = input.data();
     context.outputBuffer = output.data();
     context.inputValidFrames = frames;
     context.inputFlags = flags;
     processBlock(context);
+    for (; output.size() > samples; output.pop_back()) EXPECT_EQ(output.back(), untouched);
     return output;
   }
 

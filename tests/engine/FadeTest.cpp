@@ -56,11 +56,19 @@ TEST(Fade, ALaterSettingWaitsForTheEndAndOnlyTheLatestSurvives) {
   rig.reload(effectOff());
   rig.reload(equalizerGain(0.5F));
   rig.reload(effectOff());
-  rig.call(constant(2 * rampFrames, 1.0F));
+  EXPECT_EQ(rig.call(constant(2 * rampFrames, 1.0F)).back(), 0.5F);  // ends before the call does
   EXPECT_EQ(rig.core->lockBlock.pending, 1);
   EXPECT_EQ(rig.call(constant(2, 1.0F)), constant(2, 0.5F));  // the faded set, for one call
   EXPECT_EQ(rig.core->lockBlock.pending, 1);
   EXPECT_EQ(rig.call(constant(2, 1.0F)), constant(2, 1.0F));
+  // With no fade requested every frame sets the clock to zero.
+  for (const float weight : {0.0F, 3.0F}) {
+    rig.fade()[Fade::counter] = rig.fade()[Fade::phase] = 3.0F;
+    rig.fade()[Fade::weight] = weight;
+    rig.call(constant(2, 1.0F));
+    for (const Fade entry : {Fade::counter, Fade::phase, Fade::weight})
+      EXPECT_EQ(rig.fade()[entry], 0.0F) << weight;
+  }
 }
 
 TEST(Fade, SilenceStopsTheClockAndABadFlagTouchesNothing) {
@@ -83,7 +91,7 @@ TEST(Fade, TheHoldComesWithTheThirdFade) {
   for (int fade = 1; fade <= 3; ++fade) {
     rig.reload(byFade(fade % 2 == 1 ? equalizerGain(0.5F) : effectOff()));
     rig.image()[Entry::holdLength] = hold;
-    rig.call(constant(2 * 301, 1.0F));
+    EXPECT_EQ(rig.call(constant(2 * 301, 1.0F)) == constant(2 * 301, 1.0F), fade == 3) << "unheard";
     // The ramp begins in the frame in which the hold has run out.
     EXPECT_EQ(rig.fade()[Fade::weight], (fade < 3 ? 301.0F : 1.0F) / rampFrames) << fade;
     rig.call(constant(2 * rampFrames, 1.0F));
@@ -109,6 +117,10 @@ TEST(Fade, VolumesWrittenInMidFadeSurviveBothExchanges) {
 
 TEST(Fade, AnUnlockInMidFadeLeavesNothingBehind) {
   HalfFaded rig;
+  EXPECT_EQ(*rig.core->context.toggle, 1);
+  EXPECT_EQ(rig.fade()[Fade::phase], 1.0F);
+  EXPECT_EQ(rig.core->sets.currentMask().at(672), 1);
+  EXPECT_EQ(rig.core->sets.pendingMask().at(8), 1);  // of the set in force at the lock
   rig.lock({});
   EXPECT_EQ(*rig.core->context.toggle, 0);
   EXPECT_EQ(rig.call(constant(8, 1.0F)), constant(8, 0.5F));
@@ -138,7 +150,7 @@ TEST(Fade, OfAPipelineMixesWhatBothSettingsSoundLike) {
     EffectMode mode = array;
     std::uint32_t channels = 4;
   } cases[] = {{trims, louder},
-               {trims, louder, array, 8},
+               {trims, louder, array, 14},
                {trims, louder, fourChannel},
                {arrayOn, masterOff},
                {masterOff, arrayOn},
@@ -165,6 +177,10 @@ TEST(Fade, OfAPipelineMixesWhatBothSettingsSoundLike) {
       }
       const std::vector<float> heard = rig.call(input), before = outgoing.call(input),
                                after = incoming.call(input);
+      if (call == 45 && incoming.core->engine.latestRunsPipeline()) {
+        EXPECT_EQ(rig.core->engine.pipeline.probe().adoptions,
+                  incoming.core->engine.pipeline.probe().adoptions);
+      }
       for (std::size_t s = 0; s < heard.size(); ++s) {
         const float frame = static_cast<float>(call * callFrames + s / channels);
         const float weight = std::clamp((frame - 30.0F * callFrames) / rampFrames, 0.0F, 1.0F);

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <map>
+#include <tuple>
 
 #include "frontend/BlockPart.h"
 #include "tests/engine/EngineRig.h"
@@ -13,19 +14,20 @@ namespace {
 
 // What an image holds, by position; everything else is 0. The mask says which entries are not.
 using Facts = std::map<std::size_t, float>;
-void expectImage(const EngineRig& rig, const Facts& facts) {
+void expectImage(const ParameterSets& sets, const Facts& facts) {
   for (std::size_t i = 0; i < imageSize; ++i) {
     const auto fact = facts.find(i);
     const float expected = fact == facts.end() ? 0.0F : fact->second;
-    EXPECT_EQ(rig.core->sets.currentImage().at(i), expected) << i;
-    EXPECT_EQ(rig.core->sets.currentMask().at(i), expected != 0.0F) << i;
+    EXPECT_EQ(sets.currentImage().at(i), expected) << i;
+    EXPECT_EQ(sets.currentMask().at(i), expected != 0.0F) << i;
   }
 }
 
 // What a stream before may have left where nothing writes, and what a lock makes of it.
 void relockOverLeftovers(EngineRig& rig, const StreamFormat& format) {
   const ImageView image = rig.core->sets.pendingImage();
-  for (const auto& [first, last] : {std::pair{9, 18}, {28, 29}, {631, 639}, {1648, 1648}})
+  for (const auto& [first, last] :
+       {std::pair{9, 18}, {28, 29}, {631, 639}, {1648, 1648}, {2140, 2143}})
     for (int i = first; i <= last; ++i) image.at(static_cast<std::size_t>(i)) = 5.0F;
   std::ranges::fill(rig.core->sets.fadeState().span(), 3.0F);
   std::fill_n(rig.core->engine.nextFadeState, fadeBlockSize, 3.0F);
@@ -37,6 +39,7 @@ void relockOverLeftovers(EngineRig& rig, const StreamFormat& format) {
     const bool cleared = i == 311 || (i >= 316 && i <= 319) || i >= 852;
     EXPECT_EQ(rig.core->sets.fadeState().at(i), cleared ? 0.0F : 3.0F) << i;
   }
+  EXPECT_EQ(*static_cast<const char*>(*rig.core->context.reservedSlot), 0);  // behind the mask
 }
 
 // Of every image at 48 kHz, and what differs.
@@ -54,7 +57,7 @@ TEST(Image, OfTheArray) {
   EngineRig rig(raw, {.mode = EffectMode::array});
   Facts facts = image({{7, 9}, {25, 7}, {2138, 2}, {2139, 0.5F}});
   facts.insert(arrayEffects.begin(), arrayEffects.end());
-  expectImage(rig, facts);
+  expectImage(rig.core->sets, facts);
   rig.core->sets.setMasterVolume(0.75F);
   EXPECT_EQ(rig.core->sets.currentImage().at(22), 0.75F);
   EXPECT_EQ(rig.core->sets.pendingImage().at(22), 0.75F);
@@ -67,7 +70,7 @@ TEST(Image, OfTheArray) {
   for (const std::size_t late : {23U, 24U}) EXPECT_EQ(rig.image().at(late), facts[late]);
   rig.reload(raw);  // the volumes went in after the mask was made
   rig.call({});
-  expectImage(rig, facts);
+  expectImage(rig.core->sets, facts);
 }
 
 TEST(Image, OfTheKeywordDetector) {
@@ -76,7 +79,7 @@ TEST(Image, OfTheKeywordDetector) {
   relockOverLeftovers(rig, {.sampleRate = 16000.0F, .inputChannels = 4, .outputChannels = 4});
   Facts facts = image({{5, 2}, {7, 12}, {8, 16000}, {19, 4}, {20, 4}, {671, 3333}});
   facts.insert(arrayEffects.begin(), arrayEffects.end());
-  expectImage(rig, facts);
+  expectImage(rig.core->sets, facts);
 }
 
 // Bands that are on are written; those that went off keep their coefficients; a half-on master is
@@ -94,17 +97,17 @@ TEST(Image, OfTheEqualizer) {
                     {225, 1},      {234, 0.5F},   {284, 0.5F},  {297, low.a1}, {298, low.a2},
                     {299, low.b0}, {300, low.b1}, {301, low.b2}};
   Facts facts = image(bands);
-  expectImage(rig, facts);
+  expectImage(rig.core->sets, facts);
   raw[index(bandSlot(1, 3, BandField::enable))] = 0.0F;
   rig.reload(raw);
   rig.call({});
   facts[225] = 0.0F;
-  expectImage(rig, facts);
+  expectImage(rig.core->sets, facts);
   EXPECT_EQ(rig.core->sets.effectFlags(), 0U);
 
   // Flat: the master is cleared in the image, but the equaliser stays in force.
   EngineRig flat(equalizerGain(1.0F));
-  expectImage(flat, image({{7, 10}, {212, 1}, {222, 1}}));
+  expectImage(flat.core->sets, image({{7, 10}, {212, 1}, {222, 1}}));
   EXPECT_TRUE(flat.core->engine.equalizer.active());
 }
 
@@ -126,20 +129,20 @@ TEST(Image, SumsTheLatenciesThatAreSwitchedOn) {
 }
 
 TEST(Image, UnknownRatesSwitchTheEffectOffAndTheRestIsBuilt) {
-  const struct {
-    float rate;
-    bool known;
-    float fadeLength;
-  } cases[] = {{16000, true, 3333},  {22050, true, 4594},   {24000, true, 5000},
-               {44100, true, 9188},  {48000, true, 10000},  {88200, true, 18375},
-               {96000, true, 20000}, {192000, true, 40000}, {32000, false, 6667},
-               {0, false, 0}};
+  const std::tuple<float, bool, float> cases[] = {
+      {16000, true, 3333},  {22050, true, 4594},  {24000, true, 5000},  {44100, true, 9188},
+      {48000, true, 10000}, {88200, true, 18375}, {96000, true, 20000}, {192000, true, 40000},
+      {32000, false, 6667}, {0, false, 0}};
   for (const auto& [rate, known, fadeLength] : cases) {
     EngineRig rig(equalizerGain(0.5F), {.format = {.sampleRate = rate}});
     EXPECT_EQ(rig.image()[Entry::effectEnable], known ? 1.0F : 0.0F) << rate;
     EXPECT_EQ(rig.image()[Entry::fadeLength], fadeLength);
     EXPECT_EQ(rig.image()[Entry::equalizerMaster], 1.0F);
     EXPECT_EQ(rig.call(constant(4, 1.0F)), constant(4, known ? 0.5F : 1.0F));
+    EXPECT_EQ(rig.image().at(234), 0.5F);
+    rig.reload(byFade(equalizerGain(0.5F)));  // of no length in the last case
+    for (const float sample : rig.call(constant(6, 1.0F)))
+      EXPECT_FLOAT_EQ(sample, known ? 0.5F : 1.0F) << rate;
   }
 }
 
@@ -185,19 +188,25 @@ TEST(Image, ModesDecideWhatIsReportedHowManyMicrophonesRunAndWhetherTheLoopbackO
       opened = true;
       return std::unique_ptr<PacketSource>();
     };
-    EngineRig rig(
-        factoryWith(
-            {{Raw::keepInDefaultMode, row.keep}, {Raw::echoCancellation, 0.0F}, {row.off, 0.0F}}),
-        {.mode = row.mode,
-         .processingMode = row.processingMode,
-         .format = {.inputChannels = row.channels, .outputChannels = row.channels},
-         .openLoopback = {.open = open, .onHelperThread = false}});
+    const RawValues settings = factoryWith(
+        {{Raw::keepInDefaultMode, row.keep}, {Raw::echoCancellation, 0.0F}, {row.off, 0.0F}});
+    EngineRig rig(settings,
+                  {.mode = row.mode,
+                   .processingMode = row.processingMode,
+                   .format = {.inputChannels = row.channels, .outputChannels = row.channels},
+                   .openLoopback = {.open = open, .onHelperThread = false}});
     EXPECT_EQ(rig.image().at(5), row.category);
     EXPECT_EQ(rig.core->sets.effectFlags(), row.flags);
     for (std::size_t effect = 0; effect < 4; ++effect)
       EXPECT_EQ(rig.image().at(2140 + effect), row.flags >> (9 + effect) & 1U) << effect;
     EXPECT_EQ(rig.core->engine.pipeline.micCount(), row.microphones);
     EXPECT_EQ(opened, row.opens);
+    const EffectsChange change = rig.core->sets.reload(settings, ProcessingMode::raw, row.mode);
+    EXPECT_EQ(change.before, row.flags);
+    EXPECT_EQ(change.after, 0U);
+    EXPECT_EQ(change.changed(), row.flags != 0);
+    rig.lock({}, ProcessingMode::raw);
+    EXPECT_FALSE(rig.core->engine.pipeline.running());
   }
 }
 
@@ -230,6 +239,7 @@ TEST(Blocks, LocksReuseTheirBlocksAndReleaseReturnsAll) {
   EXPECT_EQ(rig.core->arena.used(), used);
   EXPECT_EQ(BlockPart::alive(), 1);
   rig.lock({.inputChannels = 1, .outputChannels = 1});
+  EXPECT_EQ(rig.core->engine.arena, &rig.core->arena);
   EXPECT_EQ(rig.core->engine.inputIndex[1], -1);  // was there before
   EXPECT_EQ(rig.core->engine.outputIndex[1], -1);
   rig.core->sets.release();
@@ -241,30 +251,41 @@ TEST(Blocks, AFullArenaRefusesAndTakesNothing) {
   auto core = std::make_unique<CaptureCore>(LoopbackOpener{});
   void* rest = core->arena.allocate(Arena::capacity - 20000);
   EXPECT_FALSE(core->sets.allocate());
+  EXPECT_EQ(core->sets.masterVolume(), 0.0F);
   EXPECT_EQ(core->arena.liveCount(), 1U);
   core->arena.release(rest);
   for (int times = 0; times < 2; ++times) EXPECT_TRUE(core->sets.allocate());
-  core->sets.initialize(ProcessingMode::speech, EffectMode::array);
-  EXPECT_EQ(core->sets.currentImage().at(2137), 10.0F);
+  EXPECT_EQ(core->lockBlock.pending, 1);
+  core->sets.settingRead();
+  EXPECT_EQ(core->lockBlock.pending, 0);
+  EXPECT_EQ(core->engine.inputIndex, slotMapOf(2, 0));
+  EXPECT_EQ(core->engine.outputIndex, slotMapOf(2, 0));
+  std::ranges::copy(equalizerGain(1.0F), core->sets.rawParameters().begin());
+  core->sets.initialize(ProcessingMode::standard, EffectMode::equalizer);
+  core->sets.setVolumes({});
+  expectImage(core->sets, image({{7, 10}, {212, 1}, {222, 1}, {2138, 0}, {2139, 0}}));
+  core->sets.proposeRate(32000.0F);
+  EXPECT_EQ(core->sets.currentImage().at(8), 32000.0F);
+  EXPECT_EQ(core->sets.pendingImage().at(8), 32000.0F);
   const std::size_t blocks = core->arena.liveCount();
   rest = core->arena.allocate(Arena::capacity - core->arena.used() - (8576 + 3568 + 624 + 2100));
-  EXPECT_FALSE(core->sets.lock({}, ProcessingMode::speech, EffectMode::array, core->context));
-  EXPECT_EQ(core->arena.liveCount(), blocks + 1);
+  for (int times = 0; times < 2; ++times) {
+    EXPECT_FALSE(core->sets.lock({}, ProcessingMode::speech, EffectMode::array, core->context));
+    EXPECT_EQ(core->arena.liveCount(), blocks + 1);
+  }
 }
 
 TEST(SlotMap, SpeakersFindTheirSlots) {
-  const struct {
-    std::uint32_t channels, mask;
-    std::vector<int> slots;  // 0 to 11
-  } cases[] = {{1, 4, {0, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
-               {2, 0, {0, 1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
-               {8, 0, {0, 1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
-               {4, 0x4000b, {0, 1, 2, 3, -1, -1, -1, -1, -1, -1, -1, -1}},
-               {8, 0xff, {0, 1, 3, -1, 2, -1, -1, -1, 4, 5, -1, -1}},
-               {8, 0x63f, {0, 1, 3, -1, 2, 6, 7, -1, 4, 5, -1, -1}},
-               {7, 0x13f, {0, 1, 3, -1, 2, -1, -1, 6, 4, 5, -1, -1}},
-               {3, 0x80000003, {0, 1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
-               {4, 0x63f, {0, 1, 3, -1, 2, -1, -1, -1, -1, -1, -1, -1}}};
+  const std::tuple<std::uint32_t, std::uint32_t, std::vector<int>> cases[] = {
+      {1, 4, {0, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
+      {2, 0x30, {0, 1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
+      {8, 0, {0, 1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
+      {4, 0x4000b, {0, 1, 2, 3, -1, -1, -1, -1, -1, -1, -1, -1}},
+      {8, 0xff, {0, 1, 3, -1, 2, -1, -1, -1, 4, 5, -1, -1}},
+      {8, 0x63f, {0, 1, 3, -1, 2, 6, 7, -1, 4, 5, -1, -1}},
+      {7, 0x13f, {0, 1, 3, -1, 2, -1, -1, 6, 4, 5, -1, -1}},
+      {3, 0x80000003, {0, 1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1}},
+      {4, 0x63f, {0, 1, 3, -1, 2, -1, -1, -1, -1, -1, -1, -1}}};
   for (const auto& [channels, mask, slots] : cases) {
     const SlotMap map = slotMapOf(channels, mask);
     EXPECT_EQ(std::vector<int>(map.begin(), map.begin() + slotCount), slots) << std::hex << mask;

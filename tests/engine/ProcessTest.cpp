@@ -5,6 +5,7 @@
 #include <limits>
 #include <numeric>
 #include <thread>
+#include <tuple>
 
 #include "engine/ProcessCall.h"
 #include "tests/engine/EngineRig.h"
@@ -22,48 +23,59 @@ TEST(Process, AContendedLockLetsTheFramesOutOnTheOldSet) {
     EXPECT_EQ(rig.core->lockBlock.pending, 1);
   }
   EXPECT_EQ(rig.call(constant(4, 1.0F)), constant(4, 0.25F));
+  EXPECT_FALSE(rig.core->engine.handover.equalizerWaiting);
 }
 
 TEST(Process, ChannelsTravelByPosition) {
   const std::pair<std::uint32_t, std::uint32_t> counts[] = {{1, 1}, {1, 2},   {3, 3},  {5, 3},
                                                             {8, 8}, {12, 12}, {14, 14}};
-  for (const auto& [inputs, outputs] : counts) {
-    EngineRig rig(equalizerGain(0.5F),
-                  {.format = {.inputChannels = inputs, .outputChannels = outputs}});
-    std::vector<float> input, expected;
-    for (std::uint32_t n = 0; n < 3; ++n) {
-      for (std::uint32_t c = 0; c < inputs; ++c) input.push_back(static_cast<float>(c + 1));
-      for (std::uint32_t c = 0; c < outputs; ++c)
-        expected.push_back(c < inputs && c < 12 ? 0.5F * static_cast<float>(c + 1) : 0.0F);
+  // A master half on leaves of an array its trims.
+  const RawValues trims =
+      factoryWith({{Raw::masterEnable, 0.5F}, {Raw::inputGain, 1.5F}, {Raw::outputGain, 2.0F}});
+  const std::tuple<EffectMode, RawValues, float> effects[] = {
+      {EffectMode::equalizer, equalizerGain(0.5F), 0.5F},
+      {EffectMode::array, trims, 3.0F},
+      {EffectMode::arrayFourChannel, trims, 3.0F},
+      {EffectMode::array, factoryWith({{Raw::masterEnable, 0.0F}}), 1.0F}};
+  for (const auto& [mode, settings, gain] : effects)
+    for (const auto& [inputs, outputs] : counts) {
+      EngineRig rig(settings,
+                    {.mode = mode, .format = {.inputChannels = inputs, .outputChannels = outputs}});
+      std::vector<float> input, expected;
+      for (std::uint32_t n = 0; n < 70; ++n) {  // more than one run of twelve slots
+        for (std::uint32_t c = 0; c < inputs; ++c) input.push_back(static_cast<float>(c + 1));
+        for (std::uint32_t c = 0; c < outputs; ++c)
+          expected.push_back(c < inputs && c < 12 ? gain * static_cast<float>(c + 1) : 0.0F);
+      }
+      EXPECT_EQ(rig.call(input), expected) << inputs << ' ' << outputs << ' ' << gain;
+      EXPECT_EQ(rig.core->engine.inputIndex, slotMapOf(inputs, 0));  // lies behind the run
+      EXPECT_EQ(rig.core->engine.outputIndex, slotMapOf(outputs, 0));
     }
-    EXPECT_EQ(rig.call(input), expected) << inputs << ' ' << outputs;
-  }
 }
 
 // Where no stage runs by position, speakers beyond the front pair travel by marks in the mask,
 // which a lock clears: none on the way in or out means that a channel keeps what the buffer held.
 TEST(Process, SpeakersTravelByTheirMarks) {
-  const struct {
-    std::size_t in, out;
-    std::vector<std::size_t> slots;
-  } cases[] = {{9, 14, {2}},     {10, 15, {4}}, {11, 16, {7}}, {12, 17, {5, 6}},
-               {13, 18, {8, 9}}, {0, 1648, {3}}};  // the vendor channel is never read
+  const std::tuple<std::size_t, std::size_t, std::vector<std::size_t>> cases[] = {
+      {9, 14, {2}},     {10, 15, {4}},    {11, 16, {7}},
+      {12, 17, {5, 6}}, {13, 18, {8, 9}}, {0, 1648, {3}}};  // the vendor channel is never read
   RawValues off = equalizerGain(0.5F);
   off[index(Raw::masterEnable)] = 0.0F;
   const RigSetup setup{.format = {.inputChannels = 10, .outputChannels = 10}};
   for (const bool fading : {false, true})
     for (const bool marked : {true, false})
       for (const auto& [in, out, slots] : cases) {
-        EngineRig rig(off, setup);
+        EngineRig rig(equalizerGain(0.5F), setup);
         std::iota(rig.core->engine.inputIndex.begin(), rig.core->engine.inputIndex.begin() + 10, 0);
         rig.core->engine.outputIndex = rig.core->engine.inputIndex;
         float gain = 1.0F;
         rig.core->lockBlock.holdFlag = fading ? 0 : 1;
         if (fading) {
-          rig.reload(byFade(equalizerGain(0.5F)));
+          rig.reload(byFade(off));
           rig.call(constant(10 * 2500, 1.0F));
-          gain = 0.75F + 0.25F * 0.5F;
+          gain = 0.75F * 0.5F + 0.25F;
         }
+        rig.core->engine.frame.fill(9.0F);  // of the frame before
         std::uint8_t* mask = *rig.core->context.maskSlot;
         mask[28] = marked;
         if (in != 0) mask[in] = 1;
@@ -170,8 +182,8 @@ TEST(Call, ChecksCountsThenLock) {
   EXPECT_TRUE(admitCall(ready, 1, 1));
   for (const auto& [inputs, outputs] : {std::pair(0U, 0U), {2U, 2U}, {1U, 2U}})
     EXPECT_FALSE(admitCall(ready, inputs, outputs));
-  EXPECT_FALSE(admitCall({.initialized = false, .locked = true, .limits = {}}, 1, 1));
-  EXPECT_FALSE(admitCall({.initialized = true, .locked = false, .limits = {}}, 1, 1));
+  EXPECT_FALSE(admitCall({.locked = true, .limits = {}}, 1, 1));
+  EXPECT_FALSE(admitCall({.initialized = true, .limits = {}}, 1, 1));
 }
 
 TEST(Call, CutsDenormalsAlsoWhileUnlocked) {
