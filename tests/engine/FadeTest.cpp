@@ -191,6 +191,7 @@ TEST(Fade, OfAPipelineMixesWhatBothSettingsSoundLike) {
     EXPECT_LT(worst, 1e-5F);
     const FrameEngine& engine = rig.core->engine;
     EXPECT_EQ(engine.pipeline.running(), engine.latestRunsPipeline()) << "after the fade";
+    EXPECT_EQ(engine.pipeline.probe().referenceEnergy > 0.0F, mode == fourChannel);
   }
 }
 
