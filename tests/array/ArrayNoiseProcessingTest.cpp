@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
 
 #include "array/ArrayNoiseProcessing.h"
@@ -34,14 +35,16 @@ Eigen::ArrayXf processed(ArrayNoiseProcessing& chain, Eigen::ArrayXXf block) {
 }
 
 TEST(ArrayNoiseProcessing, HasUnitGainAndADelayOfThreeHops) {
-  for (const auto& [requested, taken] :
-       {std::pair{64, 64}, {500, 512}, {512, 512}, {1024, 1024}, {2048, 2048}, {4096, 4096}}) {
+  for (const int requested : {0, 64, 128, 256, 500, 512, 1024, 2048, 4096}) {
+    const int taken = requested == 0 || requested == 500 ? 512 : requested;
     ArrayNoiseProcessing chain(2, requested);
     chain.beamformerEnabled = chain.postfilterEnabled = false;
     ASSERT_EQ(chain.frameSize, taken);
     EXPECT_EQ(chain.hopSize, taken / 4);
     EXPECT_EQ(chain.binCount, taken / 2 + 1);
     EXPECT_FLOAT_EQ(chain.beamformer.frameRate, 64000.0F / static_cast<float>(taken));
+    EXPECT_EQ(chain.channels[0].analysisWindow[0], 0.0F);
+    EXPECT_EQ(chain.channels[0].overlapSize, 3 * taken / 4);
     const Eigen::ArrayXXf input = noiseBlock(3 * taken, 2);
     const Eigen::ArrayXf output = processed(chain, input);
     const int delay = taken - taken / 4;
@@ -54,6 +57,28 @@ TEST(ArrayNoiseProcessing, HasUnitGainAndADelayOfThreeHops) {
   }
 }
 
+// Windows of frames that move by half their length.
+TEST(StftChannel, HasWindowsForHalfFrames) {
+  StftChannel channel(64);
+  channel.overlapPercent = 50;
+  EXPECT_TRUE(channel.initChannel());
+  EXPECT_NEAR(channel.analysisWindow.sum(), 32.5F, 1e-4F);
+  EXPECT_NEAR(channel.synthesisWindow.sum(), 64.0F * 32.0F / 32.5F, 1e-3F);
+}
+
+TEST(ArrayNoiseProcessing, InitStartsOver) {
+  ArrayNoiseProcessing chain(2, 512);
+  EXPECT_TRUE(chain.beamformerEnabled && chain.postfilterEnabled);
+  chain.postfilterEnabled = false;
+  const bool& reset = chain.postfilter.noiseEstimator.resetPending;
+  const Eigen::ArrayXXf input = noiseBlock(600 * hop, 2);  // to the end of what starts as activity
+  const Eigen::ArrayXf first = processed(chain, input);
+  EXPECT_FALSE(reset);
+  EXPECT_TRUE(chain.init(true));
+  EXPECT_TRUE(reset);
+  EXPECT_TRUE((processed(chain, input) == first).all());
+}
+
 TEST(ArrayNoiseProcessing, ABinWithoutSolutionDoesNotStayInThePostfilter) {
   ArrayNoiseProcessing chain(2, 512);
   const Eigen::ArrayXXf input = noiseBlock(20 * hop, 2);
@@ -61,6 +86,11 @@ TEST(ArrayNoiseProcessing, ABinWithoutSolutionDoesNotStayInThePostfilter) {
   chain.beamformer.weights.real.row(50).setConstant(1e30F);
   EXPECT_TRUE(processed(chain, input).isFinite().all());
   EXPECT_TRUE(chain.postfilter.noiseEstimator.S.isFinite().all());
+  chain.beamformerEnabled = false;  // bin 0 holds 256 times the level; its power may be 1e20
+  for (const auto& [level, kept] : {std::pair{3.7e7F, true}, {4.1e7F, false}}) {
+    processed(chain, Eigen::ArrayXXf::Constant(4 * hop, 2, level));
+    EXPECT_EQ(std::abs(chain.beamformed[0]) > 0.0F, kept);
+  }
 }
 
 TEST(ArrayNoiseProcessing, OutlivesBrokenSamplesAndLongSilence) {
@@ -84,10 +114,12 @@ TEST(ArrayNoiseProcessing, HandsSettingsOn) {
   BeamformerAdaptive& beamformer = chain.beamformer;
   NoiseEstimator& estimator = chain.postfilter.noiseEstimator;
   EXPECT_NEAR(beamformer.covarianceRate, 0.0015987F, 1e-7F);
+  EXPECT_EQ(beamformer.thresholdScale, 1.0F);
   EXPECT_EQ(beamformer.binsPerFrame, 16);
   chain.applyParameters({.covarianceTimeConstant = -1.0F, .thresholdScale = 2.0F},
                         {.windowFrames = 50}, {.floor1 = 0.5F});
-  EXPECT_EQ(beamformer.covarianceRate, 1.0F);  // held to its lower bound
+  EXPECT_EQ(beamformer.covarianceTimeConstant, 1e-16F);  // held to its lower bound
+  EXPECT_EQ(beamformer.covarianceRate, 1.0F);
   EXPECT_EQ(beamformer.thresholdScale, 2.0F);
   EXPECT_EQ(estimator.settings(), (NoiseEstimatorSettings{.windowFrames = 50}));
   EXPECT_EQ(chain.postfilter.spectralGain.settings().floor1, 0.5F);
@@ -99,24 +131,62 @@ TEST(ArrayNoiseProcessing, HandsSettingsOn) {
   prepared = std::make_unique<NoiseHistory>(257, 30);
   chain.adopt(prepared);
   EXPECT_EQ(prepared->windowFrames, 50);
+  EXPECT_TRUE(prepared->untouched);
   EXPECT_EQ(estimator.settings().windowFrames, 30);
+  for (const bool reset : {false, true}) {
+    estimator.resetPending = false;
+    chain.apply(NoiseEstimatorSettings{.gamma1 = 4.0F, .windowFrames = 99}, reset);
+    EXPECT_EQ(estimator.settings(), (NoiseEstimatorSettings{.gamma1 = 4.0F, .windowFrames = 30}));
+    EXPECT_EQ(estimator.resetPending, reset);
+  }
 }
 
 TEST(ArrayNoiseProcessing, HoldsSizesAndBounds) {
-  EXPECT_EQ(BeamformerAdaptive(1, 0, 125.0F).channelCount, 2);
-  EXPECT_EQ(BeamformerAdaptive(1, 0, 125.0F).binsPerFrame, 0);
+  BeamformerAdaptive beamformer(1, 0, 0.1F);
+  EXPECT_EQ(beamformer.channelCount, 2);
+  EXPECT_EQ(beamformer.binsPerFrame, 8);  // of one bin, at one frame a second
+  for (BoundedFloat* held : {&beamformer.powerRatioThreshold, &beamformer.binActivityThreshold,
+                             &beamformer.activeBinFractionThreshold, &beamformer.thresholdScale,
+                             &beamformer.binUpdateRate})
+    EXPECT_EQ(*held = -1.0F, 0.0F);
+  ActivityEstimator& estimator = beamformer.estimators[0];
+  EXPECT_EQ(estimator.noisePower.size(), 1);
+  for (BoundedFloat* time : {&estimator.smoothingTimeConstant, &estimator.noiseTimeConstant})
+    EXPECT_EQ(*time = 0.0F, 1e-6F);
+  BoundedFloat free;
+  EXPECT_EQ(free = -3.0F, -3.0F);
+  free = 5.0F;
+  free.setUpperBound(2.0F);
+  EXPECT_EQ(free, 2.0F);
+  free.setLowerBound(3.0F);
+  EXPECT_EQ(free = 1.0F, 3.0F);  // the lower bound comes last
+  for (const int bins : {1, 2, 8, 9, 257}) {
+    const int rows = planeRows(bins);
+    EXPECT_TRUE(rows % 8 == 0 && rows >= bins + 7 && rows < bins + 15) << bins;
+  }
   NoisePostfilter filter;
   for (const int refused : {0, -4, 1, 3, 300, 16384}) filter.setSize(refused);
   EXPECT_EQ(filter.size(), 256);
-  for (const int size : {2, 8192}) {
+  for (const int size : {256, 2, 8192}) {
     filter.setSize(size);
+    ASSERT_EQ(filter.size(), size);
+    ASSERT_EQ(filter.spectralGain.window.size(), 2 * size);
     Eigen::ArrayXcf spectrum = Eigen::ArrayXcf::Ones(size + 1);
     filter.process(spectrum, spectrum);
     EXPECT_TRUE(spectrum.isFinite().all());
+    EXPECT_GT(filter.spectralGain.cleanPower.minCoeff(), 0.0F);
     spectrum.setConstant(1e25F);  // powers beyond float
     filter.process(spectrum, spectrum);
     EXPECT_EQ(filter.spectralGain.cleanPower[1], 0.0F);
   }
+}
+
+// All bins at a floor of 3e-6: what the window leaves of their energy counts as 1e-10.
+TEST(SpectralGain, TakesNoLessThanALeastEnergy) {
+  SpectralGain gain(3);
+  gain.apply({.floor1 = 0.0F, .floor2 = 3e-6F});
+  const Eigen::ArrayXf values = gain.compute(Eigen::ArrayXf::Zero(3), Eigen::ArrayXf::Ones(3));
+  EXPECT_NEAR(values[1], 3e-6F * 0.77F * 3e-6F / 1e-5F, 1e-10F);
 }
 
 TEST(NoiseEstimator, OutlivesBadSettingsAndRatiosBeyondFloat) {
@@ -128,6 +198,8 @@ TEST(NoiseEstimator, OutlivesBadSettingsAndRatiosBeyondFloat) {
   };
   run(1e30F, 10);
   ASSERT_FALSE(estimator.S.isFinite().any());
+  run(0.9F, 0);
+  EXPECT_TRUE((estimator.S == 0.0F).all());
   run(0.9F, 500);
   for (const auto* values : {&estimator.S, &estimator.minimumS, &estimator.noiseBiased})
     EXPECT_TRUE(values->isFinite().all());
@@ -165,9 +237,11 @@ TEST(OutputLevelControl, BadSettingsAreForgottenWithTheNextGoodOnes) {
         const float heard = play(control, 0.03F, 3 * rate / 2);
         EXPECT_TRUE(heard > 0.004F && heard < 0.5F) << gain << " " << level << " " << time;
       }
-  OutputLevelControl control;  // louder than sound can be
+  OutputLevelControl control;
+  EXPECT_EQ(control.levelStage.gain, 0.0F);
+  EXPECT_EQ(play(control, 12.0F, 1), 12.0F);  // off until settings come
   control.apply(good);
-  play(control, 12.0F, rate);
+  play(control, 12.0F, rate);  // louder than sound can be
   control.apply(good);
   EXPECT_EQ(control.levelStage.envelope, 0.0F);
 }

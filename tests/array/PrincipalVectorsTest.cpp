@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <Eigen/LU>
-#include <bit>
 #include <limits>
 #include <random>
+#include <tuple>
 
 #include "array/BeamformerAdaptive.h"
 #include "array/PrincipalComponent.h"
@@ -66,7 +66,7 @@ TEST(PrincipalComponent, HasTheScaleAndPolarityOfTheDeterminantFormula) {
     {
       const RealtimeGuard guard;
       solvePrincipalComponent(signal, noise, weights);
-      EXPECT_EQ(guard.violations() > 0, size > maxMicrophonesWithoutAllocation) << size;
+      EXPECT_EQ(guard.violations() > 0, size > 16) << size;
     }
     EXPECT_LT((weights.cast<std::complex<double>>() - expected).norm(), 2e-3 * expected.norm())
         << size;
@@ -129,17 +129,11 @@ float outputError(const Eigen::VectorXcf& weights, const Eigen::VectorXcf& expec
   return decibels(static_cast<float>(power(weights - expected) / power(expected) + 1e-20));
 }
 
-struct Case {
-  Kind kind;
-  float level;
-  bool inLanes;  // nothing is left to the solver
-};
-
-class PrincipalVectors : public testing::TestWithParam<Case> {};
+class PrincipalVectors : public testing::TestWithParam<std::pair<Kind, float>> {};
 
 // Of a beamformer whose covariances stand still, all bins in one frame, across the last one.
 TEST_P(PrincipalVectors, GiveTheOutputOfTheSolver) {
-  const Case c = GetParam();
+  const auto [kind, level] = GetParam();
   for (const InstructionSet set : {InstructionSet::Base, InstructionSet::Avx2}) {
     const ScopedInstructionSet scope(set);
     for (int size = 2; size <= 9; ++size) {
@@ -148,7 +142,7 @@ TEST_P(PrincipalVectors, GiveTheOutputOfTheSolver) {
       beam.adaptationMode = BeamformerAdaptive::freezeBoth;
       std::vector<Pair> pairs;
       for (int k = 0; k < bins; ++k) {
-        pairs.push_back(pairOf(c.kind, size, c.level, random));
+        pairs.push_back(pairOf(kind, size, level, random));
         setLowerTriangle(beam.signalCovariance, k, pairs.back().signal);
         setLowerTriangle(beam.noiseCovariance, k, pairs.back().noise);
       }
@@ -171,25 +165,38 @@ TEST_P(PrincipalVectors, GiveTheOutputOfTheSolver) {
           worst = std::max(worst, outputError(weights, expected, pair.signal));
       }
       EXPECT_LT(worst, -100.0F) << size << " microphones, " << nameOf(set);
-
-      int left = 0;
-      for (int k = 0; k + mostBinsOfASolve <= bins; k += mostBinsOfASolve)
-        left += std::popcount(principalVectorKernels().solve(
-            {beam.signalCovariance.planes.data() + k, beam.noiseCovariance.planes.data() + k,
-             planeRows(bins), 0.0F, 0.0F},
-            size, mostBinsOfASolve, beam.weights.real.data() + k,
-            beam.weights.imaginary.data() + k));
-      EXPECT_EQ(left == 0, c.inLanes && size <= mostMicrophonesInLanes) << size;
     }
   }
 }
 INSTANTIATE_TEST_SUITE_P(
     Pairs, PrincipalVectors,
-    testing::Values(Case{Kind::Ordinary, 1.0F, true}, Case{Kind::Ordinary, 1e18F, true},
-                    Case{Kind::Ordinary, 1e-12F, true}, Case{Kind::Ordinary, 1e-25F, true},
-                    Case{Kind::RankOneSignal, 1.0F, true}, Case{Kind::NearlyEqual, 1.0F, false},
-                    Case{Kind::Equal, 1.0F, false}, Case{Kind::SingularNoise, 1.0F, false},
-                    Case{Kind::Zero, 1.0F, false}, Case{Kind::NotFinite, 1.0F, false}));
+    testing::Values(std::pair{Kind::Ordinary, 1.0F}, std::pair{Kind::Ordinary, 1e18F},
+                    std::pair{Kind::Ordinary, 1e-15F}, std::pair{Kind::Ordinary, 1e-25F},
+                    std::pair{Kind::RankOneSignal, 1.0F}, std::pair{Kind::NearlyEqual, 1.0F},
+                    std::pair{Kind::Equal, 1.0F}, std::pair{Kind::SingularNoise, 1.0F},
+                    std::pair{Kind::Zero, 1.0F}, std::pair{Kind::NotFinite, 1.0F}));
+
+// Two largest eigenvalues too close to each other, the second pivot of the noise too small.
+TEST(PrincipalComponent, IsLeftToTheSolverWhereNearlyUndecided) {
+  // `most`: microphones that are solved in lanes.
+  for (const auto& [excess, pivot, most] : {std::tuple{0.004F, 1.0F, 0},
+                                            {0.006F, 1.0F, 2},
+                                            {0.012F, 1.0F, 8},
+                                            {1.0F, 8e-5F, 0},
+                                            {1.0F, 1.2e-4F, 8}})
+    for (const float level : {1.0F, 1e18F, 1e-25F})
+      for (int size = 2; size <= 9; ++size) {
+        CovariancePlanes signal(1, size, level), noise(1, size, level);
+        signal.planes(0, 0) *= 1.0F + excess;
+        noise.planes(0, 1) = level * std::sqrt(1.0F - pivot);
+        SpectrumPlanes weights(1, size);
+        EXPECT_EQ(principalVectorKernels().solve(
+                      {signal.planes.data(), noise.planes.data(), planeRows(1), 0.0F, 0.0F}, size,
+                      1, weights.real.data(), weights.imaginary.data()),
+                  size <= most ? 0U : 1U)
+            << size << ' ' << excess << ' ' << pivot << ' ' << level;
+      }
+}
 
 }  // namespace
 }  // namespace vellumic
