@@ -1,14 +1,12 @@
 #include "parameters/PipelineSettings.h"
 
-#include <array>
-
 #include "parameters/Binding.h"
 
 namespace vellumic {
 namespace {
 
 using Pipeline = PipelineSettings;
-constexpr std::array<Binding<Pipeline>, 7> pipelineBindings{{
+constexpr Binding<Pipeline> pipelineBindings[] = {
     {Raw::masterEnable, &Pipeline::enabled},
     {Raw::beamformer, &Pipeline::beamformerEnabled},
     {Raw::noisePostfilter, &Pipeline::postfilterEnabled},
@@ -17,7 +15,7 @@ constexpr std::array<Binding<Pipeline>, 7> pipelineBindings{{
     {Raw::bandTest, &Pipeline::bandTest},
     {Raw::bandTestPasses,
      IntegerField<Pipeline>{&Pipeline::bandTestPasses, 0, 100, OutOfRange::clamp}},
-}};
+};
 
 int rateOr(float stored, int otherwise) noexcept {
   const int rate = saturatedInt(stored);

@@ -1,14 +1,12 @@
 #include "parameters/StageSettings.h"
 
-#include <array>
-
 #include "parameters/Binding.h"
 
 namespace vellumic {
 namespace {
 
 using Echo = EchoCancellerSettings;
-constexpr std::array<Binding<Echo>, 11> echoBindings{{
+constexpr Binding<Echo> echoBindings[] = {
     {Raw::echoPowerSmoothing, &Echo::powerSmoothing},
     {Raw::echoFilterPole, &Echo::filterPole},
     {Raw::echoOverSubtraction, &Echo::overSubtraction},
@@ -20,10 +18,10 @@ constexpr std::array<Binding<Echo>, 11> echoBindings{{
     {Raw::echoReservedFloor, &Echo::reservedFloor},
     {Raw::echoUpdateThreshold, &Echo::updateThreshold},
     {Raw::echoWarmupBlocks, IntegerField<Echo>{&Echo::warmupBlocks, 0, 100000, OutOfRange::clamp}},
-}};
+};
 
 using Noise = NoiseEstimatorSettings;
-constexpr std::array<Binding<Noise>, 10> noiseBindings{{
+constexpr Binding<Noise> noiseBindings[] = {
     {Raw::noiseSmoothingHalfWidth,
      IntegerField<Noise>{&Noise::smoothingHalfWidth, 0, 64, OutOfRange::keep}},
     {Raw::noisePowerPole, &Noise::powerPole},
@@ -35,10 +33,10 @@ constexpr std::array<Binding<Noise>, 10> noiseBindings{{
     {Raw::noiseSnrPole, &Noise::snrPole},
     {Raw::noiseSnrFloor, &Noise::snrFloor},
     {Raw::noiseWindowFrames, IntegerField<Noise>{&Noise::windowFrames, 1, 2000, OutOfRange::keep}},
-}};
+};
 
 using Gain = SpectralGainSettings;
-constexpr std::array<Binding<Gain>, 7> gainBindings{{
+constexpr Binding<Gain> gainBindings[] = {
     {Raw::gainSnrPole, &Gain::snrPole},
     {Raw::gainOffset1, &Gain::offset1},
     {Raw::gainExponent1, &Gain::exponent1},
@@ -46,16 +44,16 @@ constexpr std::array<Binding<Gain>, 7> gainBindings{{
     {Raw::gainOffset2, &Gain::offset2},
     {Raw::gainExponent2, &Gain::exponent2},
     {Raw::gainFloor2, &Gain::floor2},
-}};
+};
 
 using Beam = BeamformerSettings;
-constexpr std::array<Binding<Beam>, 2> beamformerBindings{{
+constexpr Binding<Beam> beamformerBindings[] = {
     {Raw::covarianceTime, &Beam::covarianceTimeConstant},
     {Raw::thresholdScale, &Beam::thresholdScale},
-}};
+};
 
 using Stage = LevelStageSettings;
-constexpr std::array<Binding<Stage>, 8> levelStageBindings{{
+constexpr Binding<Stage> levelStageBindings[] = {
     {Raw::levelMakeupGain, &Stage::makeupGain},
     {Raw::levelLevel, &Stage::level},
     {Raw::levelEnvelopeTime, &Stage::envelopeTime},
@@ -64,8 +62,8 @@ constexpr std::array<Binding<Stage>, 8> levelStageBindings{{
     {Raw::levelFloorEnabled, &Stage::floorEnabled},
     {Raw::levelFloorTime, &Stage::floorTime},
     {Raw::levelFloorMargin, &Stage::floorMargin},
-}};
-constexpr std::array<Binding<Stage>, 8> limiterStageBindings{{
+};
+constexpr Binding<Stage> limiterStageBindings[] = {
     {Raw::limiterMakeupGain, &Stage::makeupGain},
     {Raw::limiterLevel, &Stage::level},
     {Raw::limiterEnvelopeTime, &Stage::envelopeTime},
@@ -74,14 +72,14 @@ constexpr std::array<Binding<Stage>, 8> limiterStageBindings{{
     {Raw::limiterFloorEnabled, &Stage::floorEnabled},
     {Raw::limiterFloorTime, &Stage::floorTime},
     {Raw::limiterFloorMargin, &Stage::floorMargin},
-}};
+};
 using Level = LevelControlSettings;
-constexpr std::array<Binding<Level>, 4> levelBindings{{
+constexpr Binding<Level> levelBindings[] = {
     {Raw::levelControl, &Level::levelControlEnabled},
     {Raw::limiter, &Level::limiterEnabled},
     {Raw::lookAhead, &Level::lookAheadEnabled},
     {Raw::lookAheadTime, &Level::lookAheadTime},
-}};
+};
 
 }  // namespace
 

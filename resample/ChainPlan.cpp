@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <stdexcept>
+#include <utility>
 
 namespace vellumic::resample {
 namespace {
@@ -22,19 +23,17 @@ void check(double source, double destination, double transitionBand) {
 
 ChainPlan planDown(double source, double destination, double transitionBand,
                    PowerOfTwoChain powerOfTwo) {
-  ChainPlan plan{{}, source, true};
+  std::vector<StagePlan> stages;
   double factor = 1.0;
   while (factor * destination * 4.0 <= source) {
     factor *= 2.0;
     const bool near = factor * destination * 4.0 > source;
-    plan.stages.push_back({1, 2, 0.5, near ? nearSlope : farSlope});
+    stages.push_back({1, 2, 0.5, near ? nearSlope : farSlope});
   }
   const double frequency = factor * destination / source;
   const bool whole = powerOfTwo == PowerOfTwoChain::allowed && frequency == 0.5;
-  plan.stages.push_back({1, whole ? 2 : 1, frequency, transitionBand});
-  plan.reachedRate = whole ? destination : source / factor;
-  plan.fractional = !whole;
-  return plan;
+  stages.push_back({1, whole ? 2 : 1, frequency, transitionBand});
+  return {std::move(stages), whole ? destination : source / factor, !whole};
 }
 
 ChainPlan planUp(double source, double destination, double transitionBand,

@@ -3,6 +3,7 @@
 
 #include <limits>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "parameters/Catalogue.h"
@@ -52,8 +53,26 @@ PipelineSettings decoded(const RawValues& raw, StreamFacts stream = {.category =
 
 TEST(PipelineSettings, StartAsTheFactoryWantsThem) {
   PipelineSettings factory;
-  factory.level.levelControlEnabled = true;  // off until parameters come
+  EXPECT_FALSE(std::exchange(factory.level.levelControlEnabled, true)) << "on before parameters";
   EXPECT_TRUE(decoded(factorySettings()) == factory);
+}
+
+TEST(PipelineSettings, TheRunStateHasTheLastWord) {
+  PipelineSettings expected = decoded(factorySettings());  // speech
+  EXPECT_TRUE(decoded(with({{Raw::echoCancellation, 0}, {Raw::noisePostfilter, 0}})) == expected);
+  EXPECT_TRUE(decoded(with({{Raw::keepInDefaultMode, 0}})) == expected);
+  expected.delaySearchBlocks = 8;
+  expected.echoBypass = true;
+  const RawValues raw = with({{Raw::delaySearchBlocks, 8}});
+  EXPECT_TRUE(decoded(raw, {.category = 2, .muted = true}) == expected);
+  expected.runState = RunState::general;
+  EXPECT_TRUE(decoded(raw, {.category = 4, .muted = true}) == expected);
+  EXPECT_TRUE(expected.runs());
+  expected.enabled = expected.echoCancelEnabled = expected.beamformerEnabled = false;
+  expected.postfilterEnabled = expected.level.levelControlEnabled = false;
+  expected.runState = RunState::off;
+  EXPECT_TRUE(decoded(raw, {.category = 1, .muted = true}) == expected);
+  EXPECT_FALSE(expected.runs());
 }
 
 TEST(PipelineSettings, BlockSizesThatTheTransformsCannotTakeKeepThePresentOne) {

@@ -1,10 +1,13 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <cstring>
 #include <fstream>
 #include <iterator>
+#include <limits>
 #include <random>
 
 #include "parameters/ParameterPage.h"
@@ -25,14 +28,14 @@ RawValues applied(std::string_view text, SettingsWarnings& warnings) {
 
 TEST(SettingsFile, TablesDottedKeysNamesAndDecibelsAreUnderstood) {
   SettingsWarnings warnings;
-  const RawValues values = applied(R"(
-# größer 中 C:\Übung
+  const RawValues values = applied("\xEF\xBB\xBF" R"(# größer Àß C:\Übung
 equalizer.enabled = true
 beamformer.enabled = 0
 [equalizer.left]
-band1 = { enabled = true, type = "high_shelf", frequency_hz = 4000, gain_db = -6 }
+band1 = { enabled = 1, type = "high_shelf", frequency_hz = 4000, gain_db = -6 }
 [equalizer.left.band2]
-type = 2
+type = """\
+  low_pass"""#................
 [noise.gain]
 )",
                                    warnings);
@@ -81,6 +84,9 @@ TEST(SettingsFile, FaultsNameLineSettingAndRemedyAndChangeNothing) {
        {"test.toml:2: ", "echo.power_smothing", "echo.power_smoothing?"}},
       {"[equalizer.left.band1]\ngian_db = 3", {"test.toml:3: ", "equalizer.left.band1.gain_db?"}},
       {"[equaliser]", {":2: equaliser: no such setting"}},
+      {"level.levle = 1", {"level.level?"}},
+      {"oll.enabled = 1", {"noise.enabled?"}},
+      {"rimjitertas = 1", {"limiter.level?"}},
       {"noise = 1", {":2: noise: no such setting; did you mean noise."}},
       {"noise.enabled = \"yes\"",
        {":2: ", "true or false", "the text \"yes\"", "noise.enabled = true"}},
@@ -92,15 +98,19 @@ TEST(SettingsFile, FaultsNameLineSettingAndRemedyAndChangeNothing) {
       {"level.level = 1e39", {"1e+39 is not a number"}},
       {"level.level_db = 900", {"900 is not a number", "level.level_db = -16"}},
       {"level.envelope_s_db = 3", {":2: level.envelope_s_db: no such setting"}},
-      {"level.level_db = \"loud\"", {"a number of decibels", "loud"}},
+      {"level.level_db = \"peak\"", {"a number of decibels", "the text \"peak\""}},
       {"level.level = 1\nlevel.level_db = 0", {"level.level_db", "given twice"}},
       {"equalizer.left.band1.type = \"peek\"", {":2: ", "\"high_pass\"", "peek"}},
-      {"\"lev\\nel\" = 1", {":2: lev?el: no such setting"}},
+      {"\"l\\u0000\\u007f\u00E4\\nel\" = 1", {":2: l??\u00E4?el: no such setting"}},
       {"level.level = 1\nlevel.level = 2", {"test.toml:3: not valid TOML"}},
       {"gr\u00F6\u00DFe = 1", {"test.toml:2: not valid TOML"}},
       {"level.level = 1 \u00E4", {"test.toml:2: not valid TOML"}},
       {"a = \"\"\"\\\n \u00E4\"\"\"", {"test.toml:3: not valid TOML", "beyond ASCII"}},
-      {"#'\nx = '''\n'''\n" + repeated("'='.", 300000) + "a = 1", {"test.toml:5: ", "16 parts"}},
+      {repeated("a.", 15) + "a = 1", {":2: a.a.", "no such setting"}},
+      {repeated("a.", 16) + "a = 1", {":2: ", "16 parts"}},
+      {"#'................\nx = '''\n................\n'''\ny = ''''''\n" +
+           repeated("''.\"\\\"=\".'\\'.'='.", 100000) + "a = 1",
+       {"test.toml:7: ", "16 parts"}},
       {repeated("a", 300000) + " = 1", {":2: aaa", "no such setting; did you mean"}}};
   for (const auto& [text, parts] : faults) {
     RawValues values = factorySettings();
@@ -118,6 +128,8 @@ TEST(SettingsFile, FaultsNameLineSettingAndRemedyAndChangeNothing) {
     EXPECT_EQ(values, factorySettings()) << text;
     EXPECT_TRUE(warnings.empty());
   }
+  EXPECT_EQ(onOneLine(std::string(1000, 'a')).size(), 1000U);
+  EXPECT_EQ(onOneLine(std::string(1001, 'a')).size(), 805U);
 }
 
 TEST(SettingsFile, ValuesOutOfRangeAreAppliedWithAWarning) {
@@ -145,6 +157,8 @@ TEST(Assignment, TakesTheValuesOfASettingsFileWithoutQuotes) {
       {" echo.enabled \t=  on \t", "echo.enabled", 1.0F},
       {"level.release_s=+2.5e0", "level.release_s", 2.5F},
       {"limiter.level_db=0", "limiter.level", 1.0F},
+      {"beamformer.enabled=off", "beamformer.enabled", 0.0F},
+      {"equalizer.right.band10.type='low_pass'", "equalizer.right.band10.type", 2.0F},
       {"equalizer.right.band10.type=\"notch\"", "equalizer.right.band10.type", 6.0F}};
   for (const auto& [text, name, value] : good) {
     RawValues values = factorySettings();
@@ -153,12 +167,24 @@ TEST(Assignment, TakesTheValuesOfASettingsFileWithoutQuotes) {
     EXPECT_EQ(stored(values, name), value) << text;
     EXPECT_TRUE(warnings.empty()) << text;
   }
-  for (const char* bad :
-       {"", "=", "echo.enabled", "echo.enabled=", "echo.enabeld=1", "level.level=loud",
-        "level.level=nan", "level.level=1e999", "level.level=1 2", "level.level=true"}) {
+  const std::pair<const char*, const char*> bad[] = {
+      {"", ": needs the form NAME=VALUE"},
+      {"=", "=: needs the form NAME=VALUE"},
+      {" =1", " =1: needs the form NAME=VALUE"},
+      {"echo.enabled", "needs the form NAME=VALUE"},
+      {"echo.enabled=", "needs the form NAME=VALUE"},
+      {"echo.enabeld=1", "did you mean echo.enabled?"},
+      {"level.level=\"\"", "a number, found the text \"\";"},
+      {"level.level=nan", "nan is not a number that can be stored"},
+      {"level.level=1e999", "inf is not a number that can be stored"},
+      {"level.level=1e999 2", "found the text \"1e999 2\";"},
+      {"level.level=1 2", "found the text \"1 2\";"},
+      {"level.level=false", "found false;"}};
+  for (const auto& [text, told] : bad) {
     RawValues values = factorySettings();
     SettingsWarnings warnings;
-    EXPECT_THROW(applyAssignment(bad, values, warnings), SettingsError) << bad;
+    EXPECT_THAT([&] { applyAssignment(text, values, warnings); },
+                testing::ThrowsMessage<SettingsError>(testing::HasSubstr(told)));
     EXPECT_EQ(values, factorySettings());
   }
 }
@@ -181,17 +207,36 @@ TEST(SettingsWriter, WhatIsWrittenReadsBackToTheSameBits) {
   EXPECT_EQ(writeSettings(factorySettings(), SettingsScope::changedFromFactory), "");
 }
 
+TEST(SettingsWriter, SaysWhatAValueMeans) {
+  SettingsWarnings warnings;
+  RawValues values = applied("equalizer.left.band1.type = 0\nequalizer.left.band2.type = 7\n"
+                             "pipeline = { block_size = 1e6, input_gain = 0.999, output_gain = 0 }",
+                             warnings);
+  values[index(Raw::levelMakeupGain)] = std::numeric_limits<float>::infinity();
+  const std::string text = writeSettings(values, SettingsScope::changedFromFactory);
+  for (const char* part :
+       {"type = \"gain\"\n", "type = \"band_pass\"\n", "\nblock_size = 1e+06\n",
+        "it is 1; 0.0 dB\ninput_gain = 0.999\n", "it is 1; linear\noutput_gain = 0.0\n",
+        "; linear\n# makeup_gain holds inf, which cannot be written here\n"})
+    EXPECT_NE(text.find(part), std::string::npos) << part << " is missing in\n" << text;
+}
+
 TEST(RawFile, TakesAnyBitsButOnlyTheExactSize) {
   const auto path = std::filesystem::temp_directory_path() / "vellumic_raw_file_test.bin";
   for (const std::size_t size : {5459U, 5460U, 5461U}) {
-    std::ofstream(path, std::ios::binary) << std::string(size, '\xFF');
+    std::string bytes(size, '\xFF');
+    for (std::size_t n = 0; n < 5000; ++n) bytes[n] = static_cast<char>(7 * n);
+    std::ofstream(path, std::ios::binary) << bytes;
     if (size == 5460)
-      EXPECT_EQ(std::ranges::count_if(readRawFile(path), [](float x) { return std::isnan(x); }),
-                1365);
+      EXPECT_EQ(std::memcmp(readRawFile(path).data(), bytes.data(), size), 0);
     else
       EXPECT_THROW(readRawFile(path), SettingsError) << size;
   }
   std::filesystem::remove(path);
+  RawValues values{};
+  SettingsWarnings warnings;
+  for (const auto& unreadable : {path, path.parent_path()})
+    EXPECT_THROW(applySettingsFile(unreadable, values, warnings), SettingsError) << unreadable;
 }
 
 }  // namespace

@@ -20,16 +20,19 @@ TEST(Resampler24, TakesItsStatedDelays) {
   const struct {
     double source, destination;
     int oneStep, chain;  // inputs before the first output
-    int memory;
+    int memory, most;  // most: outputs of a call of 480
   } cases[] = {{48000, 16000, 740, 627, 2305},  {96000, 16000, 1487, 1387, 4609},
                {16000, 48000, 251, 283, 769},   {192000, 16000, 2975, 2891, 9217},
                {64000, 16000, 999, 1123, 3073}, {32000, 16000, 495, 495, 1537},
                {16000, 192000, 253, 303, 769},  {22050, 16000, 298, 298, 1025},
+               {44100, 16000, 0, 0, 0},  {80000, 16000, 0, 0, 0},{48000, 3000, 0, 0, 0},{16000, 32000, 0, 0, 0},
                {48000, 44100, 264, 264, 1025}};
-  for (const auto& [source, destination, oneStep, chain, memory] : cases) {
+  for (const auto& [source, destination, oneStep, chain, memory, most] : cases) {
     const CDSPResampler24 converter(source, destination, 1, 10.0);
     EXPECT_EQ(converter.inputBeforeOutput(0), oneStep) << source;
     EXPECT_EQ(converter.memory(), memory) << source;
+    EXPECT_EQ(converter.maxOutputLength(480), most) << source;
+    EXPECT_EQ(converter.latency() + converter.latencyFraction(), 0.0) << "all are taken out";
     EXPECT_EQ(Chain(source, destination, 1, 10.0, 180.15, PowerOfTwoChain::allowed,
                     WholeRatio::stageByStage)
                   .inputBeforeOutput(0),
@@ -45,6 +48,7 @@ TEST(Resampler24, PassesEqualRatesThrough) {
   EXPECT_EQ(converter.process(input, 3, output), 3);
   EXPECT_EQ(output, input);
   EXPECT_EQ(converter.process(input, 99, output), 3);  // beyond maxInput: ignored
+  EXPECT_EQ(converter.process(input, 0, output), 0);
 }
 
 double settledOn(CDSPResampler24& converter, int inputs) {
@@ -65,6 +69,9 @@ TEST(Resampler24, ConvertsFarApartRatesOrRefusesThem) {
   }
   for (const double band : {0.0, 0.4, 46.0, std::nan("")})
     EXPECT_THROW(CDSPResampler24(48000, 16000, 1, band), std::invalid_argument) << band;
+  for (const double band : {0.5, 45.0}) EXPECT_NO_THROW(CDSPResampler24(48000, 48000, 1, band));
+  for (const int bits : {3, 19}) EXPECT_NO_THROW(CDSPRealFFTKeeper{bits}) << bits;
+  for (const int bits : {2, 20}) EXPECT_THROW(CDSPRealFFTKeeper{bits}, std::invalid_argument);
   EXPECT_THROW(CDSPResampler24(48000, 16000, 0, 10), std::invalid_argument);
   EXPECT_THROW(CDSPResampler24(1, 131072, 129, 10), std::length_error);
   EXPECT_NO_THROW(CDSPResampler24(1, 131072, 128, 10));  // 2^24 outputs of a call
@@ -73,6 +80,16 @@ TEST(Resampler24, ConvertsFarApartRatesOrRefusesThem) {
   EXPECT_NO_THROW(CDSPResampler24(262144, 1, 1, 10));
   CDSPResampler24 converter(48000, 100.0, 480, 10.0);
   EXPECT_NEAR(settledOn(converter, converter.inputBeforeOutput(600)), 1.0, 1e-8);
+}
+
+// Figures of the formula, worked out elsewhere.
+TEST(LowPass, IsTheWindowedSinc) {
+  const Kernel kernel = designLowPass({0.4, 34.0, 100.0, 3.0, 3});
+  ASSERT_EQ(kernel.delay, 50);
+  ASSERT_EQ(kernel.taps.size(), 101U);
+  EXPECT_NEAR(kernel.taps[0], 1.3708228549946887e-05, 1e-14);
+  EXPECT_NEAR(kernel.taps[25], 0.009114407818908005, 1e-14);
+  EXPECT_NEAR(kernel.taps[50], 0.9959993952062323, 1e-14);
 }
 
 TEST(FilterCache, SharesEqualRequestsAndStaysSafeBeyondItsLimit) {
