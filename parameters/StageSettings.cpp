@@ -37,12 +37,9 @@ constexpr Binding<Noise> noiseBindings[] = {
 
 using Gain = SpectralGainSettings;
 constexpr Binding<Gain> gainBindings[] = {
-    {Raw::gainSnrPole, &Gain::snrPole},
-    {Raw::gainOffset1, &Gain::offset1},
-    {Raw::gainExponent1, &Gain::exponent1},
-    {Raw::gainFloor1, &Gain::floor1},
-    {Raw::gainOffset2, &Gain::offset2},
-    {Raw::gainExponent2, &Gain::exponent2},
+    {Raw::gainSnrPole, &Gain::snrPole},     {Raw::gainOffset1, &Gain::offset1},
+    {Raw::gainExponent1, &Gain::exponent1}, {Raw::gainFloor1, &Gain::floor1},
+    {Raw::gainOffset2, &Gain::offset2},     {Raw::gainExponent2, &Gain::exponent2},
     {Raw::gainFloor2, &Gain::floor2},
 };
 
@@ -54,14 +51,10 @@ constexpr Binding<Beam> beamformerBindings[] = {
 
 using Stage = LevelStageSettings;
 constexpr Binding<Stage> levelStageBindings[] = {
-    {Raw::levelMakeupGain, &Stage::makeupGain},
-    {Raw::levelLevel, &Stage::level},
-    {Raw::levelEnvelopeTime, &Stage::envelopeTime},
-    {Raw::levelAttackTime, &Stage::attackTime},
-    {Raw::levelReleaseTime, &Stage::releaseTime},
-    {Raw::levelFloorEnabled, &Stage::floorEnabled},
-    {Raw::levelFloorTime, &Stage::floorTime},
-    {Raw::levelFloorMargin, &Stage::floorMargin},
+    {Raw::levelMakeupGain, &Stage::makeupGain},     {Raw::levelLevel, &Stage::level},
+    {Raw::levelEnvelopeTime, &Stage::envelopeTime}, {Raw::levelAttackTime, &Stage::attackTime},
+    {Raw::levelReleaseTime, &Stage::releaseTime},   {Raw::levelFloorEnabled, &Stage::floorEnabled},
+    {Raw::levelFloorTime, &Stage::floorTime},       {Raw::levelFloorMargin, &Stage::floorMargin},
 };
 constexpr Binding<Stage> limiterStageBindings[] = {
     {Raw::limiterMakeupGain, &Stage::makeupGain},

@@ -28,7 +28,9 @@ RawValues applied(std::string_view text, SettingsWarnings& warnings) {
 
 TEST(SettingsFile, TablesDottedKeysNamesAndDecibelsAreUnderstood) {
   SettingsWarnings warnings;
-  const RawValues values = applied("\xEF\xBB\xBF" R"(# größer Àß C:\Übung
+  const RawValues values = applied(
+      "\xEF\xBB\xBF"
+      R"(# größer Àß C:\Übung
 equalizer.enabled = true
 beamformer.enabled = 0
 [equalizer.left]
@@ -38,7 +40,7 @@ type = """\
   low_pass"""#................
 [noise.gain]
 )",
-                                   warnings);
+      warnings);
   EXPECT_EQ(stored(values, "equalizer.enabled"), 1.0F);
   EXPECT_EQ(stored(values, "beamformer.enabled"), 0.0F);
   EXPECT_EQ(stored(values, "equalizer.left.band1.type"), 5.0F);
@@ -209,9 +211,10 @@ TEST(SettingsWriter, WhatIsWrittenReadsBackToTheSameBits) {
 
 TEST(SettingsWriter, SaysWhatAValueMeans) {
   SettingsWarnings warnings;
-  RawValues values = applied("equalizer.left.band1.type = 0\nequalizer.left.band2.type = 7\n"
-                             "pipeline = { block_size = 1e6, input_gain = 0.999, output_gain = 0 }",
-                             warnings);
+  RawValues values = applied(
+      "equalizer.left.band1.type = 0\nequalizer.left.band2.type = 7\n"
+      "pipeline = { block_size = 1e6, input_gain = 0.999, output_gain = 0 }",
+      warnings);
   values[index(Raw::levelMakeupGain)] = std::numeric_limits<float>::infinity();
   const std::string text = writeSettings(values, SettingsScope::changedFromFactory);
   for (const char* part :
