@@ -1,12 +1,14 @@
 #include "parameters/PipelineSettings.h"
 
+#include <array>
+
 #include "parameters/Binding.h"
 
 namespace vellumic {
 namespace {
 
 using Pipeline = PipelineSettings;
-constexpr Binding<Pipeline> pipelineBindings[] = {
+constexpr auto pipelineBindings = std::to_array<Binding<Pipeline>>({
     {Raw::masterEnable, &Pipeline::enabled},
     {Raw::beamformer, &Pipeline::beamformerEnabled},
     {Raw::noisePostfilter, &Pipeline::postfilterEnabled},
@@ -15,7 +17,7 @@ constexpr Binding<Pipeline> pipelineBindings[] = {
     {Raw::bandTest, &Pipeline::bandTest},
     {Raw::bandTestPasses,
      IntegerField<Pipeline>{&Pipeline::bandTestPasses, 0, 100, OutOfRange::clamp}},
-};
+});
 
 int rateOr(float stored, int otherwise) noexcept {
   const int rate = saturatedInt(stored);

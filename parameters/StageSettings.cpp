@@ -1,12 +1,14 @@
 #include "parameters/StageSettings.h"
 
+#include <array>
+
 #include "parameters/Binding.h"
 
 namespace vellumic {
 namespace {
 
 using Echo = EchoCancellerSettings;
-constexpr Binding<Echo> echoBindings[] = {
+constexpr auto echoBindings = std::to_array<Binding<Echo>>({
     {Raw::echoPowerSmoothing, &Echo::powerSmoothing},
     {Raw::echoFilterPole, &Echo::filterPole},
     {Raw::echoOverSubtraction, &Echo::overSubtraction},
@@ -18,10 +20,10 @@ constexpr Binding<Echo> echoBindings[] = {
     {Raw::echoReservedFloor, &Echo::reservedFloor},
     {Raw::echoUpdateThreshold, &Echo::updateThreshold},
     {Raw::echoWarmupBlocks, IntegerField<Echo>{&Echo::warmupBlocks, 0, 100000, OutOfRange::clamp}},
-};
+});
 
 using Noise = NoiseEstimatorSettings;
-constexpr Binding<Noise> noiseBindings[] = {
+constexpr auto noiseBindings = std::to_array<Binding<Noise>>({
     {Raw::noiseSmoothingHalfWidth,
      IntegerField<Noise>{&Noise::smoothingHalfWidth, 0, 64, OutOfRange::keep}},
     {Raw::noisePowerPole, &Noise::powerPole},
@@ -33,30 +35,37 @@ constexpr Binding<Noise> noiseBindings[] = {
     {Raw::noiseSnrPole, &Noise::snrPole},
     {Raw::noiseSnrFloor, &Noise::snrFloor},
     {Raw::noiseWindowFrames, IntegerField<Noise>{&Noise::windowFrames, 1, 2000, OutOfRange::keep}},
-};
+});
 
 using Gain = SpectralGainSettings;
-constexpr Binding<Gain> gainBindings[] = {
-    {Raw::gainSnrPole, &Gain::snrPole},     {Raw::gainOffset1, &Gain::offset1},
-    {Raw::gainExponent1, &Gain::exponent1}, {Raw::gainFloor1, &Gain::floor1},
-    {Raw::gainOffset2, &Gain::offset2},     {Raw::gainExponent2, &Gain::exponent2},
+constexpr auto gainBindings = std::to_array<Binding<Gain>>({
+    {Raw::gainSnrPole, &Gain::snrPole},
+    {Raw::gainOffset1, &Gain::offset1},
+    {Raw::gainExponent1, &Gain::exponent1},
+    {Raw::gainFloor1, &Gain::floor1},
+    {Raw::gainOffset2, &Gain::offset2},
+    {Raw::gainExponent2, &Gain::exponent2},
     {Raw::gainFloor2, &Gain::floor2},
-};
+});
 
 using Beam = BeamformerSettings;
-constexpr Binding<Beam> beamformerBindings[] = {
+constexpr auto beamformerBindings = std::to_array<Binding<Beam>>({
     {Raw::covarianceTime, &Beam::covarianceTimeConstant},
     {Raw::thresholdScale, &Beam::thresholdScale},
-};
+});
 
 using Stage = LevelStageSettings;
-constexpr Binding<Stage> levelStageBindings[] = {
-    {Raw::levelMakeupGain, &Stage::makeupGain},     {Raw::levelLevel, &Stage::level},
-    {Raw::levelEnvelopeTime, &Stage::envelopeTime}, {Raw::levelAttackTime, &Stage::attackTime},
-    {Raw::levelReleaseTime, &Stage::releaseTime},   {Raw::levelFloorEnabled, &Stage::floorEnabled},
-    {Raw::levelFloorTime, &Stage::floorTime},       {Raw::levelFloorMargin, &Stage::floorMargin},
-};
-constexpr Binding<Stage> limiterStageBindings[] = {
+constexpr auto levelStageBindings = std::to_array<Binding<Stage>>({
+    {Raw::levelMakeupGain, &Stage::makeupGain},
+    {Raw::levelLevel, &Stage::level},
+    {Raw::levelEnvelopeTime, &Stage::envelopeTime},
+    {Raw::levelAttackTime, &Stage::attackTime},
+    {Raw::levelReleaseTime, &Stage::releaseTime},
+    {Raw::levelFloorEnabled, &Stage::floorEnabled},
+    {Raw::levelFloorTime, &Stage::floorTime},
+    {Raw::levelFloorMargin, &Stage::floorMargin},
+});
+constexpr auto limiterStageBindings = std::to_array<Binding<Stage>>({
     {Raw::limiterMakeupGain, &Stage::makeupGain},
     {Raw::limiterLevel, &Stage::level},
     {Raw::limiterEnvelopeTime, &Stage::envelopeTime},
@@ -65,14 +74,14 @@ constexpr Binding<Stage> limiterStageBindings[] = {
     {Raw::limiterFloorEnabled, &Stage::floorEnabled},
     {Raw::limiterFloorTime, &Stage::floorTime},
     {Raw::limiterFloorMargin, &Stage::floorMargin},
-};
+});
 using Level = LevelControlSettings;
-constexpr Binding<Level> levelBindings[] = {
+constexpr auto levelBindings = std::to_array<Binding<Level>>({
     {Raw::levelControl, &Level::levelControlEnabled},
     {Raw::limiter, &Level::limiterEnabled},
     {Raw::lookAhead, &Level::lookAheadEnabled},
     {Raw::lookAheadTime, &Level::lookAheadTime},
-};
+});
 
 }  // namespace
 

@@ -30,7 +30,8 @@ TEST(SettingsFile, TablesDottedKeysNamesAndDecibelsAreUnderstood) {
   SettingsWarnings warnings;
   const RawValues values = applied(
       "\xEF\xBB\xBF"
-      R"(# größer Àß C:\Übung
+      R"(# größer C:\Übung\
+#À
 equalizer.enabled = true
 beamformer.enabled = 0
 [equalizer.left]
