@@ -20,6 +20,14 @@ TEST(DelayEstimator, MeasuresLagsOfBothSignsAtTheFourthUpdate) {
   DelayEstimator estimator;
   for (const int lag : {1, 102, 1500, 3000, -1, -320, -2500})
     for (const float gain : {-0.01F, 1.0F}) {
+      // Nothing of the sound before stays in either history.
+      for (const bool silent : {false, true}) {
+        estimator.reset();
+        reference.colwise() = noise.segment(0, block) * (silent ? 0.0F : 1.0F);
+        microphones.colwise() = noise.segment(0, block) * (silent ? 1.0F : 0.0F);
+        estimator.update(reference, microphones);
+        EXPECT_EQ(estimator.lastLag, 0);
+      }
       estimator.reset();
       for (int update = 1; update <= 8; ++update) {
         const int at = (3 + update) * block;
@@ -38,6 +46,8 @@ TEST(DelayEstimator, TakesALagAfterThreeAgreements) {
     std::vector<int> lags;
     int committed, agreeing;
   } cases[] = {
+      {{0}, 0, 0},
+      {{1, 1, 1}, 0, 2},
       {{200, 200, 200}, 0, 2},
       {{200, 200, 200, 200}, 200, 3},
       {{200, 210, 220, 231}, 231, 3},  // each within 5 % of the one before
@@ -63,7 +73,7 @@ TEST(CorrelationKernels, TheFirstOfEqualPeaksCounts) {
     const ScopedInstructionSet scope(set);
     std::vector<float> samples(37);
     for (const auto& [at, sample, peak] :
-         {std::tuple{0, nan, 0}, {36, 2.0F, 36}, {20, -2.0F, 20}, {19, nan, 20}}) {
+         {std::tuple{0, nan, 0}, {36, 0.5F, 36}, {20, -0.5F, 20}, {19, nan, 20}, {0, 0.5F, 0}}) {
       samples[static_cast<std::size_t>(at)] = sample;
       EXPECT_EQ(correlationKernels().firstPeak(samples.data(), 37), peak);
     }

@@ -1,6 +1,7 @@
 // Bounds that sound within the settings' ranges never reaches, for which the model is no help.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
 #include <span>
 
@@ -30,6 +31,22 @@ TEST(KalmanKernels, LimitTheGain) {
     EXPECT_NEAR(real[i], gains[i], 1e-4F * gains[i]);
     EXPECT_NEAR(posterior[i], 1.0F - powers[i] * gains[i], 1e-4F);
   }
+}
+
+// 1 - (0.001 * 0.01)^2 * 0.5 * 1 / 1e-10: an error of silence counts as -100 dB.
+TEST(ResidualSuppressor, ErrorsBelowTheLeastPowerAreSuppressedAsIt) {
+  ResidualSuppressor suppressor;
+  suppressor.setup(64);
+  suppressor.longTermLevel = 0.5F;
+  ReferenceBlock reference;
+  reference.setup(64);
+  for (auto& magnitudes : reference.sumMagnitude) magnitudes.setConstant(0.01F);
+  const Eigen::ArrayXf error = Eigen::ArrayXf::Zero(64);
+  suppressor.suppressResidual({error, error, reference, 1.0F, 0.1F}, {.overSubtraction = 1.0F,
+                                                                      .couplingStep = 0.0F,
+                                                                      .referenceSmoothing = 0.0F,
+                                                                      .levelSmoothing = 1.0F});
+  EXPECT_TRUE(suppressor.suppression.isApproxToConstant(0.5F, 1e-4F));
 }
 
 // A hum while the speakers stream silence, then sudden loud sound.
@@ -88,6 +105,13 @@ TEST(EchoCanceller, RecoversFromSettingsThatNoArithmeticSurvives) {
     *number = std::numeric_limits<float>::infinity();
     EXPECT_FALSE(canceller.suppressor.isFinite());
     EXPECT_TRUE(play({}, 0.3F));
+  }
+  for (float* number :
+       {&canceller.noisePower[9], &canceller.filters[0].posterior[9],
+        &canceller.filters[1].processNoise[9], &canceller.suppressor.longTermLevel}) {
+    *number = std::numeric_limits<float>::infinity();
+    EXPECT_TRUE(play({}, 0.3F));
+    EXPECT_TRUE(std::isfinite(*number) && (output == 0.0F).all());
   }
   for (int block = 0; block < 200; ++block) play({}, 0.3F);
   EXPECT_LT(output.square().sum(), 0.1F * sound.square().sum());
