@@ -24,8 +24,6 @@ void append(const Eigen::ArrayXXf& samples, Eigen::ArrayXf& history) noexcept {
 
 DelayEstimator::DelayEstimator() { rebuild(); }
 
-void DelayEstimator::setBlockSize(int samples) { blockSize_ = samples; }
-
 void DelayEstimator::setWindowSize(int samples) { windowSize_ = samples; }
 
 void DelayEstimator::rebuild() {
@@ -41,7 +39,6 @@ void DelayEstimator::rebuild() {
 void DelayEstimator::clear() noexcept {
   referenceHistory_.setZero();
   micHistory_.setZero();
-  padded_.setZero();
 }
 
 void DelayEstimator::reset() noexcept VELLUMIC_NONBLOCKING {
@@ -51,7 +48,7 @@ void DelayEstimator::reset() noexcept VELLUMIC_NONBLOCKING {
 
 void DelayEstimator::update(const Eigen::ArrayXXf& reference,
                             const Eigen::ArrayXXf& microphones) noexcept VELLUMIC_NONBLOCKING {
-  assert(reference.rows() == blockSize_ && microphones.rows() == blockSize_);
+  assert(reference.rows() == microphones.rows() && reference.rows() <= windowSize_);
   append(reference, referenceHistory_);
   append(microphones, micHistory_);
   accept(rawLag());

@@ -14,14 +14,13 @@ namespace vellumic {
 
 class DelayEstimator {
  public:
-  DelayEstimator();  // block 1024, window 4096
+  DelayEstimator();  // window 4096
 
-  void setBlockSize(int samples);   // samples added per update, at most the window
   void setWindowSize(int samples);  // samples correlated; lags reach from -window to +window
   void rebuild();                   // sizes and clears the arrays; the lags stay
   void reset() noexcept VELLUMIC_NONBLOCKING;  // clears history and lags
 
-  // blockSize rows each, any number of channels; the channels are summed.
+  // As many rows each, at most the window; any number of channels, which are summed.
   void update(const Eigen::ArrayXXf& reference,
               const Eigen::ArrayXXf& microphones) noexcept VELLUMIC_NONBLOCKING;
 
@@ -39,7 +38,7 @@ class DelayEstimator {
   void clear() noexcept;
   int rawLag() noexcept;
 
-  int blockSize_ = 1024, windowSize_ = 4096;
+  int windowSize_ = 4096;
   Eigen::ArrayXf referenceHistory_, micHistory_;  // windowSize
   Eigen::ArrayXf padded_;                         // 2 * windowSize
   SplitSpectrum referenceBins_, micBins_;

@@ -16,13 +16,7 @@ constexpr float divergenceMargin = 70.0F;  // energy of a block at full scale 1
 
 }  // namespace
 
-EchoCanceller::EchoCanceller(int blockLength) { setBlockLength(blockLength); }
-
-void EchoCanceller::setBlockLength(int blockLength) {
-  blockLength_ = blockLength;
-  size();
-  startedOver_ = true;
-}
+EchoCanceller::EchoCanceller(int blockLength) : blockLength_(blockLength) { size(); }
 
 void EchoCanceller::size() {
   fft_.prepare(2 * blockLength_);
@@ -31,8 +25,6 @@ void EchoCanceller::size() {
   ownStatistics_.setup(bins);
   updatePower.setZero(bins);
   noisePower.setConstant(bins, startingNoise);
-  meanNoisePower_ = startingNoise;
-  errorEnergy_ = 0.0F;
   for (auto* samples : {&previousError_, &error_}) samples->setZero(blockLength_);
   frame_.setZero(2 * blockLength_);
   for (auto* spectrum : {&echoSpectrum_, &errorSpectrum_}) spectrum->setZero(bins);

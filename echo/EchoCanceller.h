@@ -13,8 +13,8 @@
 //
 // Samples are floats at full scale 1. The output lags the input by blockLength / 2 samples.
 // A state that is no longer finite starts over at once and that block comes out silent.
-// Threads: construction and setBlockLength allocate and stay off the audio path; the rest is
-// real-time and belongs to one thread.
+// Threads: construction allocates and stays off the audio path; the rest is real-time and belongs
+// to one thread.
 #pragma once
 
 #include <Eigen/Core>
@@ -38,7 +38,6 @@ class EchoCanceller {
   EchoCanceller(EchoCanceller&&) noexcept = default;
   EchoCanceller& operator=(EchoCanceller&&) noexcept = default;
 
-  void setBlockLength(int blockLength);  // sizes everything, then as setup()
   // Filters and statistics start again; blockCounter, longTermLevel, blockEnergy, converged and
   // the settings stay. Also the remedy when a filter diverges, so it allocates nothing.
   void setup() noexcept VELLUMIC_NONBLOCKING;
@@ -75,7 +74,7 @@ class EchoCanceller {
   void checkHealth() noexcept;
 
   EchoCancellerSettings settings_;
-  int blockLength_ = 0;
+  int blockLength_;
   bool startedOver_ = true;       // since the latest block: the past of the references is not ours
   bool sharesStatistics_ = true;  // until it starts over apart from the others
   ReferenceStatistics ownStatistics_;

@@ -14,10 +14,7 @@ void ReferenceBlock::setup(Eigen::Index blockLength) {
   for (auto& bins : sumMagnitude) bins.setZero(blockLength / 2 + 1);
 }
 
-ReferenceSpectra::ReferenceSpectra(int blockLength) { setBlockLength(blockLength); }
-
-void ReferenceSpectra::setBlockLength(int blockLength) {
-  blockLength_ = blockLength;
+ReferenceSpectra::ReferenceSpectra(int blockLength) : blockLength_(blockLength) {
   for (auto& block : previous_) block.setZero(blockLength);
   for (auto& block : current_) block.setZero(blockLength);
   frame_.setZero(2 * blockLength);
@@ -32,8 +29,6 @@ void ReferenceSpectra::setBlockLength(int blockLength) {
   ownDecorrelated_.setup(blockLength + 1);
   blockFft_.prepare(2 * blockLength);
   frameFft_.prepare(blockLength);
-  withoutPastDone_ = true;
-  started_ = false;
 }
 
 void ReferenceSpectra::apply(const EchoCancellerSettings& settings) noexcept VELLUMIC_NONBLOCKING {

@@ -4,7 +4,7 @@
 // A canceller that has just started over must not see the block before: it reads
 // `withoutPast()`, in which that block is silent, and keeps statistics of its own from there on.
 // That variant costs its transforms only in a block where somebody asks for it.
-// Thread: construction and setBlockLength anywhere off the audio path, the rest real-time only.
+// Thread: construction anywhere off the audio path, the rest real-time only.
 #pragma once
 
 #include <Eigen/Core>
@@ -33,7 +33,6 @@ struct ReferenceBlock {
 class ReferenceSpectra {
  public:
   explicit ReferenceSpectra(int blockLength = 1024);  // even
-  void setBlockLength(int blockLength);               // allocates; forgets the past
   // Pole and strength of the decorrelation; the cancellers that share these have the same settings.
   void apply(const EchoCancellerSettings& settings) noexcept VELLUMIC_NONBLOCKING;
   int blockLength() const noexcept { return blockLength_; }
@@ -42,7 +41,7 @@ class ReferenceSpectra {
   void advance(std::span<const float> reference0,
                std::span<const float> reference1) noexcept VELLUMIC_NONBLOCKING;
 
-  // The present block is the first since setBlockLength: whoever starts with it has the same past.
+  // The present block is the first of all: whoever starts with it has the same past.
   bool atStart() const noexcept { return atStart_; }
   const ReferenceBlock& present() const noexcept { return present_; }
   const ReferenceBlock& withoutPast() noexcept VELLUMIC_NONBLOCKING;
@@ -57,7 +56,7 @@ class ReferenceSpectra {
  private:
   void transform(bool past, ReferenceBlock& block) noexcept;
 
-  int blockLength_ = 0;
+  int blockLength_;
   bool atStart_ = true, started_ = false;
   bool withoutPastDone_ = false;  // in this block
   EchoCancellerSettings settings_;

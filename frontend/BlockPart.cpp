@@ -29,7 +29,6 @@ BlockPart::BlockPart(int samples, int microphones, int delaySearchBlocks)
   micDelay.resize(delayCapacity, microphones);
   cancellers.reserve(static_cast<std::size_t>(microphones));
   for (int i = 0; i < microphones; ++i) cancellers.emplace_back(samples);
-  delayEstimator.setBlockSize(samples);
   delayEstimator.setWindowSize(delaySearchBlocks * samples);
   delayEstimator.rebuild();
 }

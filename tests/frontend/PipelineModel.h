@@ -106,7 +106,6 @@ class PipelineModel {
       cancellers.emplace_back(s.blockSize);
       if (!before.empty()) cancellers[m].carryOver(before[m]);
     }
-    estimator.setBlockSize(s.blockSize);
     estimator.setWindowSize(s.delaySearchBlocks * s.blockSize);
     estimator.rebuild();
     loopback.setDelay(0);
