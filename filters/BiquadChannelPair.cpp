@@ -33,10 +33,6 @@ SamplePair throughBand(BandLanes& lanes, std::size_t band, const SamplePair& x) 
 
 }  // namespace
 
-BiquadChannelPair::BiquadChannelPair() noexcept {
-  for (std::size_t band = 0; band < runs_.size(); ++band) pack(band);
-}
-
 void BiquadChannelPair::setBand(int channel, int band, float enable, int type, float frequency,
                                 float gain, float q, float sampleRate) noexcept {
   if (channel < 0 || channel >= equalizerSides || band < 0 || band >= equalizerBands) return;

@@ -16,8 +16,6 @@ namespace vellumic {
 
 class BiquadChannelPair {
  public:
-  BiquadChannelPair() noexcept;
-
   // channel 0 or 1, band 0 to 9; anything else does nothing. Memories stay.
   void setBand(int channel, int band, float enable, int type, float frequency, float gain, float q,
                float sampleRate) noexcept;
@@ -49,7 +47,7 @@ class BiquadChannelPair {
   void pack(std::size_t band) noexcept;
   void processOne(float* samples) noexcept;
 
-  BandLanes lanes_{};
+  BandLanes lanes_{};  // of the bands set or adopted; the others are off
   std::array<Runs, equalizerBands> runs_{};
   bool allOn_ = false;
   bool allOff_ = true;

@@ -95,6 +95,13 @@ TEST(BiquadDesign, LeavesCoefficientsAloneWithoutOneAndWritesAShelfCutBackUntilT
     EXPECT_EQ(section.b0, before.b0) << type;
     EXPECT_EQ(section.a2, before.a2) << type;
   }
+  BiquadSection untouched;
+  untouched.set(8, 3000, 0.5F, 2, sampleRate);
+  for (const float sample : {1.0F, -2.0F, 3.0F}) {
+    float passed = sample;
+    untouched.process(passed);
+    EXPECT_EQ(passed, sample);
+  }
   BiquadSection cut = designed({HighShelf, 4000, 0.7F, 0.25F});
   const float b0 = cut.b0;
   EXPECT_EQ(cut.gain, 4.0F);

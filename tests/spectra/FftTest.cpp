@@ -10,6 +10,7 @@
 
 #include "platform/InstructionSet.h"
 #include "spectra/Fft.h"
+#include "spectra/TransformTables.h"
 #include "tests/support/RealtimeGuard.h"
 
 namespace vellumic {
@@ -46,10 +47,12 @@ class FftSets : public testing::TestWithParam<InstructionSet> {};
 
 TEST_P(FftSets, TransformsAnySizeThereAndBack) {
   const ScopedInstructionSet set(GetParam());
-  for (const int size : {2,    4,    6,    8,    10,   16,    30,    32,    48,    64,    80,
-                         96,   128,  150,  160,  256,  240,   320,   480,   512,   640,   720,
-                         768,  960,  1000, 1024, 1200, 1280,  1536,  1920,  2048,  2250,  2560,
-                         3072, 4096, 6000, 8192, 9600, 12288, 16384, 30000, 32768, 40960, 262144}) {
+  Fft prepared;
+  for (const int size :
+       {2,    4,    6,    8,     10,    16,    30,    32,    48,    64,   80,   96,
+        112,  128,  150,  160,   256,   240,   320,   480,   512,   640,  720,  768,
+        960,  1000, 1024, 1200,  1280,  1536,  1920,  2048,  2250,  2560, 3072, 4096,
+        6000, 8192, 9600, 12288, 16384, 30000, 32768, 40960, 262144}) {
     SCOPED_TRACE(size);
     const std::vector<float> given = noise(size);
     std::vector<double> exactSamples(given.begin(), given.end());
@@ -67,10 +70,22 @@ TEST_P(FftSets, TransformsAnySizeThereAndBack) {
       givenIm.push_back(bin.imag());
     }
 
-    Fft fft(size);
+    // Through registers of 4 and of 8 wherever that is possible, with tables that all share.
+    for (const int lanes : {4, 8}) {
+      const bool fast = size % (2 * lanes) == 0 && size >= 4 * lanes && size != 112;
+      EXPECT_EQ(RealTables::possible(size, lanes), fast) << lanes;
+      const auto tables = fast ? RealTables::shared(size, lanes) : nullptr;
+      EXPECT_EQ(tables, fast ? RealTables::shared(size, lanes) : nullptr);
+    }
+    prepared.prepare(size);
+    Fft fft;
+    fft = prepared;
+    EXPECT_EQ(fft.size(), size);
     Bins bins(givenBins.size());
     std::vector<float> re(bins.size()), im = re, samples(given.size()), planesSamples = samples;
+    EXPECT_EQ(fft.binCount(), std::ssize(bins));
     const RealtimeGuard guard;
+    fft.prepare(size);  // as it is already
     fft.inverse(givenBins.data(), samples.data());
     fft.inverse(givenRe, givenIm, planesSamples);
     fft.forward(given.data(), bins.data());
