@@ -51,8 +51,8 @@ void EchoCanceller::carryOver(const EchoCanceller& old) noexcept VELLUMIC_NONBLO
 
 void EchoCanceller::process(ReferenceSpectra& references, std::span<const float> microphone,
                             std::span<float> output) noexcept VELLUMIC_NONBLOCKING {
-  assert(references.blockLength() == blockLength_ && std::ssize(microphone) == blockLength_ &&
-         std::ssize(output) == blockLength_);
+  assert(references.blockLength() == blockLength_);
+  assert(std::ssize(microphone) == blockLength_ && std::ssize(output) == blockLength_);
   const ReferenceBlock* block = &join(references);
   cancelLinear(references, *block, microphone);
   if (startedOver_) block = &references.silence();

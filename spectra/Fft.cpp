@@ -115,15 +115,15 @@ void Fft::inverse(const std::complex<float>* bins, float* samples) noexcept VELL
 
 void Fft::forward(std::span<const float> samples, std::span<float> re,
                   std::span<float> im) noexcept VELLUMIC_NONBLOCKING {
-  assert(std::ssize(samples) >= size_ && std::ssize(re) >= binCount() &&
-         std::ssize(im) >= binCount());
+  assert(std::ssize(samples) >= size_);
+  assert(std::ssize(re) >= binCount() && std::ssize(im) >= binCount());
   plan_->forward(samples.data(), re.data(), im.data());
 }
 
 void Fft::inverse(std::span<const float> re, std::span<const float> im,
                   std::span<float> samples) noexcept VELLUMIC_NONBLOCKING {
-  assert(std::ssize(samples) >= size_ && std::ssize(re) >= binCount() &&
-         std::ssize(im) >= binCount());
+  assert(std::ssize(samples) >= size_);
+  assert(std::ssize(re) >= binCount() && std::ssize(im) >= binCount());
   plan_->inverse(re.data(), im.data(), samples.data());
 }
 

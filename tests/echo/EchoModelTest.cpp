@@ -257,6 +257,7 @@ TEST_P(EchoModels, TheCancellersFollowTheirEquations) {
     for (EchoModel* each : {&model, &otherModel}) each->settings = now;
   };
   apply(settings);
+  EXPECT_EQ(canceller.covarianceEnergy, 0.0F);
   double difference = 0.0, heard = 0.0;
   const auto compare = [&](const ArrayXf& output, const ArrayXd& expected) {
     difference += (output.cast<double>() - expected).square().sum();
@@ -275,6 +276,7 @@ TEST_P(EchoModels, TheCancellersFollowTheirEquations) {
       EchoCanceller next(blockLength);
       next.apply(model.settings);
       next.carryOver(canceller);
+      EXPECT_EQ(next.covarianceEnergy, canceller.covarianceEnergy);
       canceller = std::move(next);
       model.setup();
     }
@@ -294,6 +296,7 @@ TEST_P(EchoModels, TheCancellersFollowTheirEquations) {
     {
       const RealtimeGuard guard;
       references.advance(samplesOf(scene.reference(0)), samplesOf(scene.reference(1)));
+      EXPECT_EQ(references.atStart(), block == 0);
       canceller.process(references, samplesOf(scene.microphone), samplesOf(output));
       other.process(references, samplesOf(scene.second), samplesOf(otherOutput));
       EXPECT_EQ(guard.violations(), 0) << guard.first();
