@@ -22,7 +22,10 @@ TEST(DelayEstimator, MeasuresLagsOfBothSignsAtTheFourthUpdate) {
     for (const float gain : {-0.01F, 1.0F}) {
       // Nothing of the sound before stays in either history.
       for (const bool silent : {false, true}) {
-        silent ? estimator.rebuild() : estimator.reset();
+        if (silent)
+          estimator.rebuild();
+        else
+          estimator.reset();
         reference.colwise() = noise.segment(0, block) * (silent ? 0.0F : 1.0F);
         microphones.colwise() = noise.segment(0, block) * (silent ? 1.0F : 0.0F);
         estimator.update(reference, microphones);
