@@ -20,18 +20,14 @@ TEST(DelayEstimator, MeasuresLagsOfBothSignsAtTheFourthUpdate) {
   DelayEstimator estimator;
   for (const int lag : {1, 102, 1500, 3000, -1, -320, -2500})
     for (const float gain : {-0.01F, 1.0F}) {
-      // Nothing of the sound before stays in either history.
-      for (const bool silent : {false, true}) {
-        if (silent)
-          estimator.rebuild();
-        else
-          estimator.reset();
+      estimator.reset();
+      for (const bool silent : {false, true}) {  // nothing of the sound before stays
         reference.colwise() = noise.segment(0, block) * (silent ? 0.0F : 1.0F);
         microphones.colwise() = noise.segment(0, block) * (silent ? 1.0F : 0.0F);
         estimator.update(reference, microphones);
         EXPECT_EQ(estimator.lastLag, 0);
+        estimator.rebuild();
       }
-      estimator.reset();
       for (int update = 1; update <= 8; ++update) {
         const int at = (3 + update) * block;
         reference.colwise() = noise.segment(at, block);
