@@ -3,11 +3,8 @@
 
 #include <objbase.h>
 
-#include <filesystem>
 #include <map>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "control/BoundedText.h"
 #include "tests/apo/ApoWorld.h"
@@ -49,6 +46,7 @@ inline RegistryValues effectValues(const std::string& text) {
   return values;
 }
 
+// Its backups go into the current folder.
 class Endpoint {
  public:
   // Without effect properties, or with these.
@@ -62,7 +60,6 @@ class Endpoint {
   ~Endpoint() {
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, (test::machine::attachments + guid).c_str());
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, path().c_str());
-    std::filesystem::remove(backup);
   }
   Endpoint(const Endpoint&) = delete;
   Endpoint& operator=(const Endpoint&) = delete;
@@ -75,19 +72,17 @@ class Endpoint {
       ASSERT_EQ(writeValue(key.get(), name, value), ERROR_SUCCESS);
   }
   [[nodiscard]] std::optional<RegistryValues> values() const { return readEffectProperties(guid); }
-  [[nodiscard]] std::vector<std::string> attaching(const std::string& options) const {
-    std::vector<std::string> arguments{"attach", utf8(guid), "--backup", backup};
-    for (const std::string& option : split(options, ' ')) arguments.push_back(option);
-    return arguments;
+  [[nodiscard]] std::string attaching(const std::string& options) const {
+    return "attach " + utf8(guid) + " --backup " + backup + ' ' + options;
   }
   ToolRun attach(const std::string& options = "") const {
     std::filesystem::remove(backup);
-    return captured(attaching(options));
+    return ctl(attaching(options));
   }
-  ToolRun detach() const { return captured({"detach", utf8(guid)}); }
+  ToolRun detach() const { return ctl("detach " + utf8(guid)); }
 
   std::wstring guid;
-  std::string backup = (std::filesystem::temp_directory_path() / "vellumic-before.reg").string();
+  std::string backup = "before.reg";
 
  private:
   RegistryKey key_;

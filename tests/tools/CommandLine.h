@@ -3,9 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <initializer_list>
 #include <iterator>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -20,9 +23,12 @@ inline std::vector<std::string> split(const std::string& text, char separator) {
   return parts;
 }
 
+// Words of the command line; '' is an empty one.
 template <class Main>
-int called(Main main, const std::vector<std::string>& arguments) {
-  std::vector<const char*> argv{"tool"};
+int called(Main main, const std::string& words) {
+  std::vector<std::string> arguments = split("tool " + words, ' ');
+  std::ranges::replace(arguments, "''", "");
+  std::vector<const char*> argv;
   for (const std::string& argument : arguments) argv.push_back(argument.c_str());
   return main(static_cast<int>(argv.size()), argv.data());
 }
@@ -32,10 +38,10 @@ struct ToolRun {
   std::string printed, complained;
 };
 template <class Main>
-ToolRun captured(Main main, const std::vector<std::string>& arguments) {
+ToolRun captured(Main main, const std::string& words) {
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
-  const int exitCode = called(main, arguments);
+  const int exitCode = called(main, words);
   return {.exitCode = exitCode,
           .printed = testing::internal::GetCapturedStdout(),
           .complained = testing::internal::GetCapturedStderr()};
@@ -45,10 +51,39 @@ inline void expectParts(const std::string& text, std::initializer_list<std::stri
   for (const std::string& part : parts)
     EXPECT_NE(text.find(part), std::string::npos) << "no <" << part << "> in: " << text;
 }
+// One line that says `named`, and nothing else.
+inline void expectRefusal(const ToolRun& run, const std::string& named) {
+  EXPECT_EQ(run.exitCode, 1) << named;
+  expectParts(run.complained, {named});
+  EXPECT_EQ(std::ranges::count(run.complained, '\n'), 1) << run.complained;
+  EXPECT_EQ(run.printed, "");
+}
 
 inline std::string contents(const std::string& file) {
   std::ifstream stream(file, std::ios::binary);
   return {std::istreambuf_iterator<char>(stream), {}};
 }
+
+// Runs in a folder of its own.
+class InOwnFolder : public testing::Test {
+ protected:
+  InOwnFolder() {
+    std::filesystem::create_directories(folder_);
+    std::filesystem::current_path(folder_);
+  }
+  ~InOwnFolder() override {
+    std::filesystem::current_path(before_);
+    std::filesystem::remove_all(folder_);
+  }
+  static std::string text(const std::string& name, const std::string& content) {
+    std::ofstream(name, std::ios::binary) << content;
+    return name;
+  }
+
+ private:
+  const std::filesystem::path before_ = std::filesystem::current_path();
+  const std::filesystem::path folder_ = std::filesystem::temp_directory_path() /
+                                        ("vellumic-" + std::to_string(std::random_device{}()));
+};
 
 }  // namespace vellumic::tools

@@ -1,8 +1,4 @@
 // vellumic-ctl attach and detach on real keys of the machine, beside no audio service.
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
 #include "tests/support/ImportTable.h"
 #include "tests/support/RunProgram.h"
 #include "tests/tools/AttachEndpoint.h"
@@ -10,20 +6,7 @@
 namespace vellumic::tools {
 namespace {
 
-struct RoundTrip {
-  const char *before, *options, *attached;  // before: null is no key
-};
-constexpr RoundTrip roundTrips[] = {
-    {nullptr, "", "0=null 6=mfx m6=all 7=efx m7=all"},
-    {"", "--class kdmfx --mode speech", "0=null 9=kdmfx m9=speech"},
-    {"0=other 6=driver m6=other", "--replace", "0=other 6=mfx m6=all 7=efx m7=all"},
-    {"6=driver m6=other,default", "--keep --class mfx",
-     "0=null 6=driver 14=driver,mfx m6=other,default,raw,speech"},
-    {"14=driver", "--replace --class mfx", "0=null 14=mfx m6=all"},
-    {"1=driver", "--replace", "0=null 1=driver 6=mfx m6=all 7=efx m7=all"},
-    {"7=null", "--class efx", "0=null 7=efx m7=all"},
-    {"6=# 7=driver m6=#", "--keep", "0=null 6=mfx m6=all 7=driver 15=driver,efx m7=all"},
-};
+using CtlAttach = InOwnFolder;
 
 // What stands there for other purposes.
 RegistryValues withOthers(RegistryValues values) {
@@ -32,7 +15,20 @@ RegistryValues withOthers(RegistryValues values) {
   return values;
 }
 
-TEST(CtlAttach, ComesAndGoesWithoutATrace) {
+TEST_F(CtlAttach, ComesAndGoesWithoutATrace) {
+  constexpr struct {
+    const char *before, *options, *attached;  // before: null is no key
+  } roundTrips[] = {
+      {nullptr, "", "0=null 6=mfx m6=all 7=efx m7=all"},
+      {"", "--class kdmfx --mode speech", "0=null 9=kdmfx m9=speech"},
+      {"0=other 6=driver m6=other", "--replace", "0=other 6=mfx m6=all 7=efx m7=all"},
+      {"6=driver m6=other,default", "--keep --class mfx",
+       "0=null 6=driver 14=driver,mfx m6=other,default,raw,speech"},
+      {"14=driver", "--replace --class mfx", "0=null 14=mfx m6=all"},
+      {"1=driver", "--replace", "0=null 1=driver 6=mfx m6=all 7=efx m7=all"},
+      {"7=null", "--class efx", "0=null 7=efx m7=all"},
+      {"6=# 7=driver m6=#", "--keep", "0=null 6=mfx m6=all 7=driver 15=driver,efx m7=all"},
+  };
   for (const auto& [text, options, attached] : roundTrips) {
     SCOPED_TRACE(attached);
     const auto before = text == nullptr ? std::optional<RegistryValues>()
@@ -60,29 +56,20 @@ TEST(CtlAttach, ComesAndGoesWithoutATrace) {
   }
 }
 
-TEST(CtlAttach, RefusalsLeaveEverythingAsItWas) {
-  const struct {
-    const char *before, *options, *complaint;
-  } refusals[] = {
-      {"6=driver", "", "mfx: the driver's effect {AAAAAAAA-1111-2222-3333-444444444444} is"},
-      {"1=driver", "--keep", "cannot run beside it; add --replace"},
-      {"", "--class gfx", "gfx not in {efx,mfx,kdmfx}"},
-      {"", "--keep --replace", "excludes"},
-  };
-  const auto expectUntouched = [](const Endpoint& endpoint, const RegistryValues& before,
-                                  const ToolRun& outcome, const char* complaint) {
-    EXPECT_EQ(outcome.exitCode, 1);
-    expectParts(outcome.complained, {complaint});
-    EXPECT_EQ(endpoint.values(), before);
+TEST_F(CtlAttach, RefusalsLeaveEverythingAsItWas) {
+  const auto expectRefused = [](const char* before, const char* options, const char* complaint,
+                                const char* backup = "before.reg") {
+    Endpoint endpoint(effectValues(before));
+    endpoint.backup = backup;
+    expectRefusal(endpoint.attach(options), complaint);
+    EXPECT_EQ(endpoint.values(), effectValues(before));
     EXPECT_FALSE(readAttachment(endpoint.guid));
   };
-  for (const auto& [before, options, complaint] : refusals) {
-    const Endpoint endpoint(effectValues(before));
-    expectUntouched(endpoint, effectValues(before), endpoint.attach(options), complaint);
-  }
-  Endpoint endpoint(RegistryValues{});
-  endpoint.backup = "C:\\no\\such\\folder.reg";
-  expectUntouched(endpoint, {}, endpoint.attach(), "folder.reg: cannot be written whole");
+  expectRefused("6=driver", "", "the driver's effect {AAAAAAAA-1111-2222-3333-444444444444} is");
+  expectRefused("1=driver", "--keep", "cannot run beside it; add --replace");
+  expectRefused("", "--class gfx", "gfx not in {efx,mfx,kdmfx}");
+  expectRefused("", "--keep --replace", "excludes");
+  expectRefused("", "", "folder.reg: cannot be written whole", "C:\\no\\such\\folder.reg");
   // Rights that nobody gave are no error of the function that asks for them.
   test::ImportTable imports(GetModuleHandleW(nullptr));
   imports.put(
@@ -91,13 +78,12 @@ TEST(CtlAttach, RefusalsLeaveEverythingAsItWas) {
         SetLastError(ERROR_NOT_ALL_ASSIGNED);
         return TRUE;
       });
-  endpoint.backup = Endpoint().backup;
-  expectUntouched(endpoint, {}, endpoint.attach(), "lacks the rights to back up and restore");
+  expectRefused("", "", "lacks the rights to back up and restore");
 }
 
 // Somebody writes after us: what is theirs stays, the modes of a place that they took with it; what
 // is ours goes.
-TEST(CtlAttach, ChangesOfOthersOutliveUs) {
+TEST_F(CtlAttach, ChangesOfOthersOutliveUs) {
   const struct {
     const char *before, *written, *left;
   } cases[] = {
@@ -115,7 +101,7 @@ TEST(CtlAttach, ChangesOfOthersOutliveUs) {
   }
 }
 
-TEST(CtlAttach, TextsEndWithTheirData) {
+TEST_F(CtlAttach, TextsEndWithTheirData) {
   RegistryValue value = textsValue({L"one", L"other"});
   value.data.resize(value.data.size() - 5);  // neither terminator, and half a unit
   EXPECT_EQ(textsOf(value), (std::vector<std::wstring>{L"one", L"othe"}));

@@ -1,11 +1,7 @@
 // vellumic-ctl refused at any write to the registry, or killed there: nothing is lost, and what an
 // effect or a later command then reads is whole.
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
 #include <array>
-#include <string>
+#include <cstdlib>
 
 #include "control/ParametersInRegistry.h"
 #include "tests/control/ChildProcess.h"
@@ -41,7 +37,7 @@ struct Gate<function> {
   Gate(test::ImportTable& imports, const char* name) { original = imports.replace(name, &pass); }
 };
 
-int runToItsEnd(const std::vector<std::string>& arguments, int writes, End end) {
+int runToItsEnd(const std::string& words, int writes, End end) {
   writesLeft = writes;
   endsAs = end;
   test::ImportTable imports{GetModuleHandleW(nullptr)};
@@ -50,43 +46,44 @@ int runToItsEnd(const std::vector<std::string>& arguments, int writes, End end) 
   const Gate<&RegCreateKeyExW> create{imports, "RegCreateKeyExW"};
   const Gate<&RegDeleteTreeW> removeTree{imports, "RegDeleteTreeW"};
   const Gate<&NtDeleteKey> removeKey{imports, "NtDeleteKey"};
-  if (end == End::killed) return ctl(arguments);
-  const ToolRun outcome = captured(arguments);
-  if (arguments[0] == "settings" && outcome.exitCode != 0)
+  if (end == End::killed) return called(ctlMain, words);
+  const ToolRun outcome = ctl(words);
+  if (words.starts_with("settings") && outcome.exitCode != 0)
     expectParts(outcome.complained,
                 {"Settings\\2", ": writing Param", " failed (error 5); run as"});
   return outcome.exitCode;
 }
 
 // Writes, tree of HKEY_CURRENT_USER in the machine's place (or "machine"), words of the command.
-constexpr wchar_t variable[] = L"VELLUMIC_TEST_COMMAND";
+constexpr char variable[] = "VELLUMIC_TEST_COMMAND";
 const test::ChildMode killed{
     "ctl-killed", [] {
-      std::array<wchar_t, 400> text{};
-      GetEnvironmentVariableW(variable, text.data(), text.size());
-      std::vector<std::string> words = split(utf8(text.data()), '|');
+      std::istringstream command(std::getenv(variable));
+      int writes = 0;
+      std::string tree, words;
+      std::getline(command >> writes >> tree, words);
       RegistryKey root;
-      if (RegOpenKeyW(HKEY_CURRENT_USER, wide(words[1]).c_str(), root.put()) == ERROR_SUCCESS)
+      if (RegOpenKeyW(HKEY_CURRENT_USER, wide(tree).c_str(), root.put()) == ERROR_SUCCESS)
         RegOverridePredefKey(HKEY_LOCAL_MACHINE, root.get());
-      return runToItsEnd({words.begin() + 2, words.end()}, std::stoi(words[0]), End::killed);
+      return runToItsEnd(words, writes, End::killed);
     }};
 
 // The exit code; nothing when there were not so many writes.
-std::optional<int> ended(const std::vector<std::string>& arguments, int writes, End end,
+std::optional<int> ended(const std::string& words, int writes, End end,
                          const std::string& tree = "machine") {
   if (end != End::killed) {
-    const int exitCode = runToItsEnd(arguments, writes, end);
+    const int exitCode = runToItsEnd(words, writes, end);
     return writesLeft < 0 ? std::optional(exitCode) : std::nullopt;
   }
-  std::string command = std::to_string(writes) + '|' + tree;
-  for (const std::string& word : arguments) command += '|' + word;
-  SetEnvironmentVariableW(variable, wide(command).c_str());
+  SetEnvironmentVariableA(variable, (std::to_string(writes) + ' ' + tree + ' ' + words).c_str());
   const DWORD code = test::ChildProcess("ctl-killed").wait();
   return code == 0 ? std::nullopt : std::optional(static_cast<int>(code));
 }
 
+using CtlCutShort = InOwnFolder;
+
 // A place of the driver's kept in a chain, another one free; and no key at all.
-TEST(CtlCutShort, AttachmentsAreWholeAndGoBothWays) {
+TEST_F(CtlCutShort, AttachmentsAreWholeAndGoBothWays) {
   const std::optional<RegistryValues> beginnings[] = {effectValues("6=driver m6=other"),
                                                       std::nullopt};
   const struct {
@@ -110,8 +107,9 @@ TEST(CtlCutShort, AttachmentsAreWholeAndGoBothWays) {
           }
           std::filesystem::remove(endpoint.backup);
           const auto beginning = endpoint.values();
-          const auto exitCode = leaving ? ended({"detach", utf8(endpoint.guid)}, writes, end)
-                                        : ended(endpoint.attaching("--keep"), writes, end);
+          const auto exitCode =
+              ended(leaving ? "detach " + utf8(endpoint.guid) : endpoint.attaching("--keep"),
+                    writes, end);
           if (!exitCode) {
             ASSERT_GT(writes, 7);
             break;
@@ -160,7 +158,7 @@ struct Reading {
   }
 };
 
-TEST(CtlCutShort, OldOrNewSettingIsInForceButNeverAMixture) {
+TEST_F(CtlCutShort, OldOrNewSettingIsInForceButNeverAMixture) {
   // The tree and the new setting's key, 1365 values, the switch; the same over the old one, the
   // end.
   constexpr int untilSwitch = 3 + rawCount + 1, untilEnd = untilSwitch + 1 + rawCount + 1;
@@ -175,7 +173,7 @@ TEST(CtlCutShort, OldOrNewSettingIsInForceButNeverAMixture) {
     values[index(Raw::fadeRequest)] = 0.0F;
     registry.writeSetting(L"2", values);
     registry.select(L"2");
-    EXPECT_EQ(ended({"settings", "set", "noise.enabled=false"}, writes, end, utf8(registry.name())),
+    EXPECT_EQ(ended("settings set noise.enabled=false", writes, end, utf8(registry.name())),
               end == End::killed ? int{cutShort} : 1);
     if (writes >= untilSwitch) values[index(Raw::noisePostfilter)] = 0.0F;
     const Reading after;
@@ -183,7 +181,7 @@ TEST(CtlCutShort, OldOrNewSettingIsInForceButNeverAMixture) {
     EXPECT_EQ(after.atReload, values);
 
     // The next write finishes what was left.
-    ASSERT_EQ(ctl({"settings", "set", "beamformer.enabled=false"}), 0);
+    ASSERT_EQ(ctl("settings set beamformer.enabled=false").exitCode, 0);
     values[index(Raw::beamformer)] = 0.0F;
     EXPECT_EQ(Reading().atReload, values);
     CParametersInRegistry store;

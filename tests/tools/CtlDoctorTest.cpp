@@ -1,14 +1,10 @@
 // vellumic-ctl doctor: what it finds not ok, provoked.
 #include <windows.h>
 
-#include <gtest/gtest.h>
 #include <sddl.h>
 #include <softpub.h>
 
-#include <filesystem>
 #include <functional>
-#include <list>
-#include <map>
 
 #include "control/DeviceProperties.h"
 #include "tests/support/ImportTable.h"
@@ -27,63 +23,55 @@ using enum Verdict;
 constexpr wchar_t audioKey[] = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Audio";
 constexpr wchar_t versionKey[] = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion";
 
-// The service control, played by this program. A handle carries the rights it was opened with.
-class FakeServices {
- public:
-  explicit FakeServices(test::ImportTable& imports) {
-    states = {{L"AudioEndpointBuilder", SERVICE_RUNNING}, {L"Audiosrv", SERVICE_RUNNING}};
-    calls.clear();
-    refused = false;
-    imports.put("OpenServiceW", &open);
-    imports.put("QueryServiceStatus", &query);
-    imports.put(
-        "ControlService", +[](SC_HANDLE service, DWORD control, SERVICE_STATUS*) -> BOOL {
-          return change(service, SERVICE_STOP, SERVICE_STOP_PENDING, L"stop ") &&
-                 control == SERVICE_CONTROL_STOP;
-        });
-    imports.put(
-        "StartServiceW", +[](SC_HANDLE service, DWORD, LPCWSTR*) -> BOOL {
-          return change(service, SERVICE_START, SERVICE_START_PENDING, L"start ");
-        });
-    imports.put(
-        "CloseServiceHandle", +[](SC_HANDLE) -> BOOL { return TRUE; });
-  }
-  static inline std::map<std::wstring, DWORD> states;  // 0: cannot be asked
-  static inline std::vector<std::wstring> calls;
-  static inline bool refused;  // to stop the endpoint builder
-
- private:
-  struct Handle {
-    const std::wstring& name;
-    DWORD& state;
-    DWORD rights;
-  };
-  static inline std::list<Handle> handles;
-  static SC_HANDLE WINAPI open(SC_HANDLE, LPCWSTR name, DWORD rights) {
-    const auto found = states.find(name);
-    SetLastError(ERROR_SERVICE_DOES_NOT_EXIST);
-    if (found == states.end()) return nullptr;
-    return reinterpret_cast<SC_HANDLE>(&handles.emplace_back(found->first, found->second, rights));
-  }
-  static BOOL WINAPI query(SC_HANDLE service, SERVICE_STATUS* status) {
-    DWORD& state = reinterpret_cast<Handle*>(service)->state;
-    status->dwCurrentState = state;
-    if (state == SERVICE_STOP_PENDING) state = SERVICE_STOPPED;
-    if (state == SERVICE_START_PENDING) state = SERVICE_RUNNING;
-    return state != 0;
-  }
-  static bool change(SC_HANDLE service, DWORD right, DWORD state, const wchar_t* what) {
-    const Handle& handle = *reinterpret_cast<Handle*>(service);
-    SetLastError(ERROR_ACCESS_DENIED);
-    if ((handle.rights & right) == 0) return false;
-    calls.push_back(what + handle.name);
-    if (refused && calls.back() == L"stop AudioEndpointBuilder") return false;
-    SetLastError(ERROR_SERVICE_ALREADY_RUNNING);
-    if (state == SERVICE_START_PENDING && handle.state != SERVICE_STOPPED) return false;
-    handle.state = state;
-    return true;
-  }
+// The service control, played by this program.
+struct FakeService {
+  DWORD state = SERVICE_RUNNING;  // 0: cannot be asked
+  DWORD rights = 0;               // it was last opened with
 };
+std::map<std::wstring, FakeService> services;
+std::vector<std::wstring> serviceCalls;
+bool builderStays = false;  // when it is to stop
+
+bool change(SC_HANDLE handle, DWORD right, DWORD state, const wchar_t* what) {
+  auto& [name, service] = *reinterpret_cast<decltype(services)::value_type*>(handle);
+  SetLastError(ERROR_ACCESS_DENIED);
+  if ((service.rights & right) == 0) return false;
+  serviceCalls.push_back(what + name);
+  if (builderStays && serviceCalls.back() == L"stop AudioEndpointBuilder") return false;
+  SetLastError(ERROR_SERVICE_ALREADY_RUNNING);
+  if (state == SERVICE_START_PENDING && service.state != SERVICE_STOPPED) return false;
+  service.state = state;
+  return true;
+}
+void playServices(test::ImportTable& imports) {
+  imports.put(
+      "OpenServiceW", +[](SC_HANDLE, LPCWSTR name, DWORD rights) -> SC_HANDLE {
+        const auto found = services.find(name);
+        SetLastError(ERROR_SERVICE_DOES_NOT_EXIST);
+        if (found == services.end()) return nullptr;
+        found->second.rights = rights;
+        return reinterpret_cast<SC_HANDLE>(&*found);
+      });
+  imports.put(
+      "QueryServiceStatus", +[](SC_HANDLE handle, SERVICE_STATUS* status) -> BOOL {
+        DWORD& state = reinterpret_cast<decltype(services)::value_type*>(handle)->second.state;
+        status->dwCurrentState = state;
+        if (state == SERVICE_STOP_PENDING) state = SERVICE_STOPPED;
+        if (state == SERVICE_START_PENDING) state = SERVICE_RUNNING;
+        return state != 0;
+      });
+  imports.put(
+      "ControlService", +[](SC_HANDLE service, DWORD control, SERVICE_STATUS*) -> BOOL {
+        return change(service, SERVICE_STOP, SERVICE_STOP_PENDING, L"stop ") &&
+               control == SERVICE_CONTROL_STOP;
+      });
+  imports.put(
+      "StartServiceW", +[](SC_HANDLE service, DWORD, LPCWSTR*) -> BOOL {
+        return change(service, SERVICE_START, SERVICE_START_PENDING, L"start ");
+      });
+  imports.put(
+      "CloseServiceHandle", +[](SC_HANDLE) -> BOOL { return TRUE; });
+}
 
 // What the system says of a file's signature; Wine trusts every certificate.
 LONG trust = 0;
@@ -96,6 +84,8 @@ LONG WINAPI verifyTrust(HWND, GUID*, WINTRUST_DATA* data) {
 class CtlDoctor : public test::ApoWorld {
  protected:
   CtlDoctor() {
+    playServices(imports);
+    imports.put("WinVerifyTrust", &verifyTrust);
     microphone.store.texts[14] = L"Microphone Array";
     writeFactorySettings();
     makeWhole();
@@ -108,9 +98,9 @@ class CtlDoctor : public test::ApoWorld {
     for (const wchar_t* key : {L"SOFTWARE\\Classes", L"SOFTWARE\\Microsoft\\Windows",
                                L"SOFTWARE\\Mirandor\\Vellumic\\Attached", L"SYSTEM", versionKey})
       registry.remove(key);
-    imports.emplace(GetModuleHandleW(nullptr));
-    services.emplace(*imports);
-    imports->put("WinVerifyTrust", &verifyTrust);
+    services = {{L"AudioEndpointBuilder", {}}, {L"Audiosrv", {}}};
+    serviceCalls.clear();
+    builderStays = false;
     trust = TRUST_E_NOSIGNATURE;
     registerClasses(L"SOFTWARE\\Classes", L"SOFTWARE\\Classes");
     registry.write(audioKey, L"DisableProtectedAudioDG", 1);
@@ -141,8 +131,7 @@ class CtlDoctor : public test::ApoWorld {
   }
 
   test::FakeClient& client = microphone.client;
-  std::optional<test::ImportTable> imports;
-  std::optional<FakeServices> services;
+  test::ImportTable imports{GetModuleHandleW(nullptr)};
   const std::wstring guid = L"{11111111-2222-3333-4444-555555555555}";
   const std::filesystem::path file =
       std::filesystem::temp_directory_path() / "vellumic-doctor-test.dll";
@@ -156,13 +145,13 @@ TEST_F(CtlDoctor, FindsNothingOnASoundMachine) {
 
   makeWhole();
   microphone.volume.muted = true;
-  const ToolRun outcome = captured({"doctor", "Array", "--json"});
+  const ToolRun outcome = ctl("doctor Array --json");
   EXPECT_EQ(outcome.exitCode, 1);
   expectParts(outcome.complained, {"1 of 16 links are not ok"});
   expectParts(outcome.printed,
               {"{\"healthy\": false, \"links\": [{\"link\": \"registered\"",
                "\"link\": \"volume\", \"verdict\": \"not ok\", \"text\": \"muted;"});
-  expectParts(captured({"doctor", "nobody"}).printed,
+  expectParts(ctl("doctor nobody").printed,
               {"endpoint      not ok          device nobody: no microphone has this"});
 }
 
@@ -170,7 +159,7 @@ TEST_F(CtlDoctor, SaysWhatIsWrongAndWhatToDo) {
   const auto unregister = [this] { registry.remove(L"SOFTWARE\\Classes"); };
   const auto protect = [this] { registry.remove(audioKey); };
   const auto audiosrv = [&](DWORD state) {
-    return [&, state] { services->states[L"Audiosrv"] = state; };
+    return [state] { services[L"Audiosrv"].state = state; };
   };
   const struct {
     const char* link;
@@ -210,7 +199,7 @@ TEST_F(CtlDoctor, SaysWhatIsWrongAndWhatToDo) {
        [] { trust = CERT_E_UNTRUSTEDROOT; }},
       {"signature", notOk, "changed after it was signed; unpack it anew",
        [] { trust = TRUST_E_BAD_DIGEST; }},
-      {"services", unknown, "Audiosrv does not", [&] { services->states.erase(L"Audiosrv"); }},
+      {"services", unknown, "Audiosrv does not", [] { services.erase(L"Audiosrv"); }},
       {"services", notOk, "Audiosrv is stopped; run net start Audiosrv", audiosrv(SERVICE_STOPPED)},
       {"services", notOk, "is starting or stopping; wait a", audiosrv(SERVICE_START_PENDING)},
       {"endpoint", notOk, "unplugged; connect", [&] { microphone.state = DEVICE_STATE_UNPLUGGED; }},
@@ -275,11 +264,11 @@ TEST_F(CtlDoctor, ServicesAreStartedAnewInTheirOrder) {
   const std::vector<std::wstring> whole{L"stop Audiosrv", L"stop AudioEndpointBuilder",
                                         L"start AudioEndpointBuilder", L"start Audiosrv"};
   restartAudioServices();
-  EXPECT_EQ(services->calls, whole);
-  services->calls.clear();
-  services->refused = true;  // what was stopped runs again
+  EXPECT_EQ(serviceCalls, whole);
+  serviceCalls.clear();
+  builderStays = true;  // what was stopped runs again
   EXPECT_THROW(restartAudioServices(), CtlError);
-  EXPECT_EQ(services->calls, whole);
+  EXPECT_EQ(serviceCalls, whole);
 }
 
 }  // namespace

@@ -1,9 +1,4 @@
 // vellumic-ctl beside real effects: the library as built, in this process.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
-#include <optional>
 #include <thread>
 
 #include "control/BoundedText.h"
@@ -35,8 +30,8 @@ bool boardExists() {
 }
 
 TEST_F(CtlEffects, StatusSeesThreeComeAndGo) {
-  testing::internal::CaptureStdout();
-  std::thread watching([] { ctl({"status", "--watch", "--json", "--seconds", "4"}); });
+  ToolRun watched{};
+  std::thread watching([&] { watched = ctl("status --watch --json --seconds 4"); });
   for (int i = 0; i < 500 && !boardExists(); ++i) Sleep(2);
   {
     std::array<CaptureObject, 3> objects{initialized(test::efx), initialized(test::mfx),
@@ -46,7 +41,7 @@ TEST_F(CtlEffects, StatusSeesThreeComeAndGo) {
     Sleep(700);
   }
   watching.join();
-  const std::vector<std::string> reports = split(testing::internal::GetCapturedStdout(), '\n');
+  const std::vector<std::string> reports = split(watched.printed, '\n');
 
   const auto alive = [](const std::string& report) { return countOf(report, "\"alive\": true"); };
   const auto all = std::ranges::find(reports, 3U, alive);
@@ -69,13 +64,13 @@ TEST_F(CtlEffects, StatusJoinsABoardOfSomebodyElse) {
   const auto statusOfBoth = [] {
     std::string printed;
     for (int asked = 0; asked < 20 && printed.find("2 effects run") == printed.npos; ++asked)
-      printed = captured({"status"}).printed;
+      printed = ctl("status").printed;
     return printed;
   };
   expectParts(statusOfBoth(),
               {"CVellumicAPOCaptureEFX  alive  mode default  48000 Hz",
                "CVellumicAPOCaptureMFX  alive", "Active: yes, 2 effects run with setting 1.\n"});
-  ASSERT_EQ(ctl({"settings", "set", "engine.enabled=off"}), 0);
+  ASSERT_EQ(ctl("settings set engine.enabled=off").exitCode, 0);
   expectParts(statusOfBoth(), {"Active: no, 2 effects run but"});
 }
 
@@ -96,7 +91,7 @@ TEST_F(CtlEffects, EffectsAreToldOnceAndAfterTheWrite) {
     for (; WaitForSingleObject(event.get(), told == 0 ? 10000 : 500) == WAIT_OBJECT_0; ++told)
       written = SettingsTree::read(SettingsTree::activeName());
   });
-  expectParts(captured({"settings", "set", "noise.enabled=false"}).printed,
+  expectParts(ctl("settings set noise.enabled=false").printed,
               {"Told 1 running effect to read it."});
   listening.join();
   EXPECT_EQ(told, 1);

@@ -1,14 +1,9 @@
 // vellumic-ctl before what others wrote: a status board scribbled over, values of any kind.
 #include <windows.h>
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <atomic>
 #include <bit>
 #include <cstring>
-#include <filesystem>
-#include <random>
 #include <thread>
 
 #include "control/Names.h"
@@ -16,7 +11,7 @@
 #include "tests/support/MachineNames.h"
 #include "tests/support/RandomRounds.h"
 #include "tests/support/RunProgram.h"
-#include "tools/OutputFile.h"
+#include "tests/tools/CommandLine.h"
 #include "tools/ctl/RegFile.h"
 #include "tools/ctl/RegistryValues.h"
 #include "tools/ctl/StatusCollector.h"
@@ -50,7 +45,9 @@ bool isOneJsonLine(const std::string& text) {
   return !quoted && depth == 0;
 }
 
-TEST(CtlHostile, AnyBlockIsReported) {
+using CtlHostile = InOwnFolder;
+
+TEST_F(CtlHostile, AnyBlockIsReported) {
   RandomRounds rounds(500);
   std::vector<SeenObject> objects(3);
   while (rounds.next()) {
@@ -66,7 +63,7 @@ TEST(CtlHostile, AnyBlockIsReported) {
   }
 }
 
-TEST(CtlHostile, CollectingEndsWhileTheBoardIsScribbledOver) {
+TEST_F(CtlHostile, CollectingEndsWhileTheBoardIsScribbledOver) {
   CompanionLink link(CompanionLink::Missing::make);
   const KernelHandle mapping(OpenFileMappingW(FILE_MAP_WRITE, FALSE, sharedMemoryName));
   const MappedView view(MapViewOfFile(mapping.get(), FILE_MAP_WRITE, 0, 0, sizeof(StatusBoard)));
@@ -91,12 +88,10 @@ TEST(CtlHostile, CollectingEndsWhileTheBoardIsScribbledOver) {
 // The values of a key that the system's registry editor makes of a file that we wrote.
 RegistryValues imported(const std::wstring& text, const std::wstring& path) {
   RegDeleteTreeW(HKEY_LOCAL_MACHINE, path.c_str());  // of a run that was ended
-  const auto file = std::filesystem::temp_directory_path() /
-                    ("vellumic-hostile-" + std::to_string(GetCurrentProcessId()) + ".reg");
-  writeWholeFile(file.string(),
-                 {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)});
-  EXPECT_EQ(test::runProgram("regedit /S " + file.string()), 0);
-  std::filesystem::remove(file);
+  std::ofstream("values.reg", std::ios::binary)
+      .write(reinterpret_cast<const char*>(text.data()),
+             static_cast<std::streamsize>(text.size() * sizeof(wchar_t)));
+  EXPECT_EQ(test::runProgram("regedit /S values.reg"), 0);
   const RegistryKey key = CRegistryUtils::openKey(HKEY_LOCAL_MACHINE, path.c_str());
   const RegistryValues values = readValues(key.get(), "key");
   EXPECT_EQ(RegDeleteTreeW(HKEY_LOCAL_MACHINE, path.c_str()), ERROR_SUCCESS);
@@ -123,7 +118,7 @@ RegistryValues anyValues(std::mt19937& random) {
 }
 
 // Backups of an endpoint and exports of a setting come back bit for bit.
-TEST(CtlHostile, AnyValuesGoThroughARegistryFile) {
+TEST_F(CtlHostile, AnyValuesGoThroughARegistryFile) {
   const std::wstring path = L"SOFTWARE\\VellumicHostile";
   RandomRounds rounds(1);
   while (rounds.next()) {

@@ -6,9 +6,6 @@
 
 namespace vellumic::tools {
 
-inline int ctl(const std::vector<std::string>& arguments) { return called(ctlMain, arguments); }
-inline ToolRun captured(const std::vector<std::string>& arguments) {
-  return captured(ctlMain, arguments);
-}
+inline ToolRun ctl(const std::string& words) { return captured(ctlMain, words); }
 
 }  // namespace vellumic::tools

@@ -1,10 +1,5 @@
 // vellumic-ctl settings, in a registry of the test's own.
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <bit>
-#include <filesystem>
-#include <fstream>
 #include <thread>
 
 #include "parameters/Catalogue.h"
@@ -18,33 +13,25 @@ namespace {
 
 constexpr std::size_t unread = 500;  // a slot that nothing reads
 
-class CtlSettings : public testing::Test {
+class CtlSettings : public InOwnFolder {
  protected:
-  CtlSettings() { std::filesystem::create_directories(folder_); }
-  ~CtlSettings() override { std::filesystem::remove_all(folder_); }
-
-  std::string path(const std::string& name) const { return (folder_ / name).string(); }
-  std::string file(const std::string& name, const std::string& content) const {
-    std::ofstream(path(name), std::ios::binary) << content;
-    return path(name);
-  }
   static RawValues stored(const std::wstring& setting) {
     return SettingsTree::read(setting).value_or(StoredSetting{}).values;
+  }
+  static void expectDone(const std::string& words) {
+    const ToolRun run = ctl("settings " + words);
+    EXPECT_EQ(run.exitCode, 0) << run.complained;
   }
   static float stored(const std::wstring& setting, Raw slot) {
     return stored(setting)[index(slot)];
   }
 
   test::RegistrySandbox registry;
-
- private:
-  std::filesystem::path folder_ = std::filesystem::temp_directory_path() /
-                                  ("vellumic-ctl" + std::to_string(GetCurrentProcessId()));
 };
 
 TEST_F(CtlSettings, ApplyMakesTheTree) {
-  const auto toml = file("quiet.toml", "[noise]\nenabled = false\ngain.floor1_db = -20\n");
-  const auto applied = captured({"settings", "apply", toml});
+  text("quiet.toml", "[noise]\nenabled = false\ngain.floor1_db = -20\n");
+  const ToolRun applied = ctl("settings apply quiet.toml");
   EXPECT_EQ(applied.exitCode, 0) << applied.complained;
   expectParts(applied.printed, {"Created HKEY_LOCAL_MACHINE\\SOFTWARE\\Mirandor"});
   EXPECT_EQ(SettingsTree::names(), std::vector<std::wstring>{L"2"});
@@ -59,7 +46,7 @@ TEST_F(CtlSettings, TwoChangesAtOnceLoseNothing) {
   std::thread other;
   {
     SettingsWriter writer;  // as another vellumic-ctl at work
-    other = std::thread([] { EXPECT_EQ(ctl({"settings", "set", "noise.enabled=false"}), 0); });
+    other = std::thread([] { expectDone("set noise.enabled=false"); });
     Sleep(200);
     RawValues values = stored(L"2");
     values[index(Raw::beamformer)] = 0.0F;
@@ -76,8 +63,7 @@ TEST_F(CtlSettings, SetKeepsEverythingElse) {
   registry.writeSetting(L"5", values);
   registry.writeSetting(L"2", factorySettings());
   registry.select(L"2");
-  const ToolRun set =
-      captured({"settings", "set", "5", "noise.enabled=off", "limiter.level_db=-6", "--fade"});
+  const ToolRun set = ctl("settings set 5 noise.enabled=off limiter.level_db=-6 --fade");
   ASSERT_EQ(set.exitCode, 0);
   EXPECT_EQ(set.complained,
             "note: the speech mode runs noise suppression, although noise.enabled is off\n");
@@ -89,9 +75,9 @@ TEST_F(CtlSettings, SetKeepsEverythingElse) {
   EXPECT_EQ(stored(L"5"), values);
   EXPECT_EQ(stored(L"2"), factorySettings());
   // A fade is asked for with each change.
-  ASSERT_EQ(ctl({"settings", "set", "beamformer.enabled=false"}), 0);
+  expectDone("set beamformer.enabled=false");
   EXPECT_EQ(stored(L"5", Raw::fadeRequest), 0.0F);
-  ASSERT_EQ(ctl({"settings", "activate", "2"}), 0);
+  expectDone("activate 2");
   EXPECT_EQ(SettingsTree::activeName(), L"2");
 }
 
@@ -100,24 +86,23 @@ TEST_F(CtlSettings, ExportsCarryEveryValue) {
   values[index(Raw::echoReservedFloor)] = 1.0F / 3.0F;
   values[index(bandSlot(1, 9, BandField::type))] = 6.0F;
   registry.writeSetting(L"4", values);
-  ASSERT_EQ(ctl({"settings", "export", "4", path("all.toml")}), 0);
-  ASSERT_EQ(ctl({"settings", "apply", path("all.toml"), "6"}), 0);
+  expectDone("export 4 all.toml");
+  expectDone("apply all.toml 6");
   EXPECT_EQ(stored(L"6"), values);
 
   values[unread] = std::bit_cast<float>(0x7FC12345U);
   registry.writeSetting(L"4", values);
-  expectParts(captured({"settings", "export", "4", path("all.toml")}).complained,
-              {"warning: 1 stored without a name"});
-  ASSERT_EQ(ctl({"settings", "export", "4", path("all.reg")}), 0);
+  expectParts(ctl("settings export 4 all.toml").complained, {"warning: 1 stored without a name"});
+  expectDone("export 4 all.reg");
   const std::wstring expected = regFileText(L"4", values);
-  EXPECT_EQ(contents(path("all.reg")),
+  EXPECT_EQ(contents("all.reg"),
             std::string(reinterpret_cast<const char*>(expected.data()), 2 * expected.size()));
 }
 
 TEST_F(CtlSettings, ShortSettingIsReadAsTheEffectsReadIt) {
   registry.writeSetting(L"2", 1, 323, [](unsigned) { return 0.0F; });
   EXPECT_EQ(SettingsTree::read(L"2")->stored, 323U);
-  ASSERT_EQ(ctl({"settings", "set", "noise.enabled=true"}), 0);
+  expectDone("set noise.enabled=true");
   EXPECT_EQ(SettingsTree::read(L"2")->stored, unsigned{rawCount});
   EXPECT_EQ(stored(L"2", Raw::shortSettingMark), 1.0F);
 }
@@ -126,24 +111,18 @@ TEST_F(CtlSettings, FaultsAreOneLineAndChangeNothing) {
   registry.writeSetting(L"2", factorySettings());
   registry.writeSetting(L"3", factorySettings());
   registry.select(L"2");
-  const auto broken = file("broken.toml", "[noise]\nenabled = false\nenabld = true\n");
+  text("broken.toml", "[noise]\nenabled = false\nenabld = true\n");
   const std::pair<std::string, const char*> cases[] = {
       {"settings set beamformer.enabled=false noise.enabld=false", "did you mean noise.enabled"},
       {"settings set 3", "nothing to set"},
       {"settings set 9 noise.enabled=false", "Settings\\9: no such setting"},
       {"settings set x noise.enabled=false", "setting x: no such number"},
-      {"settings apply " + broken + " 3", "broken.toml:3: noise.enabld"},
+      {"settings apply broken.toml 3", "broken.toml:3: noise.enabld"},
       {"settings apply none.toml", "none.toml: cannot be read"},
-      {"settings apply " + broken + " 1234567890", "write N as 0 to 999999999"},
+      {"settings apply broken.toml 1234567890", "write N as 0 to 999999999"},
       {"settings export no/where.toml", "cannot be written"},
   };
-  for (const auto& [words, complaint] : cases) {
-    const auto outcome = captured(split(words, ' '));
-    EXPECT_EQ(outcome.exitCode, 1) << complaint;
-    expectParts(outcome.complained, {complaint});
-    EXPECT_EQ(std::ranges::count(outcome.complained, '\n'), 1) << outcome.complained;
-    EXPECT_EQ(outcome.printed, "");
-  }
+  for (const auto& [words, complaint] : cases) expectRefusal(ctl(words), complaint);
   EXPECT_EQ(SettingsTree::activeName(), L"2");
   for (const wchar_t* setting : {L"2", L"3"}) EXPECT_EQ(stored(setting), factorySettings());
   EXPECT_EQ(SettingsTree::names(), (std::vector<std::wstring>{L"2", L"3"}));

@@ -1,7 +1,6 @@
 // The INF files as built, through the system's setup functions.
 #include <windows.h>
 
-#include <gtest/gtest.h>
 #include <setupapi.h>
 
 #include <set>
@@ -49,10 +48,13 @@ class Inf {
       if (fields.at(0) == key) return fields.at(1);
     return {};
   }
-  void runRegistry(const std::wstring& section, HKEY root) const {
+  [[nodiscard]] test::RegistryTree written(const std::wstring& section) const {
+    const test::ScratchKey scratch;
     EXPECT_TRUE(SetupInstallFromInfSectionW(nullptr, handle_, section.c_str(), SPINST_REGISTRY,
-                                            root, nullptr, 0, nullptr, nullptr, nullptr, nullptr))
+                                            scratch.root(), nullptr, 0, nullptr, nullptr, nullptr,
+                                            nullptr))
         << GetLastError();
+    return treeOf(scratch);
   }
 
  private:
@@ -98,16 +100,11 @@ TEST(DriverPackage, BothParseAndReferToSectionsThatExist) {
 }
 
 TEST(DriverPackage, ComponentWritesWhatRegistrationWrites) {
-  test::RegistryTree registered, installed;
+  test::RegistryTree registered, installed = Inf("VellumicAPO.inf").written(L"Component.NT");
   {
     const test::ScratchKey classes(HKEY_CLASSES_ROOT);
     EXPECT_EQ(test::exported<HRESULT WINAPI()>("DllRegisterServer")(), S_OK);
     registered = treeOf(classes);
-  }
-  {
-    const test::ScratchKey scratch;
-    Inf("VellumicAPO.inf").runRegistry(L"Component.NT", scratch.root());
-    installed = treeOf(scratch);
   }
   // Paths apart: classes lie below Classes, and files in folders of their own.
   test::RegistryTree expected;
@@ -128,10 +125,9 @@ TEST(DriverPackage, ComponentWritesWhatRegistrationWrites) {
 }
 
 TEST(DriverPackage, ExtensionAttachesAllThreeEffects) {
-  const test::ScratchKey scratch;
-  Inf("VellumicExtension.inf").runRegistry(L"Extension.Interface", scratch.root());
   const auto expected = effectValues("0=null 6=mfx m6=all 7=efx m7=all 9=kdmfx m9=all");
-  EXPECT_EQ(treeOf(scratch), (test::RegistryTree{{L"\\FX\\0", expected}}));
+  EXPECT_EQ(Inf("VellumicExtension.inf").written(L"Extension.Interface"),
+            (test::RegistryTree{{L"\\FX\\0", expected}}));
 }
 
 }  // namespace

@@ -1,8 +1,4 @@
 // The companion service's stand-in: whom it lets in.
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
 #include "tests/control/ServiceObjects.h"
 #include "tools/host/ServiceStandIn.h"
 

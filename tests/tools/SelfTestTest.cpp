@@ -1,19 +1,12 @@
 // vellumic-host --selftest: what it says of what it saw, stages that go wrong, and a whole run.
-#include <windows.h>
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <thread>
 
-#include "control/Handle.h"
+#include "control/RegistryUtils.h"
+#include "tests/apo/RegistryTree.h"
 #include "tests/control/ChildProcess.h"
-#include "tests/support/MachineNames.h"
 #include "tests/support/RunProgram.h"
 #include "tests/tools/CommandLine.h"
 #include "tools/ProgramPath.h"
@@ -205,60 +198,34 @@ TEST(SelfTest, AStageThatHangsOrIsInterruptedIsEnded) {
 }
 
 // The program itself, whole, on the machine of the test.
-class SelfTestRun : public testing::Test {
+class SelfTestRun : public InOwnFolder {
  protected:
-  SelfTestRun() {
-    std::filesystem::create_directories(folder);
-    std::ofstream(older) << "older";
-  }
-  ~SelfTestRun() override { std::filesystem::remove_all(folder); }
+  SelfTestRun() { text("report.json", "older"); }
 
   // The exit code.
-  int run(const std::string& arguments) const {
+  static int run(const std::string& arguments) {
     return test::runProgram((programFolder() / "vellumic-host.exe").string() +
-                            " --selftest --endpoint " + arguments + " " + older.string() + " >" +
-                            printed.string() + " 2>&1");
+                            " --selftest --endpoint " + arguments + " report.json >printed 2>&1");
   }
-  static std::wstring activeSetting() {
-    std::array<wchar_t, 400> active{};
-    DWORD size = sizeof active;
-    RegGetValueW(HKEY_LOCAL_MACHINE, settings.c_str(), L"ActiveSetting", RRF_RT_REG_SZ, nullptr,
-                 active.data(), &size);
-    return active.data();
-  }
-  // What a run might leave: another active setting, the class registered, settings of its own, a
+  // What a run might leave: another active setting and settings of its own, the class registered, a
   // key to try on.
-  static std::wstring traces() {
-    std::wstring found = activeSetting();
-    for (const std::wstring& path :
-         {std::wstring(L"SOFTWARE\\Classes\\CLSID\\{577F6409-47DB-42FF-B8EA-09DCF969B687}"),
-          settings + L"\\vellumic-host", std::wstring(L"SOFTWARE\\Vellumic-selftest")}) {
-      RegistryKey key;
-      if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.put()) !=
-          ERROR_FILE_NOT_FOUND)
-        found += L", " + path;
-    }
-    return found;
+  static auto traces() {
+    const auto tree = [](const wchar_t* path) { return test::treeBelow(HKEY_LOCAL_MACHINE, path); };
+    return std::array{tree(test::machine::settings),
+                      tree(L"SOFTWARE\\Classes\\CLSID\\{577F6409-47DB-42FF-B8EA-09DCF969B687}"),
+                      tree(L"SOFTWARE\\Vellumic-selftest")};
   }
-
-  static inline const std::wstring settings = test::machine::settings;
-  const std::filesystem::path folder =
-      std::filesystem::temp_directory_path() /
-      ("vellumic-selftest-" + std::to_string(GetCurrentProcessId()));
-  const std::filesystem::path older = folder / "report.json", report = folder / "report-2.json",
-                              printed = folder / "printed.txt";
 };
 
 TEST_F(SelfTestRun, WholeRunIsInOrderAndLeavesNothing) {
   const auto before = traces();
-  EXPECT_EQ(run("array4 --seconds 1"), 0)
-      << contents(printed.string()) << contents(report.string());
-  const std::string text = contents(report.string()), console = contents(printed.string());
+  const int exitCode = run("array4 --seconds 1");
+  const std::string text = contents("report-2.json"), console = contents("printed");
+  EXPECT_EQ(exitCode, 0) << console << text;
   EXPECT_EQ(std::ranges::count(console, '\n'), 12) << console;
   EXPECT_EQ(text.find("\"not ok\""), std::string::npos) << text;
-  for (const std::string& stage : stageNames())
-    EXPECT_NE(text.find("\"stage\": \"" + stage + "\""), std::string::npos) << stage;
-  EXPECT_NE(text.find("\"doctor: attached\""), std::string::npos);
+  for (const std::string& stage : stageNames()) expectParts(text, {"\"stage\": \"" + stage + "\""});
+  expectParts(text, {"\"doctor: attached\""});
   // What must have been told even here, where much cannot be.
   for (const char* step :
        {"efx created", "kdmfx locked and run", "mfx in mode speech", "equaliser raises 1 kHz",
@@ -266,25 +233,27 @@ TEST_F(SelfTestRun, WholeRunIsInOrderAndLeavesNothing) {
         "effects on the status board", "calls, by the clock", "round 3"}) {
     const std::size_t at = text.find(step);
     ASSERT_NE(at, std::string::npos) << step;
-    const std::string line = text.substr(at, text.find('\n', at) - at);
-    EXPECT_NE(line.find("\"verdict\": \"ok\""), std::string::npos) << line;
+    expectParts(text.substr(at, text.find('\n', at) - at), {"\"verdict\": \"ok\""});
   }
-  EXPECT_EQ(contents(older.string()), "older");
+  EXPECT_EQ(contents("report.json"), "older");
   EXPECT_EQ(traces(), before);
 }
 
 // The stage that has just stored its settings is ended, the others still run; then a whole run
 // without a microphone.
 TEST_F(SelfTestRun, WhatAnEndedStageLeavesIsPutBack) {
-  const std::wstring active(300, L'5');
-  RegSetKeyValueW(HKEY_LOCAL_MACHINE, settings.c_str(), L"ActiveSetting", REG_SZ, active.c_str(),
-                  602);
+  const wchar_t* const settings = test::machine::settings;
+  RegSetKeyValueW(HKEY_LOCAL_MACHINE, settings, L"ActiveSetting", REG_SZ,
+                  std::wstring(300, L'5').c_str(), 602);
+  const RegistryKey key = CRegistryUtils::openKey(HKEY_LOCAL_MACHINE, settings);
+  const auto active = readValues(key.get(), "settings");
   const auto before = traces();
   Supervisor stopped = supervisor(20000, L"vellumic-host.exe", L"--selftest-stage");
   stopped.run("register");
   bool stored = false;
   std::thread user([&] {
-    for (int i = 0; i < 20000 && !stored; ++i, Sleep(1)) stored = activeSetting() != active;
+    for (int i = 0; i < 20000 && !stored; ++i, Sleep(1))
+      stored = readValues(key.get(), "settings") != active;
     stopped.interrupt();
   });
   stopped.run("signal");
@@ -294,7 +263,7 @@ TEST_F(SelfTestRun, WhatAnEndedStageLeavesIsPutBack) {
   EXPECT_EQ(traces(), before);
 
   EXPECT_EQ(run("nobody"), 1);
-  expectParts(contents(report.string()),
+  expectParts(contents("report-2.json"),
               {"no microphone; connect one", "nobody: not found; there are: "});
   EXPECT_EQ(traces(), before);
   const std::wstring parameters = std::wstring(test::machine::product) + L"\\Parameters";
