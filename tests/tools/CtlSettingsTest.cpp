@@ -122,7 +122,11 @@ TEST_F(CtlSettings, FaultsAreOneLineAndChangeNothing) {
       {"settings apply broken.toml 1234567890", "write N as 0 to 999999999"},
       {"settings export no/where.toml", "cannot be written"},
   };
-  for (const auto& [words, complaint] : cases) expectRefusal(ctl(words), complaint);
+  for (const auto& [words, complaint] : cases) {
+    const ToolRun run = ctl(words);
+    expectRefusal(run, complaint);
+    EXPECT_EQ(run.printed, "");
+  }
   EXPECT_EQ(SettingsTree::activeName(), L"2");
   for (const wchar_t* setting : {L"2", L"3"}) EXPECT_EQ(stored(setting), factorySettings());
   EXPECT_EQ(SettingsTree::names(), (std::vector<std::wstring>{L"2", L"3"}));
