@@ -200,7 +200,15 @@ TEST(SelfTest, AStageThatHangsOrIsInterruptedIsEnded) {
 // The program itself, whole, on the machine of the test.
 class SelfTestRun : public InOwnFolder {
  protected:
-  SelfTestRun() { text("report.json", "older"); }
+  SelfTestRun() {
+    text("report.json", "older");
+    RegSetKeyValueW(HKEY_LOCAL_MACHINE, settings, L"ActiveSetting", REG_SZ,
+                    std::wstring(300, L'5').c_str(), 602);
+  }
+  ~SelfTestRun() override {
+    const std::wstring parameters = std::wstring(test::machine::product) + L"\\Parameters";
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, parameters.c_str());
+  }
 
   // The exit code.
   static int run(const std::string& arguments) {
@@ -211,10 +219,11 @@ class SelfTestRun : public InOwnFolder {
   // key to try on.
   static auto traces() {
     const auto tree = [](const wchar_t* path) { return test::treeBelow(HKEY_LOCAL_MACHINE, path); };
-    return std::array{tree(test::machine::settings),
+    return std::array{tree(settings),
                       tree(L"SOFTWARE\\Classes\\CLSID\\{577F6409-47DB-42FF-B8EA-09DCF969B687}"),
                       tree(L"SOFTWARE\\Vellumic-selftest")};
   }
+  static constexpr const wchar_t* settings = test::machine::settings;
 };
 
 TEST_F(SelfTestRun, WholeRunIsInOrderAndLeavesNothing) {
@@ -242,9 +251,6 @@ TEST_F(SelfTestRun, WholeRunIsInOrderAndLeavesNothing) {
 // The stage that has just stored its settings is ended, the others still run; then a whole run
 // without a microphone.
 TEST_F(SelfTestRun, WhatAnEndedStageLeavesIsPutBack) {
-  const wchar_t* const settings = test::machine::settings;
-  RegSetKeyValueW(HKEY_LOCAL_MACHINE, settings, L"ActiveSetting", REG_SZ,
-                  std::wstring(300, L'5').c_str(), 602);
   const RegistryKey key = CRegistryUtils::openKey(HKEY_LOCAL_MACHINE, settings);
   const auto active = readValues(key.get(), "settings");
   const auto before = traces();
@@ -266,8 +272,6 @@ TEST_F(SelfTestRun, WhatAnEndedStageLeavesIsPutBack) {
   expectParts(contents("report-2.json"),
               {"no microphone; connect one", "nobody: not found; there are: "});
   EXPECT_EQ(traces(), before);
-  const std::wstring parameters = std::wstring(test::machine::product) + L"\\Parameters";
-  RegDeleteTreeW(HKEY_LOCAL_MACHINE, parameters.c_str());
 }
 
 }  // namespace
