@@ -46,6 +46,14 @@ inline RegistryValues effectValues(const std::string& text) {
   return values;
 }
 
+inline void writeEffects(const std::wstring& endpoint, const RegistryValues& values) {
+  RegistryKey key;
+  const std::wstring path = test::machine::captureEndpoints + endpoint + L"\\FxProperties";
+  ASSERT_EQ(RegCreateKeyW(HKEY_LOCAL_MACHINE, path.c_str(), key.put()), ERROR_SUCCESS);
+  for (const auto& [name, value] : values)
+    ASSERT_EQ(writeValue(key.get(), name, value), ERROR_SUCCESS);
+}
+
 // Its backups go into the current folder.
 class Endpoint {
  public:
@@ -55,7 +63,7 @@ class Endpoint {
     EXPECT_EQ(CoCreateGuid(&id), S_OK);
     guid = GuidText(id).c_str();
     EXPECT_EQ(RegCreateKeyW(HKEY_LOCAL_MACHINE, path().c_str(), key_.put()), ERROR_SUCCESS);
-    if (before) set(*before);
+    if (before) writeEffects(guid, *before);
   }
   ~Endpoint() {
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, (test::machine::attachments + guid).c_str());
@@ -65,12 +73,6 @@ class Endpoint {
   Endpoint& operator=(const Endpoint&) = delete;
 
   [[nodiscard]] std::wstring path() const { return test::machine::captureEndpoints + guid; }
-  void set(const RegistryValues& values) const {
-    RegistryKey key;
-    ASSERT_EQ(RegCreateKeyW(key_.get(), L"FxProperties", key.put()), ERROR_SUCCESS);
-    for (const auto& [name, value] : values)
-      ASSERT_EQ(writeValue(key.get(), name, value), ERROR_SUCCESS);
-  }
   [[nodiscard]] std::optional<RegistryValues> values() const { return readEffectProperties(guid); }
   [[nodiscard]] std::string attaching(const std::string& options) const {
     return "attach " + utf8(guid) + " --backup " + backup + ' ' + options;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <initializer_list>
@@ -56,6 +57,17 @@ inline void expectRefusal(const ToolRun& run, const std::string& named) {
   EXPECT_EQ(run.exitCode, 1) << named;
   expectParts(run.complained, {named});
   EXPECT_EQ(std::ranges::count(run.complained, '\n'), 1) << run.complained;
+}
+
+// What it says when it throws.
+template <class Action>
+std::string faultOf(Action action) {
+  try {
+    action();
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+  return "none";
 }
 
 inline std::string contents(const std::string& file) {

@@ -45,7 +45,7 @@ TEST_F(CtlAttach, ComesAndGoesWithoutATrace) {
     // The registry editor alone can put everything back, but for an empty key.
     ASSERT_EQ(test::runProgram("regedit /S " + endpoint.backup), 0);
     EXPECT_EQ(endpoint.values(), before.value_or(RegistryValues{}));
-    endpoint.set(*whole);
+    writeEffects(endpoint.guid, *whole);
 
     expectParts(endpoint.attach(options).printed, {"attached like this already"});
     EXPECT_EQ(endpoint.attach("--class mfx --replace").exitCode, 0);  // another one over it
@@ -95,7 +95,7 @@ TEST_F(CtlAttach, ChangesOfOthersOutliveUs) {
   for (const auto& [before, written, left] : cases) {
     const Endpoint endpoint(effectValues(before));
     ASSERT_EQ(endpoint.attach().exitCode, 0);
-    endpoint.set(effectValues(written));
+    writeEffects(endpoint.guid, effectValues(written));
     ASSERT_EQ(endpoint.detach().exitCode, 0);
     EXPECT_EQ(endpoint.values(), effectValues(left)) << left;
   }

@@ -2,6 +2,7 @@
 // effect or a later command then reads is whole.
 #include <array>
 #include <cstdlib>
+#include <numeric>
 
 #include "control/ParametersInRegistry.h"
 #include "tests/control/ChildProcess.h"
@@ -102,9 +103,7 @@ TEST_F(CtlCutShort, AttachmentsAreWholeAndGoBothWays) {
         // A kill without a key is as refused for good, and takes time.
         for (int writes = 0;; writes += end == End::killed && !before ? 5 : 1, ++count) {
           const Endpoint endpoint(before);
-          if (older != nullptr) {
-            ASSERT_EQ(endpoint.attach(older).exitCode, 0);
-          }
+          ASSERT_TRUE(older == nullptr || endpoint.attach(older).exitCode == 0);
           std::filesystem::remove(endpoint.backup);
           const auto beginning = endpoint.values();
           const auto exitCode =
@@ -133,9 +132,8 @@ TEST_F(CtlCutShort, AttachmentsAreWholeAndGoBothWays) {
             ASSERT_EQ(endpoint.attach("--keep").exitCode, 0);
             ASSERT_EQ(endpoint.values(), complete.values());
           }
-          if (readAttachment(endpoint.guid)) {  // ... and back
-            ASSERT_EQ(endpoint.detach().exitCode, 0);
-          }
+          ASSERT_TRUE(!readAttachment(endpoint.guid) ||
+                      endpoint.detach().exitCode == 0);  // ... back
           if (end == End::killed) {
             ASSERT_EQ(endpoint.values(), before);
           } else {  // an empty key may have been refused to go
@@ -147,16 +145,15 @@ TEST_F(CtlCutShort, AttachmentsAreWholeAndGoBothWays) {
 }
 
 // As an effect reads at its start and at a reload.
-struct Reading {
-  std::array<float, rawCount> atStart{}, atReload{};
-  Reading() {
-    CParametersInRegistry effect;
-    std::array<float, rawCount> other{};
-    effect.readInitialSetting(atStart, other);
-    RegistryKey settings;
-    EXPECT_TRUE(effect.reloadSetting(settings, atReload));
-  }
-};
+void expectInForce(const std::array<float, rawCount>& values) {
+  CParametersInRegistry effect;
+  std::array<float, rawCount> atStart{}, other{}, atReload{};
+  effect.readInitialSetting(atStart, other);
+  EXPECT_EQ(atStart, values);
+  RegistryKey settings;
+  EXPECT_TRUE(effect.reloadSetting(settings, atReload));
+  EXPECT_EQ(atReload, values);
+}
 
 TEST_F(CtlCutShort, OldOrNewSettingIsInForceButNeverAMixture) {
   // The tree and the new setting's key, 1365 values, the switch; the same over the old one, the
@@ -169,24 +166,22 @@ TEST_F(CtlCutShort, OldOrNewSettingIsInForceButNeverAMixture) {
     SCOPED_TRACE(writes);
     test::RegistrySandbox registry;
     std::array<float, rawCount> values{};
-    for (std::size_t slot = 0; slot < rawCount; ++slot) values[slot] = static_cast<float>(slot);
+    std::iota(values.begin(), values.end(), 0.0F);
     values[index(Raw::fadeRequest)] = 0.0F;
     registry.writeSetting(L"2", values);
     registry.select(L"2");
     EXPECT_EQ(ended("settings set noise.enabled=false", writes, end, utf8(registry.name())),
               end == End::killed ? int{cutShort} : 1);
     if (writes >= untilSwitch) values[index(Raw::noisePostfilter)] = 0.0F;
-    const Reading after;
-    EXPECT_EQ(after.atStart, values);
-    EXPECT_EQ(after.atReload, values);
+    expectInForce(values);
 
     // The next write finishes what was left.
     ASSERT_EQ(ctl("settings set beamformer.enabled=false").exitCode, 0);
     values[index(Raw::beamformer)] = 0.0F;
-    EXPECT_EQ(Reading().atReload, values);
-    CParametersInRegistry store;
-    EXPECT_FALSE(CRegistryUtils::openKey(store.openSettings().get(), L"2-new"));
-    EXPECT_TRUE(CRegistryUtils::openKey(store.openSettings().get(), L"2"));
+    expectInForce(values);
+    const RegistryKey settings = CParametersInRegistry().openSettings();
+    EXPECT_FALSE(CRegistryUtils::openKey(settings.get(), L"2-new"));
+    EXPECT_TRUE(CRegistryUtils::openKey(settings.get(), L"2"));
   }
 }
 

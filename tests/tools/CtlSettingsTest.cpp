@@ -18,9 +18,10 @@ class CtlSettings : public InOwnFolder {
   static RawValues stored(const std::wstring& setting) {
     return SettingsTree::read(setting).value_or(StoredSetting{}).values;
   }
-  static void expectDone(const std::string& words) {
-    const ToolRun run = ctl("settings " + words);
+  static ToolRun done(const std::string& words) {
+    ToolRun run = ctl("settings " + words);
     EXPECT_EQ(run.exitCode, 0) << run.complained;
+    return run;
   }
   static float stored(const std::wstring& setting, Raw slot) {
     return stored(setting)[index(slot)];
@@ -31,9 +32,7 @@ class CtlSettings : public InOwnFolder {
 
 TEST_F(CtlSettings, ApplyMakesTheTree) {
   text("quiet.toml", "[noise]\nenabled = false\ngain.floor1_db = -20\n");
-  const ToolRun applied = ctl("settings apply quiet.toml");
-  EXPECT_EQ(applied.exitCode, 0) << applied.complained;
-  expectParts(applied.printed, {"Created HKEY_LOCAL_MACHINE\\SOFTWARE\\Mirandor"});
+  expectParts(done("apply quiet.toml").printed, {"Created HKEY_LOCAL_MACHINE\\SOFTWARE\\Mirandor"});
   EXPECT_EQ(SettingsTree::names(), std::vector<std::wstring>{L"2"});
   EXPECT_FLOAT_EQ(stored(L"2", Raw::gainFloor1), 0.1F);
   EXPECT_EQ(stored(L"2", Raw::noisePostfilter), 0.0F);
@@ -46,7 +45,7 @@ TEST_F(CtlSettings, TwoChangesAtOnceLoseNothing) {
   std::thread other;
   {
     SettingsWriter writer;  // as another vellumic-ctl at work
-    other = std::thread([] { expectDone("set noise.enabled=false"); });
+    other = std::thread([] { done("set noise.enabled=false"); });
     Sleep(200);
     RawValues values = stored(L"2");
     values[index(Raw::beamformer)] = 0.0F;
@@ -63,9 +62,7 @@ TEST_F(CtlSettings, SetKeepsEverythingElse) {
   registry.writeSetting(L"5", values);
   registry.writeSetting(L"2", factorySettings());
   registry.select(L"2");
-  const ToolRun set = ctl("settings set 5 noise.enabled=off limiter.level_db=-6 --fade");
-  ASSERT_EQ(set.exitCode, 0);
-  EXPECT_EQ(set.complained,
+  EXPECT_EQ(done("set 5 noise.enabled=off limiter.level_db=-6 --fade").complained,
             "note: the speech mode runs noise suppression, although noise.enabled is off\n");
   EXPECT_EQ(SettingsTree::activeName(), L"5");
   values[index(Raw::noisePostfilter)] = 0.0F;
@@ -75,9 +72,9 @@ TEST_F(CtlSettings, SetKeepsEverythingElse) {
   EXPECT_EQ(stored(L"5"), values);
   EXPECT_EQ(stored(L"2"), factorySettings());
   // A fade is asked for with each change.
-  expectDone("set beamformer.enabled=false");
+  done("set beamformer.enabled=false");
   EXPECT_EQ(stored(L"5", Raw::fadeRequest), 0.0F);
-  expectDone("activate 2");
+  done("activate 2");
   EXPECT_EQ(SettingsTree::activeName(), L"2");
 }
 
@@ -86,14 +83,14 @@ TEST_F(CtlSettings, ExportsCarryEveryValue) {
   values[index(Raw::echoReservedFloor)] = 1.0F / 3.0F;
   values[index(bandSlot(1, 9, BandField::type))] = 6.0F;
   registry.writeSetting(L"4", values);
-  expectDone("export 4 all.toml");
-  expectDone("apply all.toml 6");
+  done("export 4 all.toml");
+  done("apply all.toml 6");
   EXPECT_EQ(stored(L"6"), values);
 
   values[unread] = std::bit_cast<float>(0x7FC12345U);
   registry.writeSetting(L"4", values);
-  expectParts(ctl("settings export 4 all.toml").complained, {"warning: 1 stored without a name"});
-  expectDone("export 4 all.reg");
+  expectParts(done("export 4 all.toml").complained, {"warning: 1 stored without a name"});
+  done("export 4 all.reg");
   const std::wstring expected = regFileText(L"4", values);
   EXPECT_EQ(contents("all.reg"),
             std::string(reinterpret_cast<const char*>(expected.data()), 2 * expected.size()));
@@ -102,7 +99,7 @@ TEST_F(CtlSettings, ExportsCarryEveryValue) {
 TEST_F(CtlSettings, ShortSettingIsReadAsTheEffectsReadIt) {
   registry.writeSetting(L"2", 1, 323, [](unsigned) { return 0.0F; });
   EXPECT_EQ(SettingsTree::read(L"2")->stored, 323U);
-  expectDone("set noise.enabled=true");
+  done("set noise.enabled=true");
   EXPECT_EQ(SettingsTree::read(L"2")->stored, unsigned{rawCount});
   EXPECT_EQ(stored(L"2", Raw::shortSettingMark), 1.0F);
 }

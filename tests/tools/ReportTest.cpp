@@ -8,18 +8,12 @@
 namespace vellumic::tools {
 namespace {
 
-class Reports : public RenderFiles {
- protected:
-  static void noise(const std::string& name, int channels, std::size_t frames) {
-    wave(name, {.sampleRate = 48000, .channels = channels},
-         softNoise(frames, static_cast<std::size_t>(channels), 1));
-  }
-};
+using Reports = RenderFiles;
 
 TEST_F(Reports, ThePageIsSelfContainedAndNamesItsSettings) {
   text("later.toml", "noise.enabled = false");
-  noise("far.wav", 1, 96000);
-  noise("a&b<c>.wav", 2, 96000);
+  wave("far.wav", {}, softNoise(96000, 1, 1));
+  wave("a&b<c>.wav", {.channels = 2}, softNoise(96000, 2, 1));
   rendered(
       "--mode speech --far far.wav --set noise.gain.floor1_db=-20 --change 1.5:later.toml "
       "--report page.html --picture picture.svg a&b<c>.wav out.wav");
@@ -38,7 +32,7 @@ TEST_F(Reports, ThePageIsSelfContainedAndNamesItsSettings) {
 
 // A peak of no width makes the sound infinite or worse: nothing of the kind reaches the drawing.
 TEST_F(Reports, BrokenSoundIsStillDrawn) {
-  noise("in.wav", 1, 960);
+  wave("in.wav", {}, softNoise(960, 1, 1));
   rendered(
       "--class efx --set equalizer.enabled=1 --set equalizer.left.band1.enabled=1 --report "
       "page.html in.wav out.wav --set equalizer.left.band1.q=0 --set equalizer.left.band1.gain=2");
@@ -76,7 +70,7 @@ TEST_F(Reports, ASweepTabulatesWhatTheFilesHold) {
 }
 
 TEST_F(Reports, EveryErrorOfReportsIsOneLineAndLeavesNoOutput) {
-  noise("in.wav", 1, 480);
+  wave("in.wav", {}, softNoise(480, 1, 1));
   text("bad.toml", "echo.enabeld = true\n");
   std::string many = "--sweep noise.gain.floor1=0";
   for (int n = 1; n <= 20; ++n) many += "," + std::to_string(n);
@@ -97,7 +91,7 @@ TEST_F(Reports, EveryErrorOfReportsIsOneLineAndLeavesNoOutput) {
 
 // As on a full disk: no file may grow beyond the limit.
 TEST_F(Reports, AFullDiskLeavesTheOldPageAndPicture) {
-  noise("in.wav", 1, 100);
+  wave("in.wav", {}, softNoise(100, 1, 1));
   rlimit before{};
   getrlimit(RLIMIT_FSIZE, &before);
   for (const char* option : {"--report", "--picture"}) {

@@ -20,7 +20,6 @@ namespace vellumic::tools {
 namespace {
 
 constexpr auto ok = Verdict::ok, notOk = Verdict::notOk, unknown = Verdict::unknown;
-constexpr auto code(DWORD value) { return static_cast<HRESULT>(value); }
 
 // Every line that says "not ok", what is near it and does not, and what the person is told to do.
 TEST(SelfTest, SaysOkNotOkAndUntoldOfTheSameFacts) {
@@ -45,7 +44,7 @@ TEST(SelfTest, SaysOkNotOkAndUntoldOfTheSameFacts) {
       {judgeUnload(true, S_OK, true), notOk, "while its objects live"},
       {judgeUnload(false, E_FAIL, true), notOk, "register ours"},
       {explained(E_ACCESSDENIED, "x"), notOk, "x: no rights; run as administrator"},
-      {explained(code(0x80070490), "x"), unknown, "no such device; connect one"},
+      {explained(HRESULT_FROM_WIN32(ERROR_NOT_FOUND), "x"), unknown, "no such device; connect one"},
       {explained(E_FAIL, "x"), notOk, "x: failed (0x80004005); send the report"},
   };
   for (const auto& [outcome, verdict, part] : cases) {
