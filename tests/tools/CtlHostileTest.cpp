@@ -1,9 +1,10 @@
 // vellumic-ctl before what others wrote: a status board scribbled over, values of any kind.
 #include <windows.h>
 
+#include <array>
 #include <atomic>
 #include <bit>
-#include <cstring>
+#include <regex>
 #include <thread>
 
 #include "control/Names.h"
@@ -30,19 +31,13 @@ void scribble(StatusBlock& block, std::mt19937& random) {
 
 // Every quote and bracket closed, no character that would need an escape, one line.
 bool isOneJsonLine(const std::string& text) {
-  bool quoted = false;
-  int depth = 0;
-  for (std::size_t n = 0; n < text.size(); ++n) {
-    const char c = text[n];
-    if (c >= 0 && c < 32) return false;
-    if (quoted && c == '\\')
-      ++n;
-    else if (c == '"')
-      quoted = !quoted;
-    else if (!quoted)
-      depth += (c == '{' || c == '[') - (c == '}' || c == ']');
-  }
-  return !quoted && depth == 0;
+  static const std::regex quoted(R"("(\\.|[^"\\])*")");
+  const std::string bare = std::regex_replace(text, quoted, "");
+  const auto brackets = [&](char open, char closed) {
+    return std::ranges::count(bare, open) == std::ranges::count(bare, closed);
+  };
+  return std::ranges::none_of(text, [](char c) { return c >= 0 && c < 32; }) &&
+         bare.find('"') == bare.npos && brackets('{', '}') && brackets('[', ']');
 }
 
 using CtlHostile = InOwnFolder;
@@ -130,9 +125,9 @@ TEST_F(CtlHostile, AnyValuesGoThroughARegistryFile) {
     for (std::size_t slot = 0; slot < written.size(); ++slot) {
       const auto bits = static_cast<std::uint32_t>(rounds.random());
       written[slot] = std::bit_cast<float>(bits);
-      RegistryValue& value = expected[L"Param" + std::to_wstring(slot + 1)];
-      value = {.type = REG_DWORD, .data = std::vector<std::byte>(sizeof bits)};
-      std::memcpy(value.data.data(), &bits, sizeof bits);
+      const auto bytes = std::bit_cast<std::array<std::byte, sizeof bits>>(bits);
+      expected[L"Param" + std::to_wstring(slot + 1)] = {.type = REG_DWORD,
+                                                        .data = {bytes.begin(), bytes.end()}};
     }
     ASSERT_EQ(imported(regFileText(L"hostile", written),
                        test::machine::settings + std::wstring(L"\\hostile")),

@@ -239,9 +239,8 @@ TEST_F(SelfTestRun, WholeRunIsInOrderAndLeavesNothing) {
        {"efx created", "kdmfx locked and run", "mfx in mode speech", "equaliser raises 1 kHz",
         "follows a reload", "effects change", "cancels an echo", "mfx on the microphone",
         "effects on the status board", "calls, by the clock", "round 3"}) {
-    const std::size_t at = text.find(step);
-    ASSERT_NE(at, std::string::npos) << step;
-    expectParts(text.substr(at, text.find('\n', at) - at), {"\"verdict\": \"ok\""});
+    const std::string at = text.substr(std::min(text.find(step), text.size()));
+    expectParts(at.substr(0, at.find('\n')), {step, "\"verdict\": \"ok\""});
   }
   EXPECT_EQ(contents("report.json"), "older");
   EXPECT_EQ(traces(), before);

@@ -35,10 +35,6 @@ Plan planWith(const std::string& from, const std::string& to) {
   return parsePlan(text.replace(text.find(from), from.size(), to), "plan.toml");
 }
 
-bool has(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
 // What stands in the plan, what in its place (~ ends a line), what the answer names.
 constexpr const char* faults =
     R"(echo.update_threshold | echo.update_treshold | did you mean echo.update_threshold
@@ -63,7 +59,7 @@ TEST(Plan, RefusesWhatItCannotTuneInOneLine) {
     std::ranges::replace(to, '~', '\n');
     const std::string fault = tools::faultOf([&] { planWith(line.substr(0, first), to); });
     expectParts(fault, {line.substr(second + 2)});
-    EXPECT_TRUE(fault.starts_with("plan.toml:") && !has(fault, "\n")) << line << ": " << fault;
+    EXPECT_TRUE(fault.starts_with("plan.toml:") && fault.find('\n') == fault.npos) << fault;
   }
 }
 
@@ -238,8 +234,8 @@ class TuneTool : public tools::RenderFiles {
   // `words` may name other targets.
   tools::ToolRun tuneWith(const std::string& plan, std::string words = "") {
     text("plan.toml", plan);
-    if (!has(words, "--output")) words += " --output run.toml";
-    if (!has(words, "--report")) words += " --report run.html";
+    for (const std::string target : {"--output run.toml", "--report run.html"})
+      if (words.find(target.substr(0, 8)) == std::string::npos) words += ' ' + target;
     const auto main = [this](int count, const char* const* list) {
       return tuneMain(count, list, stop_);
     };
@@ -318,21 +314,19 @@ TEST_F(TuneTool, WritesNothingWhereItCannotEnd) {
   std::string silent = plan;
   silent.replace(silent.find("si_sdr"), 6, "erle");
   text("notes.txt", "mine");
-  struct Case {
-    std::string plan, words, named;
-  };
-  for (const Case& c : {Case{plan, "--output plan.toml", "another"},
-                        {plan, "--report ./2.wav", "another"},
-                        {plan, "--journal run.toml", "another"},
-                        {plan, "--journal notes.txt", "is no journal"},
-                        {planFor("none.wav", "2.wav"), "", "none.wav"},
-                        {silent, "", "erle"},
-                        {plan, "", "nothing was judged"}}) {
-    stop_ = c.named == "nothing was judged";
-    const auto run = tuneWith(c.plan, "--fresh " + c.words);
+  const std::string cases[][3] = {{plan, "--output plan.toml", "another"},
+                                  {plan, "--report ./2.wav", "another"},
+                                  {plan, "--journal run.toml", "another"},
+                                  {plan, "--journal notes.txt", "is no journal"},
+                                  {planFor("none.wav", "2.wav"), "", "none.wav"},
+                                  {silent, "", "erle"},
+                                  {plan, "", "nothing was judged"}};
+  for (const auto& [given, words, named] : cases) {
+    stop_ = named == "nothing was judged";
+    const auto run = tuneWith(given, "--fresh " + words);
     EXPECT_EQ(run.exitCode, stop_ ? 130 : 1);
-    expectParts(run.complained, {c.named});
-    EXPECT_TRUE(contents("plan.toml") == c.plan && sounds() == before) << c.words;
+    expectParts(run.complained, {named});
+    EXPECT_TRUE(contents("plan.toml") == given && sounds() == before) << words;
     EXPECT_EQ(contents("run.toml") + contents("run.html"), "");
   }
   EXPECT_EQ(contents("notes.txt"), "mine");
