@@ -1,4 +1,5 @@
 // vellumic-ctl beside real effects: the library as built, in this process.
+#include <ranges>
 #include <thread>
 
 #include "control/BoundedText.h"
@@ -19,10 +20,8 @@ class CtlEffects : public test::ApoWorld {
   CtlEffects() { writeFactorySettings(); }
 };
 
-std::size_t countOf(const std::string& text, const std::string& part) {
-  std::size_t count = 0;
-  for (auto at = text.find(part); at != text.npos; at = text.find(part, at + 1)) ++count;
-  return count;
+std::ptrdiff_t countOf(const std::string& text, const std::string& part) {
+  return std::ranges::distance(std::views::split(text, part)) - 1;
 }
 
 bool boardExists() {
@@ -44,7 +43,7 @@ TEST_F(CtlEffects, StatusSeesThreeComeAndGo) {
   const std::vector<std::string> reports = split(watched.printed, '\n');
 
   const auto alive = [](const std::string& report) { return countOf(report, "\"alive\": true"); };
-  const auto all = std::ranges::find(reports, 3U, alive);
+  const auto all = std::ranges::find(reports, 3, alive);
   ASSERT_NE(all, reports.end());
   expectParts(*all,
               {"{\"active\": true, \"setting\": \"1\"", "\"class\": \"CVellumicAPOCaptureEFX\"",
@@ -52,9 +51,9 @@ TEST_F(CtlEffects, StatusSeesThreeComeAndGo) {
                "\"mode\": \"speech\", \"rateHz\": 48000", "\"version\": \"3.18\"",
                "\"endpoint\": \"{11111111-2222-3333-4444-555555555555}\"",
                "\"propertyEvent\": \"Global\\\\VellumicAPOPropEvent{"});
-  EXPECT_NE(std::ranges::find(all, reports.end(), 2U, alive), reports.end());
-  EXPECT_EQ(alive(reports.back()), 0U);
-  EXPECT_EQ(countOf(reports.back(), "\"alive\": false"), 3U);
+  EXPECT_NE(std::ranges::find(all, reports.end(), 2, alive), reports.end());
+  EXPECT_EQ(alive(reports.back()), 0);
+  EXPECT_EQ(countOf(reports.back(), "\"alive\": false"), 3);
 }
 
 TEST_F(CtlEffects, StatusJoinsABoardOfSomebodyElse) {

@@ -4,7 +4,6 @@
 #include <array>
 #include <atomic>
 #include <bit>
-#include <regex>
 #include <thread>
 
 #include "control/Names.h"
@@ -31,13 +30,19 @@ void scribble(StatusBlock& block, std::mt19937& random) {
 
 // Every quote and bracket closed, no character that would need an escape, one line.
 bool isOneJsonLine(const std::string& text) {
-  static const std::regex quoted(R"("(\\.|[^"\\])*")");
-  const std::string bare = std::regex_replace(text, quoted, "");
-  const auto brackets = [&](char open, char closed) {
-    return std::ranges::count(bare, open) == std::ranges::count(bare, closed);
-  };
-  return std::ranges::none_of(text, [](char c) { return c >= 0 && c < 32; }) &&
-         bare.find('"') == bare.npos && brackets('{', '}') && brackets('[', ']');
+  bool quoted = false;
+  int depth = 0;
+  for (std::size_t n = 0; n < text.size(); ++n) {
+    const char c = text[n];
+    if (c >= 0 && c < 32) return false;
+    if (quoted && c == '\\')
+      ++n;
+    else if (c == '"')
+      quoted = !quoted;
+    else if (!quoted)
+      depth += (c == '{' || c == '[') - (c == '}' || c == ']');
+  }
+  return !quoted && depth == 0;
 }
 
 using CtlHostile = InOwnFolder;
