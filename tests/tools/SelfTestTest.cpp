@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 #include <thread>
+#include <tuple>
 
 #include "control/RegistryUtils.h"
 #include "tests/apo/RegistryTree.h"
@@ -218,9 +219,10 @@ class SelfTestRun : public InOwnFolder {
   // key to try on.
   static auto traces() {
     const auto tree = [](const wchar_t* path) { return test::treeBelow(HKEY_LOCAL_MACHINE, path); };
-    return std::array{tree(settings),
+    RegistryKey toTry;  // closed even to us
+    return std::tuple(tree(settings),
                       tree(L"SOFTWARE\\Classes\\CLSID\\{577F6409-47DB-42FF-B8EA-09DCF969B687}"),
-                      tree(L"SOFTWARE\\Vellumic-selftest")};
+                      RegOpenKeyW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Vellumic-selftest", toTry.put()));
   }
   static constexpr const wchar_t* settings = test::machine::settings;
 };
