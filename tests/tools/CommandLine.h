@@ -52,6 +52,10 @@ inline void expectParts(const std::string& text, std::initializer_list<std::stri
   for (const std::string& part : parts)
     EXPECT_NE(text.find(part), std::string::npos) << "no <" << part << "> in: " << text;
 }
+inline ToolRun succeeded(ToolRun run) {
+  EXPECT_EQ(run.exitCode, 0) << run.complained;
+  return run;
+}
 // By one line that says `named`.
 inline void expectRefusal(const ToolRun& run, const std::string& named) {
   EXPECT_EQ(run.exitCode, 1) << named;

@@ -36,11 +36,10 @@ TEST_F(CtlAttach, ComesAndGoesWithoutATrace) {
     const auto whole =
         before ? withOthers(effectValues(attached)) : std::optional(effectValues(attached));
     const Endpoint endpoint(before);
-    EXPECT_EQ(endpoint.attach(options + std::string(" --dry-run")).exitCode, 0);
+    succeeded(endpoint.attach(options + std::string(" --dry-run")));
     EXPECT_EQ(endpoint.values(), before);
 
-    const ToolRun first = endpoint.attach(options);
-    ASSERT_EQ(first.exitCode, 0) << first.complained;
+    succeeded(endpoint.attach(options));
     EXPECT_EQ(endpoint.values(), whole);
     // The registry editor alone can put everything back, but for an empty key.
     ASSERT_EQ(test::runProgram("regedit /S " + endpoint.backup), 0);
@@ -48,9 +47,8 @@ TEST_F(CtlAttach, ComesAndGoesWithoutATrace) {
     writeEffects(endpoint.guid, *whole);
 
     expectParts(endpoint.attach(options).printed, {"attached like this already"});
-    EXPECT_EQ(endpoint.attach("--class mfx --replace").exitCode, 0);  // another one over it
-    const ToolRun last = endpoint.detach();
-    EXPECT_EQ(last.exitCode, 0) << last.complained;
+    succeeded(endpoint.attach("--class mfx --replace"));  // another one over it
+    succeeded(endpoint.detach());
     EXPECT_EQ(endpoint.values(), before);
     expectParts(endpoint.detach().complained, {"nothing of Vellumic is attached"});
   }
@@ -94,9 +92,9 @@ TEST_F(CtlAttach, ChangesOfOthersOutliveUs) {
   };
   for (const auto& [before, written, left] : cases) {
     const Endpoint endpoint(effectValues(before));
-    ASSERT_EQ(endpoint.attach().exitCode, 0);
+    succeeded(endpoint.attach());
     writeEffects(endpoint.guid, effectValues(written));
-    ASSERT_EQ(endpoint.detach().exitCode, 0);
+    succeeded(endpoint.detach());
     EXPECT_EQ(endpoint.values(), effectValues(left)) << left;
   }
 }

@@ -176,7 +176,7 @@ TEST_F(CtlCutShort, OldOrNewSettingIsInForceButNeverAMixture) {
     expectInForce(values);
 
     // The next write finishes what was left.
-    ASSERT_EQ(ctl("settings set beamformer.enabled=false").exitCode, 0);
+    succeeded(ctl("settings set beamformer.enabled=false"));
     values[index(Raw::beamformer)] = 0.0F;
     expectInForce(values);
     const RegistryKey settings = CParametersInRegistry().openSettings();

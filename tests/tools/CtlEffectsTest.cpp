@@ -69,7 +69,7 @@ TEST_F(CtlEffects, StatusJoinsABoardOfSomebodyElse) {
   expectParts(statusOfBoth(),
               {"CVellumicAPOCaptureEFX  alive  mode default  48000 Hz",
                "CVellumicAPOCaptureMFX  alive", "Active: yes, 2 effects run with setting 1.\n"});
-  ASSERT_EQ(ctl("settings set engine.enabled=off").exitCode, 0);
+  succeeded(ctl("settings set engine.enabled=off"));
   expectParts(statusOfBoth(), {"Active: no, 2 effects run but"});
 }
 

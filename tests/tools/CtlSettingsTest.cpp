@@ -18,11 +18,7 @@ class CtlSettings : public InOwnFolder {
   static RawValues stored(const std::wstring& setting) {
     return SettingsTree::read(setting).value_or(StoredSetting{}).values;
   }
-  static ToolRun done(const std::string& words) {
-    ToolRun run = ctl("settings " + words);
-    EXPECT_EQ(run.exitCode, 0) << run.complained;
-    return run;
-  }
+  static ToolRun done(const std::string& words) { return succeeded(ctl("settings " + words)); }
   static float stored(const std::wstring& setting, Raw slot) {
     return stored(setting)[index(slot)];
   }

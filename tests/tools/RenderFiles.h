@@ -26,9 +26,8 @@ class RenderFiles : public InOwnFolder {
 
   static ToolRun run(const std::string& words) { return captured(renderMain, words); }
   static ToolRun rendered(const std::string& words) {
-    ToolRun outcome = run(words);
-    EXPECT_EQ(outcome.exitCode, 0) << words << ": " << outcome.complained;
-    return outcome;
+    SCOPED_TRACE(words);
+    return succeeded(run(words));
   }
   // Each is refused for what its second text names, and nothing is written.
   static void expectRefused(const std::string& files,
