@@ -12,6 +12,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace vellumic::tools {
@@ -88,7 +89,8 @@ class InOwnFolder : public testing::Test {
   }
   ~InOwnFolder() override {
     std::filesystem::current_path(before_);
-    std::filesystem::remove_all(folder_);
+    std::error_code inUse;  // by a process that is still ending
+    std::filesystem::remove_all(folder_, inUse);
   }
   static std::string text(const std::string& name, const std::string& content) {
     std::ofstream(name, std::ios::binary) << content;
