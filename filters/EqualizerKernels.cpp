@@ -14,7 +14,7 @@ extern const EqualizerKernels equalizerTable;
 namespace avx2 = base;
 #endif
 
-const EqualizerKernels& equalizerKernels() noexcept {
+const EqualizerKernels& equalizerKernels() noexcept VELLUMIC_NONBLOCKING {
   static constexpr KernelTable<EqualizerKernels> table{
       {&base::equalizerTable, &avx2::equalizerTable}};
   return table.chosen();

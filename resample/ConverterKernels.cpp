@@ -15,7 +15,7 @@ extern const resample::ConverterKernels converterTable;
 namespace avx2 = base;
 #endif
 
-const resample::ConverterKernels& resample::converterKernels() noexcept {
+const resample::ConverterKernels& resample::converterKernels() noexcept VELLUMIC_NONBLOCKING {
   static constexpr KernelTable<ConverterKernels> table{
       {&base::converterTable, &avx2::converterTable}};
   return table.chosen();

@@ -11,7 +11,7 @@ constexpr float stagnation = 0.99F;  // of the smoothed probability; also the ca
 constexpr float leastNoise = 1.17549435e-38F;  // the smallest normal float
 
 void update(const float* power, int bins, const ActivityConstants& constants, float* smoothed,
-            float* noise, float* probability) noexcept {
+            float* noise, float* probability) noexcept VELLUMIC_NONBLOCKING {
   const Floats one(1.0F), cap(exponentCap), stagnant(stagnation), least(leastNoise);
   const Floats scale(constants.likelihoodScale), slope(constants.likelihoodSlope),
       bias(constants.likelihoodBias);

@@ -2,6 +2,8 @@
 // exponential is within 2 units in the last place.
 #pragma once
 
+#include "platform/Realtime.h"
+
 namespace vellumic {
 
 struct ActivityConstants {
@@ -12,10 +14,10 @@ struct ActivityConstants {
 struct ActivityKernels {
   // All arrays hold `bins` values; smoothed and noise are the state.
   void (*update)(const float* power, int bins, const ActivityConstants& constants, float* smoothed,
-                 float* noise, float* probability) noexcept;
+                 float* noise, float* probability) noexcept VELLUMIC_NONBLOCKING;
 };
 
-const ActivityKernels& activityKernels() noexcept;
+const ActivityKernels& activityKernels() noexcept VELLUMIC_NONBLOCKING;
 
 namespace base {
 extern const ActivityKernels activity;

@@ -8,7 +8,7 @@ namespace {
 
 Floats at(const float* plane, int k) { return FullLanes::load(plane + k); }
 
-void zeroAbove(float* spectrum, int bins, float largest) noexcept {
+void zeroAbove(float* spectrum, int bins, float largest) noexcept VELLUMIC_NONBLOCKING {
   forLanes(bins, [=](auto lanes, int k) {
     const ComplexFloats x = lanes.loadComplex(spectrum + 2 * k);
     const auto sound = powerOf(x) <= Floats(largest);  // false for NaN
@@ -18,7 +18,8 @@ void zeroAbove(float* spectrum, int bins, float largest) noexcept {
   });
 }
 
-void split(const float* spectrum, int bins, float* real, float* imaginary, float* power) noexcept {
+void split(const float* spectrum, int bins, float* real, float* imaginary,
+           float* power) noexcept VELLUMIC_NONBLOCKING {
   forLanes(bins, [=](auto lanes, int k) {
     const ComplexFloats x = lanes.loadComplex(spectrum + 2 * k);
     lanes.store(real + k, x.real());
@@ -68,7 +69,8 @@ void smoothAll(const float* real, const float* imaginary, const float* power, in
 }
 
 void smooth(const float* real, const float* imaginary, const float* power, int rows,
-            int microphones, float rate, float* signal, float* noise) noexcept {
+            int microphones, float rate, float* signal,
+            float* noise) noexcept VELLUMIC_NONBLOCKING {
   if (noise)
     smoothAll<true>(real, imaginary, power, rows, microphones, Floats(rate), signal, noise);
   else
@@ -77,7 +79,7 @@ void smooth(const float* real, const float* imaginary, const float* power, int r
 
 void combine(const float* real, const float* imaginary, const float* weightReal,
              const float* weightImaginary, int rows, int microphones, int bins,
-             float* output) noexcept {
+             float* output) noexcept VELLUMIC_NONBLOCKING {
   forLanes(bins, [=](auto lanes, int k) {
     Floats sumReal(0.0F), sumImaginary(0.0F);
     for (int m = 0, at0 = k; m < microphones; ++m, at0 += rows) {

@@ -6,13 +6,13 @@
 namespace vellumic::VELLUMIC_KERNEL_SET {
 namespace {
 
-void power(const float* spectrum, int bins, float* to) noexcept {
+void power(const float* spectrum, int bins, float* to) noexcept VELLUMIC_NONBLOCKING {
   forLanes(bins, [=](auto lanes, int k) {
     lanes.store(to + k, powerOf(lanes.loadComplex(spectrum + 2 * k)));
   });
 }
 
-void magnitude(const float* spectrum, int bins, float* to) noexcept {
+void magnitude(const float* spectrum, int bins, float* to) noexcept VELLUMIC_NONBLOCKING {
   forLanes(bins, [=](auto lanes, int k) {
     lanes.store(to + k, sqrt(powerOf(lanes.loadComplex(spectrum + 2 * k))));
   });
@@ -32,7 +32,8 @@ Floats wienerPass(Floats snr, float offset, float exponent, float floor) {
 }
 
 void passes(const float* powers, const float* noise, const float* cleanPower, int bins,
-            const SpectralGainSettings& settings, float snrFloor, float* to) noexcept {
+            const SpectralGainSettings& settings, float snrFloor,
+            float* to) noexcept VELLUMIC_NONBLOCKING {
   const SpectralGainSettings& s = settings;
   forLanes(bins, [=, &s](auto lanes, int k) {
     const Floats P = lanes.load(powers + k);
@@ -46,7 +47,8 @@ void passes(const float* powers, const float* noise, const float* cleanPower, in
   });
 }
 
-void finish(const float* powers, int bins, float factor, float* gains, float* cleanPower) noexcept {
+void finish(const float* powers, int bins, float factor, float* gains,
+            float* cleanPower) noexcept VELLUMIC_NONBLOCKING {
   forLanes(bins, [=](auto lanes, int k) {
     const Floats G = lanes.load(gains + k) * Floats(factor);
     const Floats clean = lanes.load(powers + k) * (G * G);
@@ -55,7 +57,8 @@ void finish(const float* powers, int bins, float factor, float* gains, float* cl
   });
 }
 
-void apply(const float* gains, const float* input, int bins, float* output) noexcept {
+void apply(const float* gains, const float* input, int bins,
+           float* output) noexcept VELLUMIC_NONBLOCKING {
   forLanes(bins, [=](auto lanes, int k) {
     const Floats G = lanes.load(gains + k);
     const ComplexFloats x = lanes.loadComplex(input + 2 * k);

@@ -13,7 +13,7 @@ Floats one() { return Floats(1.0F); }
 // What is not a number becomes the floor.
 Floats floored(Floats value) { return max(value, Floats(noiseEpsilon)); }
 
-void smoothBins(const float* in, int bins, float* out) noexcept {
+void smoothBins(const float* in, int bins, float* out) noexcept VELLUMIC_NONBLOCKING {
   const Floats quarter(0.25F), half(0.5F);
   forLanes(bins - 2, [=](auto lanes, int k) {
     lanes.store(out + k + 1, quarter * lanes.load(in + k) + half * lanes.load(in + k + 1) +
@@ -25,7 +25,8 @@ void smoothBins(const float* in, int bins, float* out) noexcept {
 }
 
 void followPower(const NoiseFrame& frame, const NoiseEstimatorSettings& settings,
-                 const float* smoothedPower, float* mask, float* maskedPower) noexcept {
+                 const float* smoothedPower, float* mask,
+                 float* maskedPower) noexcept VELLUMIC_NONBLOCKING {
   const Floats pole(settings.powerPole), rest(1.0F - settings.powerPole);
   const Floats bias(settings.minimumBias), gamma0(settings.gamma0), zeta0(settings.zeta0);
   const NoiseFrame f = frame;
@@ -73,7 +74,7 @@ struct Presence {
 
 void followNoise(const NoiseFrame& frame, const NoiseEstimatorSettings& settings,
                  const float* smoothedMask, const float* smoothedMaskedPower,
-                 float biasCompensation) noexcept {
+                 float biasCompensation) noexcept VELLUMIC_NONBLOCKING {
   const Floats pole(settings.powerPole), rest(1.0F - settings.powerPole);
   const Floats noisePole(settings.noisePole), noiseRest(1.0F - settings.noisePole);
   const Floats bias(settings.minimumBias), beta(biasCompensation);
@@ -99,7 +100,7 @@ void followNoise(const NoiseFrame& frame, const NoiseEstimatorSettings& settings
   });
 }
 
-void lesser(const float* a, const float* b, int bins, float* out) noexcept {
+void lesser(const float* a, const float* b, int bins, float* out) noexcept VELLUMIC_NONBLOCKING {
   forLanes(bins, [=](auto lanes, int k) {
     lanes.store(out + k, min(lanes.load(b + k), lanes.load(a + k)));
   });

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "parameters/StageSettings.h"
+#include "platform/Realtime.h"
 
 namespace vellumic {
 
@@ -20,24 +21,26 @@ struct NoiseFrame {
 
 struct NoiseKernels {
   // Three taps over at least three bins; see frequencySmooth.
-  void (*smoothBins)(const float* in, int bins, float* out) noexcept;
+  void (*smoothBins)(const float* in, int bins, float* out) noexcept VELLUMIC_NONBLOCKING;
 
   // S follows the power, of which `smoothedPower` is the mean over bins. `mask` is 1 where a rough
   // decision takes the bin for noise alone and else 0, `maskedPower` the power of those bins.
   void (*followPower)(const NoiseFrame& frame, const NoiseEstimatorSettings& settings,
-                      const float* smoothedPower, float* mask, float* maskedPower) noexcept;
+                      const float* smoothedPower, float* mask,
+                      float* maskedPower) noexcept VELLUMIC_NONBLOCKING;
 
   // S2 follows the power of the bins so marked; the two arrays are the means over bins. The noise
   // follows the power where speech is absent, times `biasCompensation`.
   void (*followNoise)(const NoiseFrame& frame, const NoiseEstimatorSettings& settings,
                       const float* smoothedMask, const float* smoothedMaskedPower,
-                      float biasCompensation) noexcept;
+                      float biasCompensation) noexcept VELLUMIC_NONBLOCKING;
 
   // Element by element: the lesser of a and b.
-  void (*lesser)(const float* a, const float* b, int bins, float* out) noexcept;
+  void (*lesser)(const float* a, const float* b, int bins,
+                 float* out) noexcept VELLUMIC_NONBLOCKING;
 };
 
-const NoiseKernels& noiseKernels() noexcept;
+const NoiseKernels& noiseKernels() noexcept VELLUMIC_NONBLOCKING;
 
 namespace base {
 extern const NoiseKernels noise;

@@ -250,7 +250,7 @@ std::uint32_t solveBins(const CovariancePair& pair, int bins, float* weightReal,
 }
 
 std::uint32_t solve(const CovariancePair& pair, int microphones, int bins, float* weightReal,
-                    float* weightImaginary) noexcept {
+                    float* weightImaginary) noexcept VELLUMIC_NONBLOCKING {
   switch (microphones) {
     case 2:
       return solveBins<2>(pair, bins, weightReal, weightImaginary);

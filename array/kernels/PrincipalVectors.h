@@ -14,6 +14,8 @@
 
 #include <cstdint>
 
+#include "platform/Realtime.h"
+
 namespace vellumic {
 
 inline constexpr int mostMicrophonesInLanes = 8;
@@ -32,10 +34,10 @@ struct PrincipalVectorKernels {
   // of the result: the weights of bin b are not solved. weightReal, weightImaginary: planes as
   // above, written for these bins only.
   std::uint32_t (*solve)(const CovariancePair& pair, int microphones, int bins, float* weightReal,
-                         float* weightImaginary) noexcept;
+                         float* weightImaginary) noexcept VELLUMIC_NONBLOCKING;
 };
 
-const PrincipalVectorKernels& principalVectorKernels() noexcept;
+const PrincipalVectorKernels& principalVectorKernels() noexcept VELLUMIC_NONBLOCKING;
 
 namespace base {
 extern const PrincipalVectorKernels principalVectors;

@@ -6,13 +6,13 @@
 namespace vellumic::VELLUMIC_KERNEL_SET {
 namespace {
 
-void correlate(ConstPlanes first, Planes second, int bins) noexcept {
+void correlate(ConstPlanes first, Planes second, int bins) noexcept VELLUMIC_NONBLOCKING {
   overBins(bins, [&](auto lanes) {
     store(lanes, second, conj(load(lanes, first)) * load(lanes, second));
   });
 }
 
-int firstPeak(const float* samples, int count) noexcept {
+int firstPeak(const float* samples, int count) noexcept VELLUMIC_NONBLOCKING {
   Floats greatest(0.0F);
   overBins(count, [&](auto lanes) {
     const Floats magnitude = xsimd::abs(lanes.load(samples));

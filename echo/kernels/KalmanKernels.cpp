@@ -8,7 +8,7 @@ namespace {
 
 using xsimd::select;
 
-void predictEcho(const KalmanKernels::Echo& a, int bins) noexcept {
+void predictEcho(const KalmanKernels::Echo& a, int bins) noexcept VELLUMIC_NONBLOCKING {
   overBins(bins, [&](auto lanes) {
     store(lanes, a.echo,
           load(lanes, a.reference0) * load(lanes, a.weights0) +
@@ -16,7 +16,7 @@ void predictEcho(const KalmanKernels::Echo& a, int bins) noexcept {
   });
 }
 
-float measureError(const KalmanKernels::Error& a, int bins) noexcept {
+float measureError(const KalmanKernels::Error& a, int bins) noexcept VELLUMIC_NONBLOCKING {
   Floats sum(0.0F);
   overBins(bins, [&](auto lanes) {
     const ComplexFloats microphone = load(lanes, a.microphone);
@@ -36,7 +36,7 @@ float measureError(const KalmanKernels::Error& a, int bins) noexcept {
   return xsimd::hadd(sum);
 }
 
-void adapt(const KalmanKernels::Adaptation& a, int bins) noexcept {
+void adapt(const KalmanKernels::Adaptation& a, int bins) noexcept VELLUMIC_NONBLOCKING {
   overBins(bins, [&](auto lanes) {
     const Floats power = lanes.load(a.scaledPower);
     const Floats prior = lanes.load(a.posterior) + lanes.load(a.processNoise);
@@ -51,7 +51,7 @@ void adapt(const KalmanKernels::Adaptation& a, int bins) noexcept {
   });
 }
 
-void takeStep(const KalmanKernels::Step& a, int bins) noexcept {
+void takeStep(const KalmanKernels::Step& a, int bins) noexcept VELLUMIC_NONBLOCKING {
   overBins(bins, [&](auto lanes) {
     const ComplexFloats update = load(lanes, a.update);
     store(lanes, a.weights, load(lanes, a.weights) + update);
@@ -60,7 +60,8 @@ void takeStep(const KalmanKernels::Step& a, int bins) noexcept {
   });
 }
 
-KalmanKernels::Health judge(const KalmanKernels::Filters& a, int bins) noexcept {
+KalmanKernels::Health judge(const KalmanKernels::Filters& a,
+                            int bins) noexcept VELLUMIC_NONBLOCKING {
   const Floats one(1.0F), zero(0.0F);
   Floats covariance(0.0F), settled(0.0F), moving(0.0F);
   overBins(bins, [&](auto lanes) {
@@ -76,7 +77,7 @@ KalmanKernels::Health judge(const KalmanKernels::Filters& a, int bins) noexcept 
 }
 
 KalmanKernels::Energies subtract(const float* microphone, const float* echo, float* error,
-                                 int samples) noexcept {
+                                 int samples) noexcept VELLUMIC_NONBLOCKING {
   Floats heard(0.0F), left(0.0F);
   overBins(samples, [&](auto lanes) {
     const Floats sample = lanes.load(microphone);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "echo/kernels/Planes.h"
+#include "platform/Realtime.h"
 
 namespace vellumic {
 
@@ -13,7 +14,7 @@ struct KalmanKernels {
     ConstPlanes reference0, weights0, reference1, weights1;
     Planes echo;
   };
-  void (*predictEcho)(const Echo&, int bins) noexcept;
+  void (*predictEcho)(const Echo&, int bins) noexcept VELLUMIC_NONBLOCKING;
 
   // E = M - Y, and unless it is held the measurement noise T: where the filters have settled
   // (updatePower < threshold) it follows |M|^2 - |Y|^2, elsewhere it falls toward 0.1.
@@ -26,7 +27,7 @@ struct KalmanKernels {
     Planes error;
     float* noise;
   };
-  float (*measureError)(const Error&, int bins) noexcept;
+  float (*measureError)(const Error&, int bins) noexcept VELLUMIC_NONBLOCKING;
 
   // C = A + Q;  H = C / (3 C G + T), at most 2 / |G|;  update = D H E;  A = (1 - H G) C
   struct Adaptation {
@@ -35,7 +36,7 @@ struct KalmanKernels {
     float* posterior;                                      // A
     Planes update;
   };
-  void (*adapt)(const Adaptation&, int bins) noexcept;
+  void (*adapt)(const Adaptation&, int bins) noexcept VELLUMIC_NONBLOCKING;
 
   // W += update;  Q = pole Q + (1 - pole) |update|^2
   struct Step {
@@ -44,7 +45,7 @@ struct KalmanKernels {
     Planes weights;
     float* processNoise;
   };
-  void (*takeStep)(const Step&, int bins) noexcept;
+  void (*takeStep)(const Step&, int bins) noexcept VELLUMIC_NONBLOCKING;
 
   // updatePower = Q_0 + Q_1, and what the health check asks.
   struct Filters {
@@ -57,16 +58,16 @@ struct KalmanKernels {
     int settled;       // bins with updatePower < threshold
     bool moving;       // some |updatePower| > silence
   };
-  Health (*judge)(const Filters&, int bins) noexcept;
+  Health (*judge)(const Filters&, int bins) noexcept VELLUMIC_NONBLOCKING;
 
   // error = microphone - echo, over samples; returns both energies.
   struct Energies {
     float microphone, error;
   };
   Energies (*subtract)(const float* microphone, const float* echo, float* error,
-                       int samples) noexcept;
+                       int samples) noexcept VELLUMIC_NONBLOCKING;
 };
 
-const KalmanKernels& kalmanKernels() noexcept;
+const KalmanKernels& kalmanKernels() noexcept VELLUMIC_NONBLOCKING;
 
 }  // namespace vellumic

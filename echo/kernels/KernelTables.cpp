@@ -25,23 +25,23 @@ extern const CorrelationKernels correlationKernels;
 namespace avx2 = base;
 #endif
 
-const KalmanKernels& kalmanKernels() noexcept {
+const KalmanKernels& kalmanKernels() noexcept VELLUMIC_NONBLOCKING {
   constexpr KernelTable<KalmanKernels> table{&base::kalmanKernels, &avx2::kalmanKernels};
   return table.chosen();
 }
 
-const ReferenceKernels& referenceKernels() noexcept {
+const ReferenceKernels& referenceKernels() noexcept VELLUMIC_NONBLOCKING {
   constexpr KernelTable<ReferenceKernels> table{&base::referenceKernels, &avx2::referenceKernels};
   return table.chosen();
 }
 
-const SuppressorKernels& suppressorKernels() noexcept {
+const SuppressorKernels& suppressorKernels() noexcept VELLUMIC_NONBLOCKING {
   constexpr KernelTable<SuppressorKernels> table{&base::suppressorKernels,
                                                  &avx2::suppressorKernels};
   return table.chosen();
 }
 
-const CorrelationKernels& correlationKernels() noexcept {
+const CorrelationKernels& correlationKernels() noexcept VELLUMIC_NONBLOCKING {
   constexpr KernelTable<CorrelationKernels> table{&base::correlationKernels,
                                                   &avx2::correlationKernels};
   return table.chosen();

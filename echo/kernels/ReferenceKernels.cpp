@@ -6,7 +6,7 @@
 namespace vellumic::VELLUMIC_KERNEL_SET {
 namespace {
 
-void update(const ReferenceKernels::Update& a, int bins) noexcept {
+void update(const ReferenceKernels::Update& a, int bins) noexcept VELLUMIC_NONBLOCKING {
   const float rate = 1.0F - a.pole;
   const Floats floor(1e-10F), factor(a.crossFactor), strength(a.crossFactor * a.crossFactor);
   overBins(bins, [&](auto lanes) {
@@ -31,7 +31,7 @@ void update(const ReferenceKernels::Update& a, int bins) noexcept {
   });
 }
 
-void magnitude(ConstPlanes spectrum, float* result, int bins) noexcept {
+void magnitude(ConstPlanes spectrum, float* result, int bins) noexcept VELLUMIC_NONBLOCKING {
   overBins(bins,
            [&](auto lanes) { lanes.store(result, xsimd::sqrt(norm(load(lanes, spectrum)))); });
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "echo/kernels/Planes.h"
+#include "platform/Realtime.h"
 
 namespace vellumic {
 
@@ -15,12 +16,12 @@ struct ReferenceKernels {
     float *scaledPower0, *scaledPower1;   // G
     Planes decorrelated0, decorrelated1;  // D
   };
-  void (*update)(const Update&, int bins) noexcept;
+  void (*update)(const Update&, int bins) noexcept VELLUMIC_NONBLOCKING;
 
   // |spectrum|
-  void (*magnitude)(ConstPlanes spectrum, float* magnitude, int bins) noexcept;
+  void (*magnitude)(ConstPlanes spectrum, float* magnitude, int bins) noexcept VELLUMIC_NONBLOCKING;
 };
 
-const ReferenceKernels& referenceKernels() noexcept;
+const ReferenceKernels& referenceKernels() noexcept VELLUMIC_NONBLOCKING;
 
 }  // namespace vellumic

@@ -8,7 +8,7 @@ namespace {
 
 using xsimd::select;
 
-void suppress(const SuppressorKernels::Frame& a, int bins) noexcept {
+void suppress(const SuppressorKernels::Frame& a, int bins) noexcept VELLUMIC_NONBLOCKING {
   const Floats one(1.0F), zero(0.0F), floor(a.floor), greatest(a.greatestCoupling);
   overBins(bins, [&](auto lanes) {
     const Floats reference =

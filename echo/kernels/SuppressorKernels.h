@@ -3,6 +3,7 @@
 #pragma once
 
 #include "echo/kernels/Planes.h"
+#include "platform/Realtime.h"
 
 namespace vellumic {
 
@@ -16,9 +17,9 @@ struct SuppressorKernels {
     float* gain;
     Planes error;  // E
   };
-  void (*suppress)(const Frame&, int bins) noexcept;
+  void (*suppress)(const Frame&, int bins) noexcept VELLUMIC_NONBLOCKING;
 };
 
-const SuppressorKernels& suppressorKernels() noexcept;
+const SuppressorKernels& suppressorKernels() noexcept VELLUMIC_NONBLOCKING;
 
 }  // namespace vellumic

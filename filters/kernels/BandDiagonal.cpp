@@ -126,7 +126,7 @@ void runBands(BandLanes& bands, float* samples, std::size_t stride, std::size_t 
 }
 
 void run(BandLanes& bands, bool allOn, float* samples, std::size_t stride,
-         std::size_t frames) noexcept {
+         std::size_t frames) noexcept VELLUMIC_NONBLOCKING {
   if (allOn)
     runBands<true>(bands, samples, stride, frames);
   else

@@ -12,6 +12,7 @@
 #include <cstddef>
 
 #include "filters/BandLanes.h"
+#include "platform/Realtime.h"
 
 namespace vellumic {
 
@@ -21,8 +22,8 @@ struct EqualizerKernels {
   // Filters samples[0] and samples[1] of every `stride` floats in place. allOn: every band runs on
   // both channels.
   void (*run)(BandLanes& lanes, bool allOn, float* samples, std::size_t stride,
-              std::size_t frames) noexcept;
+              std::size_t frames) noexcept VELLUMIC_NONBLOCKING;
 };
-const EqualizerKernels& equalizerKernels() noexcept;  // of the set in force
+const EqualizerKernels& equalizerKernels() noexcept VELLUMIC_NONBLOCKING;  // of the set in force
 
 }  // namespace vellumic

@@ -8,7 +8,8 @@ using resample::SpectrumProduct;
 
 constexpr int registers = 2;  // side by side, for independent chains of additions
 
-void sumProducts(const SpectrumProduct* products, int count, double* sum, int points) noexcept {
+void sumProducts(const SpectrumProduct* products, int count, double* sum,
+                 int points) noexcept VELLUMIC_NONBLOCKING {
   for (int n = 0; n < points; n += registers * doubleLanes) {
     Doubles re[registers], im[registers];
     for (int side = 0; side < registers; ++side) re[side] = im[side] = Doubles(0.0);
@@ -30,7 +31,8 @@ void sumProducts(const SpectrumProduct* products, int count, double* sum, int po
   }
 }
 
-double interpolate(const double* row, double r, const double* samples, int taps) noexcept {
+double interpolate(const double* row, double r, const double* samples,
+                   int taps) noexcept VELLUMIC_NONBLOCKING {
   const Doubles position(r);
   Doubles sums[registers] = {Doubles(0.0), Doubles(0.0)};
   for (int i = 0; i < taps; i += registers * doubleLanes)

@@ -103,19 +103,19 @@ inline void inverseFrom(const RealPlan& plan, TransformScratch<float> scratch, c
 }
 
 void forward(const RealPlan& plan, TransformScratch<float> scratch, const float* samples, float* re,
-             float* im) noexcept {
+             float* im) noexcept VELLUMIC_NONBLOCKING {
   forwardTo(plan, scratch, samples, PlanesSink<float>{re, im});
 }
 void forwardPairs(const RealPlan& plan, TransformScratch<float> scratch, const float* samples,
-                  float* bins) noexcept {
+                  float* bins) noexcept VELLUMIC_NONBLOCKING {
   forwardTo(plan, scratch, samples, PairsSink{bins});
 }
 void inverse(const RealPlan& plan, TransformScratch<float> scratch, const float* re,
-             const float* im, float* samples) noexcept {
+             const float* im, float* samples) noexcept VELLUMIC_NONBLOCKING {
   inverseFrom(plan, scratch, PlanesSource<float>{re, im}, samples);
 }
 void inversePairs(const RealPlan& plan, TransformScratch<float> scratch, const float* bins,
-                  float* samples) noexcept {
+                  float* samples) noexcept VELLUMIC_NONBLOCKING {
   inverseFrom(plan, scratch, PairsSource{bins}, samples);
 }
 

@@ -26,7 +26,7 @@ struct SecondHalfSink {
 };
 
 void forward(const RightAnglePlan& plan, TransformScratch<double> scratch, const double* first,
-             const double* second, double* spectrum) noexcept {
+             const double* second, double* spectrum) noexcept VELLUMIC_NONBLOCKING {
   const int points = plan.complex.points;
   transform(plan.complex, scratch,
             WeightingSource{first, second, {plan.weights, plan.weights + points}},
@@ -34,7 +34,7 @@ void forward(const RightAnglePlan& plan, TransformScratch<double> scratch, const
 }
 
 void inverse(const RightAnglePlan& plan, TransformScratch<double> scratch, const double* spectrum,
-             double* second) noexcept {
+             double* second) noexcept VELLUMIC_NONBLOCKING {
   const int points = plan.complex.points;
   transform(plan.complex, scratch, PlanesSource<double>{spectrum + points, spectrum},
             SecondHalfSink{second, {plan.weights, plan.weights + points}});

@@ -14,6 +14,8 @@
 // Between the passes a register of real parts stands beside its register of imaginary parts.
 #pragma once
 
+#include "platform/Realtime.h"
+
 namespace vellumic {
 
 // One pass of step 2. Numbers of registers: `rows` groups of `columns` neighbours share twiddles,
@@ -51,16 +53,16 @@ struct RealPlan {
 struct RealTransformKernels {
   int lanes;
   void (*forward)(const RealPlan&, TransformScratch<float>, const float* samples, float* re,
-                  float* im) noexcept;
+                  float* im) noexcept VELLUMIC_NONBLOCKING;
   void (*forwardPairs)(const RealPlan&, TransformScratch<float>, const float* samples,
-                       float* bins) noexcept;
+                       float* bins) noexcept VELLUMIC_NONBLOCKING;
   void (*inverse)(const RealPlan&, TransformScratch<float>, const float* re, const float* im,
-                  float* samples) noexcept;
+                  float* samples) noexcept VELLUMIC_NONBLOCKING;
   void (*inversePairs)(const RealPlan&, TransformScratch<float>, const float* bins,
-                       float* samples) noexcept;
+                       float* samples) noexcept VELLUMIC_NONBLOCKING;
 };
 // Of the set in force. n is a multiple of 2 lanes and at least 4 lanes.
-const RealTransformKernels& realTransformKernels() noexcept;
+const RealTransformKernels& realTransformKernels() noexcept VELLUMIC_NONBLOCKING;
 
 // Right-angle transform of 2 B real samples for fast convolution (resample/CDSPRealFFT.h): B
 // points.
@@ -72,10 +74,10 @@ struct RightAngleKernels {
   int lanes;
   // first, second: B samples each. spectrum: B real parts, then B imaginary parts.
   void (*forward)(const RightAnglePlan&, TransformScratch<double>, const double* first,
-                  const double* second, double* spectrum) noexcept;
+                  const double* second, double* spectrum) noexcept VELLUMIC_NONBLOCKING;
   void (*inverse)(const RightAnglePlan&, TransformScratch<double>, const double* spectrum,
-                  double* second) noexcept;
+                  double* second) noexcept VELLUMIC_NONBLOCKING;
 };
-const RightAngleKernels& rightAngleKernels() noexcept;  // of the set in force
+const RightAngleKernels& rightAngleKernels() noexcept VELLUMIC_NONBLOCKING;  // of the set in force
 
 }  // namespace vellumic
