@@ -5,13 +5,14 @@
 #include <complex>
 
 #include "platform/Realtime.h"
+#include "spectra/ArrayViews.h"
 
 namespace vellumic {
 
 template <class InputArray, class OutputArray>
 class AlgorithmBase {
  public:
-  using Input = Eigen::Ref<const InputArray>;
+  using Input = ConstView<InputArray>;
   using Output = Eigen::Ref<OutputArray>;
 
   bool enabled = true;

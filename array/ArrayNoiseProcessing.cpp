@@ -86,13 +86,13 @@ void ArrayNoiseProcessing::process(const Input& input,
   if (beamformerEnabled)
     beamformer.process(spectra, beamformed);
   else
-    beamformed = spectra.col(0);
+    whole(beamformed) = spectra.col(0);
   zeroWhatIsNotSound(beamformed);
 
   if (postfilterEnabled)
     postfilter.process(beamformed, enhanced);
   else
-    enhanced = beamformed;
+    whole(enhanced) = beamformed;
   channels.front().synthesizeFrame(enhanced, output);
 }
 

@@ -91,14 +91,14 @@ void BeamformerAdaptive::split(const Input& input) noexcept {
 }
 
 void BeamformerAdaptive::detectActivity() noexcept {
-  maxActivity_.setZero();
+  whole(maxActivity_).setZero();
   signalActive = false;
   for (std::size_t c = 0; c < estimators.size(); ++c) {
     const auto binPower = power_.col(static_cast<Eigen::Index>(c)).head(binCount);
     estimators[c].process(binPower, channelActivity_);
     const float noiseMean = estimators[c].noisePower.mean();
     if (noiseMean * powerRatioThreshold * thresholdScale < binPower.mean()) signalActive = true;
-    maxActivity_ = maxActivity_.max(channelActivity_);
+    whole(maxActivity_) = maxActivity_.max(channelActivity_);
   }
   const auto activeBins = (maxActivity_ > binActivityThreshold * thresholdScale).count();
   const float fraction = static_cast<float>(activeBins) / static_cast<float>(binCount);

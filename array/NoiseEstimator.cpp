@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "array/kernels/NoiseEstimation.h"
+#include "spectra/ArrayViews.h"
 
 namespace vellumic {
 namespace {
@@ -73,8 +74,8 @@ const Eigen::ArrayXf& NoiseEstimator::update(const Eigen::ArrayXf& power,
                                              const Eigen::ArrayXf& previousClean) noexcept
     VELLUMIC_NONBLOCKING {
   if (resetPending) {
-    noiseUnbiased = power / biasCompensation_;
-    noiseBiased = noiseUnbiased;
+    whole(noiseUnbiased) = power / biasCompensation_;
+    whole(noiseBiased) = noiseUnbiased;
     resetPending = false;
   }
   const NoiseFrame frame{binCount(),       power.data(),         previousClean.data(),
@@ -88,8 +89,8 @@ const Eigen::ArrayXf& NoiseEstimator::update(const Eigen::ArrayXf& power,
                              biasCompensation_);
 
   history_->push(S, S2);
-  minimumS = history_->historyS.minimum();
-  minimumS2 = history_->historyS2.minimum();
+  whole(minimumS) = history_->historyS.minimum();
+  whole(minimumS2) = history_->historyS2.minimum();
   return noiseBiased;
 }
 

@@ -14,8 +14,8 @@ constexpr float startMinimum = 1.0F;
 MinimumWindow::MinimumWindow(int binCount, int windowFrames)
     : columns_(Eigen::ArrayXXf::Constant(binCount, 2 * windowFrames, startMinimum)) {}
 
-void MinimumWindow::replace(int column, const Eigen::Ref<const Eigen::ArrayXf>& values) noexcept
-    VELLUMIC_NONBLOCKING {
+void MinimumWindow::replace(int column,
+                            const ConstView<Eigen::ArrayXf>& values) noexcept VELLUMIC_NONBLOCKING {
   Eigen::Index node = columns_.cols() / 2 + column;
   columns_.col(node) = values;
   for (node /= 2; node >= 1; node /= 2)
@@ -29,8 +29,8 @@ NoiseHistory::NoiseHistory(int bins, int frames)
       historyS(bins, windowFrames),
       historyS2(bins, windowFrames) {}
 
-void NoiseHistory::push(const Eigen::Ref<const Eigen::ArrayXf>& s,
-                        const Eigen::Ref<const Eigen::ArrayXf>& s2) noexcept VELLUMIC_NONBLOCKING {
+void NoiseHistory::push(const ConstView<Eigen::ArrayXf>& s,
+                        const ConstView<Eigen::ArrayXf>& s2) noexcept VELLUMIC_NONBLOCKING {
   historyS.replace(column, s);
   historyS2.replace(column, s2);
   if (++column == windowFrames) column = 0;

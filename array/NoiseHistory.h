@@ -10,6 +10,7 @@
 #include <Eigen/Core>
 
 #include "platform/Realtime.h"
+#include "spectra/ArrayViews.h"
 
 namespace vellumic {
 
@@ -19,10 +20,9 @@ class MinimumWindow {
  public:
   MinimumWindow(int binCount, int windowFrames);  // filled with 1.0
 
-  void replace(int column,
-               const Eigen::Ref<const Eigen::ArrayXf>& values) noexcept VELLUMIC_NONBLOCKING;
+  void replace(int column, const ConstView<Eigen::ArrayXf>& values) noexcept VELLUMIC_NONBLOCKING;
   auto minimum() const noexcept { return columns_.col(1); }
-  void fill(float value) noexcept { columns_ = value; }
+  void fill(float value) noexcept { whole(columns_) = value; }
 
  private:
   Eigen::ArrayXXf columns_;
@@ -31,8 +31,8 @@ class MinimumWindow {
 struct NoiseHistory {
   NoiseHistory(int binCount, int windowFrames);
 
-  void push(const Eigen::Ref<const Eigen::ArrayXf>& s,
-            const Eigen::Ref<const Eigen::ArrayXf>& s2) noexcept VELLUMIC_NONBLOCKING;
+  void push(const ConstView<Eigen::ArrayXf>& s,
+            const ConstView<Eigen::ArrayXf>& s2) noexcept VELLUMIC_NONBLOCKING;
   void restart() noexcept VELLUMIC_NONBLOCKING;  // all 1.0 again; free if nothing was pushed yet
 
   int binCount;

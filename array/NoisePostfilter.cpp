@@ -18,7 +18,7 @@ void NoisePostfilter::setSize(int newSize) {
   power_.setZero(newSize + 1);
 }
 
-void NoisePostfilter::process(const Eigen::Ref<const Eigen::ArrayXcf>& input,
+void NoisePostfilter::process(const ConstView<Eigen::ArrayXcf>& input,
                               Eigen::Ref<Eigen::ArrayXcf> output) noexcept VELLUMIC_NONBLOCKING {
   const auto* in = reinterpret_cast<const float*>(input.data());
   const auto bins = static_cast<int>(power_.size());

@@ -8,6 +8,7 @@
 #include "array/NoiseEstimator.h"
 #include "array/SpectralGain.h"
 #include "platform/Realtime.h"
+#include "spectra/ArrayViews.h"
 
 namespace vellumic {
 
@@ -20,7 +21,7 @@ class NoisePostfilter {
   void setSize(int size);
 
   // input, output: size + 1 bins; may be the same.
-  void process(const Eigen::Ref<const Eigen::ArrayXcf>& input,
+  void process(const ConstView<Eigen::ArrayXcf>& input,
                Eigen::Ref<Eigen::ArrayXcf> output) noexcept VELLUMIC_NONBLOCKING;
 
   // The next frame's noise is that frame's power, the history restarts.

@@ -9,8 +9,8 @@ namespace vellumic {
 namespace {
 
 template <class Matrix>
-void solve(const Eigen::Ref<const Eigen::MatrixXcf>& signal,
-           const Eigen::Ref<const Eigen::MatrixXcf>& noise, Eigen::Ref<Eigen::VectorXcf> weights) {
+void solve(const ConstView<Eigen::MatrixXcf>& signal, const ConstView<Eigen::MatrixXcf>& noise,
+           Eigen::Ref<Eigen::VectorXcf> weights) {
   const Eigen::Index count = signal.rows();
   // A factor that fails midway is used as it is: for nearly equal microphones the rest then has
   // little weight, and the scale stays right because it follows from this very factor.
@@ -34,16 +34,18 @@ void solve(const Eigen::Ref<const Eigen::MatrixXcf>& signal,
 
 }  // namespace
 
-void solvePrincipalComponent(const Eigen::Ref<const Eigen::MatrixXcf>& signal,
-                             const Eigen::Ref<const Eigen::MatrixXcf>& noise,
+void solvePrincipalComponent(const ConstView<Eigen::MatrixXcf>& signal,
+                             const ConstView<Eigen::MatrixXcf>& noise,
                              Eigen::Ref<Eigen::VectorXcf> weights) noexcept VELLUMIC_NONBLOCKING {
   constexpr int most = maxMicrophonesWithoutAllocation;
   using InPlace = Eigen::Matrix<std::complex<float>, Eigen::Dynamic, Eigen::Dynamic,
                                 Eigen::ColMajor, most, most>;
-  if (signal.rows() <= most)
-    solve<InPlace>(signal, noise, weights);
-  else
-    solve<Eigen::MatrixXcf>(signal, noise, weights);
+  vouchedFor([&] {  // up to `most` the matrices lie on the stack, sizes known to this call alone
+    if (signal.rows() <= most)
+      solve<InPlace>(signal, noise, weights);
+    else
+      solve<Eigen::MatrixXcf>(signal, noise, weights);
+  });
 }
 
 }  // namespace vellumic

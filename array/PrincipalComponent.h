@@ -12,6 +12,7 @@
 #include <Eigen/Core>
 
 #include "platform/Realtime.h"
+#include "spectra/ArrayViews.h"
 
 namespace vellumic {
 
@@ -21,8 +22,8 @@ inline constexpr int maxMicrophonesWithoutAllocation = 16;
 // signal, noise: C x C, only the lower triangles are read. weights: conj(g v), C values, so that a
 // plain product-sum with the microphones gives the component; NaN where the pair is not finite or
 // singular in its first element.
-void solvePrincipalComponent(const Eigen::Ref<const Eigen::MatrixXcf>& signal,
-                             const Eigen::Ref<const Eigen::MatrixXcf>& noise,
+void solvePrincipalComponent(const ConstView<Eigen::MatrixXcf>& signal,
+                             const ConstView<Eigen::MatrixXcf>& noise,
                              Eigen::Ref<Eigen::VectorXcf> weights) noexcept VELLUMIC_NONBLOCKING;
 
 }  // namespace vellumic

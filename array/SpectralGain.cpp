@@ -5,6 +5,7 @@
 #include <numbers>
 
 #include "array/kernels/Gain.h"
+#include "spectra/ArrayViews.h"
 
 namespace vellumic {
 namespace {
@@ -54,7 +55,7 @@ const Eigen::ArrayXf& SpectralGain::compute(
 
 float SpectralGain::shape() noexcept {
   const float energy = meanSquare(pass_);
-  bins_ = pass_.cast<std::complex<float>>();
+  whole(bins_) = pass_.cast<std::complex<float>>();
   fft_.inverse(bins_.data(), impulse_.data());
   const Eigen::Index half = impulse_.size() / 2;  // the peak is at 0, the window's is in its middle
   impulse_.head(half) *= window.tail(half);

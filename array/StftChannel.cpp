@@ -47,15 +47,15 @@ bool StftChannel::initChannel() {
   return true;
 }
 
-void StftChannel::analyzeFrame(const Eigen::Ref<const Eigen::ArrayXf>& samples,
+void StftChannel::analyzeFrame(const ConstView<Eigen::ArrayXf>& samples,
                                Eigen::Ref<Eigen::ArrayXcf> spectrum) noexcept VELLUMIC_NONBLOCKING {
   moveLeft(inputBuffer, hopSize);
   inputBuffer.tail(hopSize) = samples.head(hopSize);
-  timeBuffer = inputBuffer * analysisWindow;
+  whole(timeBuffer) = inputBuffer * analysisWindow;
   fft.forward(timeBuffer.data(), spectrum.data());
 }
 
-void StftChannel::synthesizeFrame(const Eigen::Ref<const Eigen::ArrayXcf>& spectrum,
+void StftChannel::synthesizeFrame(const ConstView<Eigen::ArrayXcf>& spectrum,
                                   Eigen::Ref<Eigen::ArrayXf> samples) noexcept
     VELLUMIC_NONBLOCKING {
   fft.inverse(spectrum.data(), timeBuffer.data());

@@ -12,6 +12,7 @@
 #include <cstdint>
 
 #include "platform/Realtime.h"
+#include "spectra/ArrayViews.h"
 #include "spectra/Fft.h"
 
 namespace vellumic {
@@ -26,11 +27,11 @@ struct StftChannel {
   bool initChannel();
 
   // samples: hopSize new ones. spectrum: binCount bins of the frame that ends with them, unscaled.
-  void analyzeFrame(const Eigen::Ref<const Eigen::ArrayXf>& samples,
+  void analyzeFrame(const ConstView<Eigen::ArrayXf>& samples,
                     Eigen::Ref<Eigen::ArrayXcf> spectrum) noexcept VELLUMIC_NONBLOCKING;
 
   // spectrum: binCount bins. samples: the next hopSize finished ones.
-  void synthesizeFrame(const Eigen::Ref<const Eigen::ArrayXcf>& spectrum,
+  void synthesizeFrame(const ConstView<Eigen::ArrayXcf>& spectrum,
                        Eigen::Ref<Eigen::ArrayXf> samples) noexcept VELLUMIC_NONBLOCKING;
 
   std::int32_t frameSize = 512;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "echo/kernels/CorrelationKernels.h"
+#include "spectra/ArrayViews.h"
 
 namespace vellumic {
 
@@ -37,8 +38,8 @@ void DelayEstimator::rebuild() {
 }
 
 void DelayEstimator::clear() noexcept {
-  referenceHistory_.setZero();
-  micHistory_.setZero();
+  whole(referenceHistory_).setZero();
+  whole(micHistory_).setZero();
 }
 
 void DelayEstimator::reset() noexcept VELLUMIC_NONBLOCKING {

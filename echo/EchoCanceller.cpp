@@ -32,7 +32,7 @@ void EchoCanceller::size() {
 }
 
 void EchoCanceller::setup() noexcept VELLUMIC_NONBLOCKING {
-  size();  // every array has its size already: this only fills them
+  vouchedFor([this] { size(); });  // every array has its size already: this only fills them
   startedOver_ = true;
 }
 

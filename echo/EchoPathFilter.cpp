@@ -11,7 +11,8 @@ void EchoPathFilter::setup(int blockLength) {
   processNoise.setZero(bins);
 }
 
-void EchoPathFilter::updateFilter(const Observation& observed, Workspace work) noexcept {
+void EchoPathFilter::updateFilter(const Observation& observed,
+                                  Workspace work) noexcept VELLUMIC_NONBLOCKING {
   const auto bins = static_cast<int>(weights.size());
   kalmanKernels().adapt({.decorrelated = observed.decorrelated.planes(),
                          .error = observed.error.planes(),

@@ -19,6 +19,7 @@
 #include <Eigen/Core>
 
 #include "echo/SplitSpectrum.h"
+#include "platform/Realtime.h"
 #include "spectra/Fft.h"
 
 namespace vellumic {
@@ -46,7 +47,7 @@ class EchoPathFilter {
     SplitSpectrum& update;  // U
     Eigen::ArrayXf& frame;  // 2 * blockLength
   };
-  void updateFilter(const Observation& observed, Workspace work) noexcept;
+  void updateFilter(const Observation& observed, Workspace work) noexcept VELLUMIC_NONBLOCKING;
 };
 
 }  // namespace vellumic

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "echo/kernels/ReferenceKernels.h"
+#include "spectra/ArrayViews.h"
 
 namespace vellumic {
 
@@ -41,7 +42,7 @@ void ReferenceSpectra::advance(std::span<const float> reference0,
   for (std::size_t r = 0; r < 2; ++r) {
     previous_[r].swap(current_[r]);
     const float* samples = r == 0 ? reference0.data() : reference1.data();
-    current_[r] = Eigen::Map<const Eigen::ArrayXf>(samples, blockLength_);
+    whole(current_[r]) = Eigen::Map<const Eigen::ArrayXf>(samples, blockLength_);
   }
   atStart_ = !std::exchange(started_, true);
   transform(true, present_);
@@ -74,7 +75,7 @@ void ReferenceSpectra::transform(bool past, ReferenceBlock& block) noexcept {
   const int half = blockLength_ / 2;
   for (std::size_t pass = 0; pass < 2; ++pass) {
     if (pass == 1)
-      sumFrame_ = current_[0] + current_[1];
+      whole(sumFrame_) = current_[0] + current_[1];
     else if (past)
       sumFrame_ << previous_[0].tail(half) + previous_[1].tail(half),
           current_[0].head(half) + current_[1].head(half);

@@ -16,7 +16,7 @@ void ReferenceStatistics::setup(Eigen::Index bins) {
 
 void ReferenceStatistics::update(const std::array<SplitSpectrum, 2>& spectrum,
                                  const EchoCancellerSettings& settings,
-                                 DecorrelatedReferences& result) noexcept {
+                                 DecorrelatedReferences& result) noexcept VELLUMIC_NONBLOCKING {
   referenceKernels().update({.spectrum0 = spectrum[0].planes(),
                              .spectrum1 = spectrum[1].planes(),
                              .pole = settings.powerSmoothing,

@@ -15,6 +15,7 @@
 
 #include "echo/SplitSpectrum.h"
 #include "parameters/StageSettings.h"
+#include "platform/Realtime.h"
 
 namespace vellumic {
 
@@ -35,7 +36,7 @@ struct ReferenceStatistics {
 
   // One block further.
   void update(const std::array<SplitSpectrum, 2>& spectrum, const EchoCancellerSettings& settings,
-              DecorrelatedReferences& result) noexcept;
+              DecorrelatedReferences& result) noexcept VELLUMIC_NONBLOCKING;
 };
 
 }  // namespace vellumic

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "echo/kernels/SuppressorKernels.h"
+#include "spectra/ArrayViews.h"
 
 namespace vellumic {
 
@@ -19,14 +20,14 @@ void ResidualSuppressor::setup(int blockLength) {
   fft_.prepare(blockLength);
 }
 
-void ResidualSuppressor::suppressResidual(const Input& input,
-                                          const EchoCancellerSettings& settings) noexcept {
+void ResidualSuppressor::suppressResidual(
+    const Input& input, const EchoCancellerSettings& settings) noexcept VELLUMIC_NONBLOCKING {
   const int half = blockLength_ / 2;
   for (std::size_t pass = 0; pass < 2; ++pass) {
     if (pass == 0)
       errorFrame_ << input.previousError.tail(half), input.error.head(half);
     else
-      errorFrame_ = input.error;
+      whole(errorFrame_) = input.error;
     errorFrame_ *= analysisWindow_;
     suppressFrame(input.reference.sumMagnitude[pass], input, settings);
     cleanBlock.segment(pass == 0 ? 0 : half, half) =
@@ -55,7 +56,7 @@ void ResidualSuppressor::suppressFrame(const Eigen::ArrayXf& reference, const In
   errorBins_.toSamples(fft_, suppressedFrame_.data());
 }
 
-bool ResidualSuppressor::isFinite() const noexcept {
+bool ResidualSuppressor::isFinite() const noexcept VELLUMIC_NONBLOCKING {
   return std::isfinite(cleanBlock.square().sum() + referenceMagnitude.sum() + longTermLevel);
 }
 

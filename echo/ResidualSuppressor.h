@@ -17,6 +17,7 @@
 
 #include "echo/ReferenceSpectra.h"
 #include "parameters/StageSettings.h"
+#include "platform/Realtime.h"
 #include "spectra/Fft.h"
 
 namespace vellumic {
@@ -39,9 +40,10 @@ class ResidualSuppressor {
     float blockEnergy;     // sum of squares of the microphone block
     float meanNoisePower;  // measurement noise of the canceller, mean over bins
   };
-  void suppressResidual(const Input& input, const EchoCancellerSettings& settings) noexcept;
+  void suppressResidual(const Input& input,
+                        const EchoCancellerSettings& settings) noexcept VELLUMIC_NONBLOCKING;
 
-  bool isFinite() const noexcept;
+  bool isFinite() const noexcept VELLUMIC_NONBLOCKING;
 
  private:
   static constexpr float greatestCoupling = 1000.0F;

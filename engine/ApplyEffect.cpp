@@ -78,12 +78,13 @@ VELLUMIC_RT_CODE void applySide(FrameEngine& engine, const FadeSide& side) noexc
 }  // namespace
 
 VELLUMIC_RT_CODE void applyEffect(FrameEngine& engine, const FrameRun& run, ConstImageView image,
-                                  ConstMaskView mask) noexcept {
+                                  ConstMaskView mask) noexcept VELLUMIC_NONBLOCKING {
   applySet(engine, run, image, mask, engine.runsPipeline);
 }
 
 VELLUMIC_RT_CODE std::size_t runWidth(const FrameEngine& engine, ConstImageView image,
-                                      ConstMaskView mask, std::uint32_t channels) noexcept {
+                                      ConstMaskView mask,
+                                      std::uint32_t channels) noexcept VELLUMIC_NONBLOCKING {
   const std::size_t even = (std::size_t{channels} + 1) / 2 * 2;
   std::size_t needed = 2 * engine.equalizer.pairs().size();
   if (isArrayMode(image, mask)) {
@@ -94,11 +95,11 @@ VELLUMIC_RT_CODE std::size_t runWidth(const FrameEngine& engine, ConstImageView 
 }
 
 VELLUMIC_RT_CODE FadeSide outgoingSide(FrameEngine& engine, ConstImageView image,
-                                       ConstMaskView mask) noexcept {
+                                       ConstMaskView mask) noexcept VELLUMIC_NONBLOCKING {
   return {engine.frame.data(), image, mask, engine.runsPipeline && isArrayMode(image, mask)};
 }
 
-VELLUMIC_RT_CODE FadeSide incomingSide(FrameEngine& engine) noexcept {
+VELLUMIC_RT_CODE FadeSide incomingSide(FrameEngine& engine) noexcept VELLUMIC_NONBLOCKING {
   const ConstImageView image(engine.nextImage);
   const ConstMaskView mask(engine.nextMask);
   return {engine.fadeFrame.data(), image, mask,
@@ -106,7 +107,8 @@ VELLUMIC_RT_CODE FadeSide incomingSide(FrameEngine& engine) noexcept {
 }
 
 VELLUMIC_RT_CODE void applyEffects(FrameEngine& engine, const FadeSide& outgoing,
-                                   const FadeSide& incoming, float weight) noexcept {
+                                   const FadeSide& incoming,
+                                   float weight) noexcept VELLUMIC_NONBLOCKING {
   if (!outgoing.runsPipeline || !incoming.runsPipeline) {
     applySide(engine, outgoing);
     applySide(engine, incoming);

@@ -76,7 +76,7 @@ std::uint32_t markEffects(std::uint32_t flags, ImageView image) noexcept {
 
 }  // namespace
 
-VELLUMIC_RT_CODE void buildMask(ConstImageView image, MaskView mask) noexcept {
+VELLUMIC_RT_CODE void buildMask(ConstImageView image, MaskView mask) noexcept VELLUMIC_NONBLOCKING {
   for (std::size_t i = 0; i < imageSize; ++i) mask.at(i) = image.at(i) != 0.0F ? 1 : 0;
 }
 

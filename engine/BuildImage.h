@@ -12,6 +12,7 @@
 #include "engine/ProcessingMode.h"
 #include "parameters/Image.h"
 #include "parameters/Raw.h"
+#include "platform/Realtime.h"
 
 namespace vellumic {
 
@@ -31,6 +32,6 @@ std::uint32_t buildImage(FrameEngine& engine, std::span<float, rawCount> raw, Im
                          MaskView mask, ProcessingMode processingMode, EffectMode effectMode);
 
 // mask[i] = image[i] is not 0, for all entries.
-void buildMask(ConstImageView image, MaskView mask) noexcept;
+void buildMask(ConstImageView image, MaskView mask) noexcept VELLUMIC_NONBLOCKING;
 
 }  // namespace vellumic

@@ -9,7 +9,8 @@ constexpr float idle = 0.0F, hold = -1.0F, ramp = 1.0F;
 
 }  // namespace
 
-VELLUMIC_RT_CODE void stepFade(FadeView fade, ConstImageView image, ConstMaskView mask) noexcept {
+VELLUMIC_RT_CODE void stepFade(FadeView fade, ConstImageView image,
+                               ConstMaskView mask) noexcept VELLUMIC_NONBLOCKING {
   if (mask[Entry::fadeRequested] == 0) {
     fade[Fade::counter] = 0.0F;
     fade[Fade::phase] = idle;
@@ -43,16 +44,16 @@ VELLUMIC_RT_CODE void stepFade(FadeView fade, ConstImageView image, ConstMaskVie
 }
 
 VELLUMIC_RT_CODE void stepFade(FadeView fade, ConstImageView image, ConstMaskView mask,
-                               std::size_t frames) noexcept {
+                               std::size_t frames) noexcept VELLUMIC_NONBLOCKING {
   const bool repeats = mask[Entry::fadeRequested] != 0;
   for (std::size_t n = 0; n < (repeats ? frames : 1); ++n) stepFade(fade, image, mask);
 }
 
-VELLUMIC_RT_CODE bool changeUnderWay(FadeView fade) noexcept {
+VELLUMIC_RT_CODE bool changeUnderWay(FadeView fade) noexcept VELLUMIC_NONBLOCKING {
   return fade[Fade::phase] != idle || fade[Fade::done] != 0.0F;
 }
 
-VELLUMIC_RT_CODE void endFade(FadeView fade) noexcept {
+VELLUMIC_RT_CODE void endFade(FadeView fade) noexcept VELLUMIC_NONBLOCKING {
   for (const Fade entry : {Fade::phase, Fade::weight, Fade::done, Fade::cleared})
     fade[entry] = 0.0F;
 }

@@ -30,7 +30,7 @@ VELLUMIC_RT_CODE void copyFrames(const float* from, std::size_t fromWidth, float
 }  // namespace
 
 VELLUMIC_RT_CODE void forwardFrames(FrameEngine& engine, const FrameStream& stream,
-                                    const ParameterSet& set) noexcept {
+                                    const ParameterSet& set) noexcept VELLUMIC_NONBLOCKING {
   const std::size_t width = runWidth(engine, set.image, set.mask, stream.inputChannels);
   const float* input = stream.input;
   float* output = stream.output;
@@ -47,7 +47,7 @@ VELLUMIC_RT_CODE void forwardFrames(FrameEngine& engine, const FrameStream& stre
 }
 
 VELLUMIC_RT_CODE void fadeFrames(FrameEngine& engine, const FrameStream& stream,
-                                 const ParameterSet& set) noexcept {
+                                 const ParameterSet& set) noexcept VELLUMIC_NONBLOCKING {
   const FadeSide outgoing = outgoingSide(engine, set.image, set.mask);
   const FadeSide incoming = incomingSide(engine);
   const bool byPosition = outgoing.runsPipeline || incoming.runsPipeline;
@@ -76,7 +76,7 @@ VELLUMIC_RT_CODE void fadeFrames(FrameEngine& engine, const FrameStream& stream,
 }
 
 VELLUMIC_RT_CODE void passThroughFrames(FrameEngine& engine, const FrameStream& stream,
-                                        ConstMaskView mask) noexcept {
+                                        ConstMaskView mask) noexcept VELLUMIC_NONBLOCKING {
   const float* input = stream.input;
   float* output = stream.output;
   for (std::uint32_t n = 0; n < stream.frames; ++n) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "parameters/Image.h"
+#include "platform/Realtime.h"
 
 namespace vellumic {
 
@@ -28,15 +29,17 @@ struct ParameterSet {
 // The usual path: channels go to slots by position, so that streams without speaker positions work.
 // Upper slots are dropped when the output is narrower and silent when it is wider.
 void forwardFrames(FrameEngine& engine, const FrameStream& stream,
-                   const ParameterSet& set) noexcept;
+                   const ParameterSet& set) noexcept VELLUMIC_NONBLOCKING;
 
 // Both sets on the same frame, mixed by the fade's weight. When either runs the pipeline, channels
 // travel by position as above. Otherwise by speaker: only the front pair, as the image's marks of
 // other speakers are always 0 after a lock; output positions of other speakers keep what the
 // buffer held.
-void fadeFrames(FrameEngine& engine, const FrameStream& stream, const ParameterSet& set) noexcept;
+void fadeFrames(FrameEngine& engine, const FrameStream& stream,
+                const ParameterSet& set) noexcept VELLUMIC_NONBLOCKING;
 
 // No effect; channels travel by speaker.
-void passThroughFrames(FrameEngine& engine, const FrameStream& stream, ConstMaskView mask) noexcept;
+void passThroughFrames(FrameEngine& engine, const FrameStream& stream,
+                       ConstMaskView mask) noexcept VELLUMIC_NONBLOCKING;
 
 }  // namespace vellumic

@@ -48,24 +48,25 @@ VELLUMIC_RT_CODE float mixed(float sample, float next, float weight) noexcept {
 }  // namespace
 
 VELLUMIC_RT_CODE void readPositions(const float* input, std::uint32_t channels,
-                                    float* slots) noexcept {
+                                    float* slots) noexcept VELLUMIC_NONBLOCKING {
   std::copy_n(input, std::min<std::uint32_t>(channels, slotCount), slots);
 }
 
 VELLUMIC_RT_CODE void writePositions(const float* slots, std::uint32_t channels,
-                                     float* output) noexcept {
+                                     float* output) noexcept VELLUMIC_NONBLOCKING {
   const std::uint32_t written = std::min<std::uint32_t>(channels, slotCount);
   std::copy_n(slots, written, output);
   std::fill_n(output + written, channels - written, 0.0F);
 }
 
-VELLUMIC_RT_CODE void mixPositions(float* slots, const float* nextSlots, float weight) noexcept {
+VELLUMIC_RT_CODE void mixPositions(float* slots, const float* nextSlots,
+                                   float weight) noexcept VELLUMIC_NONBLOCKING {
   for (int slot = 0; slot < slotCount; ++slot)
     slots[slot] = mixed(slots[slot], nextSlots[slot], weight);
 }
 
 VELLUMIC_RT_CODE void readSpeakers(const float* input, const SlotMap& map, ConstMaskView mask,
-                                   float* slots) noexcept {
+                                   float* slots) noexcept VELLUMIC_NONBLOCKING {
   for (const std::size_t slot : frontPair) readSlot(input, map, slot, slots);
   if (mask[Entry::extraSpeakers] == 0) return;
   for (const auto& [slot, mark] : inputMarks)
@@ -73,7 +74,7 @@ VELLUMIC_RT_CODE void readSpeakers(const float* input, const SlotMap& map, Const
 }
 
 VELLUMIC_RT_CODE void writeSpeakers(const float* slots, const SlotMap& map, ConstMaskView mask,
-                                    float* output) noexcept {
+                                    float* output) noexcept VELLUMIC_NONBLOCKING {
   for (const std::size_t slot : frontPair) writeSlot(slots, map, slot, output);
   if (mask[Entry::extraSpeakers] == 0) return;
   for (const auto& [slot, mark] : outputMarks)
@@ -81,7 +82,7 @@ VELLUMIC_RT_CODE void writeSpeakers(const float* slots, const SlotMap& map, Cons
 }
 
 VELLUMIC_RT_CODE void mixSpeakers(float* slots, const float* nextSlots, float weight,
-                                  ConstMaskView mask) noexcept {
+                                  ConstMaskView mask) noexcept VELLUMIC_NONBLOCKING {
   const auto mix = [&](std::size_t slot) {
     slots[slot] = mixed(slots[slot], nextSlots[slot], weight);
   };

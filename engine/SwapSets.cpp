@@ -10,7 +10,7 @@ namespace vellumic {
 
 VELLUMIC_RT_CODE void swapSets(FrameEngine& engine, float** fadeSlot, float** imageSlot,
                                std::uint8_t** maskSlot, void** reservedSlot,
-                               std::uint8_t& toggle) noexcept {
+                               std::uint8_t& toggle) noexcept VELLUMIC_NONBLOCKING {
   if (fadeSlot != nullptr) std::swap(*fadeSlot, engine.nextFadeState);
   if (imageSlot != nullptr) {
     storeVolumes(engine.nextImage, loadVolumes(*imageSlot));
@@ -21,7 +21,7 @@ VELLUMIC_RT_CODE void swapSets(FrameEngine& engine, float** fadeSlot, float** im
   toggle = toggle == 0 ? 1 : 0;
 }
 
-VELLUMIC_RT_CODE void rebuildNextMask(FrameEngine& engine) noexcept {
+VELLUMIC_RT_CODE void rebuildNextMask(FrameEngine& engine) noexcept VELLUMIC_NONBLOCKING {
   buildMask(ConstImageView(engine.nextImage), MaskView(engine.nextMask));
   engine.equalizer.reset();
 }

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#include "platform/Realtime.h"
+
 namespace vellumic {
 
 class FrameEngine;
@@ -11,9 +13,9 @@ class FrameEngine;
 // `toggle`. The endpoint volumes of the image that the slot held are copied into the image that
 // leaves the engine, so that the newest volumes survive both exchanges of a fade.
 void swapSets(FrameEngine& engine, float** fadeSlot, float** imageSlot, std::uint8_t** maskSlot,
-              void** reservedSlot, std::uint8_t& toggle) noexcept;
+              void** reservedSlot, std::uint8_t& toggle) noexcept VELLUMIC_NONBLOCKING;
 
 // Mask of the engine's incoming image; the equaliser's memories start from zero.
-void rebuildNextMask(FrameEngine& engine) noexcept;
+void rebuildNextMask(FrameEngine& engine) noexcept VELLUMIC_NONBLOCKING;
 
 }  // namespace vellumic

@@ -17,7 +17,7 @@ VELLUMIC_RT_CODE void store(float& entry, float value) noexcept {
 
 }  // namespace
 
-VELLUMIC_RT_CODE Volumes loadVolumes(const float* image) noexcept {
+VELLUMIC_RT_CODE Volumes loadVolumes(const float* image) noexcept VELLUMIC_NONBLOCKING {
   const ConstImageView view(image);
   return {load(view[Entry::volumeMaster]), load(view[Entry::volumeFirst]),
           load(view[Entry::volumeSecond])};
@@ -27,7 +27,7 @@ VELLUMIC_RT_CODE void storeMasterVolume(float* image, float master) noexcept {
   store(ImageView(image)[Entry::volumeMaster], master);
 }
 
-VELLUMIC_RT_CODE void storeVolumes(float* image, Volumes volumes) noexcept {
+VELLUMIC_RT_CODE void storeVolumes(float* image, Volumes volumes) noexcept VELLUMIC_NONBLOCKING {
   const ImageView view(image);
   store(view[Entry::volumeMaster], volumes.master);
   store(view[Entry::volumeFirst], volumes.first);

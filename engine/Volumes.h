@@ -3,6 +3,7 @@
 #pragma once
 
 #include "parameters/Image.h"
+#include "platform/Realtime.h"
 
 namespace vellumic {
 
@@ -10,8 +11,8 @@ struct Volumes {  // linear; 0 is muted
   float master = 1.0F, first = 0.0F, second = 0.0F;
 };
 
-Volumes loadVolumes(const float* image) noexcept;
-void storeVolumes(float* image, Volumes volumes) noexcept;
+Volumes loadVolumes(const float* image) noexcept VELLUMIC_NONBLOCKING;
+void storeVolumes(float* image, Volumes volumes) noexcept VELLUMIC_NONBLOCKING;
 void storeMasterVolume(float* image, float master) noexcept;
 
 }  // namespace vellumic

@@ -15,8 +15,7 @@ namespace avx2 = base;
 #endif
 
 const EqualizerKernels& equalizerKernels() noexcept VELLUMIC_NONBLOCKING {
-  static constexpr KernelTable<EqualizerKernels> table{
-      {&base::equalizerTable, &avx2::equalizerTable}};
+  constexpr KernelTable<EqualizerKernels> table{{&base::equalizerTable, &avx2::equalizerTable}};
   return table.chosen();
 }
 

@@ -107,7 +107,8 @@ void ArrayPipeline::sendOutput(int first, int count) noexcept {
   auto rows = block_->outputBlock.middleRows(writeIndex_, count);
   if (levelControl_.levelControlEnabled) {
     const auto samples = std::span(rows.data(), static_cast<std::size_t>(count));
-    std::ranges::transform(samples, samples.begin(), soundSample);
+    std::ranges::transform(samples, samples.begin(),
+                           [](float sample) { return soundSample(sample); });
     levelControl_.process(samples);
     for (Eigen::Index c = 1; c < rows.cols(); ++c) rows.col(c) = rows.col(0);
   }

@@ -5,6 +5,7 @@
 #include "array/ArrayNoiseProcessing.h"
 #include "frontend/ArrayPipeline.h"
 #include "frontend/BankPair.h"
+#include "spectra/ArrayViews.h"
 
 namespace vellumic {
 namespace {
@@ -76,7 +77,7 @@ void ArrayPipeline::processBlock() noexcept {
   probe_.residualEnergy = meanSquareOfFirst(block.micBlock);
   probe_.referenceEnergy = block.referenceMatrix.rowwise().sum().square().mean();
   noteEchoState();
-  block.outputBlock = block.micBlock;
+  whole(block.outputBlock) = block.micBlock;
 }
 
 // The same two sections run over the block again and again, with their memories carried along. A

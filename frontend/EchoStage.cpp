@@ -66,7 +66,7 @@ bool EchoStage::takeReferences(BlockPart& block) noexcept {
   for (std::size_t r = 0; r < 2; ++r)
     std::ranges::transform(block.referenceBlock[r],
                            block.referenceMatrix.col(static_cast<Eigen::Index>(r)).begin(),
-                           soundSample);
+                           [](float sample) { return soundSample(sample); });
   return fresh;
 }
 

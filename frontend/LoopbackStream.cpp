@@ -27,7 +27,7 @@ LoopbackStream::LoopbackStream(std::unique_ptr<PacketSource> source, double targ
 
 LoopbackStream::~LoopbackStream() { source_->stop(); }
 
-LoopbackStream::Outcome LoopbackStream::take(bool keep) noexcept {
+LoopbackStream::Outcome LoopbackStream::take(bool keep) noexcept VELLUMIC_NONBLOCKING {
   std::optional<std::uint32_t> size = source_->nextPacketSize();
   if (!size) return {Packets::none, true};
   if (*size == 0) return {Packets::none, false};

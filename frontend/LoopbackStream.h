@@ -53,7 +53,7 @@ class LoopbackStream {
   static constexpr int maxOutput = 5000;          // samples per packet
   static constexpr int patience = 3;              // failed packets in a row
 
-  Outcome take(bool keep) noexcept;
+  Outcome take(bool keep) noexcept VELLUMIC_NONBLOCKING;
   void accept(const Packet& packet) noexcept;
   int resample(const Packet& packet, int channel) noexcept;
   void push(int count) noexcept;

@@ -42,7 +42,7 @@ void runTogether(BiquadSection* sections, std::vector<float>* arrays, int first,
 }  // namespace
 
 void runHighPass(std::span<BiquadSection> sections, ChannelArrays& samples, int first,
-                 int count) noexcept {
+                 int count) noexcept VELLUMIC_NONBLOCKING {
   std::size_t c = 0;
   for (; c + 4 <= sections.size(); c += 4) runTogether<4>(&sections[c], &samples[c], first, count);
   for (; c + 2 <= sections.size(); c += 2) runTogether<2>(&sections[c], &samples[c], first, count);

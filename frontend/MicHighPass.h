@@ -5,6 +5,7 @@
 
 #include "filters/BiquadSection.h"
 #include "frontend/SampleRing.h"
+#include "platform/Realtime.h"
 
 namespace vellumic {
 
@@ -21,6 +22,6 @@ inline BiquadCoefficients designMicHighPass(int sampleRate) noexcept {
 // design. Far below an internal rate of 300 Hz that is unstable: a section whose output is not
 // sound starts over. Real-time.
 void runHighPass(std::span<BiquadSection> sections, ChannelArrays& samples, int first,
-                 int count) noexcept;
+                 int count) noexcept VELLUMIC_NONBLOCKING;
 
 }  // namespace vellumic

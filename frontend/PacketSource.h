@@ -9,6 +9,8 @@
 #include <memory>
 #include <optional>
 
+#include "platform/Realtime.h"
+
 namespace vellumic {
 
 struct MixFormat {
@@ -33,9 +35,10 @@ class PacketSource {
   virtual void stop() noexcept = 0;   // before destruction
 
   // Frames of the next packet, 0 if none waits, nothing when the device has failed.
-  virtual std::optional<std::uint32_t> nextPacketSize() noexcept = 0;
-  virtual bool get(Packet& packet) noexcept = 0;  // on false there is nothing to release
-  virtual void release(std::uint32_t frames) noexcept = 0;
+  virtual std::optional<std::uint32_t> nextPacketSize() noexcept VELLUMIC_NONBLOCKING = 0;
+  virtual bool get(Packet& packet) noexcept
+      VELLUMIC_NONBLOCKING = 0;  // on false there is nothing to release
+  virtual void release(std::uint32_t frames) noexcept VELLUMIC_NONBLOCKING = 0;
 };
 
 // How a LoopbackSource gets its packets.

@@ -102,7 +102,7 @@ void SampleRing::clear() noexcept VELLUMIC_NONBLOCKING {
   for (auto& channel : data_) std::fill(channel.begin(), channel.end(), 0.0F);
 }
 
-int SampleRing::available() const noexcept {
+int SampleRing::available() const noexcept VELLUMIC_NONBLOCKING {
   const int distance = writeIndex_ - readIndex_;
   return distance < 0 ? distance + capacity_ : distance;
 }

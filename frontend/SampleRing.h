@@ -53,7 +53,7 @@ class SampleRing {
   // Zeroes all samples and leaves the indices.
   void clear() noexcept VELLUMIC_NONBLOCKING;
 
-  int available() const noexcept;
+  int available() const noexcept VELLUMIC_NONBLOCKING;
   int capacity() const noexcept { return capacity_; }
   int channels() const noexcept { return static_cast<int>(data_.size()); }
   int delay() const noexcept { return delay_; }

@@ -8,6 +8,7 @@
 #include <pthread.h>
 #endif
 
+// The real-time thread's try never waits, and its leaving wakes a waiting builder at most.
 #if defined(__has_feature)
 #if __has_feature(realtime_sanitizer)
 #include <sanitizer/rtsan_interface.h>
@@ -43,8 +44,10 @@ CriticalLock::CriticalLock() {
 }
 CriticalLock::~CriticalLock() { DeleteCriticalSection(native(storage_)); }
 void CriticalLock::enter() { EnterCriticalSection(native(storage_)); }
-bool CriticalLock::tryEnter() noexcept { return TryEnterCriticalSection(native(storage_)) != 0; }
-void CriticalLock::leave() noexcept { LeaveCriticalSection(native(storage_)); }
+bool CriticalLock::tryEnter() noexcept VELLUMIC_NONBLOCKING {
+  return TryEnterCriticalSection(native(storage_)) != 0;
+}
+void CriticalLock::leave() noexcept VELLUMIC_NONBLOCKING { LeaveCriticalSection(native(storage_)); }
 
 #else
 
@@ -59,14 +62,18 @@ CriticalLock::CriticalLock() {
 CriticalLock::~CriticalLock() { pthread_mutex_destroy(native(storage_)); }
 void CriticalLock::enter() { pthread_mutex_lock(native(storage_)); }
 
-bool CriticalLock::tryEnter() noexcept {
-  VELLUMIC_RTSAN_EXCEPT
-  return pthread_mutex_trylock(native(storage_)) == 0;
+bool CriticalLock::tryEnter() noexcept VELLUMIC_NONBLOCKING {
+  return vouchedFor([this] {
+    VELLUMIC_RTSAN_EXCEPT
+    return pthread_mutex_trylock(native(storage_)) == 0;
+  });
 }
 
-void CriticalLock::leave() noexcept {
-  VELLUMIC_RTSAN_EXCEPT
-  pthread_mutex_unlock(native(storage_));
+void CriticalLock::leave() noexcept VELLUMIC_NONBLOCKING {
+  vouchedFor([this] {
+    VELLUMIC_RTSAN_EXCEPT
+    pthread_mutex_unlock(native(storage_));
+  });
 }
 
 #endif

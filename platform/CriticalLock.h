@@ -9,6 +9,8 @@
 #include <array>
 #include <cstddef>
 
+#include "platform/Realtime.h"
+
 namespace vellumic {
 
 class CriticalLock {
@@ -19,8 +21,8 @@ class CriticalLock {
   CriticalLock& operator=(const CriticalLock&) = delete;
 
   void enter();
-  [[nodiscard]] bool tryEnter() noexcept;
-  void leave() noexcept;
+  [[nodiscard]] bool tryEnter() noexcept VELLUMIC_NONBLOCKING;
+  void leave() noexcept VELLUMIC_NONBLOCKING;
 
  private:
   // Room for either system's lock, so that no platform header is needed here.

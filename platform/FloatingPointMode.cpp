@@ -6,7 +6,7 @@
 
 namespace vellumic {
 
-void cutDenormals() noexcept {
+void cutDenormals() noexcept VELLUMIC_NONBLOCKING {
 #if defined(__SSE__) || defined(_M_X64)
   constexpr unsigned flushToZero = 1U << 15;
   constexpr unsigned denormalsAreZero = 1U << 6;

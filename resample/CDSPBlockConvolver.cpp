@@ -38,7 +38,7 @@ int CDSPBlockConvolver::maxOutputLength(int maxInput) const noexcept {
   return (maxInput * upFactor_ + downFactor_ - 1) / downFactor_;
 }
 
-void CDSPBlockConvolver::pace(std::span<int> counts) const noexcept {
+void CDSPBlockConvolver::pace(std::span<int> counts) const noexcept VELLUMIC_NONBLOCKING {
   int waiting = inputBranch_, late = latencyLeft_;
   for (int& count : counts) {
     int outputs = 0;
@@ -49,7 +49,7 @@ void CDSPBlockConvolver::pace(std::span<int> counts) const noexcept {
   }
 }
 
-void CDSPBlockConvolver::follow(const CDSPBlockConvolver& leader) noexcept {
+void CDSPBlockConvolver::follow(const CDSPBlockConvolver& leader) noexcept VELLUMIC_NONBLOCKING {
   for (auto values : {&CDSPBlockConvolver::incoming_, &CDSPBlockConvolver::previous_,
                       &CDSPBlockConvolver::spectra_, &CDSPBlockConvolver::block_})
     std::ranges::copy(leader.*values, (this->*values).begin());

@@ -15,6 +15,7 @@
 #include <memory>
 #include <vector>
 
+#include "platform/Realtime.h"
 #include "resample/CDSPFIRFilter.h"
 #include "resample/CDSPProcessor.h"
 #include "resample/CDSPRealFFTKeeper.h"
@@ -29,13 +30,13 @@ class CDSPBlockConvolver final : public CDSPProcessor {
 
   int inputBeforeOutput(int nextInput) const noexcept override;
   int maxOutputLength(int maxInput) const noexcept override;
-  void pace(std::span<int> counts) const noexcept override;
+  void pace(std::span<int> counts) const noexcept VELLUMIC_NONBLOCKING override;
   void clear() noexcept override;
   // Inputs after which nothing older has a part in what comes out, with a block to spare.
   int memory() const noexcept { return (filter_->blocks() + 4) * blockLength_ * downFactor_; }
   double ratio() const noexcept { return static_cast<double>(upFactor_) / downFactor_; }
   // Goes on as if it had had the input of `leader`, which runs the same filter.
-  void follow(const CDSPBlockConvolver& leader) noexcept;
+  void follow(const CDSPBlockConvolver& leader) noexcept VELLUMIC_NONBLOCKING;
   int process(const double* input, int count,
               const double*& output) noexcept VELLUMIC_NONBLOCKING override;
 

@@ -123,7 +123,8 @@ int CDSPFracInterpolator<taps, phases>::step(Place& place) const noexcept {
 }
 
 template <int taps, int phases>
-void CDSPFracInterpolator<taps, phases>::pace(std::span<int> counts) const noexcept {
+void CDSPFracInterpolator<taps, phases>::pace(std::span<int> counts) const noexcept
+    VELLUMIC_NONBLOCKING {
   Place place = place_;
   int ahead = fill_;
   for (int& count : counts) {
@@ -133,7 +134,8 @@ void CDSPFracInterpolator<taps, phases>::pace(std::span<int> counts) const noexc
 }
 
 template <int taps, int phases>
-void CDSPFracInterpolator<taps, phases>::follow(const CDSPFracInterpolator& leader) noexcept {
+void CDSPFracInterpolator<taps, phases>::follow(const CDSPFracInterpolator& leader) noexcept
+    VELLUMIC_NONBLOCKING {
   history_ = leader.history_;
   fill_ = leader.fill_;
   writePosition_ = leader.writePosition_;

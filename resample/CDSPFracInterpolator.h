@@ -10,6 +10,7 @@
 #include <array>
 #include <vector>
 
+#include "platform/Realtime.h"
 #include "resample/CDSPProcessor.h"
 
 namespace vellumic::resample {
@@ -28,10 +29,10 @@ class CDSPFracInterpolator final : public CDSPProcessor {
   double latencyFraction() const noexcept override { return 0.0; }
   int inputBeforeOutput(int nextInput) const noexcept override;
   int maxOutputLength(int maxInput) const noexcept override;
-  void pace(std::span<int> counts) const noexcept override;
+  void pace(std::span<int> counts) const noexcept VELLUMIC_NONBLOCKING override;
   void clear() noexcept override;
   // Goes on as if it had had the input of `leader`, which converts between the same rates.
-  void follow(const CDSPFracInterpolator& leader) noexcept;
+  void follow(const CDSPFracInterpolator& leader) noexcept VELLUMIC_NONBLOCKING;
   int process(const double* input, int count,
               const double*& output) noexcept VELLUMIC_NONBLOCKING override;
 

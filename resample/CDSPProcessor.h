@@ -25,7 +25,7 @@ class CDSPProcessor {
   virtual int maxOutputLength(int maxInput) const noexcept = 0;
   // When the outputs come: counts[n] samples that the n-th step of the next call brings become the
   // number that leave the stage with it.
-  virtual void pace(std::span<int> counts) const noexcept = 0;
+  virtual void pace(std::span<int> counts) const noexcept VELLUMIC_NONBLOCKING = 0;
   // Back to the state after construction.
   virtual void clear() noexcept = 0;
   // Takes count samples (0 up to the maxInput of the constructor), points output at the result and

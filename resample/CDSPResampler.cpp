@@ -130,13 +130,13 @@ int CDSPResampler<Interpolator>::maxOutputLength(int maxInput) const noexcept {
 }
 
 template <class Interpolator>
-void CDSPResampler<Interpolator>::pace(std::span<int> counts) const noexcept {
+void CDSPResampler<Interpolator>::pace(std::span<int> counts) const noexcept VELLUMIC_NONBLOCKING {
   for (const auto& convolver : convolvers_) convolver->pace(counts);
   if (interpolator_) interpolator_->pace(counts);
 }
 
 template <class Interpolator>
-int CDSPResampler<Interpolator>::memory() const noexcept {
+int CDSPResampler<Interpolator>::memory() const noexcept VELLUMIC_NONBLOCKING {
   double inputs = 0.0, rate = 1.0;
   for (const auto& convolver : convolvers_) {
     inputs += convolver->memory() / rate;

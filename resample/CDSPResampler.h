@@ -10,6 +10,7 @@
 #include <memory>
 #include <vector>
 
+#include "platform/Realtime.h"
 #include "resample/CDSPBlockConvolver.h"
 #include "resample/CDSPFracInterpolator.h"
 #include "resample/CDSPProcessor.h"
@@ -32,10 +33,10 @@ class CDSPResampler : public CDSPProcessor {
 
   int inputBeforeOutput(int nextInput) const noexcept override;
   int maxOutputLength(int maxInput) const noexcept override;
-  void pace(std::span<int> counts) const noexcept override;
+  void pace(std::span<int> counts) const noexcept VELLUMIC_NONBLOCKING override;
   void clear() noexcept override;
   // Inputs after which nothing older has a part in the state.
-  int memory() const noexcept;
+  int memory() const noexcept VELLUMIC_NONBLOCKING;
   // Goes on as if it had had the input of `leader`, which has the same rates. Real-time safe.
   void follow(const CDSPResampler& leader) noexcept VELLUMIC_NONBLOCKING;
   // Samples beyond maxInput are ignored. Equal rates: the output is the input.

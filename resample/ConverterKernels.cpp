@@ -16,8 +16,7 @@ namespace avx2 = base;
 #endif
 
 const resample::ConverterKernels& resample::converterKernels() noexcept VELLUMIC_NONBLOCKING {
-  static constexpr KernelTable<ConverterKernels> table{
-      {&base::converterTable, &avx2::converterTable}};
+  constexpr KernelTable<ConverterKernels> table{{&base::converterTable, &avx2::converterTable}};
   return table.chosen();
 }
 

@@ -10,10 +10,14 @@ namespace vellumic {
 
 struct Fft::Plan {
   virtual ~Plan() = default;
-  virtual void forward(const float* samples, float* re, float* im) noexcept = 0;
-  virtual void forward(const float* samples, std::complex<float>* bins) noexcept = 0;
-  virtual void inverse(const float* re, const float* im, float* samples) noexcept = 0;
-  virtual void inverse(const std::complex<float>* bins, float* samples) noexcept = 0;
+  virtual void forward(const float* samples, float* re,
+                       float* im) noexcept VELLUMIC_NONBLOCKING = 0;
+  virtual void forward(const float* samples,
+                       std::complex<float>* bins) noexcept VELLUMIC_NONBLOCKING = 0;
+  virtual void inverse(const float* re, const float* im,
+                       float* samples) noexcept VELLUMIC_NONBLOCKING = 0;
+  virtual void inverse(const std::complex<float>* bins,
+                       float* samples) noexcept VELLUMIC_NONBLOCKING = 0;
 };
 
 namespace {
@@ -30,16 +34,19 @@ struct Fft::FastPlan final : Plan {
         tables(RealTables::shared(size, kernels.lanes)),
         scratch(size / 2) {}
 
-  void forward(const float* samples, float* re, float* im) noexcept override {
+  void forward(const float* samples, float* re, float* im) noexcept VELLUMIC_NONBLOCKING override {
     kernels.forward(tables->plan(), scratch.view(), samples, re, im);
   }
-  void forward(const float* samples, std::complex<float>* bins) noexcept override {
+  void forward(const float* samples,
+               std::complex<float>* bins) noexcept VELLUMIC_NONBLOCKING override {
     kernels.forwardPairs(tables->plan(), scratch.view(), samples, pairs(bins));
   }
-  void inverse(const float* re, const float* im, float* samples) noexcept override {
+  void inverse(const float* re, const float* im,
+               float* samples) noexcept VELLUMIC_NONBLOCKING override {
     kernels.inverse(tables->plan(), scratch.view(), re, im, samples);
   }
-  void inverse(const std::complex<float>* bins, float* samples) noexcept override {
+  void inverse(const std::complex<float>* bins,
+               float* samples) noexcept VELLUMIC_NONBLOCKING override {
     kernels.inversePairs(tables->plan(), scratch.view(), pairs(bins), samples);
   }
 
@@ -48,32 +55,35 @@ struct Fft::FastPlan final : Plan {
   ScratchMemory<float> scratch;
 };
 
-// Any size.
+// Any size. After its construction the library finds its tables made and allocates nothing.
 struct Fft::PlainPlan final : Plan {
   explicit PlainPlan(int size) : size_(size), bins_(static_cast<std::size_t>(size / 2 + 1)) {
     transform_.SetFlag(Eigen::FFT<float>::HalfSpectrum);
     // It builds a table when it first meets a size and direction.
     std::vector<float> samples(static_cast<std::size_t>(size));
-    forward(samples.data(), bins_.data());
-    inverse(bins_.data(), samples.data());
+    transform_.fwd(bins_.data(), samples.data(), size_);
+    transform_.inv(samples.data(), bins_.data(), size_);
   }
 
-  void forward(const float* samples, float* re, float* im) noexcept override {
+  void forward(const float* samples, float* re, float* im) noexcept VELLUMIC_NONBLOCKING override {
     forward(samples, bins_.data());
     for (std::size_t k = 0; k < bins_.size(); ++k) {
       re[k] = bins_[k].real();
       im[k] = bins_[k].imag();
     }
   }
-  void forward(const float* samples, std::complex<float>* bins) noexcept override {
-    transform_.fwd(bins, samples, size_);
+  void forward(const float* samples,
+               std::complex<float>* bins) noexcept VELLUMIC_NONBLOCKING override {
+    vouchedFor([&] { transform_.fwd(bins, samples, size_); });
   }
-  void inverse(const float* re, const float* im, float* samples) noexcept override {
+  void inverse(const float* re, const float* im,
+               float* samples) noexcept VELLUMIC_NONBLOCKING override {
     for (std::size_t k = 0; k < bins_.size(); ++k) bins_[k] = {re[k], im[k]};
     inverse(bins_.data(), samples);
   }
-  void inverse(const std::complex<float>* bins, float* samples) noexcept override {
-    transform_.inv(samples, bins, size_);
+  void inverse(const std::complex<float>* bins,
+               float* samples) noexcept VELLUMIC_NONBLOCKING override {
+    vouchedFor([&] { transform_.inv(samples, bins, size_); });
   }
 
  private:

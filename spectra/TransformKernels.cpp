@@ -18,14 +18,13 @@ namespace avx2 = base;
 #endif
 
 const RealTransformKernels& realTransformKernels() noexcept VELLUMIC_NONBLOCKING {
-  static constexpr KernelTable<RealTransformKernels> table{
+  constexpr KernelTable<RealTransformKernels> table{
       {&base::realTransformTable, &avx2::realTransformTable}};
   return table.chosen();
 }
 
 const RightAngleKernels& rightAngleKernels() noexcept VELLUMIC_NONBLOCKING {
-  static constexpr KernelTable<RightAngleKernels> table{
-      {&base::rightAngleTable, &avx2::rightAngleTable}};
+  constexpr KernelTable<RightAngleKernels> table{{&base::rightAngleTable, &avx2::rightAngleTable}};
   return table.chosen();
 }
 

@@ -15,27 +15,27 @@ namespace fast = base;
 #endif
 
 const ActivityKernels& activityKernels() noexcept VELLUMIC_NONBLOCKING {
-  static constexpr KernelTable<ActivityKernels> table{{&base::activity, &fast::activity}};
+  constexpr KernelTable<ActivityKernels> table{{&base::activity, &fast::activity}};
   return table.chosen();
 }
 
 const BeamKernels& beamKernels() noexcept VELLUMIC_NONBLOCKING {
-  static constexpr KernelTable<BeamKernels> table{{&base::beam, &fast::beam}};
+  constexpr KernelTable<BeamKernels> table{{&base::beam, &fast::beam}};
   return table.chosen();
 }
 
 const GainKernels& gainKernels() noexcept VELLUMIC_NONBLOCKING {
-  static constexpr KernelTable<GainKernels> table{{&base::gain, &fast::gain}};
+  constexpr KernelTable<GainKernels> table{{&base::gain, &fast::gain}};
   return table.chosen();
 }
 
 const NoiseKernels& noiseKernels() noexcept VELLUMIC_NONBLOCKING {
-  static constexpr KernelTable<NoiseKernels> table{{&base::noise, &fast::noise}};
+  constexpr KernelTable<NoiseKernels> table{{&base::noise, &fast::noise}};
   return table.chosen();
 }
 
 const PrincipalVectorKernels& principalVectorKernels() noexcept VELLUMIC_NONBLOCKING {
-  static constexpr KernelTable<PrincipalVectorKernels> table{
+  constexpr KernelTable<PrincipalVectorKernels> table{
       {&base::principalVectors, &fast::principalVectors}};
   return table.chosen();
 }

@@ -15,7 +15,7 @@ namespace {
 TEST(ActivityEstimator, NoiseStaysNormalThroughSilence) {
   ActivityEstimator estimator(1, 125.0F);
   Eigen::ArrayXf probability(1);
-  for (int i = 0; i < 1250; ++i) estimator.process(Eigen::ArrayXf::Zero(1), probability);
+  for (int i = 0; i < 1250; ++i) estimator.process(Eigen::ArrayXf::Zero(1).eval(), probability);
   EXPECT_GE(estimator.noisePower[0], std::numeric_limits<float>::min());
 }
 

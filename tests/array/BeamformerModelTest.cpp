@@ -97,8 +97,8 @@ struct BeamformerModel {
   void solve(Eigen::Index k) {
     const auto bin = static_cast<std::size_t>(k);
     Eigen::VectorXcf solution(weights.cols());
-    solvePrincipalComponent(signal[bin].cast<std::complex<float>>(),
-                            noise[bin].cast<std::complex<float>>(), solution);
+    solvePrincipalComponent(signal[bin].cast<std::complex<float>>().eval(),
+                            noise[bin].cast<std::complex<float>>().eval(), solution);
     weights.row(k) = solution.cast<Complex>().transpose();
   }
 

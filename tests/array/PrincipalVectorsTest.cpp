@@ -149,7 +149,7 @@ TEST_P(PrincipalVectors, GiveTheOutputOfTheSolver) {
       beam.binsPerFrame = bins;
       beam.nextBin = 100;
       Eigen::ArrayXcf output(bins);
-      beam.process(Eigen::ArrayXXcf::Zero(bins, size), output);
+      beam.process(Eigen::ArrayXXcf::Zero(bins, size).eval(), output);
       EXPECT_EQ(beam.nextBin, 100);
 
       float worst = -200.0F;
