@@ -98,7 +98,8 @@ void BeamformerAdaptive::detectActivity() noexcept {
     estimators[c].process(binPower, channelActivity_);
     const float noiseMean = estimators[c].noisePower.mean();
     if (noiseMean * powerRatioThreshold * thresholdScale < binPower.mean()) signalActive = true;
-    whole(maxActivity_) = maxActivity_.max(channelActivity_);
+    // The library hands its largest-of-two on as a pointer to a function.
+    vouchedFor([this] { whole(maxActivity_) = maxActivity_.max(channelActivity_); });
   }
   const auto activeBins = (maxActivity_ > binActivityThreshold * thresholdScale).count();
   const float fraction = static_cast<float>(activeBins) / static_cast<float>(binCount);

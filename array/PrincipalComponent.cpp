@@ -40,7 +40,7 @@ void solvePrincipalComponent(const ConstView<Eigen::MatrixXcf>& signal,
   constexpr int most = maxMicrophonesWithoutAllocation;
   using InPlace = Eigen::Matrix<std::complex<float>, Eigen::Dynamic, Eigen::Dynamic,
                                 Eigen::ColMajor, most, most>;
-  vouchedFor([&] {  // up to `most` the matrices lie on the stack, sizes known to this call alone
+  vouchedFor([&] {  // nothing goes to the heap up to `most`, a size that only the run knows
     if (signal.rows() <= most)
       solve<InPlace>(signal, noise, weights);
     else

@@ -1,11 +1,19 @@
 include(GoogleTest)
 
+# Of the signal code: what VELLUMIC_NONBLOCKING marks may call nothing that could block.
+function(vellumic_follow_marks target)
+  if(VELLUMIC_SANITIZER STREQUAL "realtime")
+    target_compile_options(${target} PRIVATE -Werror=function-effects)
+  endif()
+endfunction()
+
 # One static library per folder: vellumic_layer(filters SOURCES a.cpp USES parameters)
 function(vellumic_layer name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;USES;LIBRARIES")
   set(target vellumic_${name})
   if(arg_SOURCES)
     add_library(${target} STATIC ${arg_SOURCES})
+    vellumic_follow_marks(${target})
     set(scope PUBLIC)
   else()
     add_library(${target} INTERFACE)
@@ -27,6 +35,7 @@ function(vellumic_kernels layer)
   foreach(set ${sets})
     set(target vellumic_${layer}_kernels_${set})
     add_library(${target} OBJECT ${ARGN})
+    vellumic_follow_marks(${target})
     target_link_libraries(${target} PRIVATE vellumic_options vellumic_xsimd)
     if(NOT MSVC)  # loops over the few registers of an array are to be unrolled
       target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O3>)

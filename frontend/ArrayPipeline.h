@@ -100,9 +100,9 @@ class ArrayPipeline {
   void finishHop() noexcept;
   void deliver(const Run& run) noexcept;
   int planDelivery(int count) noexcept;
-  void processBlock() noexcept;
+  void processBlock() noexcept VELLUMIC_NONBLOCKING;
   void runBandTest() noexcept;
-  void processSlice() noexcept;
+  void processSlice() noexcept VELLUMIC_NONBLOCKING;
   void noteEchoState() noexcept;
 
   PipelineRecord record_;

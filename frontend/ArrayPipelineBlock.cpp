@@ -60,7 +60,7 @@ void ArrayPipeline::apply(const PipelineRecord& record, bool resetNoise) noexcep
   if (!running()) echo.skip();
 }
 
-void ArrayPipeline::processBlock() noexcept {
+void ArrayPipeline::processBlock() noexcept VELLUMIC_NONBLOCKING {
   BlockPart& block = *block_;
   const PipelineSettings& settings = record_.settings;
   probe_.microphoneEnergy = meanSquareOfFirst(block.micBlock);
@@ -92,7 +92,7 @@ void ArrayPipeline::runBandTest() noexcept {
 }
 
 // The enhanced signal takes the place of channel 0; the other channels stay as they are.
-void ArrayPipeline::processSlice() noexcept {
+void ArrayPipeline::processSlice() noexcept VELLUMIC_NONBLOCKING {
   Eigen::ArrayXXf& samples = block_->outputBlock;
   const Eigen::Index first = static_cast<Eigen::Index>(sliceIndex_) * hopSize;
   ++sliceIndex_;

@@ -25,7 +25,7 @@
 
 namespace vellumic {
 
-#ifdef __clang__
+#if __has_cpp_attribute(clang::nonblocking)
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wfunction-effects"
 #endif
@@ -33,7 +33,7 @@ template <class Work>
 decltype(auto) vouchedFor(Work&& work) noexcept VELLUMIC_NONBLOCKING {
   return work();
 }
-#ifdef __clang__
+#if __has_cpp_attribute(clang::nonblocking)
 #pragma clang diagnostic pop
 #endif
 

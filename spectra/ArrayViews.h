@@ -16,32 +16,25 @@ auto whole(Eigen::PlainObjectBase<Array>& array) noexcept VELLUMIC_NONBLOCKING {
   return Array::MapAligned(array.data(), array.rows(), array.cols());
 }
 
-// Read-only argument: an array or whole columns, or a stretch of one column. Where Eigen's
-// `Ref<const Array>` would make a copy on the heap, this does not compile.
 template <class Array>
-class ConstView
-    : public Eigen::Map<const Array, Eigen::Unaligned,
-                        std::conditional_t<Array::IsVectorAtCompileTime, Eigen::InnerStride<1>,
-                                           Eigen::OuterStride<>>> {
-  using Stride =
-      std::conditional_t<Array::IsVectorAtCompileTime, Eigen::InnerStride<1>, Eigen::OuterStride<>>;
-  using Base = Eigen::Map<const Array, Eigen::Unaligned, Stride>;
+using ViewStride =
+    std::conditional_t<Array::IsVectorAtCompileTime, Eigen::InnerStride<1>, Eigen::OuterStride<>>;
 
+// A read-only argument: an array, some of its columns or rows, or a stretch of one column. What
+// Eigen's `Ref<const Array>` would copy to the heap to make it fit does not compile here.
+template <class Array>
+class ConstView : public Eigen::Map<const Array, Eigen::Unaligned, ViewStride<Array>> {
  public:
   template <class Source>
   ConstView(const Eigen::DenseBase<Source>& source) noexcept VELLUMIC_NONBLOCKING
-      : Base(source.derived().data(), source.rows(), source.cols(), strideOf(source.derived())) {
+      : ConstView::Map(source.derived().data(), source.rows(), source.cols(),
+                       ViewStride<Array>(isColumn ? 1 : source.derived().outerStride())) {
     static_assert(Source::InnerStrideAtCompileTime == 1 && !Source::IsRowMajor);
+    static_assert(Source::IsVectorAtCompileTime || !isColumn);
   }
 
  private:
-  template <class Source>
-  static Stride strideOf(const Source& source) noexcept {
-    if constexpr (Array::IsVectorAtCompileTime)
-      return Stride();
-    else
-      return Stride(source.outerStride());
-  }
+  static constexpr bool isColumn = Array::IsVectorAtCompileTime;
 };
 
 }  // namespace vellumic
