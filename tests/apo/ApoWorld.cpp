@@ -2,6 +2,8 @@
 
 #include <psapi.h>
 
+#include <cmath>
+
 #include "parameters/Catalogue.h"
 
 namespace vellumic::test {
@@ -51,6 +53,18 @@ APO_CONNECTION_PROPERTY CaptureObject::process(float* samples, UINT32 frames,
   APO_CONNECTION_PROPERTY *inputs = &in, *outputs = &out;
   realTime->APOProcess(1, &inputs, 1, &outputs);
   return out;
+}
+
+bool CaptureObject::sounds() {
+  bool finite = true;
+  for (int call = 0; call < 10; ++call) {
+    std::array<float, 480 * 4> samples;
+    for (std::size_t n = 0; n < samples.size(); ++n)
+      samples[n] = 0.1F * std::sin(0.1F * static_cast<float>(n));
+    finite = finite && process(samples.data(), 480).u32ValidFrameCount == 480;
+    for (const float sample : samples) finite = finite && std::isfinite(sample);
+  }
+  return finite;
 }
 
 HRESULT CaptureObject::listEffects(HANDLE event, UINT* count) {

@@ -2,7 +2,6 @@
 #include <windows.h>
 
 #include <array>
-#include <cmath>
 #include <random>
 #include <thread>
 
@@ -19,18 +18,6 @@ class Damage : public ApoWorld {
     writeFactorySettings();
     registry.writeSetting(L"none", 1, rawCount, [](unsigned) { return 0.0F; });
   }
-  // Ten calls; true when every sample that came out is finite.
-  static bool sounds(CaptureObject& object) {
-    bool finite = true;
-    for (int call = 0; call < 10; ++call) {
-      std::array<float, 480 * 4> samples;
-      for (std::size_t n = 0; n < samples.size(); ++n)
-        samples[n] = 0.1F * std::sin(0.1F * static_cast<float>(n));
-      finite = finite && object.process(samples.data(), 480).u32ValidFrameCount == 480;
-      for (const float sample : samples) finite = finite && std::isfinite(sample);
-    }
-    return finite;
-  }
   CaptureObject playing() {
     CaptureObject object = initialized(mfx, mode::speech);
     EXPECT_EQ(object.lock(format), S_OK);
@@ -40,7 +27,7 @@ class Damage : public ApoWorld {
   static bool comesToEffects(CaptureObject& object, UINT wanted) {
     UINT count = ~wanted;
     for (int wait = 0; wait < 5000 && count != wanted; ++wait, Sleep(1)) {
-      EXPECT_TRUE(sounds(object));
+      EXPECT_TRUE(object.sounds());
       EXPECT_EQ(object.listEffects(nullptr, &count), S_OK);
     }
     return count == wanted;
@@ -59,7 +46,7 @@ TEST_F(Damage, AScribbledBoardCostsItsReadersAlone) {
     for (std::byte& byte : service.board()) byte = static_cast<std::byte>(random());
     ASSERT_TRUE(service.pingIsAnswered());
     EXPECT_EQ(object.lock(format), S_OK);
-    EXPECT_TRUE(sounds(object));
+    EXPECT_TRUE(object.sounds());
     EXPECT_EQ(object.configuration->UnlockForProcess(), S_OK);
     const CaptureObject newcomer = initialized(efx);  // leaves other versions alone
     EXPECT_TRUE(IsEqualGUID(service.block().classId, mfx.id));
@@ -96,7 +83,7 @@ TEST_F(Damage, ASettingHalfWrittenIsSomeSoundAndAWholeOneIsTaken) {
   CaptureObject object = playing();
   registry.remove(RegistrySandbox::settingsPath());  // nothing to read changes nothing
   service.signalReload();
-  EXPECT_TRUE(service.pingIsAnswered() && sounds(object) && comesToEffects(object, 4));
+  EXPECT_TRUE(service.pingIsAnswered() && object.sounds() && comesToEffects(object, 4));
   writeFactorySettings();
   std::mt19937 random(6);
   for (int round = 0; round < 10; ++round) {
@@ -106,7 +93,7 @@ TEST_F(Damage, ASettingHalfWrittenIsSomeSoundAndAWholeOneIsTaken) {
                             [](unsigned number) { return factorySettings()[number - 1]; });
     });
     service.signalReload();
-    EXPECT_TRUE(sounds(object)) << round;
+    EXPECT_TRUE(object.sounds()) << round;
   }
   writeFactorySettings();
   service.signalReload();
@@ -140,13 +127,11 @@ TEST_F(Damage, EventsAreEverybodys) {
 // Somebody made the ping event first, for nobody but himself. Pings come by another event then,
 // which stays signalled.
 TEST_F(Damage, AnEventWithForeignRightsIsDoneWithout) {
-  ACL nobody{};
-  InitializeAcl(&nobody, sizeof nobody, ACL_REVISION);
-  SECURITY_DESCRIPTOR descriptor{};
-  InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION);
-  SetSecurityDescriptorDacl(&descriptor, TRUE, &nobody, FALSE);
-  SECURITY_ATTRIBUTES attributes{sizeof attributes, &descriptor, FALSE};
-  const KernelHandle theirs(CreateEventW(&attributes, FALSE, FALSE, pingEventName));
+  SECURITY_ATTRIBUTES nobody{sizeof nobody, nullptr, FALSE};
+  ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:", SDDL_REVISION_1,
+                                                       &nobody.lpSecurityDescriptor, nullptr);
+  const KernelHandle theirs(CreateEventW(&nobody, FALSE, FALSE, pingEventName));
+  LocalFree(nobody.lpSecurityDescriptor);
   ASSERT_FALSE(KernelHandle(OpenEventW(EVENT_MODIFY_STATE, FALSE, pingEventName)));
   CaptureObject object = playing();
   registry.select(L"none");

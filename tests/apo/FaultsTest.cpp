@@ -227,9 +227,7 @@ class Faults : public ApoWorld {
     EXPECT_EQ(object.lock(format), static_cast<HRESULT>(0x887D0002));
   }
   UINT effectsOf(CaptureObject& object) {
-    std::array<float, 480 * 4> samples{};
-    for (int call = 0; call < 5; ++call)
-      EXPECT_EQ(object.process(samples.data(), 480).u32ValidFrameCount, 480U);
+    EXPECT_TRUE(object.sounds());
     UINT count = 99;
     const HRESULT result = object.listEffects(changed.get(), &count);
     EXPECT_TRUE(result == S_OK || count == 0);

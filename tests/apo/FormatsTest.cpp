@@ -16,11 +16,11 @@ struct Shape {
 // Of these the first eight are accepted, with the same on the other side; endpoint effects take
 // one channel to two as well.
 const std::vector<Shape> shapes{
-    {1, noMask}, {2, noMask}, {4, noMask},  {8, noMask}, {1, 4},      {2, 3},      {4, 0},
-    {8, 0},      {0, noMask}, {3, noMask},  {5, noMask}, {6, noMask}, {7, noMask}, {16, noMask},
-    {1, 0},      {1, 1},      {1, 3},       {2, 0},      {2, 4},      {3, 0xb},    {3, 7},
-    {4, 0x33},   {4, 0xf},    {4, 0x4000b}, {5, 0x607},  {6, 0x60f},  {7, 0x637},  {8, 0xff},
-    {8, 0x63f},  {6, 0x3f},   {4, 0x107},   {8, 4}};
+    {1, noMask},  {2, noMask}, {4, noMask}, {8, noMask},  {1, 4},      {2, 3},      {4, 0},
+    {8, 0},       {0, noMask}, {0, 0},      {3, noMask},  {5, noMask}, {6, noMask}, {7, noMask},
+    {16, noMask}, {1, 0},      {1, 1},      {1, 3},       {2, 0},      {2, 4},      {3, 0xb},
+    {3, 7},       {4, 0x33},   {4, 0xf},    {4, 0x4000b}, {5, 0x607},  {6, 0x60f},  {7, 0x637},
+    {8, 0xff},    {8, 0x63f},  {6, 0x3f},   {4, 0x107},   {8, 4}};
 constexpr std::size_t acceptedShapes = 8;
 constexpr std::array<unsigned, 10> rates{16000, 44100, 48000,  22050, 32000,
                                          88200, 96000, 192000, 8000,  11025};
@@ -97,6 +97,24 @@ TEST_F(Formats, TheWholeMatrix) {
   }
 }
 
+// Without a mask the first two channels are the front pair, which alone is equalised.
+TEST_F(Formats, APlainOneBeginsWithTheFrontPair) {
+  writeFactorySettings();
+  registry.writeSlot(L"1", Raw::equalizerMaster, 1.0F);
+  for (const int side : {0, 1})
+    for (const auto& [field, value] :
+         {std::pair(BandField::enable, 1.0F), {BandField::type, 0.0F}, {BandField::gain, 2.0F}})
+      registry.writeSlot(L"1", bandSlot(side, 0, field), value);
+  for (const unsigned channels : {4U, 8U}) {
+    MediaType format = MediaType::plain(channels);
+    CaptureObject object = initialized(efx);
+    ASSERT_EQ(object.lock(format), S_OK);
+    std::array frame{0.25F, 0.25F, 0.25F, 0.25F, 0.25F, 0.25F, 0.25F, 0.25F};
+    object.process(frame.data(), 1);
+    EXPECT_EQ(frame, (std::array{0.5F, 0.5F, 0.25F, 0.25F, 0.25F, 0.25F, 0.25F, 0.25F}));
+  }
+}
+
 TEST_F(Formats, OddEncodingsAreRefused) {
   MediaType format = MediaType::extensible(2, 3), absent = format;
   CaptureObject object = initialized(efx);
@@ -111,7 +129,7 @@ TEST_F(Formats, OddEncodingsAreRefused) {
     make(odd.wave);
     EXPECT_FALSE(supported(object, &odd, &odd));
   }
-  absent.absent = true;
+  absent.answers = 0;
   EXPECT_FALSE(supported(object, &absent, &absent));
   IAudioMediaType* answer = nullptr;
   EXPECT_EQ(object.object->IsInputFormatSupported(&format, nullptr, &answer), E_POINTER);

@@ -11,27 +11,18 @@
 namespace vellumic::test {
 namespace {
 
-// A format that asks, whenever it is released, whether the library may go.
-class AskingFormat : public MediaType {
- public:
-  ULONG STDMETHODCALLTYPE Release() override {
-    answer = canUnload();
-    return MediaType::Release();
-  }
-  HRESULT answer = E_FAIL;
-};
-
 class Life : public ApoWorld {};
 
 // To the end of an object's teardown; and the audio service may hold a volume callback, and be
 // inside it, longer than the object lives.
 TEST_F(Life, TheLibraryStaysWhileAnybodyIsInItOrHoldsWhatItGave) {
-  AskingFormat format;
-  format.wave = MediaType::plain(2).wave;
+  MediaType format = MediaType::plain(2);
+  HRESULT whenReleased = E_FAIL;
+  format.onRelease = [&] { whenReleased = canUnload(); };
   CaptureObject object = initialized(mfx);
   ASSERT_EQ(object.lock(format), S_OK);
   object = CaptureObject();
-  EXPECT_EQ(format.answer, S_FALSE);  // the destructor's own releases
+  EXPECT_EQ(whenReleased, S_FALSE);  // the destructor's own releases
   EXPECT_EQ(canUnload(), S_OK);
 
   object = initialized(mfx);
@@ -76,7 +67,7 @@ TEST_F(Life, RandomArguments) {
         const unsigned channels[] = {1, 2, 4, 8, below(65536)}, c = channels[below(5)];
         const unsigned rates[] = {16000, 44100, 48000, random()}, rate = rates[below(4)];
         const DWORD masks[] = {0, 3, 4, random()};
-        drawn.absent = once(40);
+        drawn.answers = once(40) ? 0 : 1000;
         drawn.uncompressed = once(4) ? E_FAIL : S_OK;
         drawn.wave =
             (once(2) ? MediaType::plain(c, rate) : MediaType::extensible(c, masks[below(4)], rate))

@@ -14,11 +14,11 @@ namespace vellumic::test {
 class MediaType : public Double<IAudioMediaType> {
  public:
   WAVEFORMATEXTENSIBLE wave{};
-  bool absent = false;  // GetAudioFormat gives null
+  std::atomic<int> answers = 1'000'000;  // so often GetAudioFormat gives one, then null
   HRESULT uncompressed = S_OK;
 
   MediaType() = default;
-  MediaType(const MediaType& other) : Double(), wave(other.wave), absent(other.absent) {}
+  MediaType(const MediaType& other) : Double(), wave(other.wave) {}
 
   static MediaType plain(unsigned channels, unsigned rate = 48000) {
     MediaType type;
@@ -48,7 +48,7 @@ class MediaType : public Double<IAudioMediaType> {
   }
   HRESULT STDMETHODCALLTYPE IsEqual(IAudioMediaType*, DWORD*) override { return E_NOTIMPL; }
   const WAVEFORMATEX* STDMETHODCALLTYPE GetAudioFormat() override {
-    return absent ? nullptr : &wave.Format;
+    return answers-- > 0 ? &wave.Format : nullptr;
   }
   HRESULT STDMETHODCALLTYPE GetUncompressedAudioFormat(UNCOMPRESSEDAUDIOFORMAT* format) override {
     *format = {.guidFormatType = wave.SubFormat,

@@ -10,23 +10,16 @@ namespace {
 
 class Threads : public ApoWorld {};
 
-// Tells that it was asked, and has nothing in it after a while.
-class LateEmptyCollection : public FakeCollection {
- public:
-  HRESULT STDMETHODCALLTYPE GetCount(UINT* count) override {
-    SetEvent(asked.get());
-    Sleep(50);
-    *count = 0;
-    return S_OK;
-  }
-  KernelHandle asked{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
-};
-
 TEST_F(Threads, AnInitializeThatFailsLeavesTheNextOneAlone) {
+  const KernelHandle asked(CreateEventW(nullptr, FALSE, FALSE, nullptr));
   for (const ClassCase& which : classCases) {
     SCOPED_TRACE(which.name);
     const ServiceObjects service;
-    LateEmptyCollection empty;
+    FakeCollection empty;  // tells so after a while
+    empty.onCount = [&] {
+      SetEvent(asked.get());
+      Sleep(50);
+    };
     CaptureObject object(which.id);
     HRESULT failed = S_OK;
     std::thread first([&] {
@@ -34,7 +27,7 @@ TEST_F(Threads, AnInitializeThatFailsLeavesTheNextOneAlone) {
       data.pDeviceCollection = &empty;
       failed = initialize(object, data);
     });
-    ASSERT_EQ(WaitForSingleObject(empty.asked.get(), 5000), WAIT_OBJECT_0);
+    ASSERT_EQ(WaitForSingleObject(asked.get(), 5000), WAIT_OBJECT_0);
     EXPECT_EQ(initialize(object, blob()), S_OK);
     first.join();
     EXPECT_EQ(failed, E_FAIL);

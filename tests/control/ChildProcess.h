@@ -18,9 +18,9 @@ struct ChildMode {
 class ChildProcess {
  public:
   explicit ChildProcess(const std::string& mode);
-  ~ChildProcess();  // ends it if it still runs
-  [[nodiscard]] bool runs() const;
-  DWORD wait();  // exit code; STILL_ACTIVE after 20 seconds
+  ~ChildProcess();                             // ends it if it still runs
+  DWORD wait(DWORD patienceMs = 20000) const;  // exit code; STILL_ACTIVE while it runs
+  [[nodiscard]] bool runs() const { return wait(0) == STILL_ACTIVE; }
 
  private:
   KernelHandle process_, thread_;

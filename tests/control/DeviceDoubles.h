@@ -44,9 +44,13 @@ class Double : public Interface {
     return S_OK;
   }
   ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
-  ULONG STDMETHODCALLTYPE Release() override { return --references; }
+  ULONG STDMETHODCALLTYPE Release() override {
+    if (onRelease) onRelease();
+    return --references;
+  }
   std::atomic<ULONG> references{0};  // held by the code under test
   std::string failing;               // what cannot be asked for
+  std::function<void()> onRelease;
 
  protected:
   HRESULT resultOf(const char* name, HRESULT failure = E_ACCESSDENIED) const {
@@ -57,17 +61,20 @@ class Double : public Interface {
     *value = static_cast<Value>(given);
     return resultOf(name, failure);
   }
+  // A double with a count for the caller, or a failure without one. A call that is `failing` gives
+  // it all the same; "no NAME" succeeds and gives nothing.
+  template <class Given>
+  HRESULT handOut(const std::string& name, Double<Given>* found, Given** object,
+                  HRESULT failure = E_INVALIDARG) {
+    *object = nullptr;
+    if (found == nullptr || deviceCallFails()) return failure;
+    if (failing == "no " + name) return S_OK;
+    *object = found;
+    found->AddRef();
+    return failing == name ? failure : S_OK;
+  }
 };
 
-// A double with a count for the caller, or a failure without one.
-template <class Interface>
-HRESULT handOut(Double<Interface>* found, Interface** object, HRESULT failure = E_INVALIDARG) {
-  *object = nullptr;
-  if (found == nullptr || deviceCallFails()) return failure;
-  *object = found;
-  found->AddRef();
-  return S_OK;
-}
 inline wchar_t* taskText(const std::wstring& text) {
   auto* const copy = static_cast<wchar_t*>(CoTaskMemAlloc((text.size() + 1) * sizeof(wchar_t)));
   std::copy_n(text.c_str(), text.size() + 1, copy);
@@ -274,12 +281,11 @@ class FakeDevice : public Double<IMMDevice> {
     return volume.QueryInterface(wanted, object);
   }
   HRESULT STDMETHODCALLTYPE OpenPropertyStore(DWORD access, IPropertyStore** opened) override {
-    return handOut<IPropertyStore>(access == STGM_READ ? &store : nullptr, opened);
+    return handOut<IPropertyStore>("store", access == STGM_READ ? &store : nullptr, opened);
   }
   HRESULT STDMETHODCALLTYPE GetId(LPWSTR* text) override {
-    const HRESULT result = resultOf("id", AUDCLNT_E_DEVICE_INVALIDATED);
-    *text = result == S_OK ? taskText(id) : nullptr;
-    return result;
+    *text = failing == "no id" ? nullptr : taskText(id);  // also where it fails
+    return resultOf("id", AUDCLNT_E_DEVICE_INVALIDATED);
   }
   HRESULT STDMETHODCALLTYPE GetState(DWORD* now) override { return give("state", now, state); }
   ULONG allReferences() const {
@@ -291,12 +297,15 @@ class FakeDevice : public Double<IMMDevice> {
 class FakeCollection : public Double<IMMDeviceCollection> {
  public:
   std::vector<FakeDevice*> devices;
+  std::function<void()> onCount;
 
   HRESULT STDMETHODCALLTYPE GetCount(UINT* count) override {
+    if (onCount) onCount();
     return give("count", count, devices.size());
   }
   HRESULT STDMETHODCALLTYPE Item(UINT position, IMMDevice** device) override {
-    return handOut<IMMDevice>(position < devices.size() ? devices[position] : nullptr, device);
+    return handOut<IMMDevice>("item", position < devices.size() ? devices[position] : nullptr,
+                              device);
   }
 };
 
@@ -324,17 +333,18 @@ class FakeSystem : public Double<IMMDeviceEnumerator> {
     enumerated_.devices = captureEndpoints.devices;
     std::erase_if(enumerated_.devices,
                   [=](const FakeDevice* device) { return (device->state & states) == 0; });
-    return handOut<IMMDeviceCollection>(flow == eCapture ? &enumerated_ : nullptr, devices);
+    return handOut<IMMDeviceCollection>("endpoints", flow == eCapture ? &enumerated_ : nullptr,
+                                        devices);
   }
   HRESULT STDMETHODCALLTYPE GetDefaultAudioEndpoint(EDataFlow flow, ERole role,
                                                     IMMDevice** device) override {
-    return handOut<IMMDevice>(flow == eRender && role == eConsole ? defaultRender : nullptr, device,
-                              notFound);
+    return handOut<IMMDevice>(
+        "default", flow == eRender && role == eConsole ? defaultRender : nullptr, device, notFound);
   }
   HRESULT STDMETHODCALLTYPE GetDevice(LPCWSTR id, IMMDevice** device) override {
     const auto& all = captureEndpoints.devices;
     const auto found = std::ranges::find(all, std::wstring(id), &FakeDevice::id);
-    return handOut<IMMDevice>(found != all.end() ? *found : nullptr, device, notFound);
+    return handOut<IMMDevice>("device", found != all.end() ? *found : nullptr, device, notFound);
   }
   UNUSED_METHOD(RegisterEndpointNotificationCallback, IMMNotificationClient*)
   UNUSED_METHOD(UnregisterEndpointNotificationCallback, IMMNotificationClient*)

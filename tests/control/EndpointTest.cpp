@@ -50,10 +50,24 @@ TEST_F(Devices, LastActiveMatchGivesTheEndpointsId) {
   EXPECT_EQ(endpoint.jackSubTypeString, microphoneGuid);  // no jack sub type of its own
   other.store.texts[guidProperty] = microphoneGuid;
   expectFound(microphone.store, L"microphone", 2);
-  microphone.failing = "id";  // going away: the match before it stays
-  expectFound(microphone.store, L"other", 1);
+  for (const char* failing : {"id", "no id", "store", "no store"}) {
+    microphone.failing = failing;  // going away: the match before it stays
+    expectFound(microphone.store, L"other", 1);
+  }
+  for (const auto& [failing, name] : {std::pair(&system.failing, "create"),
+                                      {&system.failing, "endpoints"},
+                                      {&system.failing, "no endpoints"},
+                                      {&system.captureEndpoints.failing, "item"},
+                                      {&system.captureEndpoints.failing, "no item"},
+                                      {&system.captureEndpoints.failing, "count"}}) {
+    *failing = name;
+    EXPECT_EQ(endpoint.identify(&system.captureEndpoints, &microphone.store, 1), E_FAIL) << name;
+    EXPECT_EQ(endpoint.deviceIdString, L"");  // a failure leaves nothing
+    failing->clear();
+    expectFound(microphone.store, L"other", 1);
+  }
   EXPECT_EQ(endpoint.identify(&system.captureEndpoints, nullptr, 1), E_INVALIDARG);
-  EXPECT_EQ(endpoint.deviceIdString, L"");  // a failure leaves nothing
+  EXPECT_EQ(endpoint.deviceIdString, L"");
   other.state = DEVICE_STATE_UNPLUGGED;
   expectFound(microphone.store, L"", 0);
 }

@@ -37,12 +37,7 @@ ChildProcess::~ChildProcess() {
   WaitForSingleObject(process_.get(), INFINITE);
 }
 
-bool ChildProcess::runs() const {
-  return WaitForSingleObject(process_.get(), 0) == static_cast<DWORD>(WAIT_TIMEOUT);
-}
-
-DWORD ChildProcess::wait() {
-  constexpr DWORD patienceMs = 20000;
+DWORD ChildProcess::wait(DWORD patienceMs) const {
   WaitForSingleObject(process_.get(), patienceMs);
   DWORD code = STILL_ACTIVE;
   GetExitCodeProcess(process_.get(), &code);

@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "control/ParametersInRegistry.h"
-#include "tests/control/ChildProcess.h"
 #include "tests/control/RegistrySandbox.h"
 #include "tests/support/OpenHandles.h"
 #include "tests/support/RandomRounds.h"
@@ -185,17 +184,11 @@ TEST_F(RegistryTest, HeadsetOverrideIsTheLastMatchingDevices) {
   EXPECT_FALSE(parameters.headsetStatusKey);
 }
 
-const ChildMode longDriver("long-driver", [] {
-  RegistrySandbox registry;
+TEST_F(RegistryTest, DriverTextBeyondTheRangeEndsTheProcess) {
+  constexpr auto rangeCheckFailed = static_cast<int>(0xC0000409);
   registry.write(std::wstring(machine::audioClass) + L"\\0000", L"Driver", REG_SZ,
                  std::wstring(128, L'd').c_str(), 255);
-  CParametersInRegistry().readHardwareOutputPath();
-  return 0;
-});
-
-TEST_F(RegistryTest, DriverTextBeyondTheRangeEndsTheProcess) {
-  constexpr DWORD rangeCheckFailed = 0xC0000409;
-  EXPECT_EQ(ChildProcess("long-driver").wait(), rangeCheckFailed);
+  EXPECT_EXIT(outputPath(), testing::ExitedWithCode(rangeCheckFailed), "");
 }
 
 }  // namespace

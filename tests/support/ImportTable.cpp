@@ -86,11 +86,11 @@ void* ImportTable::swap(const char* function, void* replacement) {
   return nullptr;
 }
 
-std::vector<ImportTable::Calls> ImportTable::calls() const {
-  std::vector<Calls> result;
+std::set<std::string> ImportTable::called() const {
+  std::set<std::string> names;
   for (std::size_t i = 0; i < imports_.size(); ++i)
-    if (block_->counts[i] != 0) result.push_back({imports_[i].name, block_->counts[i]});
-  return result;
+    if (block_->counts[i] != 0) names.insert(imports_[i].name);
+  return names;
 }
 
 }  // namespace vellumic::test

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,11 +25,7 @@ class ImportTable {
 
   void watchThisThread() { block_->watchedThread = GetCurrentThreadId(); }
   void stopWatching() { block_->watchedThread = 0; }
-  struct Calls {
-    std::string function;
-    std::uint64_t count;
-  };
-  [[nodiscard]] std::vector<Calls> calls() const;  // functions with any
+  [[nodiscard]] std::set<std::string> called() const;  // by a watched thread
 
   // Puts another function in an import's place; gives the original. Null when it is not imported.
   template <class Function>
