@@ -97,21 +97,28 @@ TEST_F(Formats, TheWholeMatrix) {
   }
 }
 
-// Without a mask the first two channels are the front pair, which alone is equalised.
+// A fade equalises the front pair alone: without a mask the first two channels.
 TEST_F(Formats, APlainOneBeginsWithTheFrontPair) {
+  const ServiceObjects service;
   writeFactorySettings();
-  registry.writeSlot(L"1", Raw::equalizerMaster, 1.0F);
-  for (const int side : {0, 1})
-    for (const auto& [field, value] :
-         {std::pair(BandField::enable, 1.0F), {BandField::type, 0.0F}, {BandField::gain, 2.0F}})
-      registry.writeSlot(L"1", bandSlot(side, 0, field), value);
+  for (const auto& [slot, value] : {std::pair(Raw::equalizerMaster, 1.0F),
+                                    {Raw::fadeRequest, 1.0F},
+                                    {bandSlot(0, 0, BandField::enable), 1.0F},
+                                    {bandSlot(1, 0, BandField::enable), 1.0F},
+                                    {bandSlot(0, 0, BandField::type), 0.0F},
+                                    {bandSlot(1, 0, BandField::type), 0.0F},
+                                    {bandSlot(0, 0, BandField::gain), 2.0F},
+                                    {bandSlot(1, 0, BandField::gain), 3.0F}})
+    registry.writeSlot(L"1", slot, value);
   for (const unsigned channels : {4U, 8U}) {
     MediaType format = MediaType::plain(channels);
     CaptureObject object = initialized(efx);
     ASSERT_EQ(object.lock(format), S_OK);
+    service.signalReload();
+    ASSERT_TRUE(service.pingIsAnswered());
     std::array frame{0.25F, 0.25F, 0.25F, 0.25F, 0.25F, 0.25F, 0.25F, 0.25F};
     object.process(frame.data(), 1);
-    EXPECT_EQ(frame, (std::array{0.5F, 0.5F, 0.25F, 0.25F, 0.25F, 0.25F, 0.25F, 0.25F}));
+    EXPECT_EQ(frame, (std::array{0.5F, 0.75F, 0.25F, 0.25F, 0.25F, 0.25F, 0.25F, 0.25F}));
   }
 }
 
