@@ -106,6 +106,13 @@ CaptureObject ApoWorld::initialized(const ClassCase& which, const GUID& processi
   return object;
 }
 
+CaptureObject ApoWorld::locked(const ClassCase& which, MediaType& format,
+                               const GUID& processingMode) {
+  CaptureObject object = initialized(which, processingMode);
+  EXPECT_EQ(object.lock(format), S_OK);
+  return object;
+}
+
 void ApoWorld::writeFactorySettings() {
   registry.select(L"1");
   registry.writeSetting(L"1", factorySettings());

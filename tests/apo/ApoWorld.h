@@ -105,6 +105,8 @@ class ApoWorld : public FakeMachine {
   static HRESULT initialize(CaptureObject& object, APOInitSystemEffects2 data,
                             UINT32 size = sizeof(APOInitSystemEffects2));
   CaptureObject initialized(const ClassCase& which, const GUID& processingMode = mode::standard);
+  CaptureObject locked(const ClassCase& which, MediaType& format,
+                       const GUID& processingMode = mode::standard);
   void writeFactorySettings();
 
   RegistrySandbox registry;

@@ -21,39 +21,59 @@
 namespace vellumic::test {
 namespace {
 
-std::atomic<int> callsLeft{0};  // the call that brings it to 0 fails; of any thread
-bool turnHasCome() { return callsLeft.load() > 0 && callsLeft.fetch_sub(1) == 1; }
+std::atomic<int> callsLeft{0};          // the call that brings it to 0 fails; of any thread
+std::atomic<const char*> failing = "";  // the import whose calls count
+std::atomic<int> blocks{0}, uses{0};    // what the library holds: of the heap, of the apartment
 
-// Stands before the import: fails when its turn has come.
-template <auto function>
+bool turnHasCome(std::string_view import) {
+  return callsLeft.load() > 0 && import == failing.load() && callsLeft.fetch_sub(1) == 1;
+}
+
+// Stands before the import: fails when its turn has come, and counts what it gives or takes.
+template <auto function, auto failure, DWORD error, std::atomic<int>* held, int change>
 struct Stand;
-template <class Result, class... Arguments, Result(WINAPI* function)(Arguments...)>
-struct Stand<function> {
+template <class Result, class First, class... Rest, Result(WINAPI* function)(First, Rest...),
+          auto failure, DWORD error, std::atomic<int>* held, int change>
+struct Stand<function, failure, error, held, change> {
   static inline auto real = function;
-  static inline Result failure{};
-  static inline DWORD error = ERROR_SUCCESS;
+  static inline std::string_view name;
 
-  static Result WINAPI call(Arguments... arguments) {
-    if (!turnHasCome()) return real(arguments...);
-    if (error != ERROR_SUCCESS) SetLastError(error);
-    return failure;
+  static Result WINAPI call(First first, Rest... rest) {
+    if constexpr (change < 0) {
+      *held -= first != nullptr ? 1 : 0;
+      return real(first, rest...);
+    } else {
+      if (turnHasCome(name)) {
+        if (error != ERROR_SUCCESS) SetLastError(error);
+        return Result(failure);
+      }
+      const Result result = real(first, rest...);
+      if constexpr (change > 0) {
+        bool given = std::is_pointer_v<Result> == (result != Result(0));                // S_OK is 0
+        if constexpr (std::is_same_v<First, void*>) given = given && first == nullptr;  // realloc
+        *held += given ? 1 : 0;
+      }
+      return result;
+    }
   }
 };
 
-struct Fault {
-  const char* import;
-  bool (*put)(ImportTable& imports, const char* name);  // whether the library imports it
+struct Import {
+  const char* name;
+  void (*put)(ImportTable& imports, const char* name);
 };
-template <auto function, auto failure = 0, DWORD error = ERROR_SUCCESS>
-constexpr Fault fault(const char* import) {
+template <auto function, auto failure = 0, DWORD error = ERROR_SUCCESS,
+          std::atomic<int>* held = nullptr, int change = 0>
+constexpr Import fault(const char* import) {
   return {import, [](ImportTable& imports, const char* name) {
-            using Here = Stand<function>;
-            using Result = decltype(Here::failure);
-            Here::error = error;
-            if constexpr (!std::is_pointer_v<Result>) Here::failure = static_cast<Result>(failure);
-            Here::real = imports.replace(name, &Here::call);
-            return Here::real != nullptr;
+            using Here = Stand<function, failure, error, held, change>;
+            Here::name = name;
+            Here::real = imports.put(name, &Here::call);
           }};
+}
+template <auto function, std::atomic<int>& held, int change, auto failure = 0>
+constexpr Import counted(const char* import) {
+  return fault<function, failure, ERROR_SUCCESS, &held, change>(import);
 }
 
 // Not among them: SetEvent, CreateSemaphoreA, TlsAlloc, realloc and _strdup, by which the C++ and
@@ -61,7 +81,7 @@ constexpr Fault fault(const char* import) {
 // WaitForSingleObject, whose wait for the board's mutex Damage lets fail; PropVariantClear, which
 // nobody asks for its result; LoadLibraryW and CryptAcquireContextA, which the library never calls.
 constexpr DWORD denied = ERROR_ACCESS_DENIED;
-constexpr Fault faults[] = {
+constexpr Import faults[] = {
     fault<&RegOpenKeyExW, denied>("RegOpenKeyExW"),
     fault<&RegQueryValueExW, denied>("RegQueryValueExW"),
     fault<&CreateEventW, 0, denied>("CreateEventW"),
@@ -81,66 +101,36 @@ constexpr Fault faults[] = {
     fault<&CoCreateGuid, E_FAIL>("CoCreateGuid"),
     fault<&CLSIDFromString, CO_E_CLASSSTRING>("CLSIDFromString"),
     fault<&StringFromGUID2>("StringFromGUID2"),
-    fault<&CoIncrementMTAUsage, E_OUTOFMEMORY>("CoIncrementMTAUsage"),
+    counted<&CoIncrementMTAUsage, uses, 1, E_OUTOFMEMORY>("CoIncrementMTAUsage"),
     fault<&CoTaskMemAlloc>("CoTaskMemAlloc"),
     fault<&_beginthreadex>("_beginthreadex"),
-    fault<&malloc>("malloc"),
-    fault<&calloc>("calloc"),
-    fault<&_aligned_malloc>("_aligned_malloc"),
+    counted<&malloc, blocks, 1>("malloc"),
+    counted<&calloc, blocks, 1>("calloc"),
+    counted<&_aligned_malloc, blocks, 1>("_aligned_malloc"),
     {"a method of a device",
      [](ImportTable&, const char*) {
-       deviceCallFails = turnHasCome;
-       return true;
+       deviceCallFails = [] { return turnHasCome("a method of a device"); };
      }},
 };
 
-// What the library holds: blocks of the heap, and uses of the multithreaded apartment.
-std::atomic<int> blocks{0}, uses{0};
-
-// Stands before the import and counts what it gives or takes.
-template <auto function, std::atomic<int>& held, int change>
-struct Counted;
-template <class Result, class First, class... Rest, Result(WINAPI* function)(First, Rest...),
-          std::atomic<int>& held, int change>
-struct Counted<function, held, change> {
-  static inline auto real = function;
-
-  static Result WINAPI call(First first, Rest... rest) {
-    if constexpr (change < 0) {
-      held -= first != nullptr ? 1 : 0;
-      return real(first, rest...);
-    } else {
-      const Result result = real(first, rest...);
-      bool given = result == S_OK;
-      if constexpr (std::is_pointer_v<Result>) given = result != nullptr;
-      if constexpr (std::is_same_v<First, void*>) given = given && first == nullptr;  // realloc
-      held += given ? 1 : 0;
-      return result;
-    }
-  }
-  static void put(ImportTable& imports, const char* name) { real = imports.replace(name, &call); }
-};
-
-class Holdings {
- public:
-  Holdings() {
-    Counted<&malloc, blocks, 1>::put(imports_, "malloc");
-    Counted<&calloc, blocks, 1>::put(imports_, "calloc");
-    Counted<&realloc, blocks, 1>::put(imports_, "realloc");
-    Counted<&_strdup, blocks, 1>::put(imports_, "_strdup");
-    Counted<&_aligned_malloc, blocks, 1>::put(imports_, "_aligned_malloc");
-    Counted<&free, blocks, -1>::put(imports_, "free");
-    Counted<&_aligned_free, blocks, -1>::put(imports_, "_aligned_free");
-    Counted<&CoIncrementMTAUsage, uses, 1>::put(imports_, "CoIncrementMTAUsage");
-    Counted<&CoDecrementMTAUsage, uses, -1>::put(imports_, "CoDecrementMTAUsage");
-  }
-
- private:
-  ImportTable imports_{library()};
+constexpr Import unfailing[] = {
+    counted<&realloc, blocks, 1>("realloc"),
+    counted<&_strdup, blocks, 1>("_strdup"),
+    counted<&free, blocks, -1>("free"),
+    counted<&_aligned_free, blocks, -1>("_aligned_free"),
+    counted<&CoDecrementMTAUsage, uses, -1>("CoDecrementMTAUsage"),
 };
 
 class Faults : public ApoWorld {
  protected:
+  Faults() {
+    for (const Import& import : faults) import.put(imports, import.name);
+    for (const Import& import : unfailing) import.put(imports, import.name);
+  }
+  ~Faults() override {
+    deviceCallFails = [] { return false; };
+  }
+
   struct Results {
     HRESULT create, initialize, lock;
     bool answers;  // the worker, to a ping after a reload
@@ -166,7 +156,7 @@ class Faults : public ApoWorld {
   }
   const std::string settings = std::filesystem::path(machine::settings).string();
   SystemCalls calls{library(), SystemCalls::Keeps::openObjects};
-  const Holdings holdings;
+  ImportTable imports{library()};
   const ServiceObjects service;
   int mostBlocks = std::numeric_limits<int>::max();  // that may stay after a life
   int reloads = 0;                                   // of the latest life
@@ -248,21 +238,19 @@ TEST_F(Faults, EachCallToTheSystemAndTheHeapFailsOnceInTurn) {
   system.defaultRender = &speaker;
   const Results sound{S_OK, S_OK, S_OK, true};
   {  // What is made once stays: tables, records of threads, an exception's.
-    ImportTable imports(library());
-    ASSERT_TRUE(fault<&_beginthreadex>("").put(imports, "_beginthreadex"));
+    failing = "_beginthreadex";
     turns[whole] = 1;
     EXPECT_TRUE(life(mfx).refused());
     for (std::size_t n = 0; n < 9; ++n) ASSERT_EQ(life(classCases[n % 3]), sound);
   }
   mostBlocks = blocks;
   const std::size_t memoryAtFirst = residentBytes();
-  for (const Fault& fault : faults) {
-    SCOPED_TRACE(fault.import);
-    ImportTable imports(library());
-    ASSERT_TRUE(fault.put(imports, fault.import));
+  for (const Import& fault : faults) {
+    SCOPED_TRACE(fault.name);
+    failing = fault.name;
     int lives = 0, refused = 0;
     const int handles = openHandles() - agreedKeys;
-    const std::string_view import = fault.import;
+    const std::string_view import = fault.name;
     const bool memory = import == "malloc" || import == "calloc" || import == "_aligned_malloc";
     const bool many = memory || import == "RegQueryValueExW";  // 1365 calls alike for each setting
     withoutArena = import == "calloc";
@@ -295,13 +283,12 @@ TEST_F(Faults, EachCallToTheSystemAndTheHeapFailsOnceInTurn) {
     if (import == "_beginthreadex") livesWithFailures(whole, kdmfx);  // whose worker starts last
     if (import == "RegOpenKeyExW" || import == "_beginthreadex")      // looks for its headset
       livesWithFailures(whole, efx);
-    deviceCallFails = [] { return false; };
     // Registry, named objects and identifiers are done without; devices and threads are not.
     const bool needed = memory || import == "CoCreateInstance" || import == "_beginthreadex" ||
                         import == "a method of a device";
     EXPECT_EQ(refused > 0, needed);
     EXPECT_LE(openHandles() - agreedKeys, handles + 4);
-    std::printf("%-30s %3d lives with a failure, %d refused\n", fault.import, lives, refused);
+    std::printf("%-30s %3d lives with a failure, %d refused\n", fault.name, lives, refused);
   }
   EXPECT_LT(residentBytes(), memoryAtFirst + (16U << 20));  // the heap keeps some pages
   EXPECT_EQ(canUnload(), S_OK);

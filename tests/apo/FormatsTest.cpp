@@ -112,8 +112,7 @@ TEST_F(Formats, APlainOneBeginsWithTheFrontPair) {
     registry.writeSlot(L"1", slot, value);
   for (const unsigned channels : {4U, 8U}) {
     MediaType format = MediaType::plain(channels);
-    CaptureObject object = initialized(efx);
-    ASSERT_EQ(object.lock(format), S_OK);
+    CaptureObject object = locked(efx, format);
     service.signalReload();
     ASSERT_TRUE(service.pingIsAnswered());
     std::array frame{0.25F, 0.25F, 0.25F, 0.25F, 0.25F, 0.25F, 0.25F, 0.25F};

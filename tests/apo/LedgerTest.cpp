@@ -169,6 +169,8 @@ TEST_F(Ledger, AWholeLife) {
     step("create");
     ASSERT_EQ(initialize(object, blob()), S_OK);
     step("Initialize", true);
+    const KernelHandle ping(OpenEventW(EVENT_ALL_ACCESS, FALSE, machine::pingEvent));
+    EXPECT_EQ(accessTo(ping), "D:(A;;0x1f0003;;;WD)");  // everybody may wait for and signal it
     ASSERT_EQ(object.listEffects(changed.get()), S_OK);
     step("GetEffectsList with an event");
     ASSERT_EQ(object.lock(format), S_OK);

@@ -19,14 +19,11 @@ TEST_F(Life, TheLibraryStaysWhileAnybodyIsInItOrHoldsWhatItGave) {
   MediaType format = MediaType::plain(2);
   HRESULT whenReleased = E_FAIL;
   format.onRelease = [&] { whenReleased = canUnload(); };
-  CaptureObject object = initialized(mfx);
-  ASSERT_EQ(object.lock(format), S_OK);
-  object = CaptureObject();
+  locked(mfx, format);
   EXPECT_EQ(whenReleased, S_FALSE);  // the destructor's own releases
   EXPECT_EQ(canUnload(), S_OK);
 
-  object = initialized(mfx);
-  ASSERT_EQ(object.lock(format), S_OK);
+  CaptureObject object = locked(mfx, format);
   auto callback = ComPtr<IAudioEndpointVolumeCallback>::share(microphone.volume.callbacks.at(0));
   ComPtr<IUnknown> result;
   ASSERT_EQ(as<ICaptureState>(object.object.get(), mfx.own)

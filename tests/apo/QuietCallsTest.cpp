@@ -43,9 +43,8 @@ TEST_F(QuietCalls, NoWaitNoAllocationNoLock) {
                       .flags = i % 11 == 0 ? DWORD{AUDCLNT_BUFFERFLAGS_SILENT} : 0};
       ImportTable imports(library());
       realFree = imports.put("free", &watchedFree);
-      CaptureObject object = initialized(which, stream.mode);
       MediaType format = MediaType::plain(stream.channels, stream.rate);
-      ASSERT_EQ(object.lock(format), S_OK);
+      CaptureObject object = locked(which, format, stream.mode);
       Sleep(20);  // the loopback's helper
       const UINT32 frames = stream.rate / 100;
       std::vector<float> samples(frames * stream.channels);

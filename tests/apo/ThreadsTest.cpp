@@ -64,9 +64,8 @@ TEST_F(Threads, ALoopbackThatDoesNotOpenKeepsNobody) {
     SetEvent(opening.get());
     WaitForSingleObject(go.get(), atLastMs);
   };
-  CaptureObject object = initialized(mfx, mode::speech);
   MediaType format = MediaType::plain(2);
-  ASSERT_EQ(object.lock(format), S_OK);
+  CaptureObject object = locked(mfx, format, mode::speech);
   ASSERT_EQ(WaitForSingleObject(opening.get(), 5000), WAIT_OBJECT_0);
   const ULONGLONG begin = GetTickCount64();
   object = CaptureObject();
