@@ -85,7 +85,7 @@ class FakeStore : public Double<IPropertyStore> {
  public:
   // By property id: 4 and 8 of the endpoint's set, 14 of the device's.
   std::map<DWORD, std::wstring> texts;
-  std::map<DWORD, DWORD> numbers;
+  bool numbers = false;  // in place of texts
 
   HRESULT STDMETHODCALLTYPE GetValue(REFPROPERTYKEY key, PROPVARIANT* value) override {
     constexpr GUID endpointSet{
@@ -93,12 +93,12 @@ class FakeStore : public Double<IPropertyStore> {
     PropVariantInit(value);
     if (deviceCallFails()) return E_ACCESSDENIED;
     if (key.pid != 14 && !IsEqualGUID(key.fmtid, endpointSet)) return E_INVALIDARG;
-    if (const auto text = texts.find(key.pid); text != texts.end()) {
+    if (numbers) {
+      value->vt = VT_UI4;
+      value->ulVal = 7;
+    } else if (const auto text = texts.find(key.pid); text != texts.end()) {
       value->vt = VT_LPWSTR;
       value->pwszVal = taskText(text->second);
-    } else if (const auto number = numbers.find(key.pid); number != numbers.end()) {
-      value->vt = VT_UI4;
-      value->ulVal = number->second;
     }
     return S_OK;
   }

@@ -37,7 +37,7 @@ TEST_F(Devices, LastActiveMatchGivesTheEndpointsId) {
     EXPECT_EQ(endpoint.matchingEndpointCount, count);
   };
   FakeStore number, malformed, unclosed;
-  number.numbers[guidProperty] = 7;
+  number.numbers = true;
   malformed.texts[guidProperty] = L"{not a guid}";
   malformed.texts[jackProperty] = L"{jack}";
   expectFound(number, L"", 0);
