@@ -101,15 +101,12 @@ TEST_F(Formats, TheWholeMatrix) {
 TEST_F(Formats, APlainOneBeginsWithTheFrontPair) {
   const ServiceObjects service;
   writeFactorySettings();
-  for (const auto& [slot, value] : {std::pair(Raw::equalizerMaster, 1.0F),
-                                    {Raw::fadeRequest, 1.0F},
-                                    {bandSlot(0, 0, BandField::enable), 1.0F},
-                                    {bandSlot(1, 0, BandField::enable), 1.0F},
-                                    {bandSlot(0, 0, BandField::type), 0.0F},
-                                    {bandSlot(1, 0, BandField::type), 0.0F},
-                                    {bandSlot(0, 0, BandField::gain), 2.0F},
-                                    {bandSlot(1, 0, BandField::gain), 3.0F}})
-    registry.writeSlot(L"1", slot, value);
+  for (const Raw slot : {Raw::equalizerMaster, Raw::fadeRequest})
+    registry.writeSlot(L"1", slot, 1.0F);
+  for (const auto& [side, gain] : {std::pair(0, 2.0F), {1, 3.0F}})
+    for (const auto& [field, value] :
+         {std::pair(BandField::enable, 1.0F), {BandField::type, 0.0F}, {BandField::gain, gain}})
+      registry.writeSlot(L"1", bandSlot(side, 0, field), value);
   for (const unsigned channels : {4U, 8U}) {
     MediaType format = MediaType::plain(channels);
     CaptureObject object = locked(efx, format);

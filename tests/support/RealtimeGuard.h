@@ -11,7 +11,7 @@
 // library does inside itself, as printf's own write, is not seen.
 //
 // Sanitizers interpose the same functions and Windows has no interposition: there `active` is
-// false and the count stays 0. Guards may nest, an outer one counts what an inner one counts.
+// false and the count stays 0. One guard a thread at a time.
 #pragma once
 
 namespace vellumic {
@@ -34,10 +34,6 @@ class RealtimeGuard {
   [[nodiscard]] int violations() const noexcept;
   // The name of the first of them, "nothing" without one.
   [[nodiscard]] const char* first() const noexcept;
-
- private:
-  int countBefore_;
-  const char* firstBefore_;
 };
 
 // For the replaced functions: counts a call if the calling thread is under a guard.
