@@ -125,9 +125,7 @@ std::string lifeOf(const ClassCase& which) {
 class Ledger : public ApoWorld {
  protected:
   Ledger() {
-    const std::wstring device =
-        L"SYSTEM\\CurrentControlSet\\Control\\Class"
-        L"\\{4D36E96C-E325-11CE-BFC1-08002BE10318}\\0001";
+    const std::wstring device = std::wstring(machine::audioClass) + L"\\0001";
     registry.write(device, L"Driver", std::wstring(L"isstrtc.sys"));
     registry.write(device + L"\\HeadsetStatus", L"HeadsetStatus", 1);
   }

@@ -277,9 +277,7 @@ TEST_F(Devices, LoopbackThatCannotOpenIsNull) {
   speaker.client.failing = "start";
   EXPECT_FALSE(openWasapiLoopback()->start());
   speaker.client.failing.clear();
-  const WAVEFORMATEX mix = speaker.client.mix;
   const auto opens = [&](WORD channels, DWORD rate, WORD align) {
-    speaker.client.mix = mix;
     speaker.client.mix.nChannels = channels;
     speaker.client.mix.nSamplesPerSec = rate;
     speaker.client.mix.nBlockAlign = align;

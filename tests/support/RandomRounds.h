@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <iostream>
+#include <optional>
 #include <random>
 
 namespace vellumic {
@@ -18,20 +19,19 @@ class RandomRounds {
   explicit RandomRounds(int rounds) : rounds_(rounds) {
     const char* const seconds = std::getenv("VELLUMIC_RANDOM_SECONDS");
     if (seconds == nullptr) return;
-    timed_ = true;
     end_ = Clock::now() + std::chrono::seconds(std::atoi(seconds));
     const auto seed = static_cast<unsigned>(Clock::now().time_since_epoch().count());
     random.seed(seed);
     std::cout << "seed " << seed << std::endl;
   }
   ~RandomRounds() {
-    if (timed_) std::cout << done_ << " rounds" << std::endl;
+    if (end_) std::cout << done_ << " rounds" << std::endl;
   }
   RandomRounds(const RandomRounds&) = delete;
   RandomRounds& operator=(const RandomRounds&) = delete;
 
   bool next() {
-    if (timed_ ? Clock::now() >= end_ : done_ == rounds_) return false;
+    if (end_ ? Clock::now() >= *end_ : done_ == rounds_) return false;
     ++done_;
     return true;
   }
@@ -43,8 +43,7 @@ class RandomRounds {
   using Clock = std::chrono::steady_clock;
 
   int rounds_, done_ = 0;
-  bool timed_ = false;
-  Clock::time_point end_;
+  std::optional<Clock::time_point> end_;
 };
 
 }  // namespace vellumic
