@@ -149,6 +149,10 @@ TEST(ArrayNoiseProcessing, HoldsSizesAndBounds) {
                              &beamformer.activeBinFractionThreshold, &beamformer.thresholdScale,
                              &beamformer.binUpdateRate})
     EXPECT_EQ(*held = -1.0F, 0.0F);
+  beamformer.enabled = false;
+  Eigen::ArrayXcf output = Eigen::ArrayXcf::Ones(1);
+  beamformer.process(Eigen::ArrayXXcf::Constant(1, 2, 3.0F).eval(), output);
+  EXPECT_EQ(output[0], 3.0F);  // the first microphone
   ActivityEstimator& estimator = beamformer.estimators[0];
   EXPECT_EQ(estimator.noisePower.size(), 1);
   for (BoundedFloat* time : {&estimator.smoothingTimeConstant, &estimator.noiseTimeConstant})

@@ -308,18 +308,31 @@ TEST_F(LoopbackOpening, RunsBesideTheAudioThreadAndServesTheLatestRate) {
 
 // The audio service may keep a caller. Whoever stops goes on; what comes of the opening later is
 // closed again. The test's device gives in at last, so that a wait fails instead of hanging.
-TEST(LoopbackLeaving, AnOpeningThatDoesNotReturnIsLeftBehind) {
-  Device device;
+class LoopbackLeaving : public ::testing::Test {
+ protected:
+  ~LoopbackLeaving() override {
+    while ((opened < 2 || alive() > 0) && Clock::now() < begin + 10s)
+      std::this_thread::sleep_for(1ms);
+    EXPECT_EQ(opened, 2);
+    EXPECT_EQ(alive(), 0);
+  }
+  int alive() const { return devices[0].alive + devices[1].alive; }
+  const Clock::time_point begin = Clock::now();
+  Device devices[2];
   std::atomic<bool> go{false};
+  std::atomic<int> opened{0};
   int leftBehind = 0;
-  LoopbackOpener opener;
-  opener.open = [&device, &go, end = Clock::now() + 5s] {
-    while (!go && Clock::now() < end) std::this_thread::sleep_for(1ms);
-    return std::make_unique<ScriptedPackets>(device);
-  };
-  opener.patience = 20ms;
-  opener.onLeftBehind = [&leftBehind] { ++leftBehind; };
-  const auto begin = Clock::now();
+  LoopbackOpener opener{.open =
+                            [this] {
+                              while (!go && Clock::now() < begin + 5s)
+                                std::this_thread::sleep_for(1ms);
+                              return std::make_unique<ScriptedPackets>(devices[opened++ % 2]);
+                            },
+                        .patience = 20ms,
+                        .onLeftBehind = [this] { ++leftBehind; }};
+};
+
+TEST_F(LoopbackLeaving, AnOpeningThatDoesNotReturnIsLeftBehind) {
   {
     LoopbackSource source(opener);
     ASSERT_TRUE(source.start());
@@ -329,36 +342,24 @@ TEST(LoopbackLeaving, AnOpeningThatDoesNotReturnIsLeftBehind) {
   }
   EXPECT_EQ(leftBehind, 2);
   EXPECT_LT(Clock::now() - begin, 2s);
-  EXPECT_EQ(device.opened, 0);
+  EXPECT_EQ(opened, 0);
   go = true;
-  while ((device.opened < 2 || device.alive > 0) && Clock::now() < begin + 10s)
-    std::this_thread::sleep_for(1ms);
-  EXPECT_EQ(device.opened, 2);
-  EXPECT_EQ(device.alive, 0);
 }
 
-TEST(LoopbackLeaving, SoIsAStreamThatNobodyTookAndThatDoesNotClose) {
-  Device devices[2];
-  int leftBehind = 0, opened = 0;
-  LoopbackOpener opener;
-  opener.open = [&] { return std::make_unique<ScriptedPackets>(devices[opened++ % 2]); };
-  opener.patience = 20ms;
-  opener.onLeftBehind = [&leftBehind] { ++leftBehind; };
-  LoopbackSource source(opener);
+TEST_F(LoopbackLeaving, SoIsAStreamThatNobodyTookAndThatDoesNotClose) {
+  go = true;
   devices[0].closes = false;
+  LoopbackSource source(opener);
   for (const double rate : {8000.0, 16000.0}) {
     source.setTargetRate(rate);
     ASSERT_TRUE(source.start());
     std::this_thread::sleep_for(50ms);  // most likely it has arrived
   }
-  const auto begin = Clock::now();
   source.stop();
   EXPECT_EQ(leftBehind, 1);
   EXPECT_LT(Clock::now() - begin, 2s);
   EXPECT_EQ(devices[0].alive, 1);
   devices[0].closes = true;
-  while (devices[0].alive > 0 && Clock::now() < begin + 10s) std::this_thread::sleep_for(1ms);
-  EXPECT_EQ(devices[0].alive + devices[1].alive, 0);
 }
 
 }  // namespace

@@ -94,6 +94,7 @@ TEST(Pipeline, BuildsMergeUntilTheyAreAdopted) {
 
 TEST(SampleRing, HoldsAnyDelayAndAnyCountWithinItsCapacity) {
   SampleRing ring;
+  EXPECT_EQ(ring.capacity(), 100);
   ring.setCapacity(1);
   EXPECT_EQ(ring.capacity(), 2);
   ring.setDelay(250);
