@@ -12,9 +12,9 @@ bool beyondAscii(char c) { return static_cast<unsigned char>(c) >= 0x80; }
 // after a backslash at the end of the line before: there the parser asks whether it is a blank.
 std::optional<std::size_t> letterAfterLineEnd(std::string_view text) {
   constexpr std::string_view lineEnds = "\n\v\f\r", blanks = " \t\n\v\f\r";
-  for (std::size_t n = 0; n < text.size(); ++n) {
+  for (std::size_t n = 1; n < text.size(); ++n) {
     if (!beyondAscii(text[n])) continue;
-    const std::size_t last = n == 0 ? n : text.find_last_not_of(blanks, n - 1);
+    const std::size_t last = text.find_last_not_of(blanks, n - 1);
     if (last < n && text[last] == '\\' &&
         text.substr(last, n - last).find_first_of(lineEnds) != std::string_view::npos)
       return n;

@@ -52,7 +52,9 @@ TEST(ArrayNoiseProcessing, HasUnitGainAndADelayOfThreeHops) {
     const auto error = output.tail(3 * taken - delay) - input.col(0).head(3 * taken - delay);
     EXPECT_LT(error.abs().maxCoeff(), 1e-6F);
     chain.processingEnabled = false;  // no state moves
-    EXPECT_TRUE((processed(chain, input + 1.0F) == input.col(0) + 1.0F).all());
+    Eigen::ArrayXf passed(taken / 4);
+    chain.process(input.topRows(taken / 4), passed);
+    EXPECT_TRUE((passed == input.col(0).head(taken / 4)).all());
     EXPECT_EQ(chain.channels[0].inputBuffer[taken - 1], input(3 * taken - 1, 0));
   }
 }
