@@ -21,7 +21,6 @@ LoopbackStream::LoopbackStream(std::unique_ptr<PacketSource> source, double targ
     resamplers_.push_back(std::make_unique<resample::CDSPResampler24>(
         format_.sampleRate, targetRate, longest, transitionBand));
     outputs_.emplace_back(maxOutput);
-    dropped_.emplace_back(maxOutput);
   }
 }
 

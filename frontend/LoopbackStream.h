@@ -65,7 +65,7 @@ class LoopbackStream {
   std::vector<std::unique_ptr<resample::CDSPResampler24>> resamplers_;
   std::vector<double> input_;  // frames of the longest packet
   ChannelArrays outputs_;      // maxOutput each
-  ChannelArrays dropped_;      // the oldest samples of a full ring
+  ChannelArrays dropped_;      // no rows: the oldest samples of a full ring go nowhere
 };
 
 }  // namespace vellumic

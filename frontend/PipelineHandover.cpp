@@ -32,6 +32,7 @@ const PipelineSettings& PipelineHandover::build(RawView raw, const StreamFacts& 
 }
 
 void PipelineHandover::prepareStream(int blockSize, int channels, bool fourChannelForm) {
+  freeRetired();
   takeBlockSize(blockSize);
   if (takeChannels(channels)) stageNoise();
   stageBlock();

@@ -56,6 +56,9 @@ TEST(Pipeline, TellsOfNothingBeforeTheFirstFrame) {
   EXPECT_EQ(probe.microphoneEnergy + probe.residualEnergy + probe.referenceEnergy +
                 probe.covarianceEnergy + probe.levelGain,
             0.0F);
+  ArrayPipeline alone;  // equal rates
+  for (int n = 0; n < 2048; ++n) alone.processFrame(PipelineRig::Frame{}.data());
+  EXPECT_EQ(alone.probe().blocks, 2);
 }
 
 // The 150 Hz high-pass has no stable form at an internal rate of 200 Hz.
@@ -90,6 +93,12 @@ TEST(Pipeline, BuildsMergeUntilTheyAreAdopted) {
   EXPECT_EQ(parts(), before + 2) << "retired, not freed here";
   rig.handover.build(rig.raw, rig.stream);
   EXPECT_EQ(parts(), before);
+  // A size that cannot be is the stream's, not the one before.
+  rig.set(Raw::blockSize, 512.0F);
+  rig.apply();
+  rig.set(Raw::blockSize, -1.0F);
+  rig.handover.prepareStream(1024, 4, false);
+  EXPECT_EQ(rig.handover.build(rig.raw, rig.stream).blockSize, 1024);
 }
 
 TEST(SampleRing, HoldsAnyDelayAndAnyCountWithinItsCapacity) {
@@ -134,6 +143,11 @@ TEST(ResamplerBank, TakesFromOneToSixteenChannelsAndTellsItsDelay) {
   EXPECT_EQ(samples[1], std::vector<float>(samples[1].size())) << "a channel that nobody brings";
   for (const double rate : {16000.0, 48000.0}) bank.setRates(rate, 48000.0);
   EXPECT_EQ(bank.framesBeforeOutput(), 0);
+  for (const auto& [sound, heard] : {std::pair{1e6F, 1e6F}, {-1e6F, -1e6F}, {1.1e6F, 0.0F}}) {
+    bank.push({&sound, 0, 0, 2}, 1, {&made, 1});
+    EXPECT_TRUE(bank.pop(samples, 1));
+    EXPECT_EQ(samples[1][0], heard);
+  }
   for (const auto& [asked, run] : {std::pair{0, 1}, {1, 1}, {64, 64}, {65, 64}})
     EXPECT_EQ(ResamplerBank(2, 1.0, 1.0, asked).runLength(), run);
 }

@@ -98,9 +98,9 @@ TEST(FilterCache, SharesEqualRequestsAndStaysSafeBeyondItsLimit) {
     return CDSPFIRFilter::get({0.5, 20.0 + number * 0.1, 60.0, 1.0, 1});
   };
   std::vector<std::shared_ptr<const CDSPFIRFilter>> held;
-  for (int n = 0; n < 2 * CDSPFIRFilter::cacheLimit; ++n) {
+  for (int n = 0; n < 200; ++n) {
     held.push_back(get(n));
-    EXPECT_LE(CDSPFIRFilter::cachedCount(), CDSPFIRFilter::cacheLimit);
+    EXPECT_LE(CDSPFIRFilter::cachedCount(), 96);
   }
   EXPECT_EQ(get(0), held.front());
   EXPECT_NE(get(1), get(0));
