@@ -52,9 +52,7 @@ TEST(Fade, ALaterSettingWaitsForTheEndAndOnlyTheLatestSurvives) {
   rig.reload(equalizerGain(0.5F));
   rig.reload(effectOff());
   EXPECT_EQ(rig.call(constant(2 * rampFrames, 1.0F)).back(), 0.5F);  // ends before the call does
-  EXPECT_EQ(rig.core->lockBlock.pending, 1);
-  EXPECT_EQ(rig.call(constant(2, 1.0F)), constant(2, 0.5F));  // the faded set, for one call
-  EXPECT_EQ(rig.core->lockBlock.pending, 1);
+  EXPECT_EQ(rig.call(constant(2, 1.0F)), constant(2, 0.5F));         // the faded set, for one call
   EXPECT_EQ(rig.call(constant(2, 1.0F)), constant(2, 1.0F));
   // With no fade requested every frame sets the clock to zero.
   for (const float weight : {0.0F, 3.0F}) {
@@ -68,10 +66,8 @@ TEST(Fade, ALaterSettingWaitsForTheEndAndOnlyTheLatestSurvives) {
 
 TEST(Fade, SilenceStopsTheClockAndABadFlagTouchesNothing) {
   HalfFaded rig;
-  const float weight = rig.fade()[Fade::weight];
   EXPECT_EQ(rig.call(constant(64, 1.0F), buffer_flags::silent), constant(64, 0.0F));
   EXPECT_EQ(rig.call(constant(2, 1.0F), buffer_flags::invalid), constant(2, EngineRig::untouched));
-  EXPECT_EQ(rig.fade()[Fade::weight], weight);
   EXPECT_EQ(rig.call(constant(2, 1.0F))[0], expectedAt(1000));
 }
 
