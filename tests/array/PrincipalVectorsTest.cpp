@@ -66,7 +66,7 @@ TEST(PrincipalComponent, HasTheScaleAndPolarityOfTheDeterminantFormula) {
     {
       const RealtimeGuard guard;
       solvePrincipalComponent(signal, noise, weights);
-      EXPECT_EQ(guard.violations() > 0, size > 16) << size;
+      EXPECT_EQ(guard.violations() > 0, RealtimeGuard::active && size > 16) << size;
     }
     EXPECT_LT((weights.cast<std::complex<double>>() - expected).norm(), 2e-3 * expected.norm())
         << size;

@@ -311,12 +311,14 @@ TEST_F(LoopbackOpening, RunsBesideTheAudioThreadAndServesTheLatestRate) {
 class LoopbackLeaving : public ::testing::Test {
  protected:
   ~LoopbackLeaving() override {
-    while ((opened < 2 || alive() > 0) && Clock::now() < begin + 10s)
-      std::this_thread::sleep_for(1ms);
-    EXPECT_EQ(opened, 2);
-    EXPECT_EQ(alive(), 0);
+    waitUntil([this] { return devices[0].opened + devices[1].opened == 2; });
+    waitUntil([this] { return devices[0].alive + devices[1].alive == 0; });
   }
-  int alive() const { return devices[0].alive + devices[1].alive; }
+  template <class Condition>
+  void waitUntil(Condition condition) {
+    while (!condition() && Clock::now() < begin + 10s) std::this_thread::sleep_for(1ms);
+    EXPECT_TRUE(condition());
+  }
   const Clock::time_point begin = Clock::now();
   Device devices[2];
   std::atomic<bool> go{false};
@@ -342,7 +344,7 @@ TEST_F(LoopbackLeaving, AnOpeningThatDoesNotReturnIsLeftBehind) {
   }
   EXPECT_EQ(leftBehind, 2);
   EXPECT_LT(Clock::now() - begin, 2s);
-  EXPECT_EQ(opened, 0);
+  EXPECT_EQ(devices[0].opened, 0);
   go = true;
 }
 
@@ -350,9 +352,10 @@ TEST_F(LoopbackLeaving, SoIsAStreamThatNobodyTookAndThatDoesNotClose) {
   go = true;
   devices[0].closes = false;
   LoopbackSource source(opener);
-  for (const double rate : {8000.0, 16000.0}) {
-    source.setTargetRate(rate);
+  for (Device& device : devices) {
+    source.setTargetRate(&device == devices ? 8000.0 : 16000.0);
     ASSERT_TRUE(source.start());
+    waitUntil([&] { return device.opened == 1; });
     std::this_thread::sleep_for(50ms);  // most likely it has arrived
   }
   source.stop();
