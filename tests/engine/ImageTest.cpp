@@ -123,9 +123,9 @@ TEST(Image, SumsTheLatenciesThatAreSwitchedOn) {
 
 TEST(Image, UnknownRatesSwitchTheEffectOffAndTheRestIsBuilt) {
   const std::tuple<float, bool, float> cases[] = {
-      {16000, true, 3333},   {22050, true, 4594},  {24000, true, 5000},  {44100, true, 9188},
-      {48000, true, 10000},  {88200, true, 18375}, {96000, true, 20000}, {192000, true, 40000},
-      {72000, false, 15000}, {0, false, 0}};
+      {16000, true, 3333},  {22050, true, 4594},   {24000, true, 5000},  {44100, true, 9188},
+      {48000, true, 10000}, {88200, true, 18375},  {96000, true, 20000}, {192000, true, 40000},
+      {32000, false, 6667}, {72000, false, 15000}, {0, false, 0}};
   for (const auto& [rate, known, fadeLength] : cases) {
     EngineRig rig(equalizerGain(0.5F), {.format = {.sampleRate = rate}});
     EXPECT_EQ(rig.image()[Entry::fadeLength], fadeLength);
